@@ -1,0 +1,51 @@
+// What is said about files: errors, warnings and notes with the place they are about.
+#pragma once
+
+#include "Oxbeam/OxTypes.h"
+
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oxbeam {
+
+struct SourceLocation {
+    std::string file;
+    unsigned line = 0;  // 0: the file as a whole
+    unsigned column = 0;
+};
+
+enum class Severity { Error, Warning, Note };
+
+struct Diagnostic {
+    SourceLocation where;
+    Severity severity;
+    std::string message;
+
+    // "file:line:column: error: message"
+    OXBEAM_API std::string text() const;
+};
+
+// Collects everything that is wrong, so that all of it can be reported in one go.
+class OXBEAM_API Diagnostics {
+public:
+    void error(const SourceLocation& where, std::string message);
+    void warning(const SourceLocation& where, std::string message);
+    void note(const SourceLocation& where, std::string message);
+
+    bool hasErrors() const { return m_errors > 0; }
+    std::size_t errors() const { return m_errors; }
+    // In the order of the places they are about, file by file.
+    std::vector<Diagnostic> sorted() const;
+    void print(std::ostream& out) const;
+
+private:
+    std::vector<Diagnostic> m_all;
+    std::size_t m_errors = 0;
+};
+
+// "; did you mean 'known'?" with the name nearest to `unknown`, or nothing where none is near.
+OXBEAM_API std::string didYouMean(std::string_view unknown, const std::vector<std::string>& known);
+
+}  // namespace oxbeam

@@ -1,0 +1,54 @@
+#include "Engine/Host/HostObjects.h"
+
+#include "Engine/Packages/Registry.h"
+#include "Oxbeam/OxDirectionalLight.h"
+#include "Oxbeam/OxExport.h"
+#include "Oxbeam/OxFunctions.h"
+#include "Oxbeam/OxPerspectiveCamera.h"
+#include "Oxbeam/OxPointLight.h"
+#include "Oxbeam/OxSpotLight.h"
+
+namespace oxbeam {
+
+static const char BackgroundInfo[] =
+    "<?xml version=\"1.0\" ?>"
+    "<ShaderInfo>"
+    "<type>environment</type>"
+    "<package>Oxbeam</package>"
+    "<id>OxBackground</id>"
+    "<longname>Background colour</longname>"
+    "<parameter>"
+    "<id>background</id>"
+    "<alias>color</alias>"
+    "<longname>Background</longname>"
+    "<type>float</type>"
+    "<size>3</size>"
+    "<interpretation><color/></interpretation>"
+    "<default>0 0 0</default>"
+    "<help>Linear colour of everything that rays which hit nothing see.</help>"
+    "</parameter>"
+    " </ShaderInfo>";
+
+char* Background::GetShaderInfo() { return const_cast<char*>(BackgroundInfo); }
+
+void Background::Register() {
+    Init();
+    oxsDeclareMember(this, "background", color);
+}
+
+Oxvoid Background::Shade(OxState* state) { oxsReturnColor(state, color); }
+
+template <class T>
+static int registerAs() {
+    return oxRegisterObject<T>(&oxNewObject<T>);
+}
+
+void registerHostObjects(Registry& registry) {
+    registry.registerObject("OxBackground", "Oxbeam", &registerAs<Background>);
+    registry.registerObject("OxDirectionalLight", "Oxbeam", &registerAs<OxDirectionalLight>);
+    registry.registerObject("OxPerspectiveCamera", "Oxbeam", &registerAs<OxPerspectiveCamera>);
+    registry.registerObject("OxPointLight", "Oxbeam", &registerAs<OxPointLight>);
+    registry.registerObject("OxSpotLight", "Oxbeam", &registerAs<OxSpotLight>);
+}
+
+}  // namespace oxbeam

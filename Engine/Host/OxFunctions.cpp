@@ -1,0 +1,208 @@
+// The services that packages call, and the exported copy of those that are inlined into callers.
+#define OXBEAM_EMIT_SERVICES
+#include "Oxbeam/OxFunctions.h"
+
+#include "Engine/Host/ThreadRecord.h"
+#include "Engine/Textures/Texture.h"
+#include "Oxbeam/ABSP.h"
+#include "Oxbeam/FastOxS4.h"
+#include "Oxbeam/OxLight.h"
+#include "Oxbeam/OxRenderingObject.h"
+#include "Oxbeam/OxShader.h"
+
+using oxbeam::Texture;
+
+// The engine's only kind of object.
+static const ABSP& meshOf(const OxState* state) { return static_cast<const ABSP&>(*state->object); }
+
+// Null where the id names no texture.
+static const Texture* textureOf(Oxuint id) {
+    return static_cast<const Texture*>(TextureList::current->ByID(static_cast<Oxint>(id)));
+}
+
+// ---- Setting up and shooting rays
+
+Oxvoid oxsInitState(const OxState* parent, OxState* child) {
+    child->scene = parent->scene;
+    child->intersector = parent->intersector;
+    child->m_ro = parent->m_ro;
+    child->ray.minHitDist = parent->m_ro ? parent->m_ro->m_rayEpsilon : parent->ray.minHitDist;
+    child->ray.depth = parent->ray.depth + 1;
+    child->ray.visibilityMask = parent->ray.visibilityMask;
+    child->ray.clippingMask = parent->ray.clippingMask;
+    child->ray.privatePtr = parent->ray.privatePtr;
+}
+
+bool oxsShootRay(OxState* state) {
+    oxbeam::ThreadRecord::mine().countRay(state->ray.visibilityMask);
+    return state->intersector->Intersect(*state);
+}
+
+Oxvoid oxsShadeEnvironment(OxState* state) { OxContext::current->environment->Shade(state); }
+
+// ---- The hit
+
+// Texture coordinates of the hit; a mesh without any shows every triangle's barycentric weights.
+static R2 textureCoordinates(const OxState* state) {
+    const ABSP& mesh = meshOf(state);
+    const Intersection& hit = state->hit;
+    return mesh.texCoords.empty() ? R2(hit.u, hit.v) : mesh.interpolate(mesh.texCoords, hit.tri, hit.u, hit.v);
+}
+
+Oxvoid oxsLoadGeometry(OxState* state) {
+    if (state->object) state->hit.txtCoord = textureCoordinates(state);
+}
+
+// The interpolated normal in world space, on the mesh's own side.
+static R3 worldNormal(const OxState* state) {
+    const R3 n = meshOf(state).GetNormal(state->hit.tri, state->hit.u, state->hit.v);
+    return state->instance->hasXfm ? TransformVector(state->instance->normalXfm, n) : n;
+}
+
+// Turns unit normal n to the side that the ray comes from; `own` is the surface's unperturbed normal. The side is that
+// of the geometric normal: at a silhouette the interpolated normal may lean away from the viewer, and is then laid
+// down onto the plane across the ray instead of being flipped, which would show as a rim of wrong light.
+static R3 faceRay(const OxState* state, R3 n, const R3& own) {
+    const R3& D = state->ray.direction;
+    const R3& geometric = state->hit.normal;
+    if ((Dot(D, geometric) > 0.0f) == (Dot(own, geometric) > 0.0f)) n = -n;
+    const float away = Dot(D, n);
+    return away > 0.0f ? Normalize(n - (away / Dot(D, D)) * D) : n;
+}
+
+Oxvoid oxsFindShadingNormal(const OxState* state, R3& normal) {
+    const R3 own = Normalize(worldNormal(state));
+    normal = faceRay(state, own, own);
+}
+
+// Derivatives of the world position by the texture coordinates over the hit triangle; false where the mesh has no
+// coordinates, or the triangle's coincide.
+static bool textureAxes(const OxState* state, R3& ds, R3& dt) {
+    const ABSP& mesh = meshOf(state);
+    if (mesh.texCoords.empty()) return false;
+    const Oxuint* corner = &mesh.indices[3 * static_cast<std::size_t>(state->hit.tri)];
+    const R2 t0 = mesh.texCoords[corner[0]], t1 = mesh.texCoords[corner[1]], t2 = mesh.texCoords[corner[2]];
+    const float s1 = t1.x - t0.x, s2 = t2.x - t0.x, r1 = t1.y - t0.y, r2 = t2.y - t0.y;
+    const float determinant = s1 * r2 - s2 * r1;
+    if (!(std::fabs(determinant) > 1e-20f)) return false;
+    const R3 e1 = mesh.positions[corner[1]] - mesh.positions[corner[0]];
+    const R3 e2 = mesh.positions[corner[2]] - mesh.positions[corner[0]];
+    ds = (e1 * r2 - e2 * r1) * (1.0f / determinant);
+    dt = (e2 * s1 - e1 * s2) * (1.0f / determinant);
+    if (state->instance->hasXfm) {
+        ds = TransformVector(state->instance->meshToWorldXfm, ds);
+        dt = TransformVector(state->instance->meshToWorldXfm, dt);
+    }
+    return true;
+}
+
+// J. Blinn, "Simulation of wrinkled surfaces" (1978): height maps are turned into slopes, normal maps hold them.
+Oxvoid oxsFindShadingBumpMapNormal(const OxState* state, R3& normal, Oxint textureId) {
+    const Texture* bumps = textureId < 0 ? nullptr : textureOf(static_cast<Oxuint>(textureId));
+    if (!bumps) return oxsFindShadingNormal(state, normal);
+    const R3 own = Normalize(worldNormal(state));
+    normal = faceRay(state, own, own);
+    R3 ds, dt;
+    if (!textureAxes(state, ds, dt)) return;
+    const R3 tangent = ds - Dot(ds, own) * own, bitangent = dt - Dot(dt, own) * own;
+    const R2 st = textureCoordinates(state);
+    const R3 local = bumps->tangentNormal(st.x, st.y);
+    const R3 bent = local.x * Normalize(tangent) + local.y * Normalize(bitangent) + local.z * own;
+    if (IsFinite(bent)) normal = faceRay(state, Normalize(bent), own);
+}
+
+bool oxsHasVertexColors(const OxState* state) { return state->object && !meshOf(state).colors.empty(); }
+
+Oxvoid oxsInterpolateColor(const OxState* state, R3& color) {
+    const Intersection& hit = state->hit;
+    color = oxsHasVertexColors(state)
+                ? meshOf(state).interpolate(meshOf(state).colors, hit.tri, hit.u, hit.v)
+                : White;
+}
+
+OxShader* oxsGetShader(const OxState* state) {
+    return OxContext::current->shaders[meshOf(state).GetShaderId(state->hit) + state->instance->shaderBias];
+}
+
+const Instance* oxGetInstance(int instanceID) {
+    const auto& instances = OxContext::current->scene->instances;
+    return static_cast<unsigned>(instanceID) < instances.size() ? instances[static_cast<unsigned>(instanceID)] : nullptr;
+}
+
+const GeometryObject* oxGetObject(const Instance* instance) {
+    return instance ? OxContext::current->scene->objects[instance->object] : nullptr;
+}
+
+Oxvoid oxGetTriangleVertices(const GeometryObject* object, int triangle, R3* a, R3* b, R3* c) {
+    *a = *b = *c = zeroVector;
+    if (object && triangle >= 0) object->GetTriangleVertices(triangle, *a, *b, *c);
+}
+
+// ---- Textures
+
+// OpenGL's texture environment.
+static RGBAFloat combine(Oxuint model, const RGBAFloat& f, const RGBAFloat& t) {
+    switch (model) {
+    case OX_GL_REPLACE: return t;
+    case OX_GL_ADD: return {f.r + t.r, f.g + t.g, f.b + t.b, f.a + t.a};
+    case OX_GL_DECAL: return {f.rgb() * (1.0f - t.a) + t.rgb() * t.a, f.a};
+    default: return {f.r * t.r, f.g * t.g, f.b * t.b, f.a * t.a};
+    }
+}
+
+Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, RGBAFloat& color) {
+    const Texture* texture = textureOf(textureId);
+    if (!texture || !state->object) return;
+    const R2 st = textureCoordinates(state);
+    color = combine(texture->textureModel, color, texture->lookUp(st.x, st.y));
+}
+
+Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, R3& color) {
+    RGBAFloat fragment(color, 1.0f);
+    oxsApplyTexture(state, textureId, fragment);
+    color = fragment.rgb();
+}
+
+Oxvoid oxsGetTexelByST(const OxState*, float s, float t, Oxuint textureId, Oxuint wrapS, Oxuint wrapT, Oxuint filter,
+                       Oxuint mode, R3& texel) {
+    const Texture* texture = textureOf(textureId);
+    if (!texture) return;
+    texel = combine(mode, RGBAFloat(texel, 1.0f), texture->lookUp(s, t, wrapS, wrapT, filter)).rgb();
+}
+
+float oxsGetTexelAlphaValue(const OxState* state, Oxuint textureId) {
+    const Texture* texture = textureOf(textureId);
+    if (!texture || !state->object || !texture->hasTransparency()) return 1.0f;
+    const R2 st = textureCoordinates(state);
+    return texture->lookUp(st.x, st.y).a;
+}
+
+Oxuint oxsGetTextureModel(const OxState*, Oxuint textureId) {
+    const Texture* texture = textureOf(textureId);
+    return texture ? texture->textureModel : static_cast<Oxuint>(OX_GL_MODULATE);
+}
+
+// ---- Lights
+
+Oxvoid oxsGlobalLights(const std::vector<OxLight*>*& lights) { lights = &OxContext::current->lights; }
+
+Oxuint oxsGlobalLights(Oxvoid*** lights) {
+    const auto& handles = OxContext::current->lightHandles;
+    *lights = const_cast<Oxvoid**>(handles.data());
+    return static_cast<Oxuint>(handles.size());
+}
+
+bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader) {
+    R3 direction, intensity;
+    float distance = 0.0f;
+    if (!static_cast<OxLight*>(light)->Illuminate(point, direction, distance, intensity, state, shader)) return false;
+    oxsSetRay(shadow, point, direction, distance);
+    oxsReturnColor(shadow, intensity);
+    return true;
+}
+
+// ---- The frame
+
+OxCamera* oxGetCamera() { return OxContext::current ? OxContext::current->camera : nullptr; }
+
+Oxuint oxGetSampleIndex() { return oxbeam::ThreadRecord::mine().sampleIndex; }

@@ -1,0 +1,46 @@
+#include "Oxbeam/OxPerspectiveCamera.h"
+
+#include "Oxbeam/OxFunctions.h"
+
+static const char ShaderInfo[] =
+    "<?xml version=\"1.0\" ?>"
+    "<ShaderInfo>"
+    "<type>camera</type>"
+    "<package>Oxbeam</package>"
+    "<id>OxPerspectiveCamera</id>"
+    "<longname>Perspective camera</longname>"
+    " </ShaderInfo>";
+
+char* OxPerspectiveCamera::GetShaderInfo() { return const_cast<char*>(ShaderInfo); }
+
+void OxPerspectiveCamera::InitCamera(const R3& eye, const R3& at, const R3& up, unsigned imgSizeX, unsigned imgSizeY,
+                                     float left, float right, float bottom, float top, float distance) {
+    position = eye;
+    lookAt = at;
+    lookUp = up;
+    const R3 zAxis = Normalize(at - eye);
+    const R3 xAxis = Normalize(Cross(zAxis, up));  // to the right
+    const R3 yAxis = Cross(xAxis, zAxis);          // upwards
+    m_corner = distance * zAxis + left * xAxis + top * yAxis;
+    m_stepX = ((right - left) / static_cast<float>(imgSizeX)) * xAxis;
+    m_stepY = ((bottom - top) / static_cast<float>(imgSizeY)) * yAxis;
+}
+
+bool OxPerspectiveCamera::InitPrimaryRay(OxState* state, int x, int y, const float* pattern) const {
+    const float dx = static_cast<float>(x) + pattern[0];
+    const float dy = static_cast<float>(y) + pattern[1];
+    oxsSetRay(state, position, Normalize(m_corner + dx * m_stepX + dy * m_stepY), RayInfinity);
+    return true;
+}
+
+bool OxPerspectiveCamera::InitPrimaryRays(int x, int y, unsigned width, const float* patternX, const float* patternY,
+                                          const float* maxDist, ISSERay4* ray4) const {
+    ray4->origin = ISSEVec4(position);
+    for (unsigned i = 0; i < 4; ++i) {
+        const float dx = static_cast<float>(x + static_cast<int>(i % width)) + patternX[i];
+        const float dy = static_cast<float>(y + static_cast<int>(i / width)) + patternY[i];
+        ray4->direction.setLane(i, Normalize(m_corner + dx * m_stepX + dy * m_stepY));
+        ray4->maxDist[i] = maxDist[i];
+    }
+    return true;
+}

@@ -1,0 +1,27 @@
+// What a rendering thread keeps to itself.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstdint>
+
+namespace oxbeam {
+
+struct ThreadRecord {
+    // Counts since the thread began a tile, by the lowest bit of the ray's visibility mask (its kind).
+    std::array<std::uint64_t, 32> rays{};
+    std::uint64_t refusedRays = 0;  // rays that no hit can be found for
+    unsigned sampleIndex = 0;       // pass that the thread renders
+
+    void countRay(std::uint32_t visibilityMask) {
+        ++rays[static_cast<unsigned>(std::countr_zero(visibilityMask)) & 31u];
+    }
+
+    // Of the calling thread. The library is loaded with the program, so that a fixed offset is enough to find it.
+    static ThreadRecord& mine() { return s_mine; }
+
+private:
+    [[gnu::tls_model("initial-exec")]] static thread_local constinit ThreadRecord s_mine;
+};
+
+}  // namespace oxbeam

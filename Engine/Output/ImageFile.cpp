@@ -1,0 +1,160 @@
+#include "Engine/Output/ImageFile.h"
+
+#include "Engine/Diagnostics/Error.h"
+
+#include <OpenImageIO/color.h>
+#include <OpenImageIO/filesystem.h>
+#include <OpenImageIO/imageio.h>
+#include <fmt/format.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <map>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+static Error failed(const fs::path& file, const std::string& why) {
+    return {ExitStatus::InputOutput, fmt::format("cannot write '{}': {}", file.string(), why)};
+}
+
+// ---- Formats
+
+struct Format {
+    bool display;   // sRGB integers for looking at, else linear floats
+    unsigned most;  // bits that it can have
+};
+
+static const Format& formatOf(const fs::path& file) {
+    static const std::map<std::string, Format> formats = {
+        {".exr", {false, 32}}, {".hdr", {false, 32}}, {".png", {true, 16}}, {".jpg", {true, 8}}, {".jpeg", {true, 8}}};
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    const auto found = formats.find(extension);
+    if (found == formats.end())
+        throw Error(ExitStatus::Usage, fmt::format("cannot tell a picture format from '{}'; expected a name that ends "
+                                                   "in .png, .jpg, .exr or .hdr",
+                                                   file.string()));
+    return found->second;
+}
+
+void checkImageFormat(const fs::path& file, const ImageOptions& options) {
+    const Format& format = formatOf(file);
+    if (options.bits != 8 && options.bits != 16)
+        throw Error(ExitStatus::Usage, fmt::format("{} bits per channel; expected 8 or 16", options.bits));
+    if (format.display && options.bits > format.most)
+        throw Error(ExitStatus::Usage, fmt::format("'{}' cannot have {} bits per channel", file.string(), options.bits));
+}
+
+// ---- Encoding
+
+template <class T>
+static std::vector<T> toDisplay(const std::vector<R3>& pixels) {
+    constexpr float most = std::numeric_limits<T>::max();
+    const auto encode = [](float v) {
+        const float clamped = v > 0.0f ? std::min(v, 1.0f) : 0.0f;  // NaN is black
+        return static_cast<T>(OIIO::linear_to_sRGB(clamped) * most + 0.5f);
+    };
+    std::vector<T> values;
+    values.reserve(3 * pixels.size());
+    for (const R3& p : pixels) values.insert(values.end(), {encode(p.x), encode(p.y), encode(p.z)});
+    return values;
+}
+
+static std::vector<unsigned char> encode(const fs::path& file, unsigned width, unsigned height,
+                                         const std::vector<R3>& pixels, const ImageOptions& options) {
+    const Format& format = formatOf(file);
+    const auto output = OIIO::ImageOutput::create(file.string());
+    if (!output) throw failed(file, OIIO::geterror());
+
+    const OIIO::TypeDesc type = !format.display       ? OIIO::TypeDesc::FLOAT
+                                : options.bits == 16 ? OIIO::TypeDesc::UINT16
+                                                     : OIIO::TypeDesc::UINT8;
+    OIIO::ImageSpec spec(static_cast<int>(width), static_cast<int>(height), 3, type);
+    spec["oiio:ColorSpace"] = format.display ? "sRGB" : "Linear";
+    spec["CompressionQuality"] = 92;  // read by JPEG alone
+
+    std::vector<unsigned char> bytes;
+    OIIO::Filesystem::IOVecOutput memory(bytes);
+    output->set_ioproxy(&memory);
+    bool good = output->open(file.string(), spec);
+    if (good && !format.display) good = output->write_image(OIIO::TypeDesc::FLOAT, pixels.data());
+    if (good && type == OIIO::TypeDesc::UINT8) good = output->write_image(type, toDisplay<std::uint8_t>(pixels).data());
+    if (good && type == OIIO::TypeDesc::UINT16) good = output->write_image(type, toDisplay<std::uint16_t>(pixels).data());
+    good = output->close() && good;
+    if (!good || output->has_error()) throw failed(file, output->geterror());
+    return bytes;
+}
+
+// ---- Storing
+
+// A file under a temporary name that is gone again unless it was renamed.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const fs::path& target) : m_target(target) {
+        m_name = target.string() + ".XXXXXX";
+        m_descriptor = mkstemp(m_name.data());
+        if (m_descriptor < 0) throw failed(target, std::strerror(errno));
+    }
+    ~TemporaryFile() {
+        if (m_descriptor >= 0) close(m_descriptor);
+        if (!m_name.empty()) unlink(m_name.c_str());
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    void write(const std::vector<unsigned char>& bytes) {
+        for (std::size_t done = 0; done < bytes.size();) {
+            const ssize_t n = ::write(m_descriptor, bytes.data() + done, bytes.size() - done);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) throw failed(m_target, std::strerror(errno));
+            done += static_cast<std::size_t>(n);
+        }
+        if (fsync(m_descriptor) != 0) throw failed(m_target, std::strerror(errno));
+    }
+
+    void verify(const std::vector<unsigned char>& bytes) const {
+        std::vector<unsigned char> back(bytes.size() + 1);
+        std::size_t done = 0;
+        for (ssize_t n; done < back.size(); done += static_cast<std::size_t>(n))
+            if ((n = pread(m_descriptor, back.data() + done, back.size() - done, static_cast<off_t>(done))) <= 0) break;
+        if (done != bytes.size() || !std::equal(bytes.begin(), bytes.end(), back.begin()))
+            throw failed(m_target, "what was written does not read back");
+    }
+
+    // mkstemp makes files for their owner alone; a picture gets the rights that any new file has.
+    void rename() {
+        const mode_t mask = umask(0);
+        umask(mask);
+        if (fchmod(m_descriptor, 0666 & ~mask) != 0 || close(std::exchange(m_descriptor, -1)) != 0 ||
+            ::rename(m_name.c_str(), m_target.c_str()) != 0)
+            throw failed(m_target, std::strerror(errno));
+        m_name.clear();
+    }
+
+private:
+    fs::path m_target;
+    std::string m_name;
+    int m_descriptor = -1;
+};
+
+void writeImage(const fs::path& file, unsigned width, unsigned height, const std::vector<R3>& pixels,
+                const ImageOptions& options) {
+    const std::vector<unsigned char> bytes = encode(file, width, height, pixels, options);
+    if (fs::exists(file) && !fs::is_regular_file(file)) throw failed(file, "it exists and is not a regular file");
+    TemporaryFile temporary(file);
+    temporary.write(bytes);
+    temporary.verify(bytes);
+    temporary.rename();
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,202 @@
+#include "Engine/Packages/ParameterValue.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <sstream>
+
+namespace oxbeam {
+
+std::string ParameterValue::kind() const {
+    struct Names {
+        std::string operator()(bool v) const { return v ? "true" : "false"; }
+        std::string operator()(std::int64_t v) const { return fmt::format("the integer {}", v); }
+        std::string operator()(double v) const { return fmt::format("the number {}", v); }
+        std::string operator()(const std::string& v) const { return fmt::format("the text '{}'", v); }
+        std::string operator()(const std::vector<Number>& v) const { return fmt::format("a list of {} numbers", v.size()); }
+    };
+    return std::visit(Names(), data);
+}
+
+// ---- For people
+
+static bool isTexture(const ParameterDeclaration& p) { return p.info && p.info->interpretation == "texture"; }
+
+std::string describeType(const ParameterDeclaration& p) {
+    if (isTexture(p)) return "texture";
+    const char* element = p.type == ElementType::Bool    ? "bool"
+                          : p.type == ElementType::Int   ? "int"
+                          : p.type == ElementType::Float ? "float"
+                                                         : "int or float";
+    std::string text = p.components() == 1 ? element : fmt::format("{} {}s", p.components(), element);
+    if (!p.info) return text;
+    if (!p.info->items.empty()) {
+        std::vector<std::string> items;
+        for (const auto& [key, value] : p.info->items) items.push_back(fmt::format("{} {}", key, value));
+        return fmt::format("{}: {}", text, fmt::join(items, ", "));
+    }
+    if (!p.info->interpretation.empty()) text += fmt::format(" ({})", p.info->interpretation);
+    return text;
+}
+
+std::string describeValue(const ParameterDeclaration& p, const std::byte* bytes) {
+    if (p.size == 1) return bytes[0] == std::byte{} ? "false" : "true";
+    std::vector<std::string> elements;
+    for (unsigned i = 0; i < p.components(); ++i) {
+        std::int32_t whole;
+        float real;
+        std::memcpy(&whole, bytes + 4 * i, 4);
+        std::memcpy(&real, bytes + 4 * i, 4);
+        if (p.type == ElementType::Bool)
+            elements.emplace_back(whole == 0 ? "false" : whole == 1 ? "true" : std::to_string(whole));
+        else if (isTexture(p) && whole == -1)
+            elements.emplace_back("none");
+        else
+            elements.push_back(p.type == ElementType::Float ? fmt::format("{}", real) : std::to_string(whole));
+    }
+    return fmt::format("{}", fmt::join(elements, " "));
+}
+
+// What would have been right, for messages.
+static std::string expected(const ParameterDeclaration& p) {
+    if (isTexture(p)) return "the name of a texture";
+    if (p.components() > 1) return fmt::format("a list of {} numbers", p.components());
+    if (p.info && !p.info->items.empty()) {
+        std::vector<std::string> items;
+        for (const auto& [key, value] : p.info->items) items.push_back(fmt::format("{} or '{}'", key, value));
+        return fmt::format("{}", fmt::join(items, ", "));
+    }
+    switch (p.type) {
+    case ElementType::Bool: return "true or false";
+    case ElementType::Int: return "an integer";
+    default: return "a number";
+    }
+}
+
+// ---- ParameterWriter
+
+ParameterWriter::ParameterWriter(const ObjectClass& object, std::string label, Diagnostics& diagnostics,
+                                 TextureByName textures, std::vector<std::string> textureNames)
+    : m_object(object), m_label(std::move(label)), m_diagnostics(diagnostics), m_textures(std::move(textures)),
+      m_textureNames(std::move(textureNames)) {}
+
+std::string ParameterWriter::about(const ParameterDeclaration& p) const {
+    return fmt::format("parameter '{}' of {} ({})", p.id, m_label, m_object.name);
+}
+
+void ParameterWriter::wrongKind(const ParameterDeclaration& p, const ParameterValue& value) {
+    m_diagnostics.error(value.where, fmt::format("{} is {}; expected {}", about(p), value.kind(), expected(p)));
+}
+
+// Where neither the document nor the default tells, the way the value is written does, and the user hears of it.
+ElementType ParameterWriter::typeFor(const ParameterDeclaration& p, const ParameterValue& value) {
+    if (p.type != ElementType::FromValue) return p.type;
+    if (std::holds_alternative<bool>(value.data)) return ElementType::Bool;
+    const bool whole = !std::holds_alternative<double>(value.data);
+    m_diagnostics.note(value.where, fmt::format("{} does not say whether it is an integer or a real number; taken as {}, as "
+                                                "it is written",
+                                                about(p), whole ? "an integer" : "a real number"));
+    return whole ? ElementType::Int : ElementType::Float;
+}
+
+// Integers that have names: textures, and the items of an enumeration.
+std::optional<std::int64_t> ParameterWriter::byName(const ParameterDeclaration& p, const ParameterValue& value) {
+    const auto& name = std::get<std::string>(value.data);
+    if (p.info && !p.info->items.empty()) {
+        for (const auto& [key, text] : p.info->items)
+            if (text == name) return key;
+        wrongKind(p, value);
+        return std::nullopt;
+    }
+    if (p.info && !isTexture(p)) {
+        wrongKind(p, value);
+        return std::nullopt;
+    }
+    if (const auto id = m_textures ? m_textures(name) : std::nullopt) return *id;
+    m_diagnostics.error(value.where, fmt::format("{} names texture '{}', which is not defined{}", about(p), name,
+                                                 didYouMean(name, m_textureNames)));
+    return std::nullopt;
+}
+
+static double toDouble(const ParameterValue::Number& number) {
+    return std::visit([](auto v) { return static_cast<double>(v); }, number);
+}
+
+bool ParameterWriter::encode(const ParameterDeclaration& p, ElementType type, const ParameterValue& value,
+                             std::byte* bytes) {
+    const auto store = [&](auto element, unsigned i) { std::memcpy(bytes + 4 * i, &element, sizeof element); };
+    std::vector<double> numbers;
+    if (const auto* list = std::get_if<std::vector<ParameterValue::Number>>(&value.data)) {
+        if (list->size() != p.components() || p.components() == 1) return wrongKind(p, value), false;
+        for (const auto& number : *list) numbers.push_back(toDouble(number));
+    } else if (p.components() > 1) {
+        return wrongKind(p, value), false;
+    } else if (const auto* flag = std::get_if<bool>(&value.data)) {
+        if (type != ElementType::Bool) return wrongKind(p, value), false;
+        numbers = {*flag ? 1.0 : 0.0};
+    } else if (std::holds_alternative<std::string>(value.data)) {
+        if (type != ElementType::Int) return wrongKind(p, value), false;
+        const auto id = byName(p, value);
+        if (!id) return false;
+        numbers = {static_cast<double>(*id)};
+    } else if (const auto* whole = std::get_if<std::int64_t>(&value.data)) {
+        if (isTexture(p) && *whole != -1) return wrongKind(p, value), false;
+        numbers = {static_cast<double>(*whole)};
+    } else {
+        if (type != ElementType::Float) return wrongKind(p, value), false;
+        numbers = {std::get<double>(value.data)};
+    }
+
+    for (unsigned i = 0; i < numbers.size(); ++i) {
+        const double v = numbers[i];
+        const double most = type == ElementType::Float ? std::numeric_limits<float>::max()
+                                                       : std::numeric_limits<std::int32_t>::max();
+        if (std::isnan(v) || (std::isfinite(v) && std::fabs(v) > most)) {
+            m_diagnostics.error(value.where, fmt::format("{} is {}; expected a number within {:g}", about(p), v, most));
+            return false;
+        }
+        if (type == ElementType::Bool && v != 0.0 && v != 1.0) return wrongKind(p, value), false;
+        if (type == ElementType::Float)
+            store(static_cast<float>(v), i);
+        else if (p.size == 1)
+            bytes[0] = v != 0.0 ? std::byte{1} : std::byte{0};
+        else
+            store(static_cast<std::int32_t>(v), i);
+    }
+    checkBounds(p, numbers, value.where);
+    return true;
+}
+
+// Bounds are advice: one number for all components, or one for each.
+void ParameterWriter::checkBounds(const ParameterDeclaration& p, const std::vector<double>& numbers,
+                                  const SourceLocation& where) {
+    if (!p.info || p.info->lowerbound.empty() || p.info->upperbound.empty()) return;
+    std::istringstream lower(p.info->lowerbound), upper(p.info->upperbound);
+    double least = 0.0, most = 0.0;
+    for (const double number : numbers) {
+        lower >> least;  // at the end of the text the last one stays
+        upper >> most;
+        if (number >= least && number <= most) continue;
+        m_diagnostics.warning(where, fmt::format("{} is {}, outside its bounds {} to {}", about(p), number, least, most));
+        return;
+    }
+}
+
+void ParameterWriter::write(OxLoadableObject& target, const std::string& name, const SourceLocation& nameAt,
+                            const ParameterValue& value) {
+    const ParameterDeclaration* p = m_object.find(name);
+    if (!p) {
+        m_diagnostics.error(nameAt, fmt::format("{} ({}) has no parameter '{}'{}", m_label, m_object.name, name,
+                                                didYouMean(name, m_object.parameterNames())));
+        return;
+    }
+    std::vector<std::byte> bytes(static_cast<std::size_t>(p->size));
+    if (encode(*p, typeFor(*p, value), value, bytes.data()))
+        std::memcpy(reinterpret_cast<std::byte*>(&target) + p->offset, bytes.data(), bytes.size());
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,92 @@
+// The objects that packages offer: loading packages, and finding objects by name.
+#pragma once
+
+#include "Engine/Packages/ShaderInfo.h"
+#include "Oxbeam/OxLoadableObject.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oxbeam {
+
+// What a parameter's bytes hold. Declarations do not say; the document does, else the default gives it away, and
+// where that is all zero the way in which a value is written decides.
+enum class ElementType { Bool, Int, Float, FromValue };
+
+struct ParameterDeclaration {
+    std::string id;
+    std::ptrdiff_t offset = 0;  // from the start of the object
+    int size = 0;               // bytes: 1 for a bool, else 4 a component
+    ElementType type = ElementType::FromValue;
+    std::vector<std::string> aliases;      // names that only the document gives it
+    std::vector<std::byte> defaultBytes;   // as Init leaves them
+    const ParameterInfo* info = nullptr;   // null where the document says nothing
+
+    unsigned components() const { return size < 4 ? 1u : static_cast<unsigned>(size) / 4u; }
+};
+
+enum class ObjectKind { RenderingObject, Camera, Light, Surface, Environment, Shader, Unknown };
+
+// "rendering object", "camera", ...; Shader is one whose document does not say what it shades.
+OXBEAM_API const char* kindName(ObjectKind kind);
+
+struct ObjectClass {
+    std::string name;
+    std::string package;   // path of the library, or "Oxbeam" for the host's own
+    ObjectKind kind = ObjectKind::Unknown;
+    OxFactory factory = nullptr;
+    std::string document;  // byte for byte
+    ShaderInfo info;
+    std::vector<ParameterDeclaration> parameters;
+
+    ObjectClass() = default;
+    ObjectClass(const ObjectClass&) = delete;  // parameters point into info
+    ObjectClass& operator=(const ObjectClass&) = delete;
+
+    // By id or alias; null where there is none.
+    OXBEAM_API const ParameterDeclaration* find(std::string_view wanted) const;
+    OXBEAM_API std::vector<std::string> parameterNames() const;
+    // A new object with its defaults.
+    OXBEAM_API std::unique_ptr<OxLoadableObject> make() const;
+};
+
+class OXBEAM_API Registry {
+public:
+    // Knows the host's own objects from the start.
+    Registry();
+    ~Registry();
+
+    // Loads one package. Throws Error(BadPackage): it does not load, exports no object, an object lacks its factory
+    // or describes itself wrongly, or a name is taken. Packages stay loaded until the process ends.
+    void loadPackage(const std::filesystem::path& library);
+    // Loads every package (lib*.so) of the folders, in their order; of two files with the same name the first wins.
+    // A folder that does not exist is skipped.
+    void loadPackages(const std::vector<std::filesystem::path>& folders);
+
+    // Null where no object has this name.
+    const ObjectClass* find(std::string_view name) const;
+    // By name.
+    std::vector<const ObjectClass*> all() const;
+    // Names of the objects of some kinds; all where none is given.
+    std::vector<std::string> names(const std::vector<ObjectKind>& kinds = {}) const;
+    const std::vector<std::filesystem::path>& packages() const { return m_packages; }
+
+    // Registers one object by calling its registration function.
+    void registerObject(const std::string& name, const std::string& package, int (*registration)());
+
+private:
+    void check(ObjectClass& object) const;
+
+    std::map<std::string, std::unique_ptr<ObjectClass>, std::less<>> m_objects;
+    std::vector<std::filesystem::path> m_packages;
+};
+
+// Where packages are looked for unless told otherwise: beside the program, then where they are installed.
+OXBEAM_API std::vector<std::filesystem::path> defaultPackageFolders();
+
+}  // namespace oxbeam

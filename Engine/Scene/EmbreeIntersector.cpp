@@ -1,0 +1,161 @@
+#include "Engine/Scene/EmbreeIntersector.h"
+
+#include "Engine/Diagnostics/Error.h"
+#include "Engine/Host/ThreadRecord.h"
+#include "Oxbeam/ABSP.h"
+#include "Oxbeam/OxState.h"
+
+#include <embree3/rtcore.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace oxbeam {
+
+static void check(RTCDevice device) {
+    switch (rtcGetDeviceError(device)) {
+    case RTC_ERROR_NONE: return;
+    case RTC_ERROR_OUT_OF_MEMORY: throw Error(ExitStatus::BadScene, "not enough memory to build the scene");
+    case RTC_ERROR_UNSUPPORTED_CPU: throw Error(ExitStatus::Usage, "this processor lacks the instruction set asked for");
+    default: throw Error(ExitStatus::BadScene, "the ray tracing kernel refused the scene");
+    }
+}
+
+EmbreeIntersector::EmbreeIntersector(const std::string& isa) {
+    static const std::vector<std::string> known = {"sse2", "sse4.2", "avx", "avx2", "avx512"};
+    if (!std::count(known.begin(), known.end(), isa))
+        throw Error(ExitStatus::Usage, fmt::format("unknown instruction set '{}'; expected one of {}", isa,
+                                                   fmt::join(known, ", ")));
+    m_device = rtcNewDevice(fmt::format("isa={}", isa).c_str());
+    check(m_device);
+}
+
+EmbreeIntersector::~EmbreeIntersector() {
+    for (RTCGeometry geometry : m_geometries) rtcReleaseGeometry(geometry);
+    for (RTCScene scene : m_objectScenes)
+        if (scene) rtcReleaseScene(scene);
+    if (m_root) rtcReleaseScene(m_root);
+    rtcReleaseDevice(m_device);
+}
+
+std::string EmbreeIntersector::defaultIsa() {
+    if (__builtin_cpu_supports("avx")) return "avx";
+    return __builtin_cpu_supports("sse4.2") ? "sse4.2" : "sse2";
+}
+
+// Vertices and indices are shared with the mesh, which outlives the structure.
+RTCGeometry EmbreeIntersector::newMesh(const ABSP& mesh) const {
+    RTCGeometry geometry = rtcNewGeometry(m_device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.positions.data(), 0,
+                               sizeof(R3), mesh.vertexCount);
+    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.indices.data(), 0,
+                               3 * sizeof(Oxuint), mesh.triangleCount());
+    rtcSetGeometryMask(geometry, RAY_ALL);
+    return geometry;
+}
+
+RTCScene EmbreeIntersector::objectScene(unsigned object) {
+    RTCScene& scene = m_objectScenes[object];
+    if (scene) return scene;
+    scene = rtcNewScene(m_device);
+    RTCGeometry geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[object]));
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometry(scene, geometry);
+    rtcReleaseGeometry(geometry);
+    rtcCommitScene(scene);
+    return scene;
+}
+
+void EmbreeIntersector::attach(unsigned number) {
+    const Instance& instance = *m_scene->instances[number];
+    RTCGeometry geometry;
+    if (instance.hasXfm) {
+        geometry = rtcNewGeometry(m_device, RTC_GEOMETRY_TYPE_INSTANCE);
+        rtcSetGeometryInstancedScene(geometry, objectScene(instance.object));
+    } else {
+        geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[instance.object]));
+    }
+    rtcSetGeometryMask(geometry, instance.visibilityMask);
+    rtcAttachGeometryByID(m_root, geometry, number);
+    m_geometries.push_back(geometry);
+}
+
+Bounds EmbreeIntersector::build(const Scene& scene) {
+    m_scene = &scene;
+    m_instances = scene.instances.data();
+    if (!m_root) {
+        m_root = rtcNewScene(m_device);
+        m_objectScenes.resize(scene.objects.size());
+        for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i);
+    }
+    for (unsigned i = 0; i < scene.instances.size(); ++i) {
+        if (scene.instances[i]->hasXfm)
+            rtcSetGeometryTransform(m_geometries[i], 0, RTC_FORMAT_FLOAT3X4_ROW_MAJOR,
+                                    &scene.instances[i]->meshToWorldXfm.m[0][0]);
+        rtcCommitGeometry(m_geometries[i]);
+    }
+    rtcCommitScene(m_root);
+    check(m_device);
+
+    RTCBounds b;
+    rtcGetSceneBounds(m_root, &b);
+    Bounds bounds;
+    bounds.lower = R3(b.lower_x, b.lower_y, b.lower_z);
+    bounds.upper = R3(b.upper_x, b.upper_y, b.upper_z);
+    bounds.empty = !(b.lower_x <= b.upper_x && b.lower_y <= b.upper_y && b.lower_z <= b.upper_z);
+    return bounds;
+}
+
+// Embree ends the process on such rays: not finite, or beyond what it can square. NaN fails every comparison.
+static bool traceable(const Ray& ray, float tnear) {
+    constexpr float limit = 1.8e18f;
+    const auto within = [](const R3& v) {
+        return std::fabs(v.x) <= limit && std::fabs(v.y) <= limit && std::fabs(v.z) <= limit;
+    };
+    return within(ray.origin) && within(ray.direction) && tnear >= 0.0f && tnear <= limit && ray.maxDist >= tnear;
+}
+
+bool EmbreeIntersector::Intersect(OxState& state) {
+    const Ray& ray = state.ray;
+    const float tnear = std::max(ray.minHitDist, ray.minDist);
+    state.hit.tri = TRI_NONE;
+    if (!traceable(ray, tnear)) {
+        // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
+        if (!(ray.maxDist < tnear)) ++ThreadRecord::mine().refusedRays;
+        return false;
+    }
+
+    RTCRayHit query;
+    query.ray.org_x = ray.origin.x, query.ray.org_y = ray.origin.y, query.ray.org_z = ray.origin.z;
+    query.ray.dir_x = ray.direction.x, query.ray.dir_y = ray.direction.y, query.ray.dir_z = ray.direction.z;
+    query.ray.tnear = tnear;
+    query.ray.tfar = ray.maxDist;
+    query.ray.time = 0.0f;
+    query.ray.mask = ray.visibilityMask;
+    query.ray.id = 0;
+    query.ray.flags = 0;
+    query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    query.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    rtcIntersect1(m_root, &context, &query);
+    if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
+
+    const bool instanced = query.hit.instID[0] != RTC_INVALID_GEOMETRY_ID;
+    const unsigned number = instanced ? query.hit.instID[0] : query.hit.geomID;
+    const Instance& instance = *m_instances[number];
+    Intersection& hit = state.hit;
+    hit.tri = static_cast<int>(query.hit.primID);
+    hit.inst = static_cast<int>(number);
+    hit.dist = query.ray.tfar;
+    hit.u = query.hit.u;
+    hit.v = query.hit.v;
+    hit.w = 1.0f - hit.u - hit.v;
+    const R3 normal(query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z);
+    hit.normal = instanced ? TransformVector(instance.normalXfm, normal) : normal;
+    state.instance = &instance;
+    state.object = m_scene->objects[instance.object];
+    return true;
+}
+
+}  // namespace oxbeam

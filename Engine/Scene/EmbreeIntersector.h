@@ -1,0 +1,45 @@
+// Ray traversal by Embree 3 (I. Wald et al., "Embree: a kernel framework for efficient CPU ray tracing", 2014).
+#pragma once
+
+#include "Engine/Scene/SceneGeometry.h"
+#include "Oxbeam/OxScene.h"
+
+#include <string>
+#include <vector>
+
+struct RTCDeviceTy;
+struct RTCSceneTy;
+struct RTCGeometryTy;
+
+namespace oxbeam {
+
+class EmbreeIntersector final : public Intersector {
+public:
+    // Throws Error(Usage) where Embree or this processor does not know the instruction set.
+    explicit EmbreeIntersector(const std::string& isa);
+    ~EmbreeIntersector() override;
+    EmbreeIntersector(const EmbreeIntersector&) = delete;
+    EmbreeIntersector& operator=(const EmbreeIntersector&) = delete;
+
+    // The widest set of those that give the same hits.
+    static std::string defaultIsa();
+
+    // Builds, or after instances have moved rebuilds, the structure over the scene, which must stay where it is.
+    Bounds build(const Scene& scene);
+
+    bool Intersect(OxState& state) override;
+
+private:
+    RTCGeometryTy* newMesh(const ABSP& mesh) const;
+    RTCSceneTy* objectScene(unsigned object);
+    void attach(unsigned instance);
+
+    RTCDeviceTy* m_device = nullptr;
+    RTCSceneTy* m_root = nullptr;
+    std::vector<RTCSceneTy*> m_objectScenes;    // of instanced objects, else null
+    std::vector<RTCGeometryTy*> m_geometries;   // by instance
+    const Scene* m_scene = nullptr;
+    const Instance* const* m_instances = nullptr;
+};
+
+}  // namespace oxbeam

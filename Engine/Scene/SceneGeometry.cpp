@@ -1,0 +1,151 @@
+#include "Engine/Scene/SceneGeometry.h"
+
+#include "Engine/Scene/EmbreeIntersector.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace oxbeam {
+
+// Normals turn with the cofactors, keeping their side where the transformation mirrors.
+static Matrix normalTransform(const Matrix& m) {
+    Matrix n = CofactorMatrix(m);
+    const float sign = Determinant(m) < 0.0f ? -1.0f : 1.0f;
+    for (auto& row : n.m)
+        for (float& element : row) element *= sign;
+    return n;
+}
+
+void transform(MeshData& mesh, const Matrix& matrix) {
+    const Matrix normal = normalTransform(matrix);
+    for (R3& p : mesh.positions) p = TransformPoint(matrix, p);
+    for (R3& n : mesh.normals) {
+        n = TransformVector(normal, n);
+        // Cofactors grow with the square of the scale; shading wants normals of comparable length.
+        if (const float length = Length(n); length > 0.0f) n *= 1.0f / length;
+    }
+}
+
+static void setTransform(Instance& instance, const Matrix& matrix) {
+    instance.hasXfm = 1;
+    instance.meshToWorldXfm = matrix;
+    instance.normalXfm = normalTransform(matrix);
+}
+
+SceneGeometry::SceneGeometry() = default;
+
+SceneGeometry::~SceneGeometry() = default;
+
+unsigned SceneGeometry::addMesh(MeshData mesh) {
+    const auto number = static_cast<unsigned>(m_meshes.size());
+    auto object = std::make_unique<ABSP>();
+    object->id = number;
+    object->name = mesh.name;
+    m_scene.objects.push_back(object.get());
+    m_meshes.push_back(std::move(object));
+    m_data.push_back(std::make_unique<MeshData>(std::move(mesh)));
+    m_dropped.emplace_back();
+    return number;
+}
+
+unsigned SceneGeometry::addInstance(unsigned mesh, const Matrix& meshToWorld, unsigned shader, Oxuint visibilityMask,
+                                    bool movable) {
+    auto instance = std::make_unique<Instance>();
+    instance->object = mesh;
+    instance->shaderBias = shader;
+    instance->visibilityMask = visibilityMask;
+    setTransform(*instance, meshToWorld);
+    m_scene.instances.push_back(instance.get());
+    m_instances.push_back(std::move(instance));
+    m_movable.push_back(movable);
+    return static_cast<unsigned>(m_instances.size()) - 1;
+}
+
+void SceneGeometry::moveInstance(unsigned instance, const Matrix& meshToWorld) {
+    setTransform(*m_instances[instance], meshToWorld);
+}
+
+// The traversal kernel cannot square larger coordinates.
+static bool reachable(const R3& p) {
+    constexpr float limit = 1e18f;
+    return std::fabs(p.x) <= limit && std::fabs(p.y) <= limit && std::fabs(p.z) <= limit;
+}
+
+// Removes the triangles that cannot be traced, and turns the order of the others' corners as ABSP wants it.
+static DroppedTriangles takeIndices(MeshData& mesh, std::vector<Oxuint>& indices) {
+    std::vector<bool> good(mesh.positions.size());
+    std::transform(mesh.positions.begin(), mesh.positions.end(), good.begin(), reachable);
+    DroppedTriangles dropped;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i + 2 < mesh.indices.size(); i += 3) {
+        const unsigned a = mesh.indices[i], b = mesh.indices[i + 1], c = mesh.indices[i + 2];
+        if (std::max({a, b, c}) >= good.size()) {
+            ++dropped.badIndices;
+        } else if (!good[a] || !good[b] || !good[c]) {
+            ++dropped.badVertices;
+        } else {
+            mesh.indices[kept] = c, mesh.indices[kept + 1] = a, mesh.indices[kept + 2] = b;
+            kept += 3;
+        }
+    }
+    mesh.indices.resize(kept);
+    indices = std::move(mesh.indices);
+    return dropped;
+}
+
+// A per-vertex array that is not as long as there are vertices is of no use.
+template <class T>
+static void takeAttribute(std::vector<T>& from, std::vector<T>& to, std::size_t vertices) {
+    if (from.size() == vertices) to = std::move(from);
+}
+
+void SceneGeometry::takeOver(unsigned number, bool bake) {
+    MeshData& data = *m_data[number];
+    ABSP& mesh = *m_meshes[number];
+    if (bake) {
+        const auto owner = std::find_if(m_instances.begin(), m_instances.end(),
+                                        [&](const auto& instance) { return instance->object == number; });
+        transform(data, (*owner)->meshToWorldXfm);
+        **owner = Instance{(*owner)->object, (*owner)->shaderBias, (*owner)->visibilityMask, 0, {}, {}};
+    }
+    const std::size_t vertices = data.positions.size();
+    mesh.vertexCount = static_cast<Oxuint>(vertices);
+    m_dropped[number] = takeIndices(data, mesh.indices);
+    takeAttribute(data.normals, mesh.normals, vertices);
+    takeAttribute(data.texCoords, mesh.texCoords, vertices);
+    takeAttribute(data.colors, mesh.colors, vertices);
+    for (R3& normal : mesh.normals)
+        if (!IsFinite(normal)) normal = zeroVector;  // the geometric one is taken instead
+    mesh.positions = std::move(data.positions);
+    mesh.positions.resize(vertices + 2);  // the padding that Embree reads
+    if (mesh.indices.empty()) mesh.indices.reserve(3);  // Embree wants an address even for nothing
+    m_data[number].reset();
+}
+
+void SceneGeometry::prepare() {
+    std::vector<unsigned> uses(m_meshes.size()), moved(m_meshes.size());
+    for (std::size_t i = 0; i < m_instances.size(); ++i) {
+        ++uses[m_instances[i]->object];
+        moved[m_instances[i]->object] |= m_movable[i];
+    }
+    for (unsigned mesh = 0; mesh < m_meshes.size(); ++mesh)
+        if (m_data[mesh]) takeOver(mesh, uses[mesh] == 1 && !moved[mesh]);
+}
+
+void SceneGeometry::build(const std::string& isa) {
+    prepare();
+    if (!m_intersector) m_intersector = std::make_unique<EmbreeIntersector>(isa);
+    m_bounds = m_intersector->build(m_scene);
+}
+
+std::string SceneGeometry::defaultIsa() { return EmbreeIntersector::defaultIsa(); }
+
+Intersector& SceneGeometry::intersector() const { return *m_intersector; }
+
+std::size_t SceneGeometry::triangles() const {
+    return std::accumulate(m_instances.begin(), m_instances.end(), std::size_t{0}, [&](std::size_t n, const auto& i) {
+        return n + m_meshes[i->object]->triangleCount();
+    });
+}
+
+}  // namespace oxbeam

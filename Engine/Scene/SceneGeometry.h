@@ -1,0 +1,78 @@
+// The geometry of a scene: meshes and their placements, and the structure that rays are traced through.
+#pragma once
+
+#include "Engine/Scene/MeshData.h"
+#include "Oxbeam/ABSP.h"
+#include "Oxbeam/OxScene.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+class EmbreeIntersector;
+
+// Triangles that were left out of a mesh.
+struct DroppedTriangles {
+    std::size_t badVertices = 0;  // NaN, infinite, or so far out that no ray reaches them
+    std::size_t badIndices = 0;   // beyond the mesh's vertices
+
+    std::size_t total() const { return badVertices + badIndices; }
+};
+
+struct Bounds {
+    R3 lower, upper;
+    bool empty = true;
+
+    R3 center() const { return 0.5f * (lower + upper); }
+    float radius() const { return 0.5f * Length(upper - lower); }
+};
+
+class OXBEAM_API SceneGeometry {
+public:
+    SceneGeometry();
+    ~SceneGeometry();
+
+    // Takes a mesh over; its number is what instances refer to.
+    unsigned addMesh(MeshData mesh);
+    // Places a mesh. `shader` is the number of its shader in the context's list. A mesh that is placed once and not
+    // movable gets its transformation baked in.
+    unsigned addInstance(unsigned mesh, const Matrix& meshToWorld, unsigned shader, Oxuint visibilityMask = RAY_ALL,
+                         bool movable = false);
+    // Moves a movable instance; takes effect with the next build.
+    void moveInstance(unsigned instance, const Matrix& meshToWorld);
+
+    // Validates the meshes and bakes transformations in. Afterwards no mesh and no instance can be added.
+    void prepare();
+    // Prepares if that is yet to be done, and builds the structure on all threads that the caller's arena has. When
+    // instances have moved it can be built again. `isa` is the instruction
+    // set to trace with: "sse2", "sse4.2", "avx", "avx2" or "avx512"; the first three give the same hits bit for bit.
+    void build(const std::string& isa = defaultIsa());
+    static std::string defaultIsa();
+
+    const Scene& scene() const { return m_scene; }
+    // Valid after build.
+    Intersector& intersector() const;
+    const Bounds& bounds() const { return m_bounds; }
+    // By mesh number, valid after prepare.
+    const std::vector<DroppedTriangles>& dropped() const { return m_dropped; }
+    const std::string& meshName(unsigned mesh) const { return m_meshes[mesh]->name; }
+    std::size_t triangles() const;          // as traced: a mesh counts once for each of its instances
+    std::size_t meshCount() const { return m_meshes.size(); }
+    std::size_t instanceCount() const { return m_instances.size(); }
+
+private:
+    void takeOver(unsigned mesh, bool bake);
+
+    std::vector<std::unique_ptr<MeshData>> m_data;  // until the build has turned them into objects
+    std::vector<std::unique_ptr<ABSP>> m_meshes;
+    std::vector<std::unique_ptr<Instance>> m_instances;
+    std::vector<bool> m_movable;
+    std::vector<DroppedTriangles> m_dropped;
+    Scene m_scene;
+    Bounds m_bounds;
+    std::unique_ptr<EmbreeIntersector> m_intersector;
+};
+
+}  // namespace oxbeam

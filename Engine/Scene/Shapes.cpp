@@ -1,0 +1,59 @@
+#include "Engine/Scene/Shapes.h"
+
+#include <cmath>
+
+namespace oxbeam {
+
+// Adds a square of side 2 with the given centre and axes, facing along their cross product.
+static void addSquare(MeshData& mesh, const R3& center, const R3& right, const R3& up) {
+    const auto first = static_cast<unsigned>(mesh.positions.size());
+    for (const R2 corner : {R2(0.0f, 0.0f), R2(1.0f, 0.0f), R2(1.0f, 1.0f), R2(0.0f, 1.0f)}) {
+        mesh.positions.push_back(center + (2.0f * corner.x - 1.0f) * right + (2.0f * corner.y - 1.0f) * up);
+        mesh.texCoords.push_back(corner);
+    }
+    for (unsigned i : {0u, 1u, 2u, 0u, 2u, 3u}) mesh.indices.push_back(first + i);
+}
+
+MeshData planeMesh() {
+    MeshData mesh;
+    mesh.name = "plane";
+    addSquare(mesh, R3(), R3(1, 0, 0), R3(0, 0, -1));
+    return mesh;
+}
+
+MeshData boxMesh() {
+    MeshData mesh;
+    mesh.name = "box";
+    const R3 y(0, 1, 0);
+    for (const R3& front : {R3(0, 0, 1), R3(1, 0, 0), R3(0, 0, -1), R3(-1, 0, 0)}) addSquare(mesh, front, Cross(y, front), y);
+    addSquare(mesh, y, R3(1, 0, 0), R3(0, 0, -1));
+    addSquare(mesh, -y, R3(1, 0, 0), R3(0, 0, 1));
+    return mesh;
+}
+
+MeshData sphereMesh(unsigned segments) {
+    MeshData mesh;
+    mesh.name = "sphere";
+    const unsigned rings = segments / 2;
+    for (unsigned ring = 0; ring <= rings; ++ring)
+        for (unsigned segment = 0; segment <= segments; ++segment) {
+            const R2 st(static_cast<float>(segment) / static_cast<float>(segments),
+                        static_cast<float>(ring) / static_cast<float>(rings));
+            const double phi = 6.283185307179586 * st.x, theta = 3.141592653589793 * (st.y - 0.5);
+            const R3 p(static_cast<float>(std::cos(theta) * std::cos(phi)), static_cast<float>(std::sin(theta)),
+                       static_cast<float>(-std::cos(theta) * std::sin(phi)));
+            mesh.positions.push_back(p);
+            mesh.normals.push_back(p);
+            mesh.texCoords.push_back(st);
+        }
+    const unsigned row = segments + 1;
+    for (unsigned ring = 0; ring < rings; ++ring)
+        for (unsigned segment = 0; segment < segments; ++segment) {
+            const unsigned a = ring * row + segment, b = a + 1, c = a + row + 1, d = a + row;
+            if (ring > 0) mesh.indices.insert(mesh.indices.end(), {a, b, c});
+            if (ring + 1 < rings) mesh.indices.insert(mesh.indices.end(), {a, c, d});
+        }
+    return mesh;
+}
+
+}  // namespace oxbeam

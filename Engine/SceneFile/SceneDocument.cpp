@@ -1,0 +1,129 @@
+#include "Engine/SceneFile/SceneDocument.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <iterator>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+// ---- Reading
+
+static std::optional<std::string> readText(const fs::path& file, Diagnostics& diagnostics) {
+    constexpr std::uintmax_t most = 64u << 20;
+    const SourceLocation where{file.string(), 0, 0};
+    std::error_code problem;
+    const fs::file_status status = fs::status(file, problem);
+    if (!fs::exists(status)) return diagnostics.error(where, "no such scene file"), std::nullopt;
+    if (!fs::is_regular_file(status)) return diagnostics.error(where, "is not a regular file"), std::nullopt;
+    if (fs::file_size(file, problem) > most) return diagnostics.error(where, "is larger than 64 MiB"), std::nullopt;
+    std::ifstream stream(file, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(stream)), {});
+    if (!stream.good() && !stream.eof()) return diagnostics.error(where, "cannot be read"), std::nullopt;
+    return text;
+}
+
+// The parser descends once for every part of a dotted key, and would run out of stack.
+static bool hasEndlessKey(const std::string& text, const std::string& source, Diagnostics& diagnostics) {
+    unsigned dots = 0, line = 1;
+    for (const char c : text) {
+        if (c == '.') ++dots;
+        if (c == '\n' || c == ',' || c == '=' || c == '[' || c == ']' || c == '{' || c == '}') dots = 0;
+        if (c == '\n') ++line;
+        if (dots > 1000) {
+            diagnostics.error({source, line, 1}, "a key with more than 1000 parts");
+            return true;
+        }
+    }
+    return false;
+}
+
+static std::optional<toml::table> parse(const std::string& text, const std::string& source, Diagnostics& diagnostics) {
+    if (hasEndlessKey(text, source, diagnostics)) return std::nullopt;
+    try {
+        return toml::parse(text, source);
+    } catch (const toml::parse_error& e) {
+        SourceLocation where = locationOf(e.source());
+        where.file = source;
+        diagnostics.error(where, std::string(e.description()));
+        return std::nullopt;
+    }
+}
+
+// ---- Laying over
+
+static std::vector<std::string> keysOf(const toml::table& table) {
+    std::vector<std::string> keys;
+    for (const auto& [key, node] : table) keys.emplace_back(key.str());
+    return keys;
+}
+
+static void merge(toml::table& under, toml::table& over, const std::string& path, Diagnostics& diagnostics);
+
+// Entries of a list of tables are addressed by their number, from 0.
+static void mergeEntries(toml::array& under, toml::table& over, const std::string& path, Diagnostics& diagnostics) {
+    for (auto&& [key, node] : over) {
+        std::size_t index = 0;
+        const std::string_view digits = key.str();
+        const auto [end, problem] = std::from_chars(digits.data(), digits.data() + digits.size(), index);
+        toml::table* entry = problem == std::errc() && end == digits.data() + digits.size() && index < under.size()
+                                 ? under[index].as_table()
+                                 : nullptr;
+        if (!entry || !node.is_table())
+            diagnostics.error(locationOf(key.source()), fmt::format("there is no {}.{}; the scene has {} of them, "
+                                                                    "numbered from 0",
+                                                                    path, digits, under.size()));
+        else
+            merge(*entry, *node.as_table(), fmt::format("{}.{}", path, digits), diagnostics);
+    }
+}
+
+static void merge(toml::table& under, toml::table& over, const std::string& path, Diagnostics& diagnostics) {
+    for (auto&& [key, node] : over) {
+        const std::string name(key.str()), full = path.empty() ? name : fmt::format("{}.{}", path, name);
+        toml::node* old = under.get(name);
+        toml::table* table = node.as_table();
+        if (table && old && old->is_table()) {
+            merge(*old->as_table(), *table, full, diagnostics);
+        } else if (table && old && old->is_array_of_tables()) {
+            mergeEntries(*old->as_array(), *table, full, diagnostics);
+        } else if (table && (path == "shader" || path == "texture")) {
+            // A misspelt name must not make a new one.
+            diagnostics.error(locationOf(key.source()), fmt::format("the scene has no {}{}", full,
+                                                                    didYouMean(name, keysOf(under))));
+        } else {
+            under.insert_or_assign(key, std::move(node));  // moved, since a copy forgets where it came from
+        }
+    }
+}
+
+// A value that is no TOML is a text: the name of a texture or of an object.
+static std::optional<toml::table> parseSetting(const std::string& setting, Diagnostics& diagnostics) {
+    const std::string source = fmt::format("--set {}", setting);
+    const std::size_t equals = setting.find('=');
+    if (equals == std::string::npos || setting.find('\n') != std::string::npos) {
+        diagnostics.error({source, 0, 0}, "expected PLACE.PARAM=VALUE, for example shader.table.shininess=64");
+        return std::nullopt;
+    }
+    Diagnostics attempt;
+    if (auto table = parse(setting, source, attempt)) return table;
+    const std::string quoted = fmt::format("{}='{}'", setting.substr(0, equals), setting.substr(equals + 1));
+    return parse(quoted, source, diagnostics);
+}
+
+std::optional<toml::table> readSceneDocument(const fs::path& file, const std::vector<std::string>& set,
+                                             Diagnostics& diagnostics) {
+    const auto text = readText(file, diagnostics);
+    auto document = text ? parse(*text, file.string(), diagnostics) : std::nullopt;
+    for (const std::string& setting : set) {
+        auto over = parseSetting(setting, diagnostics);
+        if (document && over) merge(*document, *over, "", diagnostics);
+    }
+    return document;
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,437 @@
+#include "Engine/SceneFile/SceneFile.h"
+
+#include "Engine/Diagnostics/Error.h"
+#include "Engine/Import/ModelFile.h"
+#include "Engine/Packages/ParameterValue.h"
+#include "Engine/Scene/Shapes.h"
+#include "Engine/SceneFile/SceneDocument.h"
+#include "Engine/Textures/TextureFile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Reads one scene into a world, section by section; what later sections refer to comes first.
+class SceneLoader {
+public:
+    SceneLoader(const fs::path& file, const toml::table& document, const Registry& registry, Diagnostics& diagnostics,
+                World& world)
+        : m_folder(file.parent_path()), m_document(document), m_registry(registry), m_diagnostics(diagnostics),
+          m_world(world) {}
+
+    void load() {
+        readTextures();
+        readShaders();
+        readRender();
+        readImage();
+        readCamera();
+        readEnvironment();
+        readLights();
+        readMeshes();
+        reportUnknownSections();
+        m_world.geometry.prepare();
+        reportDroppedTriangles();
+    }
+
+private:
+    using Kinds = std::vector<ObjectKind>;
+
+    void readTextures();
+    void readTexture(const std::string& name, TableReader& reader);
+    void readShaders();
+    void readRender();
+    void readImage();
+    void readCamera();
+    void readEnvironment();
+    void readLights();
+    void readMeshes();
+    void readMesh(TableReader& reader);
+    void reportUnknownSections();
+    void reportDroppedTriangles();
+
+    const toml::table* section(std::string_view name);
+    // The tables of a section by their names, or of a list of tables by their numbers.
+    void eachNamed(std::string_view section, const std::function<void(const std::string&, TableReader&)>& use);
+    void eachEntry(std::string_view section, const std::function<void(TableReader&)>& use);
+    void wrongSection(const toml::node& node, const std::string& what, const std::string& expected);
+
+    const ObjectClass* objectOf(TableReader& reader, const Kinds& kinds, const std::string& preset = {});
+    void writeParameters(TableReader& reader, const ObjectClass& object, OxLoadableObject& target);
+
+    std::optional<unsigned> shaderOf(TableReader& reader);
+    std::vector<ModelPart> partsOf(TableReader& reader);
+    std::vector<ModelPart> addModel(const std::string& key, Model model, const SourceLocation& where);
+    Matrix placementOf(TableReader& reader);
+    Oxuint visibilityOf(TableReader& reader);
+
+    fs::path m_folder;
+    const toml::table& m_document;
+    const Registry& m_registry;
+    Diagnostics& m_diagnostics;
+    World& m_world;
+    std::set<std::string, std::less<>> m_sections;
+    std::map<std::string, int> m_textures;
+    std::vector<std::string> m_textureNames;
+    std::map<std::string, std::optional<unsigned>> m_shaders;  // nothing: defined, but wrongly
+    std::map<std::string, std::vector<ModelPart>> m_models;    // by what they were made from; parts name the world's meshes
+    std::vector<SourceLocation> m_meshPlaces;                  // by the world's meshes
+};
+
+// ---- Sections
+
+void SceneLoader::wrongSection(const toml::node& node, const std::string& what, const std::string& expected) {
+    m_diagnostics.error(locationOf(node.source()), fmt::format("'{}' must be {}", what, expected));
+}
+
+const toml::table* SceneLoader::section(std::string_view name) {
+    m_sections.emplace(name);
+    const toml::node* node = m_document.get(name);
+    if (node && !node->is_table()) wrongSection(*node, std::string(name), fmt::format("a table: [{}]", name));
+    return node ? node->as_table() : nullptr;
+}
+
+void SceneLoader::eachNamed(std::string_view name, const std::function<void(const std::string&, TableReader&)>& use) {
+    const toml::table* tables = section(name);
+    if (!tables) return;
+    for (const auto& [key, node] : *tables) {
+        const std::string own(key.str());
+        if (!node.is_table()) {
+            wrongSection(node, fmt::format("{}.{}", name, own), fmt::format("a table: [{}.{}]", name, own));
+            continue;
+        }
+        TableReader reader(*node.as_table(), fmt::format("{} '{}'", name, own), m_diagnostics);
+        use(own, reader);
+    }
+}
+
+void SceneLoader::eachEntry(std::string_view name, const std::function<void(TableReader&)>& use) {
+    m_sections.emplace(name);
+    const toml::node* node = m_document.get(name);
+    if (!node) return;
+    const toml::array* entries = node->as_array();
+    const bool tables = entries && std::all_of(entries->begin(), entries->end(), [](auto& e) { return e.is_table(); });
+    if (!tables) return wrongSection(*node, std::string(name), fmt::format("a list of tables: [[{}]]", name));
+    unsigned number = 0;
+    for (const toml::node& entry : *entries) {
+        TableReader reader(*entry.as_table(), fmt::format("{} {}", name, number++), m_diagnostics);
+        use(reader);
+    }
+}
+
+void SceneLoader::reportUnknownSections() {
+    for (const auto& [key, node] : m_document)
+        if (!m_sections.contains(key.str()))
+            m_diagnostics.error(locationOf(key.source()),
+                                fmt::format("a scene has no '{}'{}", key.str(),
+                                            didYouMean(key.str(), {m_sections.begin(), m_sections.end()})));
+}
+
+// ---- Objects
+
+const ObjectClass* SceneLoader::objectOf(TableReader& reader, const Kinds& kinds, const std::string& preset) {
+    const auto given = reader.text("object");
+    if (!given && (preset.empty() || reader.has("object"))) {
+        if (!reader.has("object"))
+            reader.error("object", fmt::format("has no 'object'; expected the name of a {}", kindName(kinds.front())));
+        return nullptr;
+    }
+    const std::string name = given.value_or(preset);
+    const ObjectClass* object = m_registry.find(name);
+    if (!object) {
+        reader.error("object", fmt::format("no package offers an object '{}'{}", name,
+                                           didYouMean(name, m_registry.names(kinds))));
+        return nullptr;
+    }
+    if (!std::count(kinds.begin(), kinds.end(), object->kind)) {
+        reader.error("object", fmt::format("'{}' is a {}; expected a {}{}", name, kindName(object->kind), kindName(kinds.front()),
+                                           didYouMean(name, m_registry.names(kinds))));
+        return nullptr;
+    }
+    return object;
+}
+
+void SceneLoader::writeParameters(TableReader& reader, const ObjectClass& object, OxLoadableObject& target) {
+    const auto textures = [&](const std::string& name) {
+        const auto found = m_textures.find(name);
+        return found == m_textures.end() ? std::nullopt : std::optional(found->second);
+    };
+    ParameterWriter writer(object, reader.label(), m_diagnostics, textures, m_textureNames);
+    reader.rest([&](const std::string& key, const SourceLocation& at, const toml::node& node) {
+        const std::string about = fmt::format("parameter '{}' of {} ({})", key, reader.label(), object.name);
+        if (const auto value = parameterValue(node, about, m_diagnostics)) writer.write(target, key, at, *value);
+    });
+}
+
+void SceneLoader::readTextures() {
+    eachNamed("texture", [&](const std::string& name, TableReader& reader) {
+        m_textureNames.push_back(name);
+        m_textures[name] = Ox_NOTEXTURE;  // until it is loaded: defined, if wrongly
+        readTexture(name, reader);
+    });
+}
+
+void SceneLoader::readTexture(const std::string& name, TableReader& reader) {
+    static const Oxuint wraps[] = {OX_GL_REPEAT, OX_GL_CLAMP_TO_EDGE, OX_GL_MIRRORED_REPEAT};
+    static const Oxuint filters[] = {OX_GL_LINEAR, OX_GL_NEAREST};
+    static const Oxuint models[] = {OX_GL_MODULATE, OX_GL_REPLACE, OX_GL_ADD, OX_GL_DECAL};
+    const auto file = reader.text("file");
+    const auto wrap = reader.word("wrap", {"repeat", "clamp", "mirror"});
+    const auto filter = reader.word("filter", {"linear", "nearest"});
+    const auto model = reader.word("model", {"modulate", "replace", "add", "decal"});
+    const auto space = reader.word("colorSpace", {"linear", "srgb"});
+    const auto bump = reader.word("bump", {"height", "normal"});
+    const auto bumpScale = reader.number("bumpScale");
+    reader.finish();
+    if (!file && !reader.has("file")) reader.error("file", "has no 'file'");
+    if (!file) return;
+    try {
+        auto texture = loadTexture(m_folder / *file, space ? std::optional(*space == 0 ? ColorSpace::Linear : ColorSpace::SRGB)
+                                                           : std::nullopt);
+        texture->m_wrapS = texture->m_wrapT = static_cast<Oxint>(wraps[wrap.value_or(0)]);
+        texture->filterMode = static_cast<Oxint>(filters[filter.value_or(0)]);
+        texture->textureModel = models[model.value_or(0)];
+        if (bump) texture->bumpKind = *bump == 0 ? BumpKind::Height : BumpKind::Normal;
+        texture->bumpScale = bumpScale.value_or(1.0f);
+        m_textures[name] = m_world.textures.add(std::move(texture));
+    } catch (const Error& e) {
+        m_diagnostics.error(reader.where("file"), e.what());
+    }
+}
+
+void SceneLoader::readShaders() {
+    eachNamed("shader", [&](const std::string& name, TableReader& reader) {
+        m_shaders[name] = std::nullopt;
+        const ObjectClass* object = objectOf(reader, {ObjectKind::Surface, ObjectKind::Shader});
+        if (!object) return;
+        OxShader& shader = m_world.addShader(*object);
+        m_shaders[name] = static_cast<unsigned>(m_world.shaders.size()) - 1;
+        writeParameters(reader, *object, shader);
+    });
+}
+
+void SceneLoader::readRender() {
+    static const toml::table none;
+    const toml::table* table = section("render");
+    TableReader reader(table ? *table : none, "render", m_diagnostics);
+    const ObjectClass* object = objectOf(reader, {ObjectKind::RenderingObject}, "Kel");
+    if (!object) return;
+    OxRenderingObject& ro = m_world.setRenderingObject(*object);
+    writeParameters(reader, *object, ro);
+    if (reader.has("rayEpsilon")) {
+        if (ro.m_rayEpsilon > 0.0f)
+            m_world.rayEpsilon = ro.m_rayEpsilon;
+        else
+            reader.error("rayEpsilon", "'rayEpsilon' must be positive");
+    }
+    if (ro.m_recursionLimit > MaxRecursionLimit)
+        reader.error("recursionLimit", fmt::format("'recursionLimit' must be from 0 to {}; deeper rays would run out of "
+                                                   "stack",
+                                                   MaxRecursionLimit));
+    if (ro.m_samplesPerPixel < 1) reader.error("samplesPerPixel", "'samplesPerPixel' must be at least 1");
+    if (ro.m_numThreads < 0 || ro.m_numThreads > static_cast<Oxint>(OxRenderingObject::MaxThreads))
+        reader.error("numThreads", fmt::format("'numThreads' must be from 1 to {}, or 0 for every processor",
+                                               OxRenderingObject::MaxThreads));
+}
+
+void SceneLoader::readImage() {
+    const toml::table* table = section("image");
+    if (!table) return;
+    TableReader reader(*table, "image", m_diagnostics);
+    if (const auto width = reader.count("width", 1, MaxImageSide)) m_world.image.width = *width;
+    if (const auto height = reader.count("height", 1, MaxImageSide)) m_world.image.height = *height;
+    const auto samples = reader.count("samples", 1, MaxSamples);
+    if (samples && m_world.renderingObject) m_world.renderingObject->m_samplesPerPixel = static_cast<Oxint>(*samples);
+    reader.finish();
+}
+
+// Position and aim belong to every camera; all other keys are the object's parameters.
+void SceneLoader::readCamera() {
+    static const toml::table none;
+    const toml::table* table = section("camera");
+    TableReader reader(table ? *table : none, "camera", m_diagnostics);
+    const auto position = reader.vector("position"), lookAt = reader.vector("lookAt"), lookUp = reader.vector("lookUp");
+    const auto fov = reader.number("fov");
+    if (fov && !(*fov > 0.0f && *fov < 180.0f)) reader.error("fov", "'fov' must lie between 0 and 180 degrees");
+    if (fov) m_world.fov = *fov;
+    if (position && lookAt) {
+        m_world.view = View{*position, *lookAt, lookUp.value_or(View().lookUp)};
+        const R3 forward = *lookAt - *position, right = Cross(forward, m_world.view->lookUp);
+        if (!(Length(forward) > 0.0f))
+            reader.error("lookAt", "'lookAt' is where the camera is; it must lie away from 'position'");
+        else if (!(Length(right) > 1e-6f * Length(forward) * Length(m_world.view->lookUp)))
+            reader.error("lookUp", "'lookUp' must not point along the way the camera looks");
+    } else if (reader.has("position") != reader.has("lookAt")) {
+        reader.error(position ? "position" : "lookAt", "has only one of 'position' and 'lookAt'; expected both, or none "
+                                                       "to frame the whole scene");
+    }
+    if (const ObjectClass* object = objectOf(reader, {ObjectKind::Camera}, "OxPerspectiveCamera"))
+        writeParameters(reader, *object, m_world.setCamera(*object));
+}
+
+void SceneLoader::readEnvironment() {
+    static const toml::table none;
+    const toml::table* table = section("environment");
+    TableReader reader(table ? *table : none, "environment", m_diagnostics);
+    if (const auto* object = objectOf(reader, {ObjectKind::Environment, ObjectKind::Shader}, "OxBackground"))
+        writeParameters(reader, *object, m_world.setEnvironment(*object));
+}
+
+void SceneLoader::readLights() {
+    eachEntry("light", [&](TableReader& reader) {
+        if (const ObjectClass* object = objectOf(reader, {ObjectKind::Light}))
+            writeParameters(reader, *object, m_world.addLight(*object));
+    });
+}
+
+// ---- Meshes
+
+void SceneLoader::readMeshes() {
+    eachEntry("mesh", [&](TableReader& reader) { readMesh(reader); });
+}
+
+void SceneLoader::readMesh(TableReader& reader) {
+    const auto shader = shaderOf(reader);
+    const auto parts = partsOf(reader);
+    const Matrix placement = placementOf(reader);
+    const Oxuint visibility = visibilityOf(reader);
+    reader.finish();
+    if (!shader) return;
+    for (const ModelPart& part : parts)
+        m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, *shader, visibility);
+}
+
+std::optional<unsigned> SceneLoader::shaderOf(TableReader& reader) {
+    const auto name = reader.text("shader");
+    if (!name) {
+        if (!reader.has("shader")) reader.error("shader", "has no 'shader'");
+        return std::nullopt;
+    }
+    const auto found = m_shaders.find(*name);
+    if (found != m_shaders.end()) return found->second;
+    std::vector<std::string> names;
+    for (const auto& [known, number] : m_shaders) names.push_back(known);
+    reader.error("shader", fmt::format("no shader '{}' is defined{}", *name, didYouMean(*name, names)));
+    return std::nullopt;
+}
+
+// Adds a model's meshes to the world once, however often the scene places it.
+std::vector<ModelPart> SceneLoader::addModel(const std::string& key, Model model, const SourceLocation& where) {
+    std::vector<unsigned> numbers;
+    for (MeshData& mesh : model.meshes) {
+        numbers.push_back(m_world.geometry.addMesh(std::move(mesh)));
+        m_meshPlaces.push_back(where);
+    }
+    for (ModelPart& part : model.parts) part.mesh = numbers[part.mesh];
+    return m_models[key] = std::move(model.parts);
+}
+
+static Model shapeModel(unsigned shape, unsigned segments, const R2& uvScale) {
+    Model model;
+    model.parts.push_back({});
+    model.meshes.push_back(shape == 0 ? planeMesh() : shape == 1 ? boxMesh() : sphereMesh(segments));
+    for (R2& st : model.meshes.back().texCoords) st = R2(st.x * uvScale.x, st.y * uvScale.y);
+    return model;
+}
+
+std::vector<ModelPart> SceneLoader::partsOf(TableReader& reader) {
+    const auto file = reader.text("file");
+    const auto shape = reader.word("shape", {"plane", "box", "sphere"});
+    const auto segments = reader.count("segments", 4, 4096);
+    const auto uvScale = reader.pair("uvScale");
+    if (reader.has("file") == reader.has("shape")) {
+        reader.error("shape", "needs either a 'file' or a 'shape'");
+        return {};
+    }
+    if (segments && shape != 2u) reader.error("segments", "'segments' is for spheres");
+    if (uvScale && !shape) reader.error("uvScale", "'uvScale' is for shapes");
+    if (shape) {
+        const R2 scale = uvScale.value_or(R2(1.0f, 1.0f));
+        const std::string key = fmt::format("{}\n{}\n{} {}", *shape, segments.value_or(96), scale.x, scale.y);
+        if (const auto known = m_models.find(key); known != m_models.end()) return known->second;
+        return addModel(key, shapeModel(*shape, segments.value_or(96), scale), reader.where());
+    }
+    if (!file) return {};
+    const fs::path path = m_folder / *file;
+    if (const auto known = m_models.find(path.string()); known != m_models.end()) return known->second;
+    try {
+        return addModel(path.string(), loadModel(path), reader.where("file"));
+    } catch (const Error& e) {
+        m_diagnostics.error(reader.where("file"), e.what());
+        return m_models[path.string()] = {};
+    }
+}
+
+// Scaled first, then rotated about x, y and z, then moved.
+Matrix SceneLoader::placementOf(TableReader& reader) {
+    const auto matrix = reader.numbers("matrix", 16);
+    const auto translate = reader.vector("translate"), rotate = reader.vector("rotate");
+    R3 scale(1.0f, 1.0f, 1.0f);
+    if (reader.isList("scale"))
+        scale = reader.vector("scale").value_or(scale);
+    else if (const auto uniform = reader.number("scale"))
+        scale = R3(*uniform, *uniform, *uniform);
+    Matrix placement;
+    if (matrix) {
+        if (translate || rotate || reader.has("scale"))
+            reader.error("matrix", "'matrix' cannot stand beside 'translate', 'rotate' or 'scale'");
+        const auto& m = *matrix;
+        if (m[12] != 0.0f || m[13] != 0.0f || m[14] != 0.0f || m[15] != 1.0f)
+            reader.error("matrix", "the last four numbers of 'matrix', its last row, must be 0, 0, 0, 1");
+        for (unsigned i = 0; i < 12; ++i) placement.m[i / 4][i % 4] = m[i];
+        return placement;
+    }
+    placement = ScaleMatrix(scale);
+    if (rotate)
+        for (unsigned axis = 0; axis < 3; ++axis)
+            placement = RotationMatrix(axis, (*rotate)[axis] * 3.14159265f / 180.0f) * placement;
+    return TranslationMatrix(translate.value_or(R3())) * placement;
+}
+
+Oxuint SceneLoader::visibilityOf(TableReader& reader) {
+    static const std::vector<std::string> names = {"primary", "shadow", "transparency", "refraction", "reflection"};
+    const auto kinds = reader.texts("visibleTo");
+    if (!kinds) return RAY_ALL;
+    Oxuint mask = 0;
+    for (const std::string& kind : *kinds) {
+        const auto found = std::find(names.begin(), names.end(), kind);
+        if (found == names.end())
+            reader.error("visibleTo", fmt::format("'visibleTo' names '{}'; expected some of {}{}", kind,
+                                                  fmt::join(names, ", "), didYouMean(kind, names)));
+        else
+            mask |= 1u << (found - names.begin());
+    }
+    return mask;
+}
+
+void SceneLoader::reportDroppedTriangles() {
+    const SceneGeometry& geometry = m_world.geometry;
+    for (unsigned mesh = 0; mesh < geometry.meshCount(); ++mesh) {
+        const DroppedTriangles& dropped = geometry.dropped()[mesh];
+        if (dropped.total() == 0) continue;
+        m_diagnostics.warning(m_meshPlaces[mesh],
+                              fmt::format("mesh '{}': {} triangles were left out ({} with vertices that are not finite or "
+                                          "too far out, {} with indices beyond the mesh's vertices)",
+                                          geometry.meshName(mesh), dropped.total(), dropped.badVertices,
+                                          dropped.badIndices));
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry, Diagnostics& diagnostics,
+                                 const SceneFileOptions& options) {
+    auto world = std::make_unique<World>();
+    if (const auto document = readSceneDocument(file, options.set, diagnostics))
+        SceneLoader(file, *document, registry, diagnostics, *world).load();
+    return world;
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,26 @@
+// Scenes from TOML files.
+#pragma once
+
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/World.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+struct SceneFileOptions {
+    // "PLACE.PARAM=VALUE", each laid over the file: "shader.table.shininess=64", "light.0.intensity=[1, 1, 1]". A value
+    // that is no TOML is a text.
+    std::vector<std::string> set;
+};
+
+// Reads a scene and loads its textures and models; the geometry is prepared but not built. Everything that is wrong with
+// it goes to the diagnostics; where there were errors the world must not be rendered. Never throws for what a file
+// contains.
+OXBEAM_API std::unique_ptr<World> loadScene(const std::filesystem::path& file, const Registry& registry,
+                                            Diagnostics& diagnostics, const SceneFileOptions& options = {});
+
+}  // namespace oxbeam

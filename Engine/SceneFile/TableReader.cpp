@@ -1,0 +1,177 @@
+#include "Engine/SceneFile/TableReader.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cmath>
+
+namespace oxbeam {
+
+SourceLocation locationOf(const toml::source_region& region) {
+    return {region.path ? *region.path : std::string(), region.begin.line, region.begin.column};
+}
+
+TableReader::TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics)
+    : m_table(table), m_label(std::move(label)), m_diagnostics(diagnostics) {}
+
+SourceLocation TableReader::where(std::string_view key) const {
+    const toml::node* node = m_table.get(key);
+    return locationOf(node ? node->source() : m_table.source());
+}
+
+const toml::node* TableReader::take(std::string_view key) {
+    m_asked.emplace(key);
+    return m_table.get(key);
+}
+
+void TableReader::error(std::string_view key, const std::string& message) {
+    m_diagnostics.error(where(key), fmt::format("{}: {}", m_label, message));
+}
+
+static std::string kindOf(const toml::node& node) {
+    switch (node.type()) {
+    case toml::node_type::table: return "a table";
+    case toml::node_type::array: return fmt::format("a list of {}", node.as_array()->size());
+    case toml::node_type::string: return fmt::format("the text '{}'", **node.as_string());
+    case toml::node_type::integer: return fmt::format("the integer {}", **node.as_integer());
+    case toml::node_type::floating_point: return fmt::format("the number {}", **node.as_floating_point());
+    case toml::node_type::boolean: return **node.as_boolean() ? "true" : "false";
+    default: return "a date or time";
+    }
+}
+
+void TableReader::wrongKind(std::string_view key, const std::string& expected) {
+    error(key, fmt::format("'{}' is {}; expected {}", key, kindOf(*m_table.get(key)), expected));
+}
+
+// Integers count as numbers; NaN, infinities and what a float cannot hold do not.
+static std::optional<float> finite(const toml::node& node) {
+    const auto value = node.is_number() ? node.value<double>() : std::nullopt;
+    if (!value || !std::isfinite(static_cast<float>(*value))) return std::nullopt;
+    return static_cast<float>(*value);
+}
+
+std::optional<bool> TableReader::flag(std::string_view key) {
+    const toml::node* node = take(key);
+    if (!node) return std::nullopt;
+    if (!node->is_boolean()) return wrongKind(key, "true or false"), std::nullopt;
+    return **node->as_boolean();
+}
+
+std::optional<unsigned> TableReader::count(std::string_view key, unsigned least, unsigned most) {
+    const toml::node* node = take(key);
+    if (!node) return std::nullopt;
+    const auto value = node->is_integer() ? node->value<std::int64_t>() : std::nullopt;
+    if (!value || *value < least || *value > most)
+        return wrongKind(key, fmt::format("an integer from {} to {}", least, most)), std::nullopt;
+    return static_cast<unsigned>(*value);
+}
+
+std::optional<float> TableReader::number(std::string_view key) {
+    const toml::node* node = take(key);
+    if (!node) return std::nullopt;
+    const auto value = finite(*node);
+    if (!value) wrongKind(key, "a number");
+    return value;
+}
+
+std::optional<std::string> TableReader::text(std::string_view key) {
+    const toml::node* node = take(key);
+    if (!node) return std::nullopt;
+    if (!node->is_string()) return wrongKind(key, "a text"), std::nullopt;
+    return **node->as_string();
+}
+
+std::optional<unsigned> TableReader::word(std::string_view key, const std::vector<std::string>& words) {
+    const auto value = text(key);
+    if (!value) return std::nullopt;
+    for (unsigned i = 0; i < words.size(); ++i)
+        if (words[i] == *value) return i;
+    wrongKind(key, fmt::format("one of {}{}", fmt::join(words, ", "), didYouMean(*value, words)));
+    return std::nullopt;
+}
+
+std::optional<std::vector<float>> TableReader::numbers(std::string_view key, std::size_t size) {
+    const toml::node* node = take(key);
+    if (!node) return std::nullopt;
+    std::vector<float> values;
+    if (const toml::array* array = node->as_array())
+        for (const toml::node& element : *array)
+            if (const auto value = finite(element)) values.push_back(*value);
+    if (values.size() == size && node->as_array()->size() == size) return values;
+    wrongKind(key, fmt::format("a list of {} numbers", size));
+    return std::nullopt;
+}
+
+std::optional<R2> TableReader::pair(std::string_view key) {
+    const auto v = numbers(key, 2);
+    return v ? std::optional(R2((*v)[0], (*v)[1])) : std::nullopt;
+}
+
+std::optional<R3> TableReader::vector(std::string_view key) {
+    const auto v = numbers(key, 3);
+    return v ? std::optional(R3((*v)[0], (*v)[1], (*v)[2])) : std::nullopt;
+}
+
+std::optional<std::vector<std::string>> TableReader::texts(std::string_view key) {
+    const toml::node* node = take(key);
+    if (!node) return std::nullopt;
+    std::vector<std::string> values;
+    const toml::array* array = node->as_array();
+    if (array)
+        for (const toml::node& element : *array)
+            if (element.is_string()) values.push_back(**element.as_string());
+    if (array && values.size() == array->size()) return values;
+    wrongKind(key, "a list of texts");
+    return std::nullopt;
+}
+
+void TableReader::rest(
+    const std::function<void(const std::string&, const SourceLocation&, const toml::node&)>& use) {
+    for (const auto& [key, node] : m_table)
+        if (!m_asked.contains(key.str())) use(std::string(key.str()), locationOf(key.source()), node);
+}
+
+void TableReader::finish() {
+    rest([&](const std::string& key, const SourceLocation& at, const toml::node&) {
+        m_diagnostics.error(at, fmt::format("{} has no key '{}'{}", m_label, key,
+                                            didYouMean(key, {m_asked.begin(), m_asked.end()})));
+    });
+}
+
+static std::optional<ParameterValue::Number> toNumber(const toml::node& node) {
+    if (node.is_integer()) return **node.as_integer();
+    if (node.is_floating_point()) return **node.as_floating_point();
+    return std::nullopt;
+}
+
+std::optional<ParameterValue> parameterValue(const toml::node& node, const std::string& about,
+                                             Diagnostics& diagnostics) {
+    ParameterValue value;
+    value.where = locationOf(node.source());
+    if (node.is_boolean()) {
+        value.data = **node.as_boolean();
+    } else if (node.is_integer()) {
+        value.data = **node.as_integer();
+    } else if (node.is_floating_point()) {
+        value.data = **node.as_floating_point();
+    } else if (node.is_string()) {
+        value.data = **node.as_string();
+    } else {
+        std::vector<ParameterValue::Number> list;
+        const toml::array* array = node.as_array();
+        if (array)
+            for (const toml::node& element : *array)
+                if (const auto number = toNumber(element)) list.push_back(*number);
+        if (!array || list.size() != array->size()) {
+            diagnostics.error(value.where, fmt::format("{} is {}; expected true or false, a number, a text or a list of "
+                                                       "numbers",
+                                                       about, kindOf(node)));
+            return std::nullopt;
+        }
+        value.data = std::move(list);
+    }
+    return value;
+}
+
+}  // namespace oxbeam

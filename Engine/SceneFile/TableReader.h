@@ -1,0 +1,66 @@
+// Reading a table of a scene file key by key, keeping account of what was asked for.
+#pragma once
+
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/Packages/ParameterValue.h"
+#include "Primitives/Matrix.h"
+
+#define TOML_HEADER_ONLY 0
+#include <toml++/toml.h>
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oxbeam {
+
+SourceLocation locationOf(const toml::source_region& region);
+
+// Getters answer nothing where the key is missing, and report an error where its value is of another kind or out of
+// range.
+class TableReader {
+public:
+    // `label` names the table for messages, for example "shader 'table'".
+    TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics);
+
+    std::optional<bool> flag(std::string_view key);
+    std::optional<unsigned> count(std::string_view key, unsigned least, unsigned most);
+    std::optional<float> number(std::string_view key);
+    std::optional<std::string> text(std::string_view key);
+    // One of several words; the answer is its index.
+    std::optional<unsigned> word(std::string_view key, const std::vector<std::string>& words);
+    std::optional<std::vector<float>> numbers(std::string_view key, std::size_t size);
+    std::optional<R2> pair(std::string_view key);
+    std::optional<R3> vector(std::string_view key);
+    std::optional<std::vector<std::string>> texts(std::string_view key);
+
+    bool has(std::string_view key) const { return m_table.contains(key); }
+    bool isList(std::string_view key) const { return m_table.get(key) && m_table.get(key)->is_array(); }
+    // Where the table, or a key's value, stands.
+    SourceLocation where() const { return locationOf(m_table.source()); }
+    SourceLocation where(std::string_view key) const;
+    const std::string& label() const { return m_label; }
+
+    // Hands over every key that was not asked for.
+    void rest(const std::function<void(const std::string& key, const SourceLocation& at, const toml::node& value)>& use);
+    // Reports every key that was not asked for.
+    void finish();
+    void error(std::string_view key, const std::string& message);
+
+private:
+    const toml::node* take(std::string_view key);
+    void wrongKind(std::string_view key, const std::string& expected);
+
+    const toml::table& m_table;
+    std::string m_label;
+    Diagnostics& m_diagnostics;
+    std::set<std::string, std::less<>> m_asked;
+};
+
+// A value for a parameter; nothing, and an error, for what no parameter can hold.
+std::optional<ParameterValue> parameterValue(const toml::node& node, const std::string& about, Diagnostics& diagnostics);
+
+}  // namespace oxbeam

@@ -1,0 +1,66 @@
+#include "Engine/World.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace oxbeam {
+
+World::World() = default;
+
+World::~World() = default;
+
+OxLoadableObject& World::make(const ObjectClass& object) {
+    m_objects.push_back(object.make());
+    return *m_objects.back();
+}
+
+OxRenderingObject& World::setRenderingObject(const ObjectClass& object) {
+    renderingObject = &dynamic_cast<OxRenderingObject&>(make(object));
+    return *renderingObject;
+}
+
+OxCamera& World::setCamera(const ObjectClass& object) {
+    camera = &dynamic_cast<OxCamera&>(make(object));
+    return *camera;
+}
+
+OxShader& World::setEnvironment(const ObjectClass& object) {
+    environment = &dynamic_cast<OxShader&>(make(object));
+    return *environment;
+}
+
+OxLight& World::addLight(const ObjectClass& object) {
+    lights.push_back(&dynamic_cast<OxLight&>(make(object)));
+    return *lights.back();
+}
+
+OxShader& World::addShader(const ObjectClass& object) {
+    shaders.push_back(&dynamic_cast<OxShader&>(make(object)));
+    return *shaders.back();
+}
+
+View World::framingView() const {
+    View framing;
+    const Bounds& bounds = geometry.bounds();
+    if (bounds.empty) return framing;
+    const float aspect = static_cast<float>(image.width) / static_cast<float>(image.height);
+    const float halfAngle = 0.5f * fov * 3.14159265f / 180.0f;
+    const float narrow = aspect < 1.0f ? std::atan(std::tan(halfAngle) * aspect) : halfAngle;
+    const float distance = std::max(bounds.radius(), 1e-6f) / std::sin(narrow);
+    framing.lookAt = bounds.center();
+    framing.position = framing.lookAt + distance * Normalize(R3(0.5f, 0.45f, 1.0f));
+    return framing;
+}
+
+// Some hundred times the rounding error of a coordinate of the scene: below what a picture shows, and above what a hit
+// point is off by.
+float World::epsilon() const {
+    if (rayEpsilon) return *rayEpsilon;
+    const Bounds& bounds = geometry.bounds();
+    if (bounds.empty) return 0.01f;
+    const auto farthest = [](const R3& p) { return std::max({std::fabs(p.x), std::fabs(p.y), std::fabs(p.z)}); };
+    const float size = std::max({2.0f * bounds.radius(), farthest(bounds.lower), farthest(bounds.upper)});
+    return std::clamp(1e-5f * size, 1e-30f, 1e9f);
+}
+
+}  // namespace oxbeam

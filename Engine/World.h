@@ -1,0 +1,72 @@
+// Everything that a picture is made from: the objects of a scene with their parameters, geometry, textures, view.
+#pragma once
+
+#include "Engine/Packages/Registry.h"
+#include "Engine/Scene/SceneGeometry.h"
+#include "Oxbeam/OxCamera.h"
+#include "Oxbeam/OxContext.h"
+#include "Oxbeam/OxLight.h"
+#include "Oxbeam/OxRenderingObject.h"
+#include "Oxbeam/OxShader.h"
+#include "Oxbeam/OxTexture.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+struct View {
+    R3 position{0.0f, 0.0f, 5.0f};
+    R3 lookAt;
+    R3 lookUp{0.0f, 1.0f, 0.0f};
+};
+
+// What no sensible picture exceeds. Rays nested deeper than the limit would run out of stack.
+inline constexpr unsigned MaxImageSide = 1u << 16;
+inline constexpr unsigned MaxSamples = 1'000'000;
+inline constexpr unsigned MaxRecursionLimit = 1024;
+
+struct ImageSize {
+    unsigned width = 1280;
+    unsigned height = 720;
+};
+
+// Built once, by a scene file or a program, then rendered as often as wanted.
+class OXBEAM_API World {
+public:
+    TextureList textures;
+    SceneGeometry geometry;
+    ImageSize image;
+    std::optional<View> view;          // none: the whole scene is framed
+    float fov = 40.0f;                 // vertical angle of the picture, degrees
+    std::optional<float> rayEpsilon;   // none: follows the size of the scene
+    OxRenderingObject* renderingObject = nullptr;  // all of these are owned by the world
+    OxCamera* camera = nullptr;
+    OxShader* environment = nullptr;
+    std::vector<OxLight*> lights;
+    std::vector<OxShader*> shaders;    // surfaces, by the numbers that instances refer to
+
+    World();
+    ~World();
+
+    // Makes an object with its defaults and keeps it. The typed forms below also put it to its use.
+    OxLoadableObject& make(const ObjectClass& object);
+    OxRenderingObject& setRenderingObject(const ObjectClass& object);
+    OxCamera& setCamera(const ObjectClass& object);
+    OxShader& setEnvironment(const ObjectClass& object);
+    OxLight& addLight(const ObjectClass& object);
+    // Its number is shaders.size() - 1.
+    OxShader& addShader(const ObjectClass& object);
+
+    // A view of all that is there, from the front, the right and above.
+    View framingView() const;
+    // The epsilon in force once the geometry is built.
+    float epsilon() const;
+
+private:
+    std::vector<std::unique_ptr<OxLoadableObject>> m_objects;
+};
+
+}  // namespace oxbeam

@@ -1,0 +1,122 @@
+// The services that packages call. "state" is the state of the ray being shaded. All run on the calling thread and
+// return at once; none allocates, locks or throws.
+#pragma once
+
+#include "Oxbeam/OxContext.h"
+#include "Oxbeam/OxState.h"
+#include "Oxbeam/OxTexture.h"
+#include "Oxbeam/OxTypes.h"
+
+#include <cmath>
+#include <vector>
+
+// ---- Setting up and shooting rays
+
+// Makes `child` the state of a secondary ray of `parent`: same scene, rendering object and record, one deeper, kept
+// off the surface by the ray epsilon. The caller sets the ray itself.
+OXBEAM_API Oxvoid oxsInitState(const OxState* parent, OxState* child);
+
+OX_SERVICE Oxvoid oxsSetRay(OxState* state, const R3& origin, const R3& direction, float maxDistance) {
+    state->ray.origin = origin;
+    state->ray.direction = direction;
+    state->ray.maxDist = maxDistance;
+}
+OX_SERVICE Oxvoid oxsSetRayOrigin(OxState* state, const R3& origin) { state->ray.origin = origin; }
+OX_SERVICE Oxvoid oxsSetRayDirection(OxState* state, const R3& direction) { state->ray.direction = direction; }
+OX_SERVICE Oxvoid oxsGetRayOrigin(const OxState* state, R3& origin) { origin = state->ray.origin; }
+OX_SERVICE Oxvoid oxsGetRayDirection(const OxState* state, R3& direction) { direction = state->ray.direction; }
+OX_SERVICE Oxvoid oxsSetRayMaxDistance(OxState* state, float distance) { state->ray.maxDist = distance; }
+OX_SERVICE float oxsGetRayMaxDistance(const OxState* state) { return state->ray.maxDist; }
+OX_SERVICE Oxvoid oxsSetRayVisibility(OxState* state, Oxuint mask) { state->ray.visibilityMask = mask; }
+OX_SERVICE Oxuint oxsGetRayVisibility(const OxState* state) { return state->ray.visibilityMask; }
+
+// Traces the state's ray. True: the state's hit, object and instance describe the nearest hit. False: nothing was
+// hit, and the hit's triangle is TRI_NONE.
+OXBEAM_API bool oxsShootRay(OxState* state);
+// Shades a ray that left the scene; the environment's colour is then the state's.
+OXBEAM_API Oxvoid oxsShadeEnvironment(OxState* state);
+
+// The colour of the state after shooting and shading.
+OX_SERVICE Oxvoid oxsGetColor(const OxState* state, R3& color) { color = state->color; }
+// Hands a ray's final colour back.
+OX_SERVICE Oxvoid oxsReturnColor(OxState* state, const R3& color) { state->color = color; }
+
+// ---- The hit
+
+OX_SERVICE float oxsGetHitDistance(const OxState* state) { return state->hit.dist; }
+OX_SERVICE Oxvoid oxsSetHitDistance(OxState* state, float distance) { state->hit.dist = distance; }
+// Hit point in world space, as long as the ray is the one that was shot.
+OX_SERVICE Oxvoid oxsGetHitPosition(const OxState* state, R3& position) {
+    position = state->ray.origin + state->hit.dist * state->ray.direction;
+}
+// Barycentric weights of the triangle's first and second vertex.
+OX_SERVICE Oxvoid oxsGetUV(const OxState* state, R2& uv) { uv = R2(state->hit.u, state->hit.v); }
+OX_SERVICE int oxsInstanceID(const OxState* state) { return state->hit.inst; }
+OX_SERVICE int oxsTriangleID(const OxState* state) { return state->hit.tri; }
+// Fills in the hit's texture coordinates; everything else is there after shooting.
+OXBEAM_API Oxvoid oxsLoadGeometry(OxState* state);
+// Interpolated unit normal on the side that the ray comes from.
+OXBEAM_API Oxvoid oxsFindShadingNormal(const OxState* state, R3& normal);
+// The same, perturbed by a bump map (a normal map or a height map); unperturbed where the id names no texture.
+OXBEAM_API Oxvoid oxsFindShadingBumpMapNormal(const OxState* state, R3& normal, Oxint textureId);
+// Colours of the hit mesh's vertices. Without any, oxsInterpolateColor gives white.
+OXBEAM_API bool oxsHasVertexColors(const OxState* state);
+OXBEAM_API Oxvoid oxsInterpolateColor(const OxState* state, R3& color);
+// The surface shader bound to the hit; never null after a hit.
+OXBEAM_API OxShader* oxsGetShader(const OxState* state);
+
+// Null where there is no such instance.
+OXBEAM_API const Instance* oxGetInstance(int instanceID);
+OXBEAM_API const GeometryObject* oxGetObject(const Instance* instance);
+// The triangle's vertices in object space. All three are the origin where there is no such object.
+OXBEAM_API Oxvoid oxGetTriangleVertices(const GeometryObject* object, int triangle, R3* a, R3* b, R3* c);
+
+// ---- Directions
+
+// Normalises a vector and turns it to the side that the ray comes from.
+OX_SERVICE Oxvoid oxsNormalizeFaceForward(const OxState* state, R3& normal) {
+    normal = Normalize(normal);
+    if (Dot(state->ray.direction, normal) > 0.0f) normal = -normal;
+}
+// Mirror direction of a direction about a unit normal.
+OX_SERVICE Oxvoid oxsReflect(R3& reflected, const R3& direction, const R3& normal) {
+    reflected = direction - (2.0f * Dot(direction, normal)) * normal;
+}
+
+// ---- The package's record of the ray
+
+OX_SERVICE Oxvoid oxsSetPrivatePtr(OxState* state, void* record) { state->ray.privatePtr = record; }
+OX_SERVICE Oxvoid* oxsGetPrivatePtr(const OxState* state) { return state->ray.privatePtr; }
+
+// ---- Textures
+
+// Looks a texture up at the hit's texture coordinates and applies it to a colour by its texture model (OpenGL's
+// texture environment): modulate multiplies. An id that names no texture leaves the colour alone.
+OXBEAM_API Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, R3& color);
+OXBEAM_API Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, RGBAFloat& color);
+// Texel at (s, t); (0, 0) is the picture's left bottom corner. wrapS, wrapT, filter: OpenGL enumerants. mode: how
+// the texel meets what `texel` holds (OX_GL_REPLACE: takes its place).
+OXBEAM_API Oxvoid oxsGetTexelByST(const OxState* state, float s, float t, Oxuint textureId, Oxuint wrapS, Oxuint wrapT,
+                                  Oxuint filter, Oxuint mode, R3& texel);
+// Alpha at the hit; 1 where there is no texture or it has no alpha.
+OXBEAM_API float oxsGetTexelAlphaValue(const OxState* state, Oxuint textureId);
+// OpenGL enumerant; OX_GL_MODULATE where the id names no texture.
+OXBEAM_API Oxuint oxsGetTextureModel(const OxState* state, Oxuint textureId);
+
+// ---- Lights
+
+// The frame's lights.
+OXBEAM_API Oxvoid oxsGlobalLights(const std::vector<OxLight*>*& lights);
+// The same as an array of handles; returns their number. A handle is an OxLight* converted to void*.
+OXBEAM_API Oxuint oxsGlobalLights(Oxvoid*** lights);
+// Evaluates a light at a point. True: `shadow` holds the ray from the point to the light and, as its colour, the
+// intensity that arrives. `state` is handed to the light (usually the shadow state again), `shader` the calling
+// surface shader.
+OXBEAM_API bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader);
+
+// ---- The frame
+
+// The active camera, or null.
+OXBEAM_API OxCamera* oxGetCamera();
+// Pass that the calling thread renders; 0 for the first pass of a frame.
+OXBEAM_API Oxuint oxGetSampleIndex();

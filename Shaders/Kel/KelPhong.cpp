@@ -1,0 +1,284 @@
+#include "KelPhong.h"
+
+#include "FastKel.h"
+#include "Oxbeam/OxExport.h"
+#include "Oxbeam/ProgBRDF.h"
+
+static const char ShaderInfo[] =
+    "<?xml version=\"1.0\" ?>"
+    "<ShaderInfo>"
+    "<type>surface</type>"
+    "<package>Kel</package>"
+    "<id>KelPhong</id>"
+    "<longname>Kel-based Phong Shader.</longname>"
+    "<parameter>"
+    "<id>ambientIntensity</id>"
+    "<alias>ambient</alias>"
+    "<longname>ambient Intensity</longname>"
+    "<type>float</type>"
+    "<default>0.1</default>"
+    "<lowerbound>0</lowerbound>"
+    "<upperbound>1</upperbound>"
+    "<help>No description</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>diffuseColor</id>"
+    "<alias>diffuse</alias>"
+    "<alias>rd</alias>"
+    "<longname>diffuse Color</longname>"
+    "<type>float</type>"
+    "<size>3</size>"
+    "<interpretation><color/></interpretation>"
+    "<default>1 1 1</default>"
+    "<help>The color of the diffuse component of the material.</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>texture</id>"
+    "<alias>texture0</alias>"
+    "<longname>diffuse Texture</longname>"
+    "<type>int</type>"
+    "<interpretation><texture/></interpretation>"
+    "<default>Ox_NOTEXTURE</default>"
+    "<help>The Texture with which the diffuse color is modulated</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>bumpMap</id>"
+    "<longname>BumpMap Texture</longname>"
+    "<type>int</type>"
+    "<interpretation><texture/></interpretation>"
+    "<help>Texture containing informations according to normal perturbation.</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>specularColor</id>"
+    "<alias>specular</alias>"
+    "<alias>rs</alias>"
+    "<longname>specular Color</longname>"
+    "<type>float</type>"
+    "<size>3</size>"
+    "<interpretation><color/></interpretation>"
+    "<default>1 1 1</default>"
+    "<help>The color of the specular highlights.</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>emissiveColor</id>"
+    "<longname>Emissive Color</longname>"
+    "<type>float</type>"
+    "<size>3</size>"
+    "<interpretation><color/></interpretation>"
+    "<default>0 0 0</default>"
+    "<help>Emissive color.</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>shininess</id>"
+    "<longname>shininess</longname>"
+    "<type>float</type>"
+    "<default>16</default>"
+    "<lowerbound>1</lowerbound>"
+    "<upperbound>512</upperbound>"
+    "<logarithmic><base>2</base><intermediate>true</intermediate></logarithmic>"
+    "<help>Specifies the size of highlights. High shininess gives small, sharp highlights with a polished look, small "
+    "shininess gives larger, blurred highlights with a matte look</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>transparent</id>"
+    "<alias>transparency</alias>"
+    "<alias>transparentColor</alias>"
+    "<longname>transparent Color</longname>"
+    "<type>float</type>"
+    "<size>3</size>"
+    "<interpretation><color/></interpretation>"
+    "<default>0 0 0</default>"
+    "<help>The color for transparent objects. Black means the object is fully opaque (default). White means it is "
+    "fully transparent</help>"
+    "</parameter>"
+    "<parameter>"
+    "<id>reflective</id>"
+    "<alias>reflectivity</alias>"
+    "<alias>reflectiveColor</alias>"
+    "<longname>reflective Color</longname>"
+    "<type>float</type>"
+    "<size>3</size>"
+    "<interpretation><color/></interpretation>"
+    "<default>0 0 0</default>"
+    "<help>The color for reflective objects, Black means the object is not reflective at all. White means it is a "
+    "prefect mirror.</help>"
+    "</parameter>"
+    " </ShaderInfo>";
+
+char* KelPhongShader::GetShaderInfo() { return const_cast<char*>(ShaderInfo); }
+
+// These defaults are the ones in force; the document advertises others.
+void KelPhongShader::Init() {
+    KelShader::Init();
+    ambientIntensity = 0.2f;
+    diffuseColor = White;
+    specularColor = emissiveColor = reflectiveColor = transparentColor = Black;
+    isReflective = isTransparent = 0.0f;
+    shininess = 5.0f;
+    texture = m_bumpMapTexture = Ox_NOTEXTURE;
+    lights = nullptr;
+}
+
+void KelPhongShader::Register() {
+    KelShader::Register();
+    Init();
+    oxsDeclareMember(this, "ambientIntensity", ambientIntensity);
+    oxsDeclareMember(this, "diffuseColor", diffuseColor);
+    oxsDeclareMember(this, "specularColor", specularColor);
+    oxsDeclareMember(this, "texture", texture);
+    oxsDeclareMember(this, "bumpMap", m_bumpMapTexture);
+    oxsDeclareMember(this, "emissiveColor", emissiveColor);
+    oxsDeclareMember(this, "transparent", transparentColor);
+    oxsDeclareMember(this, "reflective", reflectiveColor);
+    oxsDeclareMember(this, "shininess", shininess);
+}
+
+// The bump map must follow the diffuse texture, or bumps and colours drift apart where they repeat.
+static void sampleAlike(TextureObject& bumpMap, const TextureObject& diffuse) {
+    const auto copy = [&](Oxuint parameter, Oxint from, Oxint to) {
+        if (from != to) bumpMap.TexParameteri(OX_GL_TEXTURE_2D, parameter, from);
+    };
+    copy(OX_GL_TEXTURE_MIN_FILTER, diffuse.filterMode, bumpMap.filterMode);
+    copy(OX_GL_TEXTURE_WRAP_S, diffuse.m_wrapS, bumpMap.m_wrapS);
+    copy(OX_GL_TEXTURE_WRAP_T, diffuse.m_wrapT, bumpMap.m_wrapT);
+}
+
+void KelPhongShader::NewFrame() {
+    isReflective = Intensity(reflectiveColor);
+    isTransparent = Intensity(transparentColor);
+    oxsGlobalLights(lights);
+    if (m_bumpMapTexture != Ox_NOTEXTURE && texture != Ox_NOTEXTURE) {
+        TextureObject* bumpMap = TextureList::current->ByID(m_bumpMapTexture);
+        const TextureObject* diffuse = TextureList::current->ByID(texture);
+        if (bumpMap && diffuse) sampleAlike(*bumpMap, *diffuse);
+    }
+    exponent = std::exp(shininess);
+}
+
+Oxvoid KelPhongShader::Shade(OxState* state) {
+    R3 shdNormal, origin;
+    computeNormal(state, shdNormal);
+    oxsGetHitPosition(state, origin);
+    oxsSetRayOrigin(state, origin);
+    R3 diffuse = diffuseColor;
+    Shade(state, diffuse, shdNormal, origin);
+}
+
+Oxvoid KelPhongShader::Shade(OxState* state, R3& diffuse, R3& shdNormal, R3&) {
+    if (shadeHole(state)) return;
+
+    float alpha = 0.0f;
+    bool replaceFragment = false;
+    if (texture != Ox_NOTEXTURE) {
+        const Oxuint model = oxsGetTextureModel(state, static_cast<Oxuint>(texture));
+        replaceFragment = model == OX_GL_REPLACE;
+        alpha = applyTexture(state, diffuse, model);
+    }
+
+    R3 shadeColor = emissiveColor + ambientIntensity * diffuse;
+    if (replaceFragment) shadeColor = getNumLights() == 0 ? diffuse : Black;
+
+    R3 direction, reflectedView;
+    oxsGetRayDirection(state, direction);
+    oxsReflect(reflectedView, direction, shdNormal);
+    for (int i = 0; i < getNumLights(); ++i)
+        if (addLight(state, getLight(i), diffuse, shdNormal, reflectedView, replaceFragment, shadeColor)) break;
+
+    computeReflectivity(state, shadeColor, shdNormal);
+    computeTransparency(state, shadeColor, alpha);
+    oxsReturnColor(state, shadeColor);
+}
+
+float KelPhongShader::applyTexture(OxState* state, R3& diffuse, Oxuint model) {
+    const Oxuint id = static_cast<Oxuint>(texture);
+    const TextureObject* object = TextureList::current->ByID(texture);
+    if (!object || !object->hasTransparency()) {
+        oxsApplyTexture(state, id, diffuse);
+        return 0.0f;
+    }
+    const bool fromTexture = model == OX_GL_REPLACE || model == OX_GL_ADD;
+    RGBAFloat fragment(diffuse, fromTexture ? 0.0f : 1.0f);
+    oxsApplyTexture(state, id, fragment);
+    diffuse = fragment.rgb();
+    return 1.0f - fragment.a;
+}
+
+bool KelPhongShader::addLight(OxState* state, OxLight* light, const R3& diffuse, const R3& shdNormal,
+                              const R3& reflectedView, bool replaceFragment, R3& shadeColor) {
+    OxState shadow;
+    if (!kelShadowRay(state, &shadow, shdNormal, light, this)) {
+        if (replaceFragment) shadeColor = diffuse;
+        return false;
+    }
+    const bool testShadow = kelRecord(state).depth < static_cast<Oxuint>(kelRecursionLimit(state)) &&
+                            kelCastShadow(light) && receiveShadow(state);
+    if (testShadow && !lightPasses(&shadow, light)) return false;
+    if (replaceFragment) {
+        shadeColor = diffuse;
+        return true;
+    }
+
+    R3 L, lightColor;
+    oxsGetRayDirection(&shadow, L);
+    oxsGetColor(&shadow, lightColor);
+    shadeColor += lightColor * diffuse * std::fabs(Dot(L, shdNormal));
+    float cosViewLight = Dot(reflectedView, L);
+    if (cosViewLight <= 0.0f) cosViewLight = 0.0f;
+    shadeColor += lightColor * specularColor * std::pow(cosViewLight, shininess);
+    return false;
+}
+
+// The glossy lobe takes `exponent`, far sharper than the highlight of the same shininess.
+Oxvoid KelPhongShader::computeReflectivity(OxState* state, R3& shadeColor, const R3& shdNormal) {
+    float expo = 0.0f;
+    int numSamples = 1;
+    if (glossySurfaces(state)) {
+        expo = exponent;
+        numSamples = numFuzzySamples(state);
+    }
+    float distance;
+    shadeColor += kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, expo, false, numSamples) *
+                  reflectiveColor;
+}
+
+// A transparent material keeps its whole lit colour; a clear texel takes its share away.
+Oxvoid KelPhongShader::computeTransparency(OxState* state, R3& shadeColor, float alpha) {
+    if (alpha <= 0.0f) {
+        shadeColor += kelGetTransparentIntensity(state, isTransparent) * transparentColor;
+    } else {
+        shadeColor *= 1.0f - alpha;
+        shadeColor += alpha * kelGetTransparentIntensity(state, alpha);
+    }
+}
+
+Oxvoid KelPhongShader::computeNormal(OxState* state, R3& shdNormal) {
+    oxsFindShadingBumpMapNormal(state, shdNormal, m_bumpMapTexture);
+}
+
+int KelPhongShader::getNumLights() { return lights ? static_cast<int>(lights->size()) : 0; }
+
+OxLight* KelPhongShader::getLight(int i) { return (*lights)[static_cast<unsigned>(i)]; }
+
+Oxvoid KelPhongShader::EvalBRDF(ProgBRDF& brdf, OxState&) { brdf.diffuse = diffuseColor; }
+
+bool KelPhongShader::LightTransparency(OxState* state) {
+    bool res;
+    if (checkWireFrameLightTransparency(state, res)) return res;
+
+    float alpha = isTransparent;
+    bool alphaTexture = false;
+    const TextureObject* object = texture == Ox_NOTEXTURE ? nullptr : TextureList::current->ByID(texture);
+    if (object && object->hasTransparency()) {
+        alphaTexture = true;
+        alpha = 1.0f - oxsGetTexelAlphaValue(state, static_cast<Oxuint>(texture));
+    }
+    if (alpha <= 0.0f) return false;
+
+    KelRayDepthGuard guard(kelRecord(state));
+    R3 color;
+    if (!kelLightTransparency(state, color, alpha)) return false;
+    oxsReturnColor(state, alphaTexture ? color * alpha : color * transparentColor);
+    return true;
+}
+
+OX_EXPORT_OBJECT(KelPhong, KelPhongShader)

@@ -1,0 +1,20 @@
+// Four vectors of three components in structure-of-arrays form, for code that treats four rays at once.
+#pragma once
+
+#include "Primitives/Vec.h"
+
+#include <xmmintrin.h>
+
+// Four floats, or a mask of four lanes; v[i] is lane i.
+using sse_t = __m128;
+
+struct ISSEVec4 {
+    sse_t t[3];  // x, y and z of the four lanes
+
+    ISSEVec4() : t{_mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps()} {}
+    ISSEVec4(sse_t x, sse_t y, sse_t z) : t{x, y, z} {}
+    explicit ISSEVec4(const R3& v) : t{_mm_set1_ps(v.x), _mm_set1_ps(v.y), _mm_set1_ps(v.z)} {}
+
+    R3 lane(unsigned i) const { return {t[0][i], t[1][i], t[2][i]}; }
+    void setLane(unsigned i, const R3& v) { t[0][i] = v.x, t[1][i] = v.y, t[2][i] = v.z; }
+};
