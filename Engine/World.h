@@ -39,14 +39,14 @@ public:
     TextureList textures;
     SceneGeometry geometry;
     ImageSize image;
-    std::optional<View> view;          // none: the whole scene is framed
-    float fov = 40.0f;                 // vertical angle of the picture, degrees
-    std::optional<float> rayEpsilon;   // none: follows the size of the scene
+    std::optional<View> view;                      // none: the whole scene is framed
+    float fov = 40.0f;                             // vertical angle of the picture, degrees
+    std::optional<float> rayEpsilon;               // none: follows the size of the scene
     OxRenderingObject* renderingObject = nullptr;  // all of these are owned by the world
     OxCamera* camera = nullptr;
     OxShader* environment = nullptr;
     std::vector<OxLight*> lights;
-    std::vector<OxShader*> shaders;    // surfaces, by the numbers that instances refer to
+    std::vector<OxShader*> shaders;  // surfaces, by the numbers that instances refer to
 
     World();
     ~World();

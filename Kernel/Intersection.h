@@ -8,9 +8,9 @@
 enum : int { TRI_NONE = -1 };
 
 struct Intersection {
-    int tri = TRI_NONE;   // triangle of the object
-    float dist = 0.0f;    // along the ray, in units of its direction's length
-    float u = 0.0f;       // barycentric weights of the triangle's first, second and third vertex
+    int tri = TRI_NONE;  // triangle of the object
+    float dist = 0.0f;   // along the ray, in units of its direction's length
+    float u = 0.0f;      // barycentric weights of the triangle's first, second and third vertex
     float v = 0.0f;
     float w = 0.0f;
     R3 normal;            // geometric normal in world space, neither normalised nor turned

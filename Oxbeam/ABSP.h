@@ -9,10 +9,10 @@
 // Per-vertex arrays are as long as there are vertices, or empty. Read-only once it is in a scene.
 class OXBEAM_API ABSP final : public GeometryObject {
 public:
-    std::string name;              // for messages
+    std::string name;  // for messages
     Oxuint vertexCount = 0;
-    std::vector<R3> positions;     // padded behind the last vertex: the traversal kernel reads 16 bytes at a time
-    std::vector<R3> normals;       // of any length; none (zero) where the geometric normal is to be taken
+    std::vector<R3> positions;  // padded behind the last vertex: the traversal kernel reads 16 bytes at a time
+    std::vector<R3> normals;    // of any length; none (zero) where the geometric normal is to be taken
     std::vector<R2> texCoords;
     std::vector<R3> colors;
     // Three a triangle, rotated: its third, first and second vertex, so that the traversal kernel's barycentric

@@ -15,7 +15,7 @@ struct OXBEAM_API OxContext {
     static const OxContext* current;  // set by the host while it renders, else null
 
     const Scene* scene = nullptr;
-    std::vector<OxShader*> shaders;     // by instance's shaderBias + object's shader id
+    std::vector<OxShader*> shaders;  // by instance's shaderBias + object's shader id
     std::vector<OxLight*> lights;
     std::vector<Oxvoid*> lightHandles;  // the same lights, each an OxLight* converted to void*
     OxShader* environment = nullptr;    // never null while rendering

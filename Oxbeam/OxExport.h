@@ -23,8 +23,8 @@ int oxRegisterObject(OxFactory factory) noexcept {
 
 // Exports the pair of functions by whose names the host finds objects: New<Name>LoadableObject, the factory, and
 // Register_<Name>_LoadableObject. Stands last in an object's source file.
-#define OX_EXPORT_OBJECT(Name, Class)                                             \
-    extern "C" OXBEAM_API OxLoadableObject* New##Name##LoadableObject();          \
-    extern "C" OXBEAM_API int Register_##Name##_LoadableObject();                 \
-    OxLoadableObject* New##Name##LoadableObject() { return oxNewObject<Class>(); } \
+#define OX_EXPORT_OBJECT(Name, Class)                                                                                  \
+    extern "C" OXBEAM_API OxLoadableObject* New##Name##LoadableObject();                                               \
+    extern "C" OXBEAM_API int Register_##Name##_LoadableObject();                                                      \
+    OxLoadableObject* New##Name##LoadableObject() { return oxNewObject<Class>(); }                                     \
     int Register_##Name##_LoadableObject() { return oxRegisterObject<Class>(&New##Name##LoadableObject); }

@@ -11,12 +11,12 @@ public:
     // A rendering thread's id is below this; packages keep one record per thread.
     static constexpr unsigned MaxThreads = 48;
 
-    Oxuint m_recursionLimit = 25;   // rays of this depth are not traced
-    float m_rayEpsilon = 0.01f;     // world units; follows the size of the scene unless set
-    Oxuint m_tilesPerFrame = 1;     // set by the host; multiplier that keeps the seeds of all passes apart
-    Oxint m_samplesPerPixel = 16;   // passes over the picture
-    Oxint m_multiThreading = 1;     // 0 renders on one thread
-    Oxint m_numThreads = 0;         // rendering threads; 0 uses every processor there is
+    Oxuint m_recursionLimit = 25;  // rays of this depth are not traced
+    float m_rayEpsilon = 0.01f;    // world units; follows the size of the scene unless set
+    Oxuint m_tilesPerFrame = 1;    // set by the host; multiplier that keeps the seeds of all passes apart
+    Oxint m_samplesPerPixel = 16;  // passes over the picture
+    Oxint m_multiThreading = 1;    // 0 renders on one thread
+    Oxint m_numThreads = 0;        // rendering threads; 0 uses every processor there is
 
     void Register() override;
 

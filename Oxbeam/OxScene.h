@@ -28,12 +28,12 @@ public:
 
 // One placement of an object in the scene.
 struct Instance {
-    Oxuint object = 0;        // index in Scene::objects
-    Oxuint shaderBias = 0;    // number of its first shader in the context's list
+    Oxuint object = 0;                // index in Scene::objects
+    Oxuint shaderBias = 0;            // number of its first shader in the context's list
     Oxuint visibilityMask = RAY_ALL;  // kinds of rays that can hit it
-    int hasXfm = 0;           // 0: the object's vertices are in world space already
+    int hasXfm = 0;                   // 0: the object's vertices are in world space already
     Matrix meshToWorldXfm;
-    Matrix normalXfm;         // turns object-space normals into world space, up to their length
+    Matrix normalXfm;  // turns object-space normals into world space, up to their length
 };
 
 struct Scene {

@@ -12,11 +12,11 @@ public:
     float maxAngle = 0.2617994f;      // half-angle at which it has faded to nothing, radians (15 degrees)
     float cos_minAngle = 0.0f;        // derived from the angles
     float cos_maxAngle = 0.0f;
-    float cos_factor = 0.0f;          // 1 / (cos_minAngle - cos_maxAngle)
-    float atten0 = 2.0f;              // constant, linear and quadratic attenuation
+    float cos_factor = 0.0f;  // 1 / (cos_minAngle - cos_maxAngle)
+    float atten0 = 2.0f;      // constant, linear and quadratic attenuation
     float atten1 = 0.0f;
     float atten2 = 0.0f;
-    R3 axis1;                         // frame across the axis, for sampling
+    R3 axis1;  // frame across the axis, for sampling
     R3 axis2;
 
     OxSpotLight();

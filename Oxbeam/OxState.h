@@ -16,7 +16,7 @@ struct OxState {
     Intersector* intersector = nullptr;
     Intersection hit;
     Ray ray;
-    R3 color;                               // the ray's result
+    R3 color;                                // the ray's result
     const GeometryObject* object = nullptr;  // of the hit
     const Instance* instance = nullptr;      // of the hit
     const Scene* scene = nullptr;

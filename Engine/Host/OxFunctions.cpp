@@ -115,9 +115,7 @@ bool oxsHasVertexColors(const OxState* state) { return state->object && !meshOf(
 
 Oxvoid oxsInterpolateColor(const OxState* state, R3& color) {
     const Intersection& hit = state->hit;
-    color = oxsHasVertexColors(state)
-                ? meshOf(state).interpolate(meshOf(state).colors, hit.tri, hit.u, hit.v)
-                : White;
+    color = oxsHasVertexColors(state) ? meshOf(state).interpolate(meshOf(state).colors, hit.tri, hit.u, hit.v) : White;
 }
 
 OxShader* oxsGetShader(const OxState* state) {
@@ -126,7 +124,8 @@ OxShader* oxsGetShader(const OxState* state) {
 
 const Instance* oxGetInstance(int instanceID) {
     const auto& instances = OxContext::current->scene->instances;
-    return static_cast<unsigned>(instanceID) < instances.size() ? instances[static_cast<unsigned>(instanceID)] : nullptr;
+    return static_cast<unsigned>(instanceID) < instances.size() ? instances[static_cast<unsigned>(instanceID)]
+                                                                : nullptr;
 }
 
 const GeometryObject* oxGetObject(const Instance* instance) {

@@ -1,6 +1,8 @@
 // What a rendering thread keeps to itself.
 #pragma once
 
+#include "Oxbeam/OxTypes.h"
+
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -17,11 +19,8 @@ struct ThreadRecord {
         ++rays[static_cast<unsigned>(std::countr_zero(visibilityMask)) & 31u];
     }
 
-    // Of the calling thread. The library is loaded with the program, so that a fixed offset is enough to find it.
-    static ThreadRecord& mine() { return s_mine; }
-
-private:
-    [[gnu::tls_model("initial-exec")]] static thread_local constinit ThreadRecord s_mine;
+    // Of the calling thread.
+    OXBEAM_API static ThreadRecord& mine();
 };
 
 }  // namespace oxbeam

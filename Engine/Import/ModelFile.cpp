@@ -31,7 +31,8 @@ static MeshData toMesh(const aiMesh& from) {
     for (unsigned i = 0; i < from.mNumVertices; ++i) {
         mesh.positions.push_back(toR3(from.mVertices[i]));
         if (from.HasNormals()) mesh.normals.push_back(toR3(from.mNormals[i]));
-        if (from.HasTextureCoords(0)) mesh.texCoords.emplace_back(from.mTextureCoords[0][i].x, from.mTextureCoords[0][i].y);
+        if (from.HasTextureCoords(0))
+            mesh.texCoords.emplace_back(from.mTextureCoords[0][i].x, from.mTextureCoords[0][i].y);
         if (const aiColor4D* c = from.mColors[0]) mesh.colors.emplace_back(c[i].r, c[i].g, c[i].b);
     }
     for (unsigned i = 0; i < from.mNumFaces; ++i)
@@ -63,9 +64,8 @@ Model loadModel(const fs::path& file) {
     Assimp::Importer importer;
     importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
     importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, 45.0f);
-    const aiScene* scene = importer.ReadFile(
-        file.string(), aiProcess_Triangulate | aiProcess_JoinIdenticalVertices | aiProcess_GenSmoothNormals |
-                           aiProcess_SortByPType);
+    const aiScene* scene = importer.ReadFile(file.string(), aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
+                                                                aiProcess_GenSmoothNormals | aiProcess_SortByPType);
     if (!scene) throw badModel(file, fmt::format("cannot be read: {}", importer.GetErrorString()));
     Model model;
     for (unsigned i = 0; i < scene->mNumMeshes; ++i) model.meshes.push_back(toMesh(*scene->mMeshes[i]));

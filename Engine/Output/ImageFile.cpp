@@ -52,7 +52,8 @@ void checkImageFormat(const fs::path& file, const ImageOptions& options) {
     if (options.bits != 8 && options.bits != 16)
         throw Error(ExitStatus::Usage, fmt::format("{} bits per channel; expected 8 or 16", options.bits));
     if (format.display && options.bits > format.most)
-        throw Error(ExitStatus::Usage, fmt::format("'{}' cannot have {} bits per channel", file.string(), options.bits));
+        throw Error(ExitStatus::Usage,
+                    fmt::format("'{}' cannot have {} bits per channel", file.string(), options.bits));
 }
 
 // ---- Encoding
@@ -76,7 +77,7 @@ static std::vector<unsigned char> encode(const fs::path& file, unsigned width, u
     const auto output = OIIO::ImageOutput::create(file.string());
     if (!output) throw failed(file, OIIO::geterror());
 
-    const OIIO::TypeDesc type = !format.display       ? OIIO::TypeDesc::FLOAT
+    const OIIO::TypeDesc type = !format.display      ? OIIO::TypeDesc::FLOAT
                                 : options.bits == 16 ? OIIO::TypeDesc::UINT16
                                                      : OIIO::TypeDesc::UINT8;
     OIIO::ImageSpec spec(static_cast<int>(width), static_cast<int>(height), 3, type);
@@ -89,7 +90,8 @@ static std::vector<unsigned char> encode(const fs::path& file, unsigned width, u
     bool good = output->open(file.string(), spec);
     if (good && !format.display) good = output->write_image(OIIO::TypeDesc::FLOAT, pixels.data());
     if (good && type == OIIO::TypeDesc::UINT8) good = output->write_image(type, toDisplay<std::uint8_t>(pixels).data());
-    if (good && type == OIIO::TypeDesc::UINT16) good = output->write_image(type, toDisplay<std::uint16_t>(pixels).data());
+    if (good && type == OIIO::TypeDesc::UINT16)
+        good = output->write_image(type, toDisplay<std::uint16_t>(pixels).data());
     good = output->close() && good;
     if (!good || output->has_error()) throw failed(file, output->geterror());
     return bytes;

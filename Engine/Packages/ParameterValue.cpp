@@ -17,7 +17,9 @@ std::string ParameterValue::kind() const {
         std::string operator()(std::int64_t v) const { return fmt::format("the integer {}", v); }
         std::string operator()(double v) const { return fmt::format("the number {}", v); }
         std::string operator()(const std::string& v) const { return fmt::format("the text '{}'", v); }
-        std::string operator()(const std::vector<Number>& v) const { return fmt::format("a list of {} numbers", v.size()); }
+        std::string operator()(const std::vector<Number>& v) const {
+            return fmt::format("a list of {} numbers", v.size());
+        }
     };
     return std::visit(Names(), data);
 }
@@ -97,9 +99,10 @@ ElementType ParameterWriter::typeFor(const ParameterDeclaration& p, const Parame
     if (p.type != ElementType::FromValue) return p.type;
     if (std::holds_alternative<bool>(value.data)) return ElementType::Bool;
     const bool whole = !std::holds_alternative<double>(value.data);
-    m_diagnostics.note(value.where, fmt::format("{} does not say whether it is an integer or a real number; taken as {}, as "
-                                                "it is written",
-                                                about(p), whole ? "an integer" : "a real number"));
+    m_diagnostics.note(value.where,
+                       fmt::format("{} does not say whether it is an integer or a real number; taken as {}, as "
+                                   "it is written",
+                                   about(p), whole ? "an integer" : "a real number"));
     return whole ? ElementType::Int : ElementType::Float;
 }
 
@@ -153,8 +156,8 @@ bool ParameterWriter::encode(const ParameterDeclaration& p, ElementType type, co
 
     for (unsigned i = 0; i < numbers.size(); ++i) {
         const double v = numbers[i];
-        const double most = type == ElementType::Float ? std::numeric_limits<float>::max()
-                                                       : std::numeric_limits<std::int32_t>::max();
+        const double most =
+            type == ElementType::Float ? std::numeric_limits<float>::max() : std::numeric_limits<std::int32_t>::max();
         if (std::isnan(v) || (std::isfinite(v) && std::fabs(v) > most)) {
             m_diagnostics.error(value.where, fmt::format("{} is {}; expected a number within {:g}", about(p), v, most));
             return false;
@@ -181,7 +184,8 @@ void ParameterWriter::checkBounds(const ParameterDeclaration& p, const std::vect
         lower >> least;  // at the end of the text the last one stays
         upper >> most;
         if (number >= least && number <= most) continue;
-        m_diagnostics.warning(where, fmt::format("{} is {}, outside its bounds {} to {}", about(p), number, least, most));
+        m_diagnostics.warning(where,
+                              fmt::format("{} is {}, outside its bounds {} to {}", about(p), number, least, most));
         return;
     }
 }

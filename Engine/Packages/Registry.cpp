@@ -181,8 +181,8 @@ void Registry::registerObject(const std::string& name, const std::string& packag
 // The <Name> of Register_<Name>_LoadableObject, or nothing.
 static std::string registeredName(const std::string& symbol) {
     static const std::string prefix = "Register_", suffix = "_LoadableObject";
-    const bool fits = symbol.size() > prefix.size() + suffix.size() && symbol.starts_with(prefix) &&
-                      symbol.ends_with(suffix);
+    const bool fits =
+        symbol.size() > prefix.size() + suffix.size() && symbol.starts_with(prefix) && symbol.ends_with(suffix);
     return fits ? symbol.substr(prefix.size(), symbol.size() - prefix.size() - suffix.size()) : std::string();
 }
 

@@ -23,9 +23,9 @@ struct ParameterDeclaration {
     std::ptrdiff_t offset = 0;  // from the start of the object
     int size = 0;               // bytes: 1 for a bool, else 4 a component
     ElementType type = ElementType::FromValue;
-    std::vector<std::string> aliases;      // names that only the document gives it
-    std::vector<std::byte> defaultBytes;   // as Init leaves them
-    const ParameterInfo* info = nullptr;   // null where the document says nothing
+    std::vector<std::string> aliases;     // names that only the document gives it
+    std::vector<std::byte> defaultBytes;  // as Init leaves them
+    const ParameterInfo* info = nullptr;  // null where the document says nothing
 
     unsigned components() const { return size < 4 ? 1u : static_cast<unsigned>(size) / 4u; }
 };
@@ -37,7 +37,7 @@ OXBEAM_API const char* kindName(ObjectKind kind);
 
 struct ObjectClass {
     std::string name;
-    std::string package;   // path of the library, or "Oxbeam" for the host's own
+    std::string package;  // path of the library, or "Oxbeam" for the host's own
     ObjectKind kind = ObjectKind::Unknown;
     OxFactory factory = nullptr;
     std::string document;  // byte for byte

@@ -9,7 +9,7 @@
 namespace oxbeam {
 
 struct ParameterInfo {
-    std::vector<std::string> ids;      // usually one
+    std::vector<std::string> ids;  // usually one
     std::vector<std::string> aliases;
     std::string longname;
     std::string type;                  // "float", "int" or "bool"
@@ -19,7 +19,7 @@ struct ParameterInfo {
     std::string lowerbound, upperbound;
     bool logarithmic = false;
     std::string help;
-    std::string group;                 // longname of the group that it stands in
+    std::string group;  // longname of the group that it stands in
 };
 
 struct ShaderInfo {

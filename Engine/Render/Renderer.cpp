@@ -2,13 +2,12 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/ThreadRecord.h"
-#include "Oxbeam/OxFunctions.h"
+#include "Engine/Render/Session.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cmath>
+#include <bit>
 #include <mutex>
 #include <vector>
 
@@ -20,59 +19,6 @@ R2 samplePlace(unsigned pass) {
     const auto place = [&](std::uint64_t a) { return static_cast<float>((half + a * pass) >> 40) * 0x1p-24f; };
     return {place(a1), place(a2)};
 }
-
-// The services that take no state answer from this world while it exists.
-class CurrentWorld {
-public:
-    CurrentWorld(World& world) : m_lock(s_mutex) {
-        m_context.scene = &world.geometry.scene();
-        m_context.shaders = world.shaders;
-        m_context.lights = world.lights;
-        for (OxLight* light : world.lights) m_context.lightHandles.push_back(light);
-        m_context.environment = world.environment;
-        m_context.camera = world.camera;
-        OxContext::current = &m_context;
-        TextureList::current = &world.textures;
-    }
-    ~CurrentWorld() {
-        OxContext::current = nullptr;
-        TextureList::current = nullptr;
-    }
-    CurrentWorld(const CurrentWorld&) = delete;
-    CurrentWorld& operator=(const CurrentWorld&) = delete;
-
-private:
-    static std::mutex s_mutex;
-    std::scoped_lock<std::mutex> m_lock;
-    OxContext m_context;
-};
-
-std::mutex CurrentWorld::s_mutex;
-
-// ---- Between frames
-
-static void aimCamera(World& world) {
-    const View view = world.view ? *world.view : world.framingView();
-    const float top = std::tan(0.5f * world.fov * 3.14159265f / 180.0f);
-    const float right = top * static_cast<float>(world.image.width) / static_cast<float>(world.image.height);
-    world.camera->InitCamera(view.position, view.lookAt, view.lookUp, world.image.width, world.image.height, -right,
-                             right, -top, top, 1.0f);
-}
-
-// The environment comes before the surfaces: it may add lights to the list that they read.
-static void newFrame(World& world) {
-    world.renderingObject->m_rayEpsilon = world.epsilon();
-    world.environment->m_ro = world.renderingObject;
-    for (OxShader* shader : world.shaders) shader->m_ro = world.renderingObject;
-    aimCamera(world);
-    world.renderingObject->NewFrame();
-    world.camera->NewFrame();
-    world.environment->NewFrame();
-    for (OxLight* light : world.lights) light->NewFrame();
-    for (OxShader* shader : world.shaders) shader->NewFrame();
-}
-
-// ---- During a frame
 
 struct Tiles {
     unsigned across, down;
@@ -91,8 +37,8 @@ struct Tiles {
 // What all threads share while a frame is rendered.
 class Frame {
 public:
-    Frame(World& world, Film& film, const RenderOptions& options)
-        : m_world(world), m_film(film), m_options(options), m_tiles(world.image) {
+    Frame(World& world, const Session& session, Film& film, const RenderOptions& options)
+        : m_world(world), m_session(session), m_film(film), m_options(options), m_tiles(world.image) {
         world.renderingObject->m_tilesPerFrame = m_tiles.count();
         for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
             if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
@@ -119,6 +65,7 @@ private:
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
 
     World& m_world;
+    const Session& m_session;
     Film& m_film;
     const RenderOptions& m_options;
     Tiles m_tiles;
@@ -152,19 +99,10 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
 }
 
 R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const {
-    OxState state;
-    state.intersector = &m_world.geometry.intersector();
-    state.scene = &m_world.geometry.scene();
-    state.m_ro = m_world.renderingObject;
-    state.ray.visibilityMask = RAY_PRIMARY;
-    m_world.renderingObject->initRay(state, pass, thread);
+    OxState state = m_session.primaryState(thread, pass);
     const float pattern[2] = {place.x, place.y};
     if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) return Black;
-    if (oxsShootRay(&state))
-        oxsGetShader(&state)->Shade(&state);
-    else
-        oxsShadeEnvironment(&state);
-    return state.color;
+    return Session::trace(state);
 }
 
 void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
@@ -187,12 +125,11 @@ void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
 
 RenderResult render(World& world, Workers& workers, const RenderOptions& options) {
     if (workers.threads() > OxRenderingObject::MaxThreads)
-        throw Error(ExitStatus::Usage, fmt::format("{} threads; packages keep records for at most {}", workers.threads(),
-                                                   OxRenderingObject::MaxThreads));
-    const CurrentWorld current(world);
-    newFrame(world);
+        throw Error(ExitStatus::Usage, fmt::format("{} threads; packages keep records for at most {}",
+                                                   workers.threads(), OxRenderingObject::MaxThreads));
+    const Session session(world);
     RenderResult result{Film(options.crop.value_or(Window{0, 0, world.image.width, world.image.height})), {}, true};
-    Frame frame(world, result.film, options);
+    Frame frame(world, session, result.film, options);
     result.complete = frame.render(workers);
     result.statistics = frame.statistics();
     return result;

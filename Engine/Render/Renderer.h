@@ -33,10 +33,10 @@ struct Progress {
 };
 
 struct RenderOptions {
-    unsigned samples = 1;                              // passes
-    std::optional<Window> crop;                        // pixels outside are not kept; those inside are as without it
-    const std::atomic<bool>* stop = nullptr;           // set from outside to end early
-    std::function<void(const Progress&)> progress;     // called now and then, by one thread at a time
+    unsigned samples = 1;                           // passes
+    std::optional<Window> crop;                     // pixels outside are not kept; those inside are as without it
+    const std::atomic<bool>* stop = nullptr;        // set from outside to end early
+    std::function<void(const Progress&)> progress;  // called now and then, by one thread at a time
 };
 
 struct RenderResult {

@@ -16,7 +16,8 @@ static void check(RTCDevice device) {
     switch (rtcGetDeviceError(device)) {
     case RTC_ERROR_NONE: return;
     case RTC_ERROR_OUT_OF_MEMORY: throw Error(ExitStatus::BadScene, "not enough memory to build the scene");
-    case RTC_ERROR_UNSUPPORTED_CPU: throw Error(ExitStatus::Usage, "this processor lacks the instruction set asked for");
+    case RTC_ERROR_UNSUPPORTED_CPU:
+        throw Error(ExitStatus::Usage, "this processor lacks the instruction set asked for");
     default: throw Error(ExitStatus::BadScene, "the ray tracing kernel refused the scene");
     }
 }
@@ -24,8 +25,8 @@ static void check(RTCDevice device) {
 EmbreeIntersector::EmbreeIntersector(const std::string& isa) {
     static const std::vector<std::string> known = {"sse2", "sse4.2", "avx", "avx2", "avx512"};
     if (!std::count(known.begin(), known.end(), isa))
-        throw Error(ExitStatus::Usage, fmt::format("unknown instruction set '{}'; expected one of {}", isa,
-                                                   fmt::join(known, ", ")));
+        throw Error(ExitStatus::Usage,
+                    fmt::format("unknown instruction set '{}'; expected one of {}", isa, fmt::join(known, ", ")));
     m_device = rtcNewDevice(fmt::format("isa={}", isa).c_str());
     check(m_device);
 }

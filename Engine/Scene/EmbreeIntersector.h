@@ -36,8 +36,8 @@ private:
 
     RTCDeviceTy* m_device = nullptr;
     RTCSceneTy* m_root = nullptr;
-    std::vector<RTCSceneTy*> m_objectScenes;    // of instanced objects, else null
-    std::vector<RTCGeometryTy*> m_geometries;   // by instance
+    std::vector<RTCSceneTy*> m_objectScenes;   // of instanced objects, else null
+    std::vector<RTCGeometryTy*> m_geometries;  // by instance
     const Scene* m_scene = nullptr;
     const Instance* const* m_instances = nullptr;
 };

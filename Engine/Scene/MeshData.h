@@ -13,7 +13,7 @@ namespace oxbeam {
 struct MeshData {
     std::string name;
     std::vector<R3> positions;
-    std::vector<R3> normals;       // per vertex, as all that follows; or empty
+    std::vector<R3> normals;  // per vertex, as all that follows; or empty
     std::vector<R2> texCoords;
     std::vector<R3> colors;
     std::vector<unsigned> indices;  // three a triangle

@@ -117,7 +117,7 @@ void SceneGeometry::takeOver(unsigned number, bool bake) {
     for (R3& normal : mesh.normals)
         if (!IsFinite(normal)) normal = zeroVector;  // the geometric one is taken instead
     mesh.positions = std::move(data.positions);
-    mesh.positions.resize(vertices + 2);  // the padding that Embree reads
+    mesh.positions.resize(vertices + 2);                // the padding that Embree reads
     if (mesh.indices.empty()) mesh.indices.reserve(3);  // Embree wants an address even for nothing
     m_data[number].reset();
 }
@@ -143,9 +143,8 @@ std::string SceneGeometry::defaultIsa() { return EmbreeIntersector::defaultIsa()
 Intersector& SceneGeometry::intersector() const { return *m_intersector; }
 
 std::size_t SceneGeometry::triangles() const {
-    return std::accumulate(m_instances.begin(), m_instances.end(), std::size_t{0}, [&](std::size_t n, const auto& i) {
-        return n + m_meshes[i->object]->triangleCount();
-    });
+    return std::accumulate(m_instances.begin(), m_instances.end(), std::size_t{0},
+                           [&](std::size_t n, const auto& i) { return n + m_meshes[i->object]->triangleCount(); });
 }
 
 }  // namespace oxbeam

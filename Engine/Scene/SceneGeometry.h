@@ -58,7 +58,7 @@ public:
     // By mesh number, valid after prepare.
     const std::vector<DroppedTriangles>& dropped() const { return m_dropped; }
     const std::string& meshName(unsigned mesh) const { return m_meshes[mesh]->name; }
-    std::size_t triangles() const;          // as traced: a mesh counts once for each of its instances
+    std::size_t triangles() const;  // as traced: a mesh counts once for each of its instances
     std::size_t meshCount() const { return m_meshes.size(); }
     std::size_t instanceCount() const { return m_instances.size(); }
 

@@ -25,7 +25,8 @@ MeshData boxMesh() {
     MeshData mesh;
     mesh.name = "box";
     const R3 y(0, 1, 0);
-    for (const R3& front : {R3(0, 0, 1), R3(1, 0, 0), R3(0, 0, -1), R3(-1, 0, 0)}) addSquare(mesh, front, Cross(y, front), y);
+    for (const R3& front : {R3(0, 0, 1), R3(1, 0, 0), R3(0, 0, -1), R3(-1, 0, 0)})
+        addSquare(mesh, front, Cross(y, front), y);
     addSquare(mesh, y, R3(1, 0, 0), R3(0, 0, -1));
     addSquare(mesh, -y, R3(1, 0, 0), R3(0, 0, 1));
     return mesh;

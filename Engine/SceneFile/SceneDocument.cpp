@@ -93,8 +93,8 @@ static void merge(toml::table& under, toml::table& over, const std::string& path
             mergeEntries(*old->as_array(), *table, full, diagnostics);
         } else if (table && (path == "shader" || path == "texture")) {
             // A misspelt name must not make a new one.
-            diagnostics.error(locationOf(key.source()), fmt::format("the scene has no {}{}", full,
-                                                                    didYouMean(name, keysOf(under))));
+            diagnostics.error(locationOf(key.source()),
+                              fmt::format("the scene has no {}{}", full, didYouMean(name, keysOf(under))));
         } else {
             under.insert_or_assign(key, std::move(node));  // moved, since a copy forgets where it came from
         }

@@ -81,8 +81,9 @@ private:
     std::map<std::string, int> m_textures;
     std::vector<std::string> m_textureNames;
     std::map<std::string, std::optional<unsigned>> m_shaders;  // nothing: defined, but wrongly
-    std::map<std::string, std::vector<ModelPart>> m_models;    // by what they were made from; parts name the world's meshes
-    std::vector<SourceLocation> m_meshPlaces;                  // by the world's meshes
+    std::map<std::string, std::vector<ModelPart>>
+        m_models;                              // by what they were made from; parts name the world's meshes
+    std::vector<SourceLocation> m_meshPlaces;  // by the world's meshes
 };
 
 // ---- Sections
@@ -151,8 +152,8 @@ const ObjectClass* SceneLoader::objectOf(TableReader& reader, const Kinds& kinds
         return nullptr;
     }
     if (!std::count(kinds.begin(), kinds.end(), object->kind)) {
-        reader.error("object", fmt::format("'{}' is a {}; expected a {}{}", name, kindName(object->kind), kindName(kinds.front()),
-                                           didYouMean(name, m_registry.names(kinds))));
+        reader.error("object", fmt::format("'{}' is a {}; expected a {}{}", name, kindName(object->kind),
+                                           kindName(kinds.front()), didYouMean(name, m_registry.names(kinds))));
         return nullptr;
     }
     return object;
@@ -193,8 +194,9 @@ void SceneLoader::readTexture(const std::string& name, TableReader& reader) {
     if (!file && !reader.has("file")) reader.error("file", "has no 'file'");
     if (!file) return;
     try {
-        auto texture = loadTexture(m_folder / *file, space ? std::optional(*space == 0 ? ColorSpace::Linear : ColorSpace::SRGB)
-                                                           : std::nullopt);
+        auto texture =
+            loadTexture(m_folder / *file,
+                        space ? std::optional(*space == 0 ? ColorSpace::Linear : ColorSpace::SRGB) : std::nullopt);
         texture->m_wrapS = texture->m_wrapT = static_cast<Oxint>(wraps[wrap.value_or(0)]);
         texture->filterMode = static_cast<Oxint>(filters[filter.value_or(0)]);
         texture->textureModel = models[model.value_or(0)];
@@ -232,9 +234,10 @@ void SceneLoader::readRender() {
             reader.error("rayEpsilon", "'rayEpsilon' must be positive");
     }
     if (ro.m_recursionLimit > MaxRecursionLimit)
-        reader.error("recursionLimit", fmt::format("'recursionLimit' must be from 0 to {}; deeper rays would run out of "
-                                                   "stack",
-                                                   MaxRecursionLimit));
+        reader.error("recursionLimit",
+                     fmt::format("'recursionLimit' must be from 0 to {}; deeper rays would run out of "
+                                 "stack",
+                                 MaxRecursionLimit));
     if (ro.m_samplesPerPixel < 1) reader.error("samplesPerPixel", "'samplesPerPixel' must be at least 1");
     if (ro.m_numThreads < 0 || ro.m_numThreads > static_cast<Oxint>(OxRenderingObject::MaxThreads))
         reader.error("numThreads", fmt::format("'numThreads' must be from 1 to {}, or 0 for every processor",
@@ -269,8 +272,9 @@ void SceneLoader::readCamera() {
         else if (!(Length(right) > 1e-6f * Length(forward) * Length(m_world.view->lookUp)))
             reader.error("lookUp", "'lookUp' must not point along the way the camera looks");
     } else if (reader.has("position") != reader.has("lookAt")) {
-        reader.error(position ? "position" : "lookAt", "has only one of 'position' and 'lookAt'; expected both, or none "
-                                                       "to frame the whole scene");
+        reader.error(position ? "position" : "lookAt",
+                     "has only one of 'position' and 'lookAt'; expected both, or none "
+                     "to frame the whole scene");
     }
     if (const ObjectClass* object = objectOf(reader, {ObjectKind::Camera}, "OxPerspectiveCamera"))
         writeParameters(reader, *object, m_world.setCamera(*object));
@@ -416,11 +420,11 @@ void SceneLoader::reportDroppedTriangles() {
     for (unsigned mesh = 0; mesh < geometry.meshCount(); ++mesh) {
         const DroppedTriangles& dropped = geometry.dropped()[mesh];
         if (dropped.total() == 0) continue;
-        m_diagnostics.warning(m_meshPlaces[mesh],
-                              fmt::format("mesh '{}': {} triangles were left out ({} with vertices that are not finite or "
-                                          "too far out, {} with indices beyond the mesh's vertices)",
-                                          geometry.meshName(mesh), dropped.total(), dropped.badVertices,
-                                          dropped.badIndices));
+        m_diagnostics.warning(
+            m_meshPlaces[mesh],
+            fmt::format("mesh '{}': {} triangles were left out ({} with vertices that are not finite or "
+                        "too far out, {} with indices beyond the mesh's vertices)",
+                        geometry.meshName(mesh), dropped.total(), dropped.badVertices, dropped.badIndices));
     }
 }
 

@@ -126,16 +126,15 @@ std::optional<std::vector<std::string>> TableReader::texts(std::string_view key)
     return std::nullopt;
 }
 
-void TableReader::rest(
-    const std::function<void(const std::string&, const SourceLocation&, const toml::node&)>& use) {
+void TableReader::rest(const std::function<void(const std::string&, const SourceLocation&, const toml::node&)>& use) {
     for (const auto& [key, node] : m_table)
         if (!m_asked.contains(key.str())) use(std::string(key.str()), locationOf(key.source()), node);
 }
 
 void TableReader::finish() {
     rest([&](const std::string& key, const SourceLocation& at, const toml::node&) {
-        m_diagnostics.error(at, fmt::format("{} has no key '{}'{}", m_label, key,
-                                            didYouMean(key, {m_asked.begin(), m_asked.end()})));
+        m_diagnostics.error(
+            at, fmt::format("{} has no key '{}'{}", m_label, key, didYouMean(key, {m_asked.begin(), m_asked.end()})));
     });
 }
 
@@ -164,9 +163,10 @@ std::optional<ParameterValue> parameterValue(const toml::node& node, const std::
             for (const toml::node& element : *array)
                 if (const auto number = toNumber(element)) list.push_back(*number);
         if (!array || list.size() != array->size()) {
-            diagnostics.error(value.where, fmt::format("{} is {}; expected true or false, a number, a text or a list of "
-                                                       "numbers",
-                                                       about, kindOf(node)));
+            diagnostics.error(value.where,
+                              fmt::format("{} is {}; expected true or false, a number, a text or a list of "
+                                          "numbers",
+                                          about, kindOf(node)));
             return std::nullopt;
         }
         value.data = std::move(list);

@@ -45,7 +45,8 @@ public:
     const std::string& label() const { return m_label; }
 
     // Hands over every key that was not asked for.
-    void rest(const std::function<void(const std::string& key, const SourceLocation& at, const toml::node& value)>& use);
+    void
+    rest(const std::function<void(const std::string& key, const SourceLocation& at, const toml::node& value)>& use);
     // Reports every key that was not asked for.
     void finish();
     void error(std::string_view key, const std::string& message);
@@ -61,6 +62,7 @@ private:
 };
 
 // A value for a parameter; nothing, and an error, for what no parameter can hold.
-std::optional<ParameterValue> parameterValue(const toml::node& node, const std::string& about, Diagnostics& diagnostics);
+std::optional<ParameterValue> parameterValue(const toml::node& node, const std::string& about,
+                                             Diagnostics& diagnostics);
 
 }  // namespace oxbeam

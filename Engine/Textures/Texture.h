@@ -19,7 +19,8 @@ enum class BumpKind { Height, Normal };
 class OXBEAM_API Texture : public TextureObject {
 public:
     ColorSpace colorSpace = ColorSpace::Linear;
-    BumpKind bumpKind = BumpKind::Height;  // Normal where most of the picture looks like unit vectors, as found on creation
+    BumpKind bumpKind =
+        BumpKind::Height;  // Normal where most of the picture looks like unit vectors, as found on creation
     // Strength as a bump map. Heights: white rises above black by this times 2% of the picture's width. Normals: factor
     // on their slope.
     float bumpScale = 1.0f;

@@ -53,8 +53,7 @@ static std::vector<T> readTexels(const fs::path& file, OIIO::ImageInput& input, 
     T* lastRow = texels.data() + rowLength * static_cast<std::size_t>(spec.height - 1);
     const bool read = input.read_image(0, 0, 0, channels, type, lastRow, OIIO::AutoStride,
                                        -static_cast<OIIO::stride_t>(rowLength * sizeof(T)), OIIO::AutoStride);
-    if (!read || input.has_error())
-        throw badTexture(file, fmt::format("cannot be decoded: {}", input.geterror()));
+    if (!read || input.has_error()) throw badTexture(file, fmt::format("cannot be decoded: {}", input.geterror()));
     if (cutOff(file, input)) throw badTexture(file, "cannot be decoded: it is cut off");
     return texels;
 }
@@ -99,9 +98,8 @@ std::unique_ptr<Texture> loadTexture(const fs::path& file, std::optional<ColorSp
         return std::make_unique<Texture>(w, h, n, std::move(texels), meant);
     }
     if (words)
-        return std::make_unique<Texture>(w, h, n,
-                                         readTexels<std::uint16_t>(file, *input, channels, OIIO::TypeDesc::UINT16),
-                                         meant);
+        return std::make_unique<Texture>(
+            w, h, n, readTexels<std::uint16_t>(file, *input, channels, OIIO::TypeDesc::UINT16), meant);
     return std::make_unique<Texture>(w, h, n, readTexels<std::uint8_t>(file, *input, channels, OIIO::TypeDesc::UINT8),
                                      meant);
 }

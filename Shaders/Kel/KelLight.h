@@ -13,7 +13,7 @@ struct OxState;
 // (R. Cook, T. Porter and L. Carpenter, "Distributed ray tracing", 1984).
 class KelLight {
 public:
-    R3 u;              // jitter axes; their lengths are the extent along them
+    R3 u;  // jitter axes; their lengths are the extent along them
     R3 v;
     R3 w;
     Oxint castShadow;  // nonzero: the light casts shadows

@@ -237,8 +237,8 @@ Oxvoid KelPhongShader::computeReflectivity(OxState* state, R3& shadeColor, const
         numSamples = numFuzzySamples(state);
     }
     float distance;
-    shadeColor += kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, expo, false, numSamples) *
-                  reflectiveColor;
+    shadeColor +=
+        kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, expo, false, numSamples) * reflectiveColor;
 }
 
 // A transparent material keeps its whole lit colour; a clear texel takes its share away.

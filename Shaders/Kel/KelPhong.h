@@ -14,15 +14,15 @@ public:
     R3 diffuseColor;
     R3 specularColor;
     R3 emissiveColor;
-    R3 reflectiveColor;             // filter of the reflected colour; black: no reflection
-    R3 transparentColor;            // filter of the transmitted colour; black: opaque
-    float shininess = 0.0f;         // exponent of the highlight
-    Oxint texture = -1;             // of the diffuse colour; -1: none
+    R3 reflectiveColor;      // filter of the reflected colour; black: no reflection
+    R3 transparentColor;     // filter of the transmitted colour; black: opaque
+    float shininess = 0.0f;  // exponent of the highlight
+    Oxint texture = -1;      // of the diffuse colour; -1: none
     Oxint m_bumpMapTexture = -1;
-    float isReflective = 0.0f;      // luminance of reflectiveColor; derived each frame, as all that follows
-    float isTransparent = 0.0f;     // luminance of transparentColor
+    float isReflective = 0.0f;   // luminance of reflectiveColor; derived each frame, as all that follows
+    float isTransparent = 0.0f;  // luminance of transparentColor
     const std::vector<OxLight*>* lights = nullptr;  // the scene's; not owned
-    float exponent = 0.0f;          // of the glossy lobe: e to the power of shininess
+    float exponent = 0.0f;                          // of the glossy lobe: e to the power of shininess
 
     char* GetShaderInfo() override;
     void NewFrame() override;

@@ -11,14 +11,14 @@ class KelRenderingObject : public OxRenderingObject {
 public:
     float m_transparentAccuracy = 0.15f;  // rays whose weight would fall to this or below are not traced
     float m_reflectiveAccuracy = 0.15f;
-    float m_refractiveAccuracy = 0.15f;   // also for all light that passes through surfaces
-    Oxint m_softShadows = 0;              // switches for everything; on when exactly 1
+    float m_refractiveAccuracy = 0.15f;  // also for all light that passes through surfaces
+    Oxint m_softShadows = 0;             // switches for everything; on when exactly 1
     Oxint m_fuzzyLights = 0;
     Oxint m_glossySurfaces = 0;
     Oxint m_wireframe = 0;
     Oxint m_receiveShadow = 0;
-    Oxint m_numFuzzySamples = 1;          // samples of fuzzy lights and glossy surfaces
-    KelRay m_rays[MaxThreads];            // by thread id, which is not checked
+    Oxint m_numFuzzySamples = 1;  // samples of fuzzy lights and glossy surfaces
+    KelRay m_rays[MaxThreads];    // by thread id, which is not checked
 
     KelRenderingObject();
 

@@ -25,9 +25,7 @@ void KelShader::Register() {
 
 bool KelShader::receiveShadow(OxState* state) { return m_receiveShadow || kelReceiveShadow(state); }
 
-bool KelShader::receiveShadow() {
-    return m_receiveShadow || kelReceiveShadow(static_cast<KelRenderingObject*>(m_ro));
-}
+bool KelShader::receiveShadow() { return m_receiveShadow || kelReceiveShadow(static_cast<KelRenderingObject*>(m_ro)); }
 
 bool KelShader::wireframe(OxState* state) { return m_wireframe || kelWireframe(state); }
 

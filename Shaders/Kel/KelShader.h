@@ -12,10 +12,10 @@ struct OxState;
 // exactly 1.
 class KelShader : public OxShader {
 public:
-    Oxint m_wireframe = 0;        // draw only the borders of triangles
-    float m_thickness = -1.0f;    // of the borders; negative: 1% of the length of each edge
-    Oxint m_glossySurfaces = 0;   // blurred reflections
-    Oxint m_fuzzyLights = 0;      // lights with an extent
+    Oxint m_wireframe = 0;       // draw only the borders of triangles
+    float m_thickness = -1.0f;   // of the borders; negative: 1% of the length of each edge
+    Oxint m_glossySurfaces = 0;  // blurred reflections
+    Oxint m_fuzzyLights = 0;     // lights with an extent
     Oxint m_softShadows = 0;
     Oxint m_receiveShadow = 0;
     Oxint m_numFuzzySamples = 1;  // samples of fuzzy lights and glossy reflections

@@ -1,0 +1,32 @@
+// The subcommands of `oxbeam`. Each returns the exit status or throws oxbeam::Error.
+#pragma once
+
+#include "Engine/Diagnostics/Error.h"
+#include "Engine/Packages/Registry.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+struct RenderCommand {
+    std::string scene;
+    std::string output;
+    std::string size;  // "WxH", or nothing for the scene's own
+    std::string crop;  // "x0,y0,x1,y1", or nothing for the whole picture
+    std::optional<unsigned> samples;
+    std::optional<unsigned> threads;
+    unsigned bits = 8;
+    std::vector<std::string> set;
+    std::string stats;  // file, or nothing
+    std::string isa;    // or nothing for the default
+    bool quiet = false;
+};
+
+ExitStatus runRender(const RenderCommand& command, const Registry& registry);
+ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry);
+ExitStatus runList(const Registry& registry);
+ExitStatus runDescribe(const std::string& name, bool xml, const Registry& registry);
+
+}  // namespace oxbeam

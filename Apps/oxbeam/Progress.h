@@ -1,0 +1,39 @@
+// What `oxbeam render` says while it works, on standard error.
+#pragma once
+
+#include "Engine/Render/Renderer.h"
+
+#include <chrono>
+#include <string>
+
+namespace oxbeam {
+
+// Seconds since a moment.
+class Stopwatch {
+public:
+    double seconds() const { return std::chrono::duration<double>(Clock::now() - m_start).count(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point m_start = Clock::now();
+};
+
+// A line that is redrawn in place on a terminal; elsewhere only finished steps are said, a line each.
+class ProgressLine {
+public:
+    explicit ProgressLine(bool quiet);
+
+    // How far the rendering is; redrawn a few times a second at most.
+    void update(const Progress& progress);
+    // A step is done.
+    void step(const std::string& what);
+
+private:
+    bool m_quiet;
+    bool m_terminal;
+    bool m_drawn = false;
+    double m_lastDrawn = -1.0;
+    Stopwatch m_rendering;
+};
+
+}  // namespace oxbeam

@@ -1,0 +1,103 @@
+// The `oxbeam` command.
+#include "Apps/oxbeam/Commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <new>
+
+using namespace oxbeam;
+
+namespace {
+
+struct Arguments {
+    std::vector<std::string> packagePaths;
+    RenderCommand render;
+    std::string checkScene;
+    std::vector<std::string> checkSet;
+    std::string object;
+    bool xml = false;
+};
+
+void addRender(CLI::App& app, RenderCommand& r) {
+    CLI::App* c = app.add_subcommand("render", "Render a scene to a picture");
+    c->add_option("SCENE", r.scene, "Scene file (TOML)")->required();
+    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required();
+    c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
+    c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
+    c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
+    c->add_option("--crop", r.crop, "Render a part only: left, top, right, bottom; the last two lie outside")
+        ->type_name("x0,y0,x1,y1");
+    c->add_option("--set", r.set, "Set a parameter over the scene, as shader.table.shininess=64; may be repeated")
+        ->type_name("PLACE.PARAM=VALUE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    c->add_option("--bits", r.bits, "Bits per channel of a PNG, 8 or 16")->type_name("N");
+    c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
+    c->add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
+        ->type_name("NAME");
+    c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
+}
+
+void addOthers(CLI::App& app, Arguments& a) {
+    CLI::App* check = app.add_subcommand("check", "Report all errors of a scene without rendering it");
+    check->add_option("SCENE", a.checkScene, "Scene file (TOML)")->required();
+    check->add_option("--set", a.checkSet, "Set a parameter over the scene; may be repeated")
+        ->type_name("PLACE.PARAM=VALUE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_subcommand("list", "List every object that the packages offer");
+    CLI::App* describe = app.add_subcommand("describe", "Describe an object and its parameters");
+    describe->add_option("NAME", a.object, "Object, as `oxbeam list` names it")->required();
+    describe->add_flag("--xml", a.xml, "Print the object's own document, byte for byte");
+}
+
+ExitStatus run(const CLI::App& app, const Arguments& a) {
+    std::vector<std::filesystem::path> folders = defaultPackageFolders();
+    for (const std::string& path : a.packagePaths) {
+        if (!std::filesystem::is_directory(path))
+            throw Error(ExitStatus::Usage, "--package-path " + path + ": no such directory");
+        folders.emplace_back(path);
+    }
+    Registry registry;
+    registry.loadPackages(folders);
+    if (app.got_subcommand("render")) return runRender(a.render, registry);
+    if (app.got_subcommand("check")) return runCheck(a.checkScene, a.checkSet, registry);
+    if (app.got_subcommand("list")) return runList(registry);
+    return runDescribe(a.object, a.xml, registry);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Arguments arguments;
+    CLI::App app("Renders scenes with shading packages.", "oxbeam");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.set_version_flag("--version", "oxbeam " OXBEAM_VERSION);
+    app.add_option("--package-path", arguments.packagePaths, "Another directory with packages; may be repeated")
+        ->type_name("DIR")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRender(app, arguments.render);
+    addOthers(app, arguments);
+    try {
+        app.parse(argc, argv);
+        const ExitStatus status = run(app, arguments);
+        if (!std::cout.flush()) throw Error(ExitStatus::InputOutput, "cannot write to standard output");
+        return static_cast<int>(status);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : static_cast<int>(ExitStatus::Usage);
+    } catch (const Error& e) {
+        std::cerr << "oxbeam: error: " << e.what() << '\n';
+        return static_cast<int>(e.status());
+    } catch (const std::bad_alloc&) {
+        std::cerr << "oxbeam: error: out of memory\n";
+        return static_cast<int>(ExitStatus::BadScene);
+    } catch (const std::exception& e) {
+        std::cerr << "oxbeam: error: " << e.what() << '\n';
+        return static_cast<int>(ExitStatus::BadScene);
+    }
+}

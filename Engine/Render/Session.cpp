@@ -1,0 +1,71 @@
+#include "Engine/Render/Session.h"
+
+#include "Oxbeam/OxFunctions.h"
+
+#include <cmath>
+#include <mutex>
+
+namespace oxbeam {
+
+static std::mutex s_mutex;
+
+Session::Session(World& world) : m_world(world) {
+    s_mutex.lock();
+    OxContext::current = &m_context;
+    TextureList::current = &world.textures;
+    newFrame();
+}
+
+Session::~Session() {
+    OxContext::current = nullptr;
+    TextureList::current = nullptr;
+    s_mutex.unlock();
+}
+
+static void aimCamera(World& world) {
+    const View view = world.view ? *world.view : world.framingView();
+    const float top = std::tan(0.5f * world.fov * 3.14159265f / 180.0f);
+    const float right = top * static_cast<float>(world.image.width) / static_cast<float>(world.image.height);
+    world.camera->InitCamera(view.position, view.lookAt, view.lookUp, world.image.width, world.image.height, -right,
+                             right, -top, top, 1.0f);
+}
+
+// The environment comes before the surfaces: it may add lights to the list that they read.
+void Session::newFrame() {
+    m_context.scene = &m_world.geometry.scene();
+    m_context.shaders = m_world.shaders;
+    m_context.lights = m_world.lights;
+    m_context.lightHandles.assign(m_world.lights.begin(), m_world.lights.end());
+    m_context.environment = m_world.environment;
+    m_context.camera = m_world.camera;
+
+    m_world.renderingObject->m_rayEpsilon = m_world.epsilon();
+    m_world.environment->m_ro = m_world.renderingObject;
+    for (OxShader* shader : m_world.shaders) shader->m_ro = m_world.renderingObject;
+    aimCamera(m_world);
+    m_world.renderingObject->NewFrame();
+    m_world.camera->NewFrame();
+    m_world.environment->NewFrame();
+    for (OxLight* light : m_world.lights) light->NewFrame();
+    for (OxShader* shader : m_world.shaders) shader->NewFrame();
+}
+
+OxState Session::primaryState(unsigned thread, unsigned pass) const {
+    OxState state;
+    state.intersector = &m_world.geometry.intersector();
+    state.scene = &m_world.geometry.scene();
+    state.m_ro = m_world.renderingObject;
+    state.ray.visibilityMask = RAY_PRIMARY;
+    m_world.renderingObject->initRay(state, pass, thread);
+    return state;
+}
+
+R3 Session::trace(OxState& state) {
+    if (oxsShootRay(&state))
+        oxsGetShader(&state)->Shade(&state);
+    else
+        oxsShadeEnvironment(&state);
+    return state.color;
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,32 @@
+// A world set up for tracing rays.
+#pragma once
+
+#include "Engine/World.h"
+#include "Oxbeam/OxContext.h"
+#include "Oxbeam/OxState.h"
+
+namespace oxbeam {
+
+// While it exists, the services that take no state answer from this world, whose geometry must be built. There is one
+// at a time in a process; a second one waits. It runs NewFrame on every object.
+class OXBEAM_API Session {
+public:
+    explicit Session(World& world);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Runs NewFrame again, after parameters have changed.
+    void newFrame();
+    // A state for a primary ray of a rendering thread, with the package's record attached; the ray itself is not set.
+    // The thread's record must have been seeded by the rendering object's initTile.
+    OxState primaryState(unsigned thread = 0, unsigned pass = 0) const;
+    // Shoots a state's ray and shades what it meets: the colour that comes back along it.
+    static R3 trace(OxState& state);
+
+private:
+    World& m_world;
+    OxContext m_context;
+};
+
+}  // namespace oxbeam

@@ -1,0 +1,102 @@
+#include "Tests/Support/TestWorld.h"
+
+#include "Engine/Host/HostObjects.h"
+#include "Engine/Host/ThreadRecord.h"
+#include "Sampling/Frame.h"
+
+#include <unistd.h>
+
+#include <bit>
+
+namespace oxbeam::test {
+
+namespace fs = std::filesystem;
+
+const Registry& registry() {
+    static const Registry& all = []() -> const Registry& {
+        auto* made = new Registry;
+        made->loadPackage(KEL_LIBRARY);
+        return *made;
+    }();
+    return all;
+}
+
+fs::path scratch() {
+    static const struct Folder {
+        fs::path path = fs::temp_directory_path() / ("oxbeam-test-" + std::to_string(getpid()));
+
+        Folder() { fs::create_directories(path); }
+        ~Folder() { fs::remove_all(path); }
+    } folder;
+    return folder.path;
+}
+
+TestWorld::TestWorld(const R3& background) {
+    setRenderingObject(*registry().find("Kel"));
+    setCamera(*registry().find("OxPerspectiveCamera"));
+    static_cast<Background&>(setEnvironment(*registry().find("OxBackground"))).color = background;
+}
+
+KelPhongShader& TestWorld::phong(const R3& diffuse) {
+    auto& made = static_cast<KelPhongShader&>(addShader(*registry().find("KelPhong")));
+    made.diffuseColor = diffuse;
+    return made;
+}
+
+KelPointLight& TestWorld::pointLight(const R3& position, const R3& intensity) {
+    auto& made = static_cast<KelPointLight&>(addLight(*registry().find("KelPointLight")));
+    made.position = position;
+    made.intensity = intensity;
+    return made;
+}
+
+unsigned TestWorld::add(MeshData mesh, const Matrix& placement, Oxuint visibility) {
+    return geometry.addInstance(geometry.addMesh(std::move(mesh)), placement, static_cast<unsigned>(shaders.size()) - 1,
+                                visibility);
+}
+
+unsigned TestWorld::addSquare(const R3& center, const R3& normal, float halfSide, Oxuint visibility) {
+    const R3 y = Normalize(normal), x = Normalize(Cross(SmallestAxis(y), y)), z = Cross(x, y);
+    Matrix placement;
+    for (unsigned i = 0; i < 3; ++i) {
+        placement.m[i][0] = halfSide * x[i];
+        placement.m[i][1] = y[i];
+        placement.m[i][2] = halfSide * z[i];
+        placement.m[i][3] = center[i];
+    }
+    return add(planeMesh(), placement, visibility);
+}
+
+Session& TestWorld::session() {
+    if (!m_session) {
+        geometry.build();
+        m_session.emplace(*this);
+        renderingObject->initTile(0, 0);
+        resetRayCounts();
+    }
+    return *m_session;
+}
+
+R3 TestWorld::trace(const R3& origin, const R3& direction) {
+    OxState state = session().primaryState();
+    state.ray.origin = origin;
+    state.ray.direction = direction;
+    return Session::trace(state);
+}
+
+RenderResult TestWorld::render(unsigned threads, unsigned samples, std::optional<Window> crop) {
+    Workers workers(threads);
+    workers.within([&] { geometry.build(); });
+    RenderOptions options;
+    options.samples = samples;
+    options.crop = crop;
+    return oxbeam::render(*this, workers, options);
+}
+
+std::uint64_t raysShot(RayKind kind) {
+    return ThreadRecord::mine().rays[static_cast<unsigned>(std::countr_zero(+kind))];
+}
+
+void resetRayCounts() { ThreadRecord::mine() = ThreadRecord{}; }
+
+}  // namespace oxbeam::test

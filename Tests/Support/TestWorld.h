@@ -1,0 +1,64 @@
+// Tiny scenes built in memory, shared by tests and benchmarks.
+#pragma once
+
+#include "Engine/Packages/Registry.h"
+#include "Engine/Render/Renderer.h"
+#include "Engine/Render/Session.h"
+#include "Engine/Scene/Shapes.h"
+#include "Engine/World.h"
+#include "Shaders/Kel/KelPhong.h"
+#include "Shaders/Kel/KelPointLight.h"
+#include "Shaders/Kel/KelRenderingObject.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace oxbeam::test {
+
+// All objects of the package under test and of the host.
+const Registry& registry();
+// A folder for files of the running test; empty at first, gone at the end of the process.
+std::filesystem::path scratch();
+
+// A world with the package's rendering object, the host's perspective camera and a plain background. Objects come from
+// the package's factories, as in a real scene.
+class TestWorld : public World {
+public:
+    explicit TestWorld(const R3& background = Black);
+
+    KelRenderingObject& ro() { return static_cast<KelRenderingObject&>(*renderingObject); }
+    KelPhongShader& phong(const R3& diffuse = White);
+    KelPointLight& pointLight(const R3& position, const R3& intensity = White);
+    // Any object by its registered name, as a shader or a light of the scene.
+    template <class T = OxShader>
+    T& shader(const std::string& name) {
+        return dynamic_cast<T&>(addShader(*registry().find(name)));
+    }
+    template <class T = OxLight>
+    T& light(const std::string& name) {
+        return dynamic_cast<T&>(addLight(*registry().find(name)));
+    }
+
+    // Places a mesh that is shaded by the shader made last.
+    unsigned add(MeshData mesh, const Matrix& placement = {}, Oxuint visibility = RAY_ALL);
+    // A square of side 2 * halfSide about `center`, facing `normal`.
+    unsigned addSquare(const R3& center, const R3& normal, float halfSide = 100.0f, Oxuint visibility = RAY_ALL);
+
+    // Builds the geometry and sets the world up for tracing, once; later calls give the same session.
+    Session& session();
+    // Colour along a primary ray; the direction is taken as it is.
+    R3 trace(const R3& origin, const R3& direction);
+    // The whole picture; needs that no session was asked for.
+    RenderResult render(unsigned threads = 1, unsigned samples = 1, std::optional<Window> crop = {});
+
+private:
+    std::optional<Session> m_session;
+};
+
+// Rays of one kind shot by this thread since the last call of resetRayCounts.
+std::uint64_t raysShot(RayKind kind);
+void resetRayCounts();
+
+}  // namespace oxbeam::test
