@@ -63,7 +63,7 @@ static std::vector<T> toDisplay(const std::vector<R3>& pixels) {
     constexpr float most = std::numeric_limits<T>::max();
     const auto encode = [](float v) {
         const float clamped = v > 0.0f ? std::min(v, 1.0f) : 0.0f;  // NaN is black
-        return static_cast<T>(OIIO::linear_to_sRGB(clamped) * most + 0.5f);
+        return static_cast<T>(std::lround(OIIO::linear_to_sRGB(clamped) * most));
     };
     std::vector<T> values;
     values.reserve(3 * pixels.size());

@@ -66,7 +66,8 @@ std::string describeValue(const ParameterDeclaration& p, const std::byte* bytes)
 // What would have been right, for messages.
 static std::string expected(const ParameterDeclaration& p) {
     if (isTexture(p)) return "the name of a texture";
-    if (p.components() > 1) return fmt::format("a list of {} numbers", p.components());
+    if (p.components() > 1)
+        return fmt::format("a list of {} {}", p.components(), p.type == ElementType::Float ? "numbers" : "integers");
     if (p.info && !p.info->items.empty()) {
         std::vector<std::string> items;
         for (const auto& [key, value] : p.info->items) items.push_back(fmt::format("{} or '{}'", key, value));
@@ -135,7 +136,10 @@ bool ParameterWriter::encode(const ParameterDeclaration& p, ElementType type, co
     std::vector<double> numbers;
     if (const auto* list = std::get_if<std::vector<ParameterValue::Number>>(&value.data)) {
         if (list->size() != p.components() || p.components() == 1) return wrongKind(p, value), false;
-        for (const auto& number : *list) numbers.push_back(toDouble(number));
+        for (const auto& number : *list) {
+            if (type != ElementType::Float && std::holds_alternative<double>(number)) return wrongKind(p, value), false;
+            numbers.push_back(toDouble(number));
+        }
     } else if (p.components() > 1) {
         return wrongKind(p, value), false;
     } else if (const auto* flag = std::get_if<bool>(&value.data)) {

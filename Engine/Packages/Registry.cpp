@@ -8,17 +8,19 @@
 #include "Oxbeam/OxShader.h"
 
 #define BOOST_DLL_USE_STD_FS
-#include <boost/dll/library_info.hpp>
 #include <boost/dll/runtime_symbol_info.hpp>
 #include <boost/dll/shared_library.hpp>
 #include <fmt/format.h>
 
+#include <dlfcn.h>
+#include <link.h>
 #include <malloc.h>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <list>
 #include <mutex>
 #include <set>
 
@@ -167,23 +169,48 @@ void Registry::registerObject(const std::string& name, const std::string& packag
         throw badPackage(package, fmt::format("object '{}' is already registered by {}", name, other->package));
     s_pending.parameters.clear();
     s_pending.factory = nullptr;
-    if (registration() != 1 || !s_pending.factory)
-        throw badPackage(package, fmt::format("the registration of '{}' failed", name));
     auto object = std::make_unique<ObjectClass>();
     object->name = name;
     object->package = package;
-    object->factory = s_pending.factory;
-    object->parameters = std::move(s_pending.parameters);
-    check(*object);
+    const std::string failed = fmt::format("the registration of '{}' failed", name);
+    try {
+        if (registration() != 1 || !s_pending.factory) throw badPackage(package, failed);
+        object->factory = s_pending.factory;
+        object->parameters = std::move(s_pending.parameters);
+        check(*object);
+    } catch (const Error&) {
+        throw;
+    } catch (const std::exception& e) {  // no package may throw, but one that does is named
+        throw badPackage(package, fmt::format("{}: {}", failed, e.what()));
+    } catch (...) {
+        throw badPackage(package, failed);
+    }
     m_objects[name] = std::move(object);
 }
 
-// The <Name> of Register_<Name>_LoadableObject, or nothing.
-static std::string registeredName(const std::string& symbol) {
-    static const std::string prefix = "Register_", suffix = "_LoadableObject";
-    const bool fits =
-        symbol.size() > prefix.size() + suffix.size() && symbol.starts_with(prefix) && symbol.ends_with(suffix);
-    return fits ? symbol.substr(prefix.size(), symbol.size() - prefix.size() - suffix.size()) : std::string();
+// The <Name>s of all Register_<Name>_LoadableObject that a library itself exports. Every text in its dynamic string
+// table may be one, and the loader knows which are; both are there in a stripped library too.
+static std::set<std::string> registeredNames(void* library) {
+    static constexpr std::string_view prefix = "Register_", suffix = "_LoadableObject";
+    const link_map* map = nullptr;
+    Dl_info own, found;
+    if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || !dladdr(map->l_ld, &own)) return {};
+    const char* table = nullptr;
+    std::size_t size = 0;
+    for (const auto* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
+        if (entry->d_tag == DT_STRTAB) table = reinterpret_cast<const char*>(entry->d_un.d_ptr);
+        if (entry->d_tag == DT_STRSZ) size = entry->d_un.d_val;
+    }
+    const std::string_view strings(table, size);
+    std::set<std::string> names;
+    for (auto at = strings.find(prefix); at != std::string_view::npos; at = strings.find(prefix, at + 1)) {
+        const std::string symbol(table + at);
+        if (!symbol.ends_with(suffix) || symbol.size() <= prefix.size() + suffix.size()) continue;
+        const void* function = dlsym(library, symbol.c_str());
+        if (function && dladdr(function, &found) && found.dli_fbase == own.dli_fbase)
+            names.insert(symbol.substr(prefix.size(), symbol.size() - prefix.size() - suffix.size()));
+    }
+    return names;
 }
 
 static boost::dll::shared_library open(const fs::path& library) {
@@ -202,11 +229,10 @@ static boost::dll::shared_library open(const fs::path& library) {
 void Registry::loadPackage(const fs::path& library) {
     std::error_code none;
     const fs::path path = fs::absolute(library, none);
-    // Never unloaded: objects, documents and registered functions live in it.
-    auto& loaded = *new boost::dll::shared_library(open(path));
-    std::set<std::string> names;
-    for (const std::string& symbol : boost::dll::library_info(path).symbols())
-        if (const std::string name = registeredName(symbol); !name.empty()) names.insert(name);
+    // Never unloaded, not even at exit: objects, documents and registered functions live in them.
+    static auto& libraries = *new std::list<boost::dll::shared_library>;
+    boost::dll::shared_library& loaded = libraries.emplace_back(open(path));
+    const std::set<std::string> names = registeredNames(loaded.native());
     if (names.empty())
         throw badPackage(path.string(), "this library exports no Register_<Name>_LoadableObject; it is no package");
     for (const std::string& name : names) {

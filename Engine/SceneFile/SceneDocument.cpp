@@ -27,16 +27,35 @@ static std::optional<std::string> readText(const fs::path& file, Diagnostics& di
     return text;
 }
 
-// The parser descends once for every part of a dotted key, and would run out of stack.
+// The parser descends once for every part of a dotted key, and what uses the tables once for every level: too many of
+// either run out of stack. Dots in texts and comments are harmless.
 static bool hasEndlessKey(const std::string& text, const std::string& source, Diagnostics& diagnostics) {
-    unsigned dots = 0, line = 1;
-    for (const char c : text) {
-        if (c == '.') ++dots;
-        if (c == '\n' || c == ',' || c == '=' || c == '[' || c == ']' || c == '{' || c == '}') dots = 0;
-        if (c == '\n') ++line;
-        if (dots > 1000) {
-            diagnostics.error({source, line, 1}, "a key with more than 1000 parts");
+    constexpr unsigned most = 32;  // with values nested as deep as the parser allows it, 8000 levels
+    unsigned dots = 0;
+    std::string quote;  // ends the text that is being skipped
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (!quote.empty()) {
+            if (c == '\\' && quote[0] == '"')
+                ++i;
+            else if (text.compare(i, quote.size(), quote) == 0) {
+                i += quote.size() - 1;
+                while (quote.size() == 3 && i + 1 < text.size() && text[i + 1] == c) ++i;  // the text's own last quotes
+                quote.clear();
+            } else if (c == '\n' && quote.size() == 1)
+                quote.clear();
+        } else if (c == '"' || c == '\'') {
+            quote.assign(text.compare(i, 3, std::string(3, c)) == 0 ? 3 : 1, c);
+            i += quote.size() - 1;
+        } else if (c == '#') {
+            i = std::min(text.find('\n', i), text.size()) - 1;
+        } else if (c == '.' && ++dots >= most) {
+            const auto line = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(i), '\n') + 1;
+            diagnostics.error({source, static_cast<unsigned>(line), 1},
+                              fmt::format("a key with more than {} parts", most));
             return true;
+        } else if (std::string_view("\n,=[]{}").find(c) != std::string_view::npos) {
+            dots = 0;
         }
     }
     return false;

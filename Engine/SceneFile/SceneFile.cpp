@@ -137,11 +137,17 @@ void SceneLoader::reportUnknownSections() {
 
 // ---- Objects
 
+// "a light", "an environment"
+static std::string oneOf(ObjectKind kind) {
+    const std::string name = kindName(kind);
+    return fmt::format("{} {}", std::string_view("aeiou").find(name[0]) == std::string_view::npos ? "a" : "an", name);
+}
+
 const ObjectClass* SceneLoader::objectOf(TableReader& reader, const Kinds& kinds, const std::string& preset) {
     const auto given = reader.text("object");
     if (!given && (preset.empty() || reader.has("object"))) {
         if (!reader.has("object"))
-            reader.error("object", fmt::format("has no 'object'; expected the name of a {}", kindName(kinds.front())));
+            reader.error("object", fmt::format("has no 'object'; expected the name of {}", oneOf(kinds.front())));
         return nullptr;
     }
     const std::string name = given.value_or(preset);
@@ -152,8 +158,8 @@ const ObjectClass* SceneLoader::objectOf(TableReader& reader, const Kinds& kinds
         return nullptr;
     }
     if (!std::count(kinds.begin(), kinds.end(), object->kind)) {
-        reader.error("object", fmt::format("'{}' is a {}; expected a {}{}", name, kindName(object->kind),
-                                           kindName(kinds.front()), didYouMean(name, m_registry.names(kinds))));
+        reader.error("object", fmt::format("'{}' is {}; expected {}{}", name, oneOf(object->kind), oneOf(kinds.front()),
+                                           didYouMean(name, m_registry.names(kinds))));
         return nullptr;
     }
     return object;

@@ -15,8 +15,8 @@
 #include <limits>
 
 // What the standard assertion calls where it fails; its header hides it from release builds.
-extern "C" [[noreturn]] void __assert_fail(const char* expression, const char* file, unsigned line,
-                                           const char* function) noexcept;
+extern "C" [[noreturn]] void __assert_fail(  // NOLINT(bugprone-reserved-identifier)
+    const char* expression, const char* file, unsigned line, const char* function) noexcept;
 
 // A state without a rendering object is a programming error. The check must not vanish from release builds, where
 // the standard macro does, so it calls what that macro calls.

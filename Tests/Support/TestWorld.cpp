@@ -2,11 +2,13 @@
 
 #include "Engine/Host/HostObjects.h"
 #include "Engine/Host/ThreadRecord.h"
+#include "Oxbeam/OxFunctions.h"
 #include "Sampling/Frame.h"
 
 #include <unistd.h>
 
 #include <bit>
+#include <stdexcept>
 
 namespace oxbeam::test {
 
@@ -77,10 +79,24 @@ Session& TestWorld::session() {
     return *m_session;
 }
 
-R3 TestWorld::trace(const R3& origin, const R3& direction) {
-    OxState state = session().primaryState();
+static OxState primaryState(Session& session, const R3& origin, const R3& direction) {
+    OxState state = session.primaryState();
     state.ray.origin = origin;
     state.ray.direction = direction;
+    return state;
+}
+
+OxState TestWorld::hit(const R3& origin, const R3& direction) {
+    OxState state = primaryState(session(), origin, direction);
+    if (!oxsShootRay(&state)) throw std::logic_error("the test's ray hits nothing");
+    R3 position;
+    oxsGetHitPosition(&state, position);
+    oxsSetRayOrigin(&state, position);
+    return state;
+}
+
+R3 TestWorld::trace(const R3& origin, const R3& direction) {
+    OxState state = primaryState(session(), origin, direction);
     return Session::trace(state);
 }
 

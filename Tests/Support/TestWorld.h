@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 namespace oxbeam::test {
 
@@ -41,6 +42,17 @@ public:
         return dynamic_cast<T&>(addLight(*registry().find(name)));
     }
 
+    // A shader or light of a class of the test's own.
+    template <class T>
+    T& own() {
+        ObjectClass object;
+        object.factory = [] { return static_cast<OxLoadableObject*>(new T); };
+        if constexpr (std::is_base_of_v<OxLight, T>)
+            return static_cast<T&>(addLight(object));
+        else
+            return static_cast<T&>(addShader(object));
+    }
+
     // Places a mesh that is shaded by the shader made last.
     unsigned add(MeshData mesh, const Matrix& placement = {}, Oxuint visibility = RAY_ALL);
     // A square of side 2 * halfSide about `center`, facing `normal`.
@@ -48,6 +60,8 @@ public:
 
     // Builds the geometry and sets the world up for tracing, once; later calls give the same session.
     Session& session();
+    // A primary ray's state after shooting, with the ray's origin at the hit, where surface shaders put it.
+    OxState hit(const R3& origin, const R3& direction);
     // Colour along a primary ray; the direction is taken as it is.
     R3 trace(const R3& origin, const R3& direction);
     // The whole picture; needs that no session was asked for.

@@ -1,0 +1,87 @@
+// Stand-ins that tell what the code under test does with them.
+#pragma once
+
+#include "Oxbeam/OxFunctions.h"
+#include "Oxbeam/OxSampler.h"
+#include "Oxbeam/OxShader.h"
+#include "Shaders/Kel/KelRenderingObject.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <utility>
+#include <vector>
+
+inline void PrintTo(const R3& v, std::ostream* out) { *out << '(' << v.x << ", " << v.y << ", " << v.z << ')'; }
+
+namespace oxbeam::test {
+
+inline void expectNear(const R3& actual, const R3& expected, float tolerance = 1e-5f) {
+    EXPECT_NEAR(actual.x, expected.x, tolerance) << testing::PrintToString(actual);
+    EXPECT_NEAR(actual.y, expected.y, tolerance) << testing::PrintToString(actual);
+    EXPECT_NEAR(actual.z, expected.z, tolerance) << testing::PrintToString(actual);
+}
+
+// A glowing surface that notes every ray it shades and every shadow ray that asks it.
+struct Probe : OxShader {
+    struct Seen {
+        Ray ray;
+        Oxuint depth, insideFlag;  // of the ray's record
+        float opacity;
+        const OxSampler* sampler;
+        bool ownsSampler;
+    };
+
+    R3 color = White;
+    bool transparent = false;  // what it answers to light
+    std::vector<Seen> seen;
+
+    Oxvoid Shade(OxState* state) override {
+        note(state);
+        oxsReturnColor(state, color);
+    }
+    bool LightTransparency(OxState* state) override {
+        note(state);
+        return transparent;
+    }
+
+private:
+    void note(OxState* state) {
+        const auto& record = *static_cast<KelRay*>(oxsGetPrivatePtr(state));
+        seen.push_back(
+            {state->ray, record.depth, record.insideFlag, record.opacity, record.sampler, record.m_deleteSampler});
+    }
+};
+
+// Random numbers that are none: those of a list, over and over.
+struct ScriptedSampler : OxSampler {
+    std::vector<float> numbers;
+    std::vector<int> dimensions;  // asked for so far
+    std::vector<unsigned> seeds;  // set so far
+    int* deletions = nullptr;     // counts deletions where set
+
+    explicit ScriptedSampler(std::vector<float> script, int* deleted = nullptr)
+        : numbers(std::move(script)), deletions(deleted) {}
+    ~ScriptedSampler() override {
+        if (deletions) ++*deletions;
+    }
+    ScriptedSampler(const ScriptedSampler&) = default;
+    ScriptedSampler& operator=(const ScriptedSampler&) = default;
+
+    OxSampler* clone() const override { return new ScriptedSampler(*this); }
+    float nextSample(int dimension) override {
+        dimensions.push_back(dimension);
+        return numbers[(dimensions.size() - 1) % numbers.size()];
+    }
+    void setSeed(unsigned seed) override { seeds.push_back(seed); }
+};
+
+// Makes a rendering thread draw from a list. The sampler belongs to the rendering object.
+inline ScriptedSampler& script(KelRenderingObject& ro, std::vector<float> numbers, int* deletions = nullptr,
+                               unsigned thread = 0) {
+    auto* sampler = new ScriptedSampler(std::move(numbers), deletions);
+    delete std::exchange(ro.m_rays[thread].sampler, sampler);
+    return *sampler;
+}
+
+}  // namespace oxbeam::test
