@@ -99,7 +99,9 @@ void ParameterWriter::wrongKind(const ParameterDeclaration& p, const ParameterVa
 ElementType ParameterWriter::typeFor(const ParameterDeclaration& p, const ParameterValue& value) {
     if (p.type != ElementType::FromValue) return p.type;
     if (std::holds_alternative<bool>(value.data)) return ElementType::Bool;
-    const bool whole = !std::holds_alternative<double>(value.data);
+    const bool whole = std::holds_alternative<std::int64_t>(value.data);
+    if (!whole && !std::holds_alternative<double>(value.data))
+        return ElementType::Int;  // a texture's name, if anything
     m_diagnostics.note(value.where,
                        fmt::format("{} does not say whether it is an integer or a real number; taken as {}, as "
                                    "it is written",

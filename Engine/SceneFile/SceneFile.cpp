@@ -24,8 +24,8 @@ class SceneLoader {
 public:
     SceneLoader(const fs::path& file, const toml::table& document, const Registry& registry, Diagnostics& diagnostics,
                 World& world)
-        : m_folder(file.parent_path()), m_document(document), m_registry(registry), m_diagnostics(diagnostics),
-          m_world(world) {}
+        : m_file(file.string()), m_folder(file.parent_path()), m_document(document), m_registry(registry),
+          m_diagnostics(diagnostics), m_world(world) {}
 
     void load() {
         readTextures();
@@ -72,6 +72,7 @@ private:
     Matrix placementOf(TableReader& reader);
     Oxuint visibilityOf(TableReader& reader);
 
+    std::string m_file;
     fs::path m_folder;
     const toml::table& m_document;
     const Registry& m_registry;
@@ -171,10 +172,13 @@ void SceneLoader::writeParameters(TableReader& reader, const ObjectClass& object
         return found == m_textures.end() ? std::nullopt : std::optional(found->second);
     };
     ParameterWriter writer(object, reader.label(), m_diagnostics, textures, m_textureNames);
-    reader.rest([&](const std::string& key, const SourceLocation& at, const toml::node& node) {
-        const std::string about = fmt::format("parameter '{}' of {} ({})", key, reader.label(), object.name);
-        if (const auto value = parameterValue(node, about, m_diagnostics)) writer.write(target, key, at, *value);
-    });
+    // What was set over the file comes last: the file may know the same parameter by another of its names.
+    for (const bool setOver : {false, true})
+        reader.rest([&](const std::string& key, const SourceLocation& at, const toml::node& node) {
+            if ((locationOf(node.source()).file != m_file) != setOver) return;
+            const std::string about = fmt::format("parameter '{}' of {} ({})", key, reader.label(), object.name);
+            if (const auto value = parameterValue(node, about, m_diagnostics)) writer.write(target, key, at, *value);
+        });
 }
 
 void SceneLoader::readTextures() {
@@ -228,7 +232,7 @@ void SceneLoader::readShaders() {
 void SceneLoader::readRender() {
     static const toml::table none;
     const toml::table* table = section("render");
-    TableReader reader(table ? *table : none, "render", m_diagnostics);
+    TableReader reader(table ? *table : none, "render", m_diagnostics, m_file);
     const ObjectClass* object = objectOf(reader, {ObjectKind::RenderingObject}, "Kel");
     if (!object) return;
     OxRenderingObject& ro = m_world.setRenderingObject(*object);
@@ -265,7 +269,7 @@ void SceneLoader::readImage() {
 void SceneLoader::readCamera() {
     static const toml::table none;
     const toml::table* table = section("camera");
-    TableReader reader(table ? *table : none, "camera", m_diagnostics);
+    TableReader reader(table ? *table : none, "camera", m_diagnostics, m_file);
     const auto position = reader.vector("position"), lookAt = reader.vector("lookAt"), lookUp = reader.vector("lookUp");
     const auto fov = reader.number("fov");
     if (fov && !(*fov > 0.0f && *fov < 180.0f)) reader.error("fov", "'fov' must lie between 0 and 180 degrees");
@@ -289,7 +293,7 @@ void SceneLoader::readCamera() {
 void SceneLoader::readEnvironment() {
     static const toml::table none;
     const toml::table* table = section("environment");
-    TableReader reader(table ? *table : none, "environment", m_diagnostics);
+    TableReader reader(table ? *table : none, "environment", m_diagnostics, m_file);
     if (const auto* object = objectOf(reader, {ObjectKind::Environment, ObjectKind::Shader}, "OxBackground"))
         writeParameters(reader, *object, m_world.setEnvironment(*object));
 }

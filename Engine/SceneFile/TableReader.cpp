@@ -11,12 +11,12 @@ SourceLocation locationOf(const toml::source_region& region) {
     return {region.path ? *region.path : std::string(), region.begin.line, region.begin.column};
 }
 
-TableReader::TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics)
-    : m_table(table), m_label(std::move(label)), m_diagnostics(diagnostics) {}
+TableReader::TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics, std::string file)
+    : m_table(table), m_label(std::move(label)), m_diagnostics(diagnostics), m_unwritten{std::move(file), 0, 0} {}
 
 SourceLocation TableReader::where(std::string_view key) const {
     const toml::node* node = m_table.get(key);
-    return locationOf(node ? node->source() : m_table.source());
+    return node ? locationOf(node->source()) : where();
 }
 
 const toml::node* TableReader::take(std::string_view key) {

@@ -23,8 +23,9 @@ SourceLocation locationOf(const toml::source_region& region);
 // range.
 class TableReader {
 public:
-    // `label` names the table for messages, for example "shader 'table'".
-    TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics);
+    // `label` names the table for messages, for example "shader 'table'"; `file` is where it would stand if it is not
+    // written anywhere.
+    TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics, std::string file = {});
 
     std::optional<bool> flag(std::string_view key);
     std::optional<unsigned> count(std::string_view key, unsigned least, unsigned most);
@@ -40,7 +41,7 @@ public:
     bool has(std::string_view key) const { return m_table.contains(key); }
     bool isList(std::string_view key) const { return m_table.get(key) && m_table.get(key)->is_array(); }
     // Where the table, or a key's value, stands.
-    SourceLocation where() const { return locationOf(m_table.source()); }
+    SourceLocation where() const { return m_table.source().path ? locationOf(m_table.source()) : m_unwritten; }
     SourceLocation where(std::string_view key) const;
     const std::string& label() const { return m_label; }
 
@@ -58,6 +59,7 @@ private:
     const toml::table& m_table;
     std::string m_label;
     Diagnostics& m_diagnostics;
+    SourceLocation m_unwritten;
     std::set<std::string, std::less<>> m_asked;
 };
 

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <string>
 
@@ -76,25 +79,42 @@ TEST(Settings, TheEpsilonIsCutToAnInteger) {
     EXPECT_EQ(kelRecursionLimit(&state), 1024);
 }
 
+// What a call that should abort the process says last. The framework's own way starts the program anew for every call,
+// and this one loads many libraries.
+static std::string lastWords(void (*call)(OxState*), OxState* state) {
+    testing::internal::CaptureStderr();
+    const pid_t child = fork();
+    if (child == 0) {
+        call(state);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+    return testing::internal::GetCapturedStderr();
+}
+
 // Also where the standard macro is compiled out, as in release builds.
-TEST(SettingsDeathTest, AStateWithoutRenderingObjectEndsTheProcess) {
+TEST(Settings, AStateWithoutRenderingObjectEndsTheProcess) {
     const struct {
-        const char* signature;  // as an expression
+        const char* signature;
         void (*call)(OxState*);
     } cases[] = {
-        {"int kelNumFuzzySamples\\(OxState\\*\\)", [](OxState* state) { kelNumFuzzySamples(state); }},
-        {"int kelRayEpsilon\\(OxState\\*\\)", [](OxState* state) { kelRayEpsilon(state); }},
-        {"int kelRecursionLimit\\(OxState\\*\\)", [](OxState* state) { kelRecursionLimit(state); }},
-        {"bool kelFuzzyLights\\(OxState\\*\\)", [](OxState* state) { kelFuzzyLights(state); }},
-        {"bool kelGlossySurfaces\\(OxState\\*\\)", [](OxState* state) { kelGlossySurfaces(state); }},
-        {"bool kelReceiveShadow\\(OxState\\*\\)", [](OxState* state) { kelReceiveShadow(state); }},
-        {"bool kelWireframe\\(OxState\\*\\)", [](OxState* state) { kelWireframe(state); }},
-        {"bool kelSoftShadows\\(OxState\\*\\)", [](OxState* state) { kelSoftShadows(state); }},
+        {"int kelNumFuzzySamples(OxState*)", [](OxState* state) { kelNumFuzzySamples(state); }},
+        {"int kelRayEpsilon(OxState*)", [](OxState* state) { kelRayEpsilon(state); }},
+        {"int kelRecursionLimit(OxState*)", [](OxState* state) { kelRecursionLimit(state); }},
+        {"bool kelFuzzyLights(OxState*)", [](OxState* state) { kelFuzzyLights(state); }},
+        {"bool kelGlossySurfaces(OxState*)", [](OxState* state) { kelGlossySurfaces(state); }},
+        {"bool kelReceiveShadow(OxState*)", [](OxState* state) { kelReceiveShadow(state); }},
+        {"bool kelWireframe(OxState*)", [](OxState* state) { kelWireframe(state); }},
+        {"bool kelSoftShadows(OxState*)", [](OxState* state) { kelSoftShadows(state); }},
     };
     OxState state;
-    for (const auto& c : cases)
-        EXPECT_EXIT(c.call(&state), testing::KilledBySignal(SIGABRT),
-                    std::string("FastKel[^ ]*: ") + c.signature + ": Assertion `ro' failed");
+    for (const auto& c : cases) {
+        const std::string words = lastWords(c.call, &state);
+        EXPECT_NE(words.find(std::string(": ") + c.signature + ": Assertion `ro' failed"), std::string::npos) << words;
+        EXPECT_NE(words.find("FastKel"), std::string::npos) << words;
+    }
 }
 
 TEST(Settings, AShadersOwnSwitchNeedsNoRenderingObject) {
