@@ -1,5 +1,9 @@
 #include "KelLight.h"
 
+#include "Kel.h"
+#include "Oxbeam/OxFunctions.h"
+#include "Sampling/Frame.h"
+
 KelLight::KelLight() { KelLight::Init(); }
 
 bool KelLight::CastShadow() { return castShadow != 0; }
@@ -16,3 +20,27 @@ int KelLight::samples() { return 1; }
 bool KelLight::deflectRay(OxState*) { return false; }
 
 bool KelLight::deflect(OxState*, R3&) { return false; }
+
+void KelLight::setFrameAcross(const R3& d, float extent) {
+    u = Cross(SmallestAxis(d), d);
+    v = Cross(d, u);
+    u = extent * Normalize(u);
+    v = extent * Normalize(v);
+}
+
+bool KelLight::deflectDirection(OxState* state, R3& direction) const {
+    OxSampler* sampler = static_cast<KelRay*>(oxsGetPrivatePtr(state))->sampler;
+    if (!sampler) return false;
+    const float r1 = sampler->nextSample(0) - 0.5f;
+    const float r2 = sampler->nextSample(1) - 0.5f;
+    direction = Normalize(direction + (r1 * u + r2 * v));
+    return true;
+}
+
+bool KelLight::deflectRayDirection(OxState* state) const {
+    R3 direction;
+    oxsGetRayDirection(state, direction);
+    const bool ok = deflectDirection(state, direction);
+    oxsSetRayDirection(state, direction);
+    return ok;
+}

@@ -32,4 +32,11 @@ public:
 
 protected:
     ~KelLight() = default;
+
+    // For lights whose jitter turns the direction towards them: u and v across unit vector d, of length `extent`.
+    void setFrameAcross(const R3& d, float extent);
+    // Jitters a direction by u and v, to unit length; false, and untouched, without random numbers.
+    bool deflectDirection(OxState* state, R3& direction) const;
+    // Jitters the state's ray in that way.
+    bool deflectRayDirection(OxState* state) const;
 };
