@@ -28,3 +28,10 @@ int oxRegisterObject(OxFactory factory) noexcept {
     extern "C" OXBEAM_API int Register_##Name##_LoadableObject();                                                      \
     OxLoadableObject* New##Name##LoadableObject() { return oxNewObject<Class>(); }                                     \
     int Register_##Name##_LoadableObject() { return oxRegisterObject<Class>(&New##Name##LoadableObject); }
+
+// Exports an object under a second name. The factory is one and the same function, and must stand in this source file.
+#define OX_EXPORT_ALIAS(Name, Class, OtherName)                                                                        \
+    extern "C" OXBEAM_API OxLoadableObject* New##Name##LoadableObject()                                                \
+        __attribute__((alias("New" #OtherName "LoadableObject")));                                                     \
+    extern "C" OXBEAM_API int Register_##Name##_LoadableObject();                                                      \
+    int Register_##Name##_LoadableObject() { return oxRegisterObject<Class>(&New##OtherName##LoadableObject); }
