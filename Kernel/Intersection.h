@@ -5,7 +5,7 @@
 #include "Primitives/Vec.h"
 
 // Values of `tri` that name no triangle.
-enum : int { TRI_NONE = -1 };
+enum : int { TRI_NONE = -1, TRI_MARKED = -2 };  // no hit; a hit that environments show in red
 
 struct Intersection {
     int tri = TRI_NONE;  // triangle of the object

@@ -109,6 +109,9 @@ OXBEAM_API Oxuint oxsGetTextureModel(const OxState* state, Oxuint textureId);
 OXBEAM_API Oxvoid oxsGlobalLights(const std::vector<OxLight*>*& lights);
 // The same as an array of handles; returns their number. A handle is an OxLight* converted to void*.
 OXBEAM_API Oxuint oxsGlobalLights(Oxvoid*** lights);
+// Adds a light to the frame's, for objects that bring lights of their own. Only while a frame is being prepared
+// (NewFrame), before any surface reads the list; holds for that frame.
+OXBEAM_API Oxvoid oxsAddLight(OxLight* light);
 // Evaluates a light at a point. True: `shadow` holds the ray from the point to the light and, as its colour, the
 // intensity that arrives. `state` is handed to the light (usually the shadow state again), `shader` the calling
 // surface shader.

@@ -191,6 +191,13 @@ Oxuint oxsGlobalLights(Oxvoid*** lights) {
     return static_cast<Oxuint>(handles.size());
 }
 
+// The context belongs to the session that prepares the frame; to everybody else it is constant.
+Oxvoid oxsAddLight(OxLight* light) {
+    auto* context = const_cast<OxContext*>(OxContext::current);
+    context->lights.push_back(light);
+    context->lightHandles.push_back(light);
+}
+
 bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader) {
     R3 direction, intensity;
     float distance = 0.0f;

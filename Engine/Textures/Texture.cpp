@@ -3,7 +3,6 @@
 #include <OpenImageIO/color.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 namespace oxbeam {
@@ -33,20 +32,19 @@ void Texture::examine() {
     const bool hasAlpha = m_channels == 2 || m_channels == 4;
     if (hasAlpha)
         for (unsigned y = 0; y < m_height && !m_hasTransparency; ++y)
-            for (unsigned x = 0; x < m_width && !m_hasTransparency; ++x)
-                m_hasTransparency = texel<Meaning::Raw>(x, y).a < 1.0f;
+            for (unsigned x = 0; x < m_width && !m_hasTransparency; ++x) m_hasTransparency = rawTexel(x, y).a < 1.0f;
     if (m_channels < 3) return;
     unsigned unit = 0;
     constexpr unsigned probes = 64;
     for (unsigned i = 0; i < probes * probes; ++i) {
-        const R3 c = texel<Meaning::Raw>(i % probes * m_width / probes, i / probes * m_height / probes).rgb();
+        const R3 c = rawTexel(i % probes * m_width / probes, i / probes * m_height / probes).rgb();
         const R3 n = 2.0f * c - White;
         unit += n.z > 0.0f && std::fabs(Dot(n, n) - 1.0f) < 0.15f;
     }
     if (unit > probes * probes * 9 / 10) bumpKind = BumpKind::Normal;
 }
 
-// ---- One texel
+// ---- Texels
 
 // Linear values of all bytes or words of an sRGB picture.
 template <unsigned Count>
@@ -60,100 +58,102 @@ static const float* sRGBTable() {
     return table.data();
 }
 
-template <class T, class ToFloat>
-static RGBAFloat unpack(const T* texel, unsigned channels, ToFloat color, ToFloat alpha) {
-    switch (channels) {
-    case 1: {
-        const float grey = color(texel[0]);
-        return {grey, grey, grey, 1.0f};
+// The values of a picture as they are stored, and how their colours are decoded: by a table, by the formula, or not.
+template <class T>
+struct Texels {
+    const T* values;
+    const float* table;
+    bool sRGB;
+    float scale;
+    std::size_t width, channels;
+
+    float color(T value) const {
+        if (table) return table[static_cast<std::size_t>(value)];
+        return sRGB ? OIIO::sRGB_to_linear(static_cast<float>(value)) : static_cast<float>(value) * scale;
     }
-    case 2: {
-        const float grey = color(texel[0]);
-        return {grey, grey, grey, alpha(texel[1])};
+
+    RGBAFloat operator()(unsigned x, unsigned y) const {
+        const T* t = values + (y * width + x) * channels;
+        const bool grey = channels < 3;
+        const float r = color(t[0]), g = grey ? r : color(t[1]), b = grey ? r : color(t[2]);
+        return {r, g, b, channels % 2 == 1 ? 1.0f : static_cast<float>(t[channels - 1]) * scale};
     }
-    case 3: return {color(texel[0]), color(texel[1]), color(texel[2]), 1.0f};
-    default: return {color(texel[0]), color(texel[1]), color(texel[2]), alpha(texel[3])};
+};
+
+template <class Use>
+RGBAFloat Texture::withTexels(Meaning meaning, Use use) const {
+    const bool decode = meaning == Meaning::Color && colorSpace == ColorSpace::SRGB;
+    switch (m_storage) {
+    case Storage::Byte:
+        return use(Texels<std::uint8_t>{m_bytes.data(), decode ? sRGBTable<256>() : nullptr, false, 1.0f / 255.0f,
+                                        m_width, m_channels});
+    case Storage::Word:
+        return use(Texels<std::uint16_t>{m_words.data(), decode ? sRGBTable<65536>() : nullptr, false, 1.0f / 65535.0f,
+                                         m_width, m_channels});
+    default: return use(Texels<float>{m_floats.data(), nullptr, decode, 1.0f, m_width, m_channels});
     }
 }
 
-// Decodes by a table, or plainly where there is none.
-template <class T>
-struct Decode {
-    const float* table;
-    float scale;
-
-    float operator()(T value) const { return table ? table[value] : static_cast<float>(value) * scale; }
-};
-
-template <Texture::Meaning M>
-RGBAFloat Texture::texel(unsigned x, unsigned y) const {
-    const std::size_t at = (static_cast<std::size_t>(y) * m_width + x) * m_channels;
-    const bool decode = M == Meaning::Color && colorSpace == ColorSpace::SRGB;
-    switch (m_storage) {
-    case Storage::Byte: {
-        constexpr float scale = 1.0f / 255.0f;
-        const Decode<std::uint8_t> color{decode ? sRGBTable<256>() : nullptr, scale}, alpha{nullptr, scale};
-        return unpack(&m_bytes[at], m_channels, color, alpha);
-    }
-    case Storage::Word: {
-        constexpr float scale = 1.0f / 65535.0f;
-        const Decode<std::uint16_t> color{decode ? sRGBTable<65536>() : nullptr, scale}, alpha{nullptr, scale};
-        return unpack(&m_words[at], m_channels, color, alpha);
-    }
-    default: {
-        const auto color = +[](float v) { return v; };
-        const auto sRGB = +[](float v) { return OIIO::sRGB_to_linear(v); };
-        return unpack(&m_floats[at], m_channels, decode ? sRGB : color, color);
-    }
-    }
+RGBAFloat Texture::rawTexel(unsigned x, unsigned y) const {
+    return withTexels(Meaning::Raw, [&](const auto& texel) { return texel(x, y); });
 }
 
 // ---- Coordinates
 
-// Index of the texel that a wrap mode puts at place i of a row (or column) of n.
-static unsigned wrapped(int i, unsigned n, unsigned mode) {
-    const int size = static_cast<int>(n);
-    if (mode == OX_GL_CLAMP_TO_EDGE) return static_cast<unsigned>(std::clamp(i, 0, size - 1));
-    if (mode == OX_GL_MIRRORED_REPEAT) {
-        int j = i % (2 * size);
-        if (j < 0) j += 2 * size;
-        return static_cast<unsigned>(j < size ? j : 2 * size - 1 - j);
-    }
-    const int j = i % size;
-    return static_cast<unsigned>(j < 0 ? j + size : j);
+// Brings a coordinate into [0, 1] as a wrap mode says. One that is not finite has no place and counts as 0.
+static float wrapped(float s, unsigned mode) {
+    if (!std::isfinite(s)) return 0.0f;
+    if (mode == OX_GL_CLAMP_TO_EDGE) return std::clamp(s, 0.0f, 1.0f);
+    if (mode == OX_GL_MIRRORED_REPEAT) return std::fabs(s - 2.0f * std::floor(0.5f * s + 0.5f));
+    return s - std::floor(s);
 }
 
-// Far coordinates wrap where floats still tell texels apart; those that are not finite have no place at all.
-static float bounded(float s) { return std::fabs(s) < 1e5f ? s : std::isfinite(s) ? std::fmod(s, 2.0f) : 0.0f; }
+// The two texels of a row (or column) of n that a coordinate lies between, and how far it is from the first to the
+// second. Texels are centred at half places; over the edge, a repeated picture goes on at the other end.
+struct Taps {
+    unsigned first, second;
+    float way;
 
-template <Texture::Meaning M>
-RGBAFloat Texture::sample(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const {
-    const float x = bounded(s) * static_cast<float>(m_width), y = bounded(t) * static_cast<float>(m_height);
+    Taps(float s, unsigned n, unsigned mode) {
+        const float x = wrapped(s, mode) * static_cast<float>(n) - 0.5f;
+        const float below = std::floor(x);
+        way = x - below;
+        const bool repeat = mode != OX_GL_CLAMP_TO_EDGE && mode != OX_GL_MIRRORED_REPEAT;
+        const int i = static_cast<int>(below), last = static_cast<int>(n) - 1;
+        first = static_cast<unsigned>(i < 0 ? (repeat ? last : 0) : i);
+        second = static_cast<unsigned>(i < last ? i + 1 : repeat ? 0 : last);
+    }
+};
+
+static unsigned nearest(float s, unsigned n, unsigned mode) {
+    return std::min(static_cast<unsigned>(wrapped(s, mode) * static_cast<float>(n)), n - 1);
+}
+
+RGBAFloat Texture::sample(Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const {
     if (filter == OX_GL_NEAREST)
-        return texel<M>(wrapped(static_cast<int>(std::floor(x)), m_width, wrapS),
-                        wrapped(static_cast<int>(std::floor(y)), m_height, wrapT));
-    // Texels are centred at half places.
-    const float fx = std::floor(x - 0.5f), fy = std::floor(y - 0.5f);
-    const float rx = x - 0.5f - fx, ry = y - 0.5f - fy;
-    const int ix = static_cast<int>(fx), iy = static_cast<int>(fy);
-    const unsigned x0 = wrapped(ix, m_width, wrapS), x1 = wrapped(ix + 1, m_width, wrapS);
-    const unsigned y0 = wrapped(iy, m_height, wrapT), y1 = wrapped(iy + 1, m_height, wrapT);
-    const RGBAFloat a = texel<M>(x0, y0), b = texel<M>(x1, y0), c = texel<M>(x0, y1), d = texel<M>(x1, y1);
-    const auto blend = [&](float p, float q, float r, float v) {
-        return (1.0f - ry) * ((1.0f - rx) * p + rx * q) + ry * ((1.0f - rx) * r + rx * v);
+        return withTexels(
+            meaning, [&](const auto& texel) { return texel(nearest(s, m_width, wrapS), nearest(t, m_height, wrapT)); });
+    const Taps x(s, m_width, wrapS), y(t, m_height, wrapT);
+    const auto mix = [](const RGBAFloat& a, const RGBAFloat& b, float way) {
+        const float rest = 1.0f - way;
+        return RGBAFloat(rest * a.r + way * b.r, rest * a.g + way * b.g, rest * a.b + way * b.b,
+                         rest * a.a + way * b.a);
     };
-    return {blend(a.r, b.r, c.r, d.r), blend(a.g, b.g, c.g, d.g), blend(a.b, b.b, c.b, d.b), blend(a.a, b.a, c.a, d.a)};
+    return withTexels(meaning, [&](const auto& texel) {
+        return mix(mix(texel(x.first, y.first), texel(x.second, y.first), x.way),
+                   mix(texel(x.first, y.second), texel(x.second, y.second), x.way), y.way);
+    });
 }
 
 RGBAFloat Texture::lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const {
-    return sample<Meaning::Color>(s, t, wrapS, wrapT, filter);
+    return sample(Meaning::Color, s, t, wrapS, wrapT, filter);
 }
 
 // Heights give their slope by central differences over one texel to either side.
 R3 Texture::tangentNormal(float s, float t) const {
     const auto raw = [&](float u, float v) {
-        return sample<Meaning::Raw>(u, v, static_cast<unsigned>(m_wrapS), static_cast<unsigned>(m_wrapT),
-                                    static_cast<unsigned>(filterMode))
+        return sample(Meaning::Raw, u, v, static_cast<unsigned>(m_wrapS), static_cast<unsigned>(m_wrapT),
+                      static_cast<unsigned>(filterMode))
             .rgb();
     };
     if (bumpKind == BumpKind::Normal) {

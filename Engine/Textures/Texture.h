@@ -50,10 +50,11 @@ private:
     enum class Meaning { Color, Raw };
 
     void examine();
-    template <Meaning M>
-    RGBAFloat texel(unsigned x, unsigned y) const;
-    template <Meaning M>
-    RGBAFloat sample(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
+    RGBAFloat rawTexel(unsigned x, unsigned y) const;
+    RGBAFloat sample(Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
+    // Calls `use` with a function that gives the texel at (x, y).
+    template <class Use>
+    RGBAFloat withTexels(Meaning meaning, Use use) const;
 
     unsigned m_width, m_height, m_channels;
     Storage m_storage;

@@ -34,6 +34,11 @@ static void checkSize(const fs::path& file, const OIIO::ImageSpec& spec, std::si
     if (spec.width > side || spec.height > side || bytes > most)
         throw badTexture(file, fmt::format("claims {} x {} texels; at most {} a side and 4 GiB in all are taken",
                                            spec.width, spec.height, side));
+    // No compression shrinks a large picture to next to nothing.
+    constexpr std::size_t large = 256u << 20, ratio = 100'000;
+    if (bytes > large && bytes / ratio > fs::file_size(file))
+        throw badTexture(file,
+                         fmt::format("claims {} x {} texels; it is too short to hold them", spec.width, spec.height));
 }
 
 // Some decoders call a picture complete whose data ended early. A complete JPEG holds an end marker behind its data.

@@ -51,7 +51,7 @@ OXBEAM_API Oxvoid kelTransparencyRay(OxState* state, OxState* ref);
 // Sets `ref` up as the refracted ray, from index n1 into n2, or back where the record attached to `ref` says that
 // the ray is inside; switchInside toggles that. False on total internal reflection: `ref` must not be traced.
 OXBEAM_API bool kelRefractionRay(OxState* state, OxState* ref, const R3& n, float n1, float n2, bool switchInside);
-// World-space length of the way to the hit.
+// Hit distance over the length of the ray's direction: for unit directions, the way to the hit.
 OXBEAM_API float kelGetHitDistance(OxState* state);
 
 // ---- Culling by contribution
