@@ -13,8 +13,9 @@ namespace oxbeam {
 struct RenderCommand {
     std::string scene;
     std::string output;
-    std::string size;  // "WxH", or nothing for the scene's own
-    std::string crop;  // "x0,y0,x1,y1", or nothing for the whole picture
+    std::string size;    // "WxH", or nothing for the scene's own
+    std::string crop;    // "x0,y0,x1,y1", or nothing for the whole picture
+    std::string camera;  // one of the scene's named cameras, or nothing
     std::optional<unsigned> samples;
     std::optional<unsigned> threads;
     unsigned bits = 8;

@@ -95,11 +95,11 @@ static unsigned chooseThreads(const RenderCommand& command, const OxRenderingObj
 
 // ---- Steps
 
-static std::unique_ptr<World> load(const std::string& scene, const std::vector<std::string>& set,
-                                   const Registry& registry, bool quiet) {
+static std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& options, const Registry& registry,
+                                   bool quiet) {
     checkInput(scene);
     Diagnostics diagnostics;
-    auto world = loadScene(scene, registry, diagnostics, {set});
+    auto world = loadScene(scene, registry, diagnostics, options);
     for (const Diagnostic& d : diagnostics.sorted())
         if (!quiet || d.severity != Severity::Note) std::cerr << d.text() << '\n';
     return diagnostics.hasErrors() ? nullptr : std::move(world);
@@ -165,7 +165,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Times times;
 
     Stopwatch loading;
-    const auto world = load(command.scene, command.set, registry, command.quiet);
+    const auto world = load(command.scene, {command.set, command.camera}, registry, command.quiet);
     if (!world) return ExitStatus::BadScene;
     if (!command.size.empty()) world->image = parseSize(command.size);
     OxRenderingObject& ro = *world->renderingObject;
@@ -207,7 +207,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
 }
 
 ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry) {
-    const auto world = load(scene, set, registry, false);
+    const auto world = load(scene, {set, {}}, registry, false);
     if (!world) return ExitStatus::BadScene;
     std::cout << fmt::format("{}: no errors; {} triangles, {} lights\n", scene, world->geometry.triangles(),
                              world->lights.size());

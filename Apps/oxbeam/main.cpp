@@ -26,6 +26,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
     c->add_option("SCENE", r.scene, "Scene file (TOML)")->required();
     c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required();
     c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
+    c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("NAME");
     c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
     c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
     c->add_option("--crop", r.crop, "Render a part only: left, top, right, bottom; the last two lie outside")

@@ -7,29 +7,52 @@
 
 namespace oxbeam {
 
-// Normals turn with the cofactors, keeping their side where the transformation mirrors.
-static Matrix normalTransform(const Matrix& m) {
-    Matrix n = CofactorMatrix(m);
+// Divides the linear part by its largest element.
+static Matrix leveled(Matrix m) {
+    float largest = 0.0f;
+    for (const auto& row : m.m)
+        for (int j = 0; j < 3; ++j) largest = std::max(largest, std::fabs(row[j]));
+    if (largest > 0.0f)
+        for (auto& row : m.m)
+            for (int j = 0; j < 3; ++j) row[j] /= largest;
+    return m;
+}
+
+// Normals turn with the cofactors, keeping their side where the transformation mirrors. Cofactors go with the square
+// of the scale, and their lengths would leave what a float holds.
+static Matrix normalTransform(const Matrix& matrix) {
+    const Matrix m = leveled(matrix);
+    Matrix n = leveled(CofactorMatrix(m));
     const float sign = Determinant(m) < 0.0f ? -1.0f : 1.0f;
     for (auto& row : n.m)
         for (float& element : row) element *= sign;
     return n;
 }
 
+// Normals are not brought to unit length one by one: they would be interpolated otherwise than those of an instance.
 void transform(MeshData& mesh, const Matrix& matrix) {
     const Matrix normal = normalTransform(matrix);
     for (R3& p : mesh.positions) p = TransformPoint(matrix, p);
-    for (R3& n : mesh.normals) {
-        n = TransformVector(normal, n);
-        // Cofactors grow with the square of the scale; shading wants normals of comparable length.
-        if (const float length = Length(n); length > 0.0f) n *= 1.0f / length;
-    }
+    for (R3& n : mesh.normals) n = TransformVector(normal, n);
 }
 
 static void setTransform(Instance& instance, const Matrix& matrix) {
     instance.hasXfm = 1;
     instance.meshToWorldXfm = matrix;
     instance.normalXfm = normalTransform(matrix);
+}
+
+void Bounds::add(const R3& p) {
+    if (empty) lower = upper = p;
+    lower = R3(std::min(lower.x, p.x), std::min(lower.y, p.y), std::min(lower.z, p.z));
+    upper = R3(std::max(upper.x, p.x), std::max(upper.y, p.y), std::max(upper.z, p.z));
+    empty = false;
+}
+
+void Bounds::add(const Bounds& other) {
+    if (other.empty) return;
+    add(other.lower);
+    add(other.upper);
 }
 
 SceneGeometry::SceneGeometry() = default;
@@ -141,6 +164,17 @@ void SceneGeometry::build(const std::string& isa) {
 std::string SceneGeometry::defaultIsa() { return EmbreeIntersector::defaultIsa(); }
 
 Intersector& SceneGeometry::intersector() const { return *m_intersector; }
+
+Bounds SceneGeometry::instanceBounds(unsigned number) const {
+    const Instance& instance = *m_instances[number];
+    const ABSP& mesh = *m_meshes[instance.object];
+    Bounds bounds;
+    for (const Oxuint vertex : mesh.indices) {
+        const R3& p = mesh.positions[vertex];
+        bounds.add(instance.hasXfm ? TransformPoint(instance.meshToWorldXfm, p) : p);
+    }
+    return bounds;
+}
 
 std::size_t SceneGeometry::triangles() const {
     return std::accumulate(m_instances.begin(), m_instances.end(), std::size_t{0},

@@ -25,6 +25,9 @@ struct Bounds {
     R3 lower, upper;
     bool empty = true;
 
+    void add(const R3& point);
+    void add(const Bounds& other);
+
     R3 center() const { return 0.5f * (lower + upper); }
     float radius() const { return 0.5f * Length(upper - lower); }
 };
@@ -55,6 +58,8 @@ public:
     // Valid after build.
     Intersector& intersector() const;
     const Bounds& bounds() const { return m_bounds; }
+    // Of one instance in world space; valid after prepare.
+    Bounds instanceBounds(unsigned instance) const;
     // By mesh number, valid after prepare.
     const std::vector<DroppedTriangles>& dropped() const { return m_dropped; }
     const std::string& meshName(unsigned mesh) const { return m_meshes[mesh]->name; }

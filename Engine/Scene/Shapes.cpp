@@ -40,9 +40,14 @@ MeshData sphereMesh(unsigned segments) {
         for (unsigned segment = 0; segment <= segments; ++segment) {
             const R2 st(static_cast<float>(segment) / static_cast<float>(segments),
                         static_cast<float>(ring) / static_cast<float>(rings));
-            const double phi = 6.283185307179586 * st.x, theta = 3.141592653589793 * (st.y - 0.5);
-            const R3 p(static_cast<float>(std::cos(theta) * std::cos(phi)), static_cast<float>(std::sin(theta)),
-                       static_cast<float>(-std::cos(theta) * std::sin(phi)));
+            // The seam and the poles meet exactly, or rays would find the gap.
+            const double phi = 6.283185307179586 * (segment % segments) / segments;
+            const double theta = 3.141592653589793 * (st.y - 0.5);
+            const bool pole = ring == 0 || ring == rings;
+            const R3 p =
+                pole ? R3(0.0f, ring ? 1.0f : -1.0f, 0.0f)
+                     : R3(static_cast<float>(std::cos(theta) * std::cos(phi)), static_cast<float>(std::sin(theta)),
+                          static_cast<float>(-std::cos(theta) * std::sin(phi)));
             mesh.positions.push_back(p);
             mesh.normals.push_back(p);
             mesh.texCoords.push_back(st);

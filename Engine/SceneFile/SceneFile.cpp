@@ -5,6 +5,7 @@
 #include "Engine/Packages/ParameterValue.h"
 #include "Engine/Scene/Shapes.h"
 #include "Engine/SceneFile/SceneDocument.h"
+#include "Engine/Textures/Projection.h"
 #include "Engine/Textures/TextureFile.h"
 
 #include <fmt/format.h>
@@ -12,12 +13,26 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <set>
+#include <variant>
 
 namespace oxbeam {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+// How an environment picture is laid out for those who read it.
+enum class Layout { AsItIs, AngularMap, VerticalCross };
+
+// Objects do not say what they read; these are known.
+Layout layoutFor(const std::string& object) {
+    static const std::map<std::string, Layout> known = {{"KelEnvironment", Layout::AngularMap},
+                                                        {"KelEnvMapLight", Layout::AngularMap},
+                                                        {"KelCubicEnvironment", Layout::VerticalCross}};
+    const auto found = known.find(object);
+    return found == known.end() ? Layout::AsItIs : found->second;
+}
 
 // Reads one scene into a world, section by section; what later sections refer to comes first.
 class SceneLoader {
@@ -27,17 +42,18 @@ public:
         : m_file(file.string()), m_folder(file.parent_path()), m_document(document), m_registry(registry),
           m_diagnostics(diagnostics), m_world(world) {}
 
-    void load() {
+    void load(const std::string& camera) {
         readTextures();
         readShaders();
         readRender();
         readImage();
-        readCamera();
+        readCameras(camera);
         readEnvironment();
         readLights();
         readMeshes();
         reportUnknownSections();
         m_world.geometry.prepare();
+        focusCamera();
         reportDroppedTriangles();
     }
 
@@ -49,7 +65,10 @@ private:
     void readShaders();
     void readRender();
     void readImage();
-    void readCamera();
+    void readCameras(const std::string& chosen);
+    OxCamera* readCamera(TableReader& reader, bool chosen);
+    std::optional<View> viewOf(TableReader& reader);
+    void focusCamera();
     void readEnvironment();
     void readLights();
     void readMeshes();
@@ -58,6 +77,8 @@ private:
     void reportDroppedTriangles();
 
     const toml::table* section(std::string_view name);
+    // Of a section that need not be there.
+    TableReader readerOf(const std::string& name);
     // The tables of a section by their names, or of a list of tables by their numbers.
     void eachNamed(std::string_view section, const std::function<void(const std::string&, TableReader&)>& use);
     void eachEntry(std::string_view section, const std::function<void(TableReader&)>& use);
@@ -65,6 +86,8 @@ private:
 
     const ObjectClass* objectOf(TableReader& reader, const Kinds& kinds, const std::string& preset = {});
     void writeParameters(TableReader& reader, const ObjectClass& object, OxLoadableObject& target);
+    // Id of a texture by name, in the layout that an object reads.
+    std::optional<int> textureFor(const std::string& name, const ObjectClass& object);
 
     std::optional<unsigned> shaderOf(TableReader& reader);
     std::vector<ModelPart> partsOf(TableReader& reader);
@@ -81,7 +104,12 @@ private:
     std::set<std::string, std::less<>> m_sections;
     std::map<std::string, int> m_textures;
     std::vector<std::string> m_textureNames;
-    std::map<std::string, std::optional<unsigned>> m_shaders;  // nothing: defined, but wrongly
+    std::set<std::string> m_equirectangular;                    // textures whose picture is laid out like that
+    std::map<std::pair<std::string, Layout>, int> m_converted;  // and what they were turned into
+    std::optional<std::variant<R3, std::string>> m_focus;       // of the camera: a point, or a mesh's name
+    SourceLocation m_focusPlace;
+    std::map<std::string, std::vector<unsigned>> m_namedMeshes;  // their instances
+    std::map<std::string, std::optional<unsigned>> m_shaders;    // nothing: defined, but wrongly
     std::map<std::string, std::vector<ModelPart>>
         m_models;                              // by what they were made from; parts name the world's meshes
     std::vector<SourceLocation> m_meshPlaces;  // by the world's meshes
@@ -98,6 +126,12 @@ const toml::table* SceneLoader::section(std::string_view name) {
     const toml::node* node = m_document.get(name);
     if (node && !node->is_table()) wrongSection(*node, std::string(name), fmt::format("a table: [{}]", name));
     return node ? node->as_table() : nullptr;
+}
+
+TableReader SceneLoader::readerOf(const std::string& name) {
+    static const toml::table none;
+    const toml::table* table = section(name);
+    return {table ? *table : none, name, m_diagnostics, m_file};
 }
 
 void SceneLoader::eachNamed(std::string_view name, const std::function<void(const std::string&, TableReader&)>& use) {
@@ -167,10 +201,7 @@ const ObjectClass* SceneLoader::objectOf(TableReader& reader, const Kinds& kinds
 }
 
 void SceneLoader::writeParameters(TableReader& reader, const ObjectClass& object, OxLoadableObject& target) {
-    const auto textures = [&](const std::string& name) {
-        const auto found = m_textures.find(name);
-        return found == m_textures.end() ? std::nullopt : std::optional(found->second);
-    };
+    const auto textures = [&](const std::string& name) { return textureFor(name, object); };
     ParameterWriter writer(object, reader.label(), m_diagnostics, textures, m_textureNames);
     // What was set over the file comes last: the file may know the same parameter by another of its names.
     for (const bool setOver : {false, true})
@@ -179,6 +210,21 @@ void SceneLoader::writeParameters(TableReader& reader, const ObjectClass& object
             const std::string about = fmt::format("parameter '{}' of {} ({})", key, reader.label(), object.name);
             if (const auto value = parameterValue(node, about, m_diagnostics)) writer.write(target, key, at, *value);
         });
+}
+
+std::optional<int> SceneLoader::textureFor(const std::string& name, const ObjectClass& object) {
+    const auto found = m_textures.find(name);
+    if (found == m_textures.end()) return std::nullopt;
+    const Layout layout = layoutFor(object.name);
+    if (found->second == Ox_NOTEXTURE || layout == Layout::AsItIs || !m_equirectangular.contains(name))
+        return found->second;
+    const auto [entry, isNew] = m_converted.try_emplace({name, layout}, Ox_NOTEXTURE);
+    if (isNew) {
+        const auto& picture = static_cast<const Texture&>(*m_world.textures.ByID(found->second));
+        entry->second =
+            m_world.textures.add(layout == Layout::AngularMap ? toAngularMap(picture) : toVerticalCross(picture));
+    }
+    return entry->second;
 }
 
 void SceneLoader::readTextures() {
@@ -200,6 +246,7 @@ void SceneLoader::readTexture(const std::string& name, TableReader& reader) {
     const auto space = reader.word("colorSpace", {"linear", "srgb"});
     const auto bump = reader.word("bump", {"height", "normal"});
     const auto bumpScale = reader.number("bumpScale");
+    if (reader.word("projection", {"equirectangular"})) m_equirectangular.insert(name);
     reader.finish();
     if (!file && !reader.has("file")) reader.error("file", "has no 'file'");
     if (!file) return;
@@ -230,9 +277,7 @@ void SceneLoader::readShaders() {
 }
 
 void SceneLoader::readRender() {
-    static const toml::table none;
-    const toml::table* table = section("render");
-    TableReader reader(table ? *table : none, "render", m_diagnostics, m_file);
+    TableReader reader = readerOf("render");
     const ObjectClass* object = objectOf(reader, {ObjectKind::RenderingObject}, "Kel");
     if (!object) return;
     OxRenderingObject& ro = m_world.setRenderingObject(*object);
@@ -265,35 +310,92 @@ void SceneLoader::readImage() {
     reader.finish();
 }
 
+// [camera] is the camera, and the tables within it are others to choose from.
+void SceneLoader::readCameras(const std::string& chosen) {
+    TableReader reader = readerOf("camera");
+    const auto others = reader.tables();
+    OxCamera* camera = readCamera(reader, chosen.empty());
+    std::vector<std::string> names;
+    for (const auto& [name, table] : others) {
+        names.push_back(name);
+        TableReader other(*table, fmt::format("camera '{}'", name), m_diagnostics, m_file);
+        if (OxCamera* made = readCamera(other, name == chosen); name == chosen) camera = made;
+    }
+    m_world.camera = camera;
+    if (!chosen.empty() && !std::count(names.begin(), names.end(), chosen))
+        m_diagnostics.error({m_file, 0, 0},
+                            fmt::format("the scene has no camera '{}'{}", chosen, didYouMean(chosen, names)));
+}
+
 // Position and aim belong to every camera; all other keys are the object's parameters.
-void SceneLoader::readCamera() {
-    static const toml::table none;
-    const toml::table* table = section("camera");
-    TableReader reader(table ? *table : none, "camera", m_diagnostics, m_file);
-    const auto position = reader.vector("position"), lookAt = reader.vector("lookAt"), lookUp = reader.vector("lookUp");
+OxCamera* SceneLoader::readCamera(TableReader& reader, bool chosen) {
+    const auto view = viewOf(reader);
     const auto fov = reader.number("fov");
     if (fov && !(*fov > 0.0f && *fov < 180.0f)) reader.error("fov", "'fov' must lie between 0 and 180 degrees");
-    if (fov) m_world.fov = *fov;
-    if (position && lookAt) {
-        m_world.view = View{*position, *lookAt, lookUp.value_or(View().lookUp)};
-        const R3 forward = *lookAt - *position, right = Cross(forward, m_world.view->lookUp);
-        if (!(Length(forward) > 0.0f))
-            reader.error("lookAt", "'lookAt' is where the camera is; it must lie away from 'position'");
-        else if (!(Length(right) > 1e-6f * Length(forward) * Length(m_world.view->lookUp)))
-            reader.error("lookUp", "'lookUp' must not point along the way the camera looks");
-    } else if (reader.has("position") != reader.has("lookAt")) {
-        reader.error(position ? "position" : "lookAt",
-                     "has only one of 'position' and 'lookAt'; expected both, or none "
-                     "to frame the whole scene");
+    std::optional<std::variant<R3, std::string>> focus;
+    if (reader.isList("focus")) {
+        if (const auto point = reader.vector("focus")) focus = *point;
+    } else if (const auto mesh = reader.text("focus")) {
+        focus = *mesh;
     }
-    if (const ObjectClass* object = objectOf(reader, {ObjectKind::Camera}, "OxPerspectiveCamera"))
-        writeParameters(reader, *object, m_world.setCamera(*object));
+    if (chosen) {
+        m_world.view = view;
+        m_world.fov = fov.value_or(m_world.fov);
+        m_focus = focus;
+        m_focusPlace = reader.where("focus");
+    }
+    const ObjectClass* object = objectOf(reader, {ObjectKind::Camera}, "OxPerspectiveCamera");
+    if (!object) return nullptr;
+    auto& camera = dynamic_cast<OxCamera&>(m_world.make(*object));
+    writeParameters(reader, *object, camera);
+    return &camera;
+}
+
+std::optional<View> SceneLoader::viewOf(TableReader& reader) {
+    const auto position = reader.vector("position"), lookAt = reader.vector("lookAt"), lookUp = reader.vector("lookUp");
+    if (!position || !lookAt) {
+        if (reader.has("position") != reader.has("lookAt"))
+            reader.error(position ? "position" : "lookAt",
+                         "has only one of 'position' and 'lookAt'; expected both, or none to frame the whole scene");
+        return std::nullopt;
+    }
+    const View view{*position, *lookAt, lookUp.value_or(View().lookUp)};
+    const R3 forward = view.lookAt - view.position, right = Cross(forward, view.lookUp);
+    if (!(Length(forward) > 0.0f))
+        reader.error("lookAt", "'lookAt' is where the camera is; it must lie away from 'position'");
+    else if (!(Length(right) > 1e-6f * Length(forward) * Length(view.lookUp)))
+        reader.error("lookUp", "'lookUp' must not point along the way the camera looks");
+    return view;
+}
+
+// Sets the focal distance to where a point, or the middle of a mesh, is along the way that the camera looks.
+void SceneLoader::focusCamera() {
+    if (!m_focus || !m_world.camera) return;
+    R3 point;
+    if (const auto* name = std::get_if<std::string>(&*m_focus)) {
+        const auto found = m_namedMeshes.find(*name);
+        if (found == m_namedMeshes.end()) {
+            std::vector<std::string> names;
+            for (const auto& [known, instances] : m_namedMeshes) names.push_back(known);
+            return m_diagnostics.error(m_focusPlace,
+                                       fmt::format("camera: 'focus' names mesh '{}', which is not defined{}", *name,
+                                                   didYouMean(*name, names)));
+        }
+        Bounds bounds;
+        for (const unsigned instance : found->second) bounds.add(m_world.geometry.instanceBounds(instance));
+        point = bounds.center();
+    } else {
+        point = std::get<R3>(*m_focus);
+    }
+    if (!m_world.view) return m_diagnostics.error(m_focusPlace, "camera: 'focus' needs 'position' and 'lookAt'");
+    const float distance =
+        Dot(point - m_world.view->position, Normalize(m_world.view->lookAt - m_world.view->position));
+    if (!(distance > 0.0f)) return m_diagnostics.error(m_focusPlace, "camera: 'focus' lies behind the camera");
+    m_world.camera->setFocalDistance(distance);
 }
 
 void SceneLoader::readEnvironment() {
-    static const toml::table none;
-    const toml::table* table = section("environment");
-    TableReader reader(table ? *table : none, "environment", m_diagnostics, m_file);
+    TableReader reader = readerOf("environment");
     if (const auto* object = objectOf(reader, {ObjectKind::Environment, ObjectKind::Shader}, "OxBackground"))
         writeParameters(reader, *object, m_world.setEnvironment(*object));
 }
@@ -312,14 +414,18 @@ void SceneLoader::readMeshes() {
 }
 
 void SceneLoader::readMesh(TableReader& reader) {
+    const auto name = reader.text("name");
     const auto shader = shaderOf(reader);
     const auto parts = partsOf(reader);
     const Matrix placement = placementOf(reader);
     const Oxuint visibility = visibilityOf(reader);
     reader.finish();
     if (!shader) return;
-    for (const ModelPart& part : parts)
-        m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, *shader, visibility);
+    for (const ModelPart& part : parts) {
+        const unsigned instance =
+            m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, *shader, visibility);
+        if (name) m_namedMeshes[*name].push_back(instance);
+    }
 }
 
 std::optional<unsigned> SceneLoader::shaderOf(TableReader& reader) {
@@ -444,7 +550,7 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
                                  const SceneFileOptions& options) {
     auto world = std::make_unique<World>();
     if (const auto document = readSceneDocument(file, options.set, diagnostics))
-        SceneLoader(file, *document, registry, diagnostics, *world).load();
+        SceneLoader(file, *document, registry, diagnostics, *world).load(options.camera);
     return world;
 }
 

@@ -15,6 +15,8 @@ struct SceneFileOptions {
     // "PLACE.PARAM=VALUE", each laid over the file: "shader.table.shininess=64", "light.0.intensity=[1, 1, 1]". A value
     // that is no TOML is a text.
     std::vector<std::string> set;
+    // One of the scene's named cameras; nothing for the unnamed one.
+    std::string camera;
 };
 
 // Reads a scene and loads its textures and models; the geometry is prepared but not built. Everything that is wrong with

@@ -126,6 +126,16 @@ std::optional<std::vector<std::string>> TableReader::texts(std::string_view key)
     return std::nullopt;
 }
 
+std::vector<std::pair<std::string, const toml::table*>> TableReader::tables() {
+    std::vector<std::pair<std::string, const toml::table*>> found;
+    for (const auto& [key, node] : m_table)
+        if (const toml::table* table = node.as_table()) {
+            found.emplace_back(key.str(), table);
+            m_asked.emplace(key.str());
+        }
+    return found;
+}
+
 void TableReader::rest(const std::function<void(const std::string&, const SourceLocation&, const toml::node&)>& use) {
     for (const auto& [key, node] : m_table)
         if (!m_asked.contains(key.str())) use(std::string(key.str()), locationOf(key.source()), node);

@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace oxbeam {
@@ -37,6 +38,9 @@ public:
     std::optional<R2> pair(std::string_view key);
     std::optional<R3> vector(std::string_view key);
     std::optional<std::vector<std::string>> texts(std::string_view key);
+
+    // The tables within this one, by their names.
+    std::vector<std::pair<std::string, const toml::table*>> tables();
 
     bool has(std::string_view key) const { return m_table.contains(key); }
     bool isList(std::string_view key) const { return m_table.get(key) && m_table.get(key)->is_array(); }
