@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 #else
+#include <oneapi/tbb/global_control.h>
 #include <oneapi/tbb/info.h>
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/task_arena.h>
@@ -74,12 +75,14 @@ static unsigned processors() {
 
 #else
 
+// The scheduler makes no more threads than there are processors unless it is told that more are wanted.
 struct Workers::Arena {
     unsigned threads;
-    tbb::task_arena arena;
+    tbb::global_control control{tbb::global_control::max_allowed_parallelism, threads};
+    tbb::task_arena arena{static_cast<int>(threads)};
 };
 
-Workers::Workers(unsigned threads) : m_arena(new Arena{threads, tbb::task_arena(static_cast<int>(threads))}) {}
+Workers::Workers(unsigned threads) : m_arena(new Arena{threads}) {}
 
 void Workers::run(unsigned items, const std::function<void(unsigned, unsigned)>& work) {
     m_arena->arena.execute([&] {
