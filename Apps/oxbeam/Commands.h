@@ -27,6 +27,8 @@ struct RenderCommand {
 
 ExitStatus runRender(const RenderCommand& command, const Registry& registry);
 ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry);
+// Lays pictures out on one, each labelled with its file's name.
+ExitStatus runSheet(const std::vector<std::string>& pictures, const std::string& output, unsigned columns);
 ExitStatus runList(const Registry& registry);
 ExitStatus runDescribe(const std::string& name, bool xml, const Registry& registry);
 

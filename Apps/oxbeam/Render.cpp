@@ -38,12 +38,12 @@ static ExitStatus stoppedStatus() { return s_signal == SIGINT ? ExitStatus::Inte
 
 // ---- Arguments
 
-// "1280x720"
+// "1280x720". Nine digits at most: longer numbers would be taken modulo 2^32.
 static ImageSize parseSize(const std::string& text) {
     ImageSize size;
     char rest;
     if (text.find('-') != std::string::npos ||
-        std::sscanf(text.c_str(), "%ux%u%c", &size.width, &size.height, &rest) != 2 ||
+        std::sscanf(text.c_str(), "%9ux%9u%c", &size.width, &size.height, &rest) != 2 ||
         std::min(size.width, size.height) < 1 || std::max(size.width, size.height) > MaxImageSide)
         throw Error(ExitStatus::Usage,
                     fmt::format("--size {}: expected WIDTHxHEIGHT, each from 1 to {}", text, MaxImageSide));
@@ -54,7 +54,7 @@ static Window parseCrop(const std::string& text, const ImageSize& image) {
     Window w;
     char rest;
     if (text.find('-') != std::string::npos ||
-        std::sscanf(text.c_str(), "%u,%u,%u,%u%c", &w.x0, &w.y0, &w.x1, &w.y1, &rest) != 4 || w.x0 >= w.x1 ||
+        std::sscanf(text.c_str(), "%9u,%9u,%9u,%9u%c", &w.x0, &w.y0, &w.x1, &w.y1, &rest) != 4 || w.x0 >= w.x1 ||
         w.y0 >= w.y1 || w.x1 > image.width || w.y1 > image.height)
         throw Error(ExitStatus::Usage,
                     fmt::format("--crop {}: expected left,top,right,bottom within the picture of {} x "
@@ -73,6 +73,9 @@ static void checkInput(const std::string& scene) {
 // What would make hours of rendering end in nothing is found out first.
 static void checkOutput(const std::string& file, const ImageOptions& options) {
     checkImageFormat(file, options);
+    if (fs::exists(file) && !fs::is_regular_file(file))
+        throw Error(ExitStatus::InputOutput,
+                    fmt::format("cannot write '{}': it exists and is not a regular file", file));
     const fs::path folder = fs::path(file).has_parent_path() ? fs::path(file).parent_path() : fs::path(".");
     if (!fs::is_directory(folder))
         throw Error(ExitStatus::InputOutput,

@@ -17,6 +17,9 @@ struct Arguments {
     RenderCommand render;
     std::string checkScene;
     std::vector<std::string> checkSet;
+    std::vector<std::string> pictures;
+    std::string sheet;
+    unsigned columns = 4;
     std::string object;
     bool xml = false;
 };
@@ -49,6 +52,10 @@ void addOthers(CLI::App& app, Arguments& a) {
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    CLI::App* sheet = app.add_subcommand("sheet", "Lay pictures out on one contact sheet, labelled by their names");
+    sheet->add_option("PICTURE", a.pictures, "Pictures")->required();
+    sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .exr or .hdr")->required();
+    sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));
     app.add_subcommand("list", "List every object that the packages offer");
     CLI::App* describe = app.add_subcommand("describe", "Describe an object and its parameters");
     describe->add_option("NAME", a.object, "Object, as `oxbeam list` names it")->required();
@@ -62,6 +69,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
             throw Error(ExitStatus::Usage, "--package-path " + path + ": no such directory");
         folders.emplace_back(path);
     }
+    if (app.got_subcommand("sheet")) return runSheet(a.pictures, a.sheet, a.columns);
     Registry registry;
     registry.loadPackages(folders);
     if (app.got_subcommand("render")) return runRender(a.render, registry);

@@ -108,6 +108,7 @@ private:
     std::map<std::pair<std::string, Layout>, int> m_converted;  // and what they were turned into
     std::optional<std::variant<R3, std::string>> m_focus;       // of the camera: a point, or a mesh's name
     SourceLocation m_focusPlace;
+    std::string m_focusLabel;                                    // of the camera, for messages
     std::map<std::string, std::vector<unsigned>> m_namedMeshes;  // their instances
     std::map<std::string, std::optional<unsigned>> m_shaders;    // nothing: defined, but wrongly
     std::map<std::string, std::vector<ModelPart>>
@@ -343,6 +344,7 @@ OxCamera* SceneLoader::readCamera(TableReader& reader, bool chosen) {
         m_world.fov = fov.value_or(m_world.fov);
         m_focus = focus;
         m_focusPlace = reader.where("focus");
+        m_focusLabel = reader.label();
     }
     const ObjectClass* object = objectOf(reader, {ObjectKind::Camera}, "OxPerspectiveCamera");
     if (!object) return nullptr;
@@ -377,9 +379,8 @@ void SceneLoader::focusCamera() {
         if (found == m_namedMeshes.end()) {
             std::vector<std::string> names;
             for (const auto& [known, instances] : m_namedMeshes) names.push_back(known);
-            return m_diagnostics.error(m_focusPlace,
-                                       fmt::format("camera: 'focus' names mesh '{}', which is not defined{}", *name,
-                                                   didYouMean(*name, names)));
+            return m_diagnostics.error(m_focusPlace, fmt::format("{}: 'focus' names mesh '{}', which is not defined{}",
+                                                                 m_focusLabel, *name, didYouMean(*name, names)));
         }
         Bounds bounds;
         for (const unsigned instance : found->second) bounds.add(m_world.geometry.instanceBounds(instance));
@@ -387,10 +388,11 @@ void SceneLoader::focusCamera() {
     } else {
         point = std::get<R3>(*m_focus);
     }
-    if (!m_world.view) return m_diagnostics.error(m_focusPlace, "camera: 'focus' needs 'position' and 'lookAt'");
+    if (!m_world.view)
+        return m_diagnostics.error(m_focusPlace, m_focusLabel + ": 'focus' needs 'position' and 'lookAt'");
     const float distance =
         Dot(point - m_world.view->position, Normalize(m_world.view->lookAt - m_world.view->position));
-    if (!(distance > 0.0f)) return m_diagnostics.error(m_focusPlace, "camera: 'focus' lies behind the camera");
+    if (!(distance > 0.0f)) return m_diagnostics.error(m_focusPlace, m_focusLabel + ": 'focus' lies behind the camera");
     m_world.camera->setFocalDistance(distance);
 }
 
