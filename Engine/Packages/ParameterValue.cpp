@@ -132,58 +132,65 @@ static double toDouble(const ParameterValue::Number& number) {
     return std::visit([](auto v) { return static_cast<double>(v); }, number);
 }
 
-bool ParameterWriter::encode(const ParameterDeclaration& p, ElementType type, const ParameterValue& value,
-                             std::byte* bytes) {
-    const auto store = [&](auto element, unsigned i) { std::memcpy(bytes + 4 * i, &element, sizeof element); };
-    std::vector<double> numbers;
+// The value as one number a component; nothing, and an error, where its shape or kind does not fit.
+std::optional<std::vector<double>> ParameterWriter::numbersOf(const ParameterDeclaration& p, ElementType type,
+                                                              const ParameterValue& value) {
+    const auto fits = [&](bool good, std::vector<double> numbers) -> std::optional<std::vector<double>> {
+        if (good) return numbers;
+        wrongKind(p, value);
+        return std::nullopt;
+    };
     if (const auto* list = std::get_if<std::vector<ParameterValue::Number>>(&value.data)) {
-        if (list->size() != p.components() || p.components() == 1) return wrongKind(p, value), false;
+        bool good = list->size() == p.components() && p.components() > 1;
+        std::vector<double> numbers;
         for (const auto& number : *list) {
-            if (type != ElementType::Float && std::holds_alternative<double>(number)) return wrongKind(p, value), false;
+            good = good && (type == ElementType::Float || std::holds_alternative<std::int64_t>(number));
             numbers.push_back(toDouble(number));
         }
-    } else if (p.components() > 1) {
-        return wrongKind(p, value), false;
-    } else if (const auto* flag = std::get_if<bool>(&value.data)) {
-        if (type != ElementType::Bool) return wrongKind(p, value), false;
-        numbers = {*flag ? 1.0 : 0.0};
-    } else if (std::holds_alternative<std::string>(value.data)) {
-        if (type != ElementType::Int) return wrongKind(p, value), false;
-        const auto id = byName(p, value);
-        if (!id) return false;
-        numbers = {static_cast<double>(*id)};
-    } else if (const auto* whole = std::get_if<std::int64_t>(&value.data)) {
-        if (isTexture(p) && *whole != -1) return wrongKind(p, value), false;
-        numbers = {static_cast<double>(*whole)};
-    } else {
-        if (type != ElementType::Float) return wrongKind(p, value), false;
-        numbers = {std::get<double>(value.data)};
+        return fits(good, numbers);
     }
+    if (p.components() > 1) return fits(false, {});
+    if (const auto* flag = std::get_if<bool>(&value.data)) return fits(type == ElementType::Bool, {*flag ? 1.0 : 0.0});
+    if (const auto* real = std::get_if<double>(&value.data)) return fits(type == ElementType::Float, {*real});
+    if (const auto* whole = std::get_if<std::int64_t>(&value.data))
+        return fits(!(isTexture(p) && *whole != -1) && !(type == ElementType::Bool && *whole != 0 && *whole != 1),
+                    {static_cast<double>(*whole)});
+    if (type != ElementType::Int) return fits(false, {});
+    const auto id = byName(p, value);
+    return id ? std::optional(std::vector<double>{static_cast<double>(*id)}) : std::nullopt;
+}
 
-    for (unsigned i = 0; i < numbers.size(); ++i) {
-        const double v = numbers[i];
-        const double most =
-            type == ElementType::Float ? std::numeric_limits<float>::max() : std::numeric_limits<std::int32_t>::max();
+bool ParameterWriter::encode(const ParameterDeclaration& p, ElementType type, const ParameterValue& value,
+                             std::byte* bytes) {
+    const auto numbers = numbersOf(p, type, value);
+    if (!numbers) return false;
+    const double most =
+        type == ElementType::Float ? std::numeric_limits<float>::max() : std::numeric_limits<std::int32_t>::max();
+    for (unsigned i = 0; i < numbers->size(); ++i) {
+        const double v = (*numbers)[i];
         if (std::isnan(v) || (std::isfinite(v) && std::fabs(v) > most)) {
             m_diagnostics.error(value.where, fmt::format("{} is {}; expected a number within {:g}", about(p), v, most));
             return false;
         }
-        if (type == ElementType::Bool && v != 0.0 && v != 1.0) return wrongKind(p, value), false;
+        const auto store = [&](auto element) { std::memcpy(bytes + 4 * i, &element, sizeof element); };
         if (type == ElementType::Float)
-            store(static_cast<float>(v), i);
+            store(static_cast<float>(v));
         else if (p.size == 1)
             bytes[0] = v != 0.0 ? std::byte{1} : std::byte{0};
         else
-            store(static_cast<std::int32_t>(v), i);
+            store(static_cast<std::int32_t>(v));
     }
-    checkBounds(p, numbers, value.where);
+    checkBounds(p, *numbers, value.where);
     return true;
 }
 
 // Bounds are advice: one number for all components, or one for each.
 void ParameterWriter::checkBounds(const ParameterDeclaration& p, const std::vector<double>& numbers,
                                   const SourceLocation& where) {
-    if (!p.info || p.info->lowerbound.empty() || p.info->upperbound.empty()) return;
+    if (!p.info) return;
+    if (!p.info->items.empty() && !p.info->items.contains(static_cast<int>(numbers[0])))
+        return m_diagnostics.warning(where, fmt::format("{} is {}; expected {}", about(p), numbers[0], expected(p)));
+    if (p.info->lowerbound.empty() || p.info->upperbound.empty()) return;
     std::istringstream lower(p.info->lowerbound), upper(p.info->upperbound);
     double least = 0.0, most = 0.0;
     for (const double number : numbers) {

@@ -44,6 +44,8 @@ private:
     void wrongKind(const ParameterDeclaration& p, const ParameterValue& value);
     ElementType typeFor(const ParameterDeclaration& p, const ParameterValue& value);
     std::optional<std::int64_t> byName(const ParameterDeclaration& p, const ParameterValue& value);
+    std::optional<std::vector<double>> numbersOf(const ParameterDeclaration& p, ElementType type,
+                                                 const ParameterValue& value);
     bool encode(const ParameterDeclaration& p, ElementType type, const ParameterValue& value, std::byte* bytes);
     void checkBounds(const ParameterDeclaration& p, const std::vector<double>& numbers, const SourceLocation& where);
 

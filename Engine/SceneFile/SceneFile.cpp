@@ -540,9 +540,11 @@ void SceneLoader::reportDroppedTriangles() {
         if (dropped.total() == 0) continue;
         m_diagnostics.warning(
             m_meshPlaces[mesh],
-            fmt::format("mesh '{}': {} triangles were left out ({} with vertices that are not finite or "
-                        "too far out, {} with indices beyond the mesh's vertices)",
-                        geometry.meshName(mesh), dropped.total(), dropped.badVertices, dropped.badIndices));
+            fmt::format("mesh '{}': {} left out ({} with vertices that are not finite or too far out, {} with indices "
+                        "beyond the mesh's vertices)",
+                        geometry.meshName(mesh),
+                        dropped.total() == 1 ? "1 triangle was" : fmt::format("{} triangles were", dropped.total()),
+                        dropped.badVertices, dropped.badIndices));
     }
 }
 
