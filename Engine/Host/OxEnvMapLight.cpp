@@ -123,10 +123,16 @@ struct Region {
     unsigned lights;
 };
 
-// Cuts across the longer side where the energy on either side is as the number of lights that each side is to get.
-std::pair<Region, Region> cut(const EnergyMap& map, const Region& r) {
+// How far apart a rectangle's light comes from: nothing where it is all from one direction.
+double spread(const EnergyMap& map, const Region& r) {
+    const EnergyMap::Sum sum = map.rectangle(r.x0, r.y0, r.x1, r.y1);
+    const double* d = sum.direction;
+    return sum.luminance - std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+}
+
+// Cuts where the energy on either side is as the number of lights that each side is to get.
+std::pair<Region, Region> cut(const EnergyMap& map, const Region& r, bool across) {
     const unsigned half = r.lights / 2;
-    const bool across = r.x1 - r.x0 >= r.y1 - r.y0;
     const unsigned from = across ? r.x0 : r.y0, to = across ? r.x1 : r.y1;
     const double share = map.rectangle(r.x0, r.y0, r.x1, r.y1).luminance * half / r.lights;
     unsigned low = from, high = to;  // the first place at which the share is reached, by bisection
@@ -144,6 +150,14 @@ std::pair<Region, Region> cut(const EnergyMap& map, const Region& r) {
     return {{r.x0, r.y0, r.x1, place, half}, {r.x0, place, r.x1, r.y1, r.lights - half}};
 }
 
+// Of the two ways to cut, the one that leaves each part's light more of one direction: towards the rim of the map a
+// short side in the picture is a long way on the sphere.
+std::pair<Region, Region> bestCut(const EnergyMap& map, const Region& r) {
+    const auto across = cut(map, r, true), along = cut(map, r, false);
+    const auto total = [&](const auto& parts) { return spread(map, parts.first) + spread(map, parts.second); };
+    return total(across) <= total(along) ? across : along;
+}
+
 std::vector<Region> equalRegions(const EnergyMap& map, unsigned count) {
     std::vector<Region> open = {{0, 0, map.width(), map.height(), count}}, done;
     while (!open.empty()) {
@@ -153,7 +167,7 @@ std::vector<Region> equalRegions(const EnergyMap& map, unsigned count) {
             done.push_back(region);
             continue;
         }
-        const auto [first, second] = cut(map, region);
+        const auto [first, second] = bestCut(map, region);
         open.push_back(second);
         open.push_back(first);
     }

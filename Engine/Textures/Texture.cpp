@@ -100,9 +100,10 @@ RGBAFloat Texture::rawTexel(unsigned x, unsigned y) const {
 
 // ---- Coordinates
 
-// Brings a coordinate into [0, 1] as a wrap mode says. One that is not finite has no place and counts as 0.
+// Brings a coordinate into [0, 1] as a wrap mode says. One that is not finite counts as the middle: that is where the
+// formulas of environment maps have their pole.
 static float wrapped(float s, unsigned mode) {
-    if (!std::isfinite(s)) return 0.0f;
+    if (!std::isfinite(s)) return 0.5f;
     if (mode == OX_GL_CLAMP_TO_EDGE) return std::clamp(s, 0.0f, 1.0f);
     if (mode == OX_GL_MIRRORED_REPEAT) return std::fabs(s - 2.0f * std::floor(0.5f * s + 0.5f));
     return s - std::floor(s);

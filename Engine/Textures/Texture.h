@@ -36,7 +36,7 @@ public:
     bool hasTransparency() const override { return m_hasTransparency; }
 
     // Linear colour and alpha at (s, t), the left bottom corner of the picture being (0, 0), with the texture's own
-    // filter and wrap modes or with others. Coordinates that are not finite count as 0.
+    // filter and wrap modes or with others. Coordinates that are not finite count as 0.5.
     RGBAFloat lookUp(float s, float t) const {
         return lookUp(s, t, static_cast<unsigned>(m_wrapS), static_cast<unsigned>(m_wrapT),
                       static_cast<unsigned>(filterMode));

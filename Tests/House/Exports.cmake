@@ -9,7 +9,9 @@ foreach(symbol ${symbols})
     message(SEND_ERROR "${KEL} exports ${symbol}")
   endif()
 endforeach()
-foreach(object Kel KelPhong KelPointLight)
+foreach(object Kel KelAlphaILS KelAmbientOcclusion KelCarPaint KelCubicEnvironment KelDOFCamera KelDbgObjectID KelDiffuse
+        KelDirectionalLight KelEnvMapLight KelEnvironment KelFresnelPhong KelGlass KelPhong KelPhongEyeLight KelPointLight
+        KelSpotLight KelWallThickness)
   if(NOT symbols MATCHES "New${object}LoadableObject;" OR NOT symbols MATCHES "Register_${object}_LoadableObject;")
     message(SEND_ERROR "${KEL} does not export the pair of ${object}")
   endif()

@@ -1,9 +1,39 @@
-// Whole pictures' worth of Phong shading, against radiances worked out by hand.
+// Phong shading, against colours worked out by hand.
+#include "Engine/Textures/Texture.h"
+#include "Oxbeam/ProgBRDF.h"
+#include "Tests/Support/Probe.h"
 #include "Tests/Support/TestWorld.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <functional>
+
+using namespace oxbeam;
 using namespace oxbeam::test;
+
+// A floor of side 20 with texture coordinates from 0 to 1.
+struct FloorWorld : TestWorld {
+    KelPhongShader* floor;
+
+    explicit FloorWorld(const R3& background = Black) : TestWorld(background) {
+        floor = &phong();
+        floor->ambientIntensity = 0.0f;
+        add(planeMesh(), ScaleMatrix(R3(10, 1, 10)));
+    }
+
+    Texture& texture(unsigned width, unsigned height, unsigned channels, std::vector<float> texels,
+                     Oxuint model = OX_GL_MODULATE) {
+        auto made = std::make_unique<Texture>(width, height, channels, std::move(texels), ColorSpace::Linear);
+        Texture& result = *made;
+        result.filterMode = OX_GL_NEAREST;
+        result.textureModel = model;
+        floor->texture = textures.add(std::move(made));
+        return result;
+    }
+    // What the floor at (x, 0, z) sends straight up.
+    R3 at(float x, float z) { return trace(R3(x, 1, z), R3(0, -1, 0)); }
+};
 
 TEST(Phong, DiffuseLightFallsOffByTheInverseSquare) {
     TestWorld world;
@@ -15,4 +45,292 @@ TEST(Phong, DiffuseLightFallsOffByTheInverseSquare) {
     EXPECT_FLOAT_EQ(color.x, 0.5f * arriving);
     EXPECT_FLOAT_EQ(color.y, 0.25f * arriving);
     EXPECT_FLOAT_EQ(color.z, arriving);
+}
+
+TEST(Phong, AmbientAndEmittedLightNeedNoLights) {
+    FloorWorld world(White);
+    world.floor->diffuseColor = R3(0.5f, 1, 0);
+    world.floor->ambientIntensity = 0.2f;
+    world.floor->emissiveColor = R3(0.1f, 0.2f, 3);
+    expectNear(world.at(1, 1), R3(0.2f, 0.4f, 3));
+}
+
+TEST(Phong, HighlightsFollowTheReflectedView) {
+    // From `view` degrees off the normal on the right, lit from `light` degrees on the left.
+    const struct {
+        float view, light, shininess;
+    } cases[] = {{30, 30, 5}, {30, 50, 5}, {30, 50, 1}, {0, 60, 16}, {70, -60, 5}, {70, -60, 0}, {30, 50, 0}};
+    for (const auto& c : cases) {
+        FloorWorld world;
+        world.floor->diffuseColor = Black;
+        world.floor->specularColor = R3(0.5f, 0.25f, 1);
+        world.floor->shininess = c.shininess;
+        world.steadyLight(R3(-9 * std::sin(c.light * Radian), 9 * std::cos(c.light * Radian), 0), R3(1, 2, 3));
+        const R3 eye(std::sin(c.view * Radian), std::cos(c.view * Radian), 0);
+        // No clamp to the lit side for exponent 0: anything to the power of 0 is 1.
+        const float share = std::pow(std::max(0.0f, std::cos((c.view - c.light) * Radian)), c.shininess);
+        expectNear(world.trace(2.0f * eye, -eye), share * R3(0.5f, 0.5f, 3));
+    }
+}
+
+TEST(Phong, LightInTheTangentPlaneAddsNothing) {
+    FloorWorld world;
+    KelPointLight& light = world.steadyLight(R3(-5, 0, 1));
+    world.floor->specularColor = White;
+    world.floor->shininess = 0.0f;
+    EXPECT_EQ(world.at(1, 1), Black);
+    light.position.y = 0.01f;
+    EXPECT_GT(world.at(1, 1).x, 1.0f);
+}
+
+TEST(Phong, SecondaryColoursAreFilteredAndAdded) {
+    const R3 behind(0.5f, 1, 2), filter(0.2f, 0.4f, 0.9f);
+    const float luminance = 0.3086f * filter.x + 0.6094f * filter.y + 0.082f * filter.z;
+    for (R3 KelPhongShader::*color : {&KelPhongShader::reflectiveColor, &KelPhongShader::transparentColor})
+        for (const bool matters : {true, false}) {
+            FloorWorld world(behind);
+            world.floor->*color = filter;
+            world.steadyLight(R3(1, 10, 1));
+            world.ro().m_reflectiveAccuracy = world.ro().m_transparentAccuracy = luminance + (matters ? -1e-4f : 1e-4f);
+            // The lit colour is not weakened by what shines through.
+            expectNear(world.at(1, 1), matters ? White + filter * behind : White);
+        }
+}
+
+TEST(Phong, DerivedValuesChangeWithTheFrame) {
+    FloorWorld world(White);
+    EXPECT_EQ(world.at(1, 1), Black);
+    world.floor->reflectiveColor = White;
+    EXPECT_EQ(world.at(1, 1), Black);
+    world.session().newFrame();
+    EXPECT_EQ(world.at(1, 1), White);
+    EXPECT_FLOAT_EQ(world.floor->exponent, 148.41316f);
+}
+
+TEST(Phong, GlossySurfacesBlurByTheExponentialOfShininess) {
+    const struct {
+        Oxint glossy, own, global;
+        unsigned rays;
+    } cases[] = {{1, 4, 1, 4}, {1, 2, 3, 3}, {0, 4, 3, 1}};
+    for (const auto& c : cases) {
+        FloorWorld world;
+        world.floor->reflectiveColor = White;
+        world.floor->shininess = 2.0f;
+        world.floor->m_glossySurfaces = c.glossy;
+        world.floor->m_numFuzzySamples = c.own;
+        world.ro().m_numFuzzySamples = c.global;
+        Probe& sky = world.own<Probe>();
+        world.addSquare(R3(0, 5, 0), R3(0, -1, 0));
+        script(world.ro(), {0.3f, 0.2f});
+        expectNear(world.at(1, 1), White);
+        ASSERT_EQ(sky.seen.size(), c.rays);
+        const float cosine = c.glossy ? std::pow(0.2f, 1.0f / (std::exp(2.0f) + 1.0f)) : 1.0f;
+        EXPECT_NEAR(sky.seen[0].ray.direction.y, cosine, 1e-5f);
+    }
+}
+
+TEST(Phong, TheBrdfIsItsDiffuseColour) {
+    FloorWorld world;
+    world.floor->diffuseColor = R3(0.5f, 0.25f, 1);
+    ProgBRDF brdf;
+    brdf.specular = brdf.emitance = Green;
+    brdf.outputFlags = 7;
+    OxState state;
+    world.floor->EvalBRDF(brdf, state);
+    EXPECT_EQ(brdf.diffuse, R3(0.5f, 0.25f, 1));
+    EXPECT_EQ(brdf.specular, Green);
+    EXPECT_EQ(brdf.emitance, Green);
+    EXPECT_EQ(brdf.outputFlags, 7u);
+}
+
+// ---- Textures
+
+TEST(PhongTexture, MultipliesTheDiffuseColour) {
+    FloorWorld world;
+    world.floor->diffuseColor = R3(0.5f, 1, 0.25f);
+    world.floor->specularColor = R3(0.25f, 0, 0);
+    world.floor->shininess = 0.0f;
+    world.texture(2, 2, 3, {1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 1});
+    world.steadyLight(R3(-5, 1e4f, 5));
+    const R3 highlight(0.25f, 0, 0);
+    expectNear(world.at(-5, 4), highlight + R3(0.5f, 0, 0), 1e-3f);
+    expectNear(world.at(5, 4), highlight + R3(0, 1, 0), 1e-3f);
+    expectNear(world.at(-5, -6), highlight + R3(0, 0, 0.25f), 1e-3f);
+    expectNear(world.at(5, -6), highlight + R3(0.5f, 1, 0.25f), 1e-3f);
+}
+
+// One light reaches the point, one lies behind the surface, one is blocked.
+TEST(PhongTexture, ReplacingItIsBlackOnlyWhereAllLightsAreBlocked) {
+    const R3 texel(0.5f, 0.25f, 1);
+    const std::pair<const char*, R3> cases[] = {{"", texel},   {"L", texel},  {"B", texel},  {"S", Black},
+                                                {"SS", Black}, {"SL", texel}, {"LS", texel}, {"SB", texel}};
+    for (const auto& [lights, expected] : cases) {
+        SCOPED_TRACE(lights);
+        FloorWorld world;
+        world.floor->emissiveColor = world.floor->specularColor = White;
+        world.floor->ambientIntensity = 1.0f;
+        world.floor->m_receiveShadow = 1;
+        world.texture(1, 1, 3, {0.5f, 0.25f, 1}, OX_GL_REPLACE);
+        world.phong();
+        world.addSquare(R3(5, 5, 1), R3(-1, -1, 0), 1.0f);
+        unsigned shadowRays = 0;  // up to the first light that arrives
+        bool arrived = false;
+        for (const char* light = lights; *light; ++light) {
+            world.steadyLight(*light == 'L' ? R3(-9, 10, 1) : *light == 'B' ? R3(1, -10, 1) : R3(9, 10, 1));
+            shadowRays += !arrived && *light != 'B';
+            arrived |= *light == 'L';
+        }
+        EXPECT_EQ(world.at(1, 1), expected);
+        EXPECT_EQ(raysShot(RAY_SHADOW), shadowRays);
+    }
+}
+
+TEST(PhongTexture, AlphaShowsWhatLiesBehind) {
+    const R3 behind(1, 2, 0.5f), diffuse(0.5f, 1, 0.25f), texel(0.5f, 0.25f, 1);
+    const struct {
+        Oxuint model;
+        float alpha;
+        R3 surface;
+    } cases[] = {
+        {OX_GL_MODULATE, 0.25f, diffuse * texel}, {OX_GL_REPLACE, 0.25f, texel},
+        {OX_GL_ADD, 0.25f, diffuse + texel},      {OX_GL_MODULATE, 0.0f, diffuse * texel},
+        {OX_GL_MODULATE, 0.9f, diffuse * texel},  // lets too little through to be traced
+        {OX_GL_MODULATE, 1.0f, diffuse * texel},  // has no alpha at all, which leaves the material in charge
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.model << ' ' << c.alpha);
+        FloorWorld world(behind);
+        world.floor->diffuseColor = diffuse;
+        world.floor->ambientIntensity = 1.0f;
+        world.floor->transparentColor = R3(0.5f, 0.5f, 0.5f);
+        world.texture(1, 1, 4, {texel.x, texel.y, texel.z, c.alpha}, c.model);
+        const float clear = c.alpha == 1.0f ? 0.5f : c.alpha == 0.9f ? 0.0f : 1.0f - c.alpha;
+        expectNear(world.at(1, 1), c.alpha * c.surface + clear * behind);
+    }
+}
+
+TEST(PhongTexture, AlphaLetsLightThrough) {
+    // The left half of the pane is opaque, the right half lets three quarters through, whatever its colour says.
+    for (const bool alphaTexture : {true, false}) {
+        FloorWorld world;
+        world.floor->transparentColor = R3(0.2f, 0.4f, 0.6f);
+        world.texture(2, 1, 4, {1, 1, 1, 1, 1, 1, 1, alphaTexture ? 0.25f : 1.0f});
+        KelPhongShader& ground = world.phong();
+        ground.m_receiveShadow = 1;
+        ground.ambientIntensity = 0.0f;
+        world.addSquare(R3(0, -5, 0), R3(0, 1, 0));
+        world.steadyLight(R3(0, 1e4f, 0));
+        const auto groundAt = [&](float x) { return world.trace(R3(x, -4, 1), R3(0, -1, 0)); };
+        expectNear(groundAt(-5), alphaTexture ? Black : world.floor->transparentColor, 1e-4f);
+        expectNear(groundAt(5), alphaTexture ? 0.75f * White : world.floor->transparentColor, 1e-4f);
+    }
+}
+
+TEST(PhongTexture, TheBumpMapIsSampledAsTheDiffuseTexture) {
+    for (const Oxint diffuse : {0, -1, 99}) {
+        FloorWorld world;
+        Texture& colors = world.texture(1, 1, 3, {1, 1, 1});
+        colors.m_wrapS = OX_GL_CLAMP_TO_EDGE;
+        colors.m_wrapT = OX_GL_MIRRORED_REPEAT;
+        const Texture& bumps = world.texture(1, 1, 1, {0.5f});
+        world.textures.ByID(1)->filterMode = OX_GL_LINEAR;
+        world.floor->m_bumpMapTexture = 1;
+        world.floor->texture = diffuse;
+        world.session();
+        const bool follows = diffuse == 0;
+        EXPECT_EQ(bumps.filterMode, Oxint(follows ? OX_GL_NEAREST : OX_GL_LINEAR));
+        EXPECT_EQ(bumps.m_wrapS, Oxint(follows ? OX_GL_CLAMP_TO_EDGE : OX_GL_REPEAT));
+        EXPECT_EQ(bumps.m_wrapT, Oxint(follows ? OX_GL_MIRRORED_REPEAT : OX_GL_REPEAT));
+    }
+}
+
+TEST(PhongTexture, TheBumpMapTurnsTheNormal) {
+    FloorWorld world;
+    world.texture(1, 1, 3, {0.5f + 0.25f, 0.5f, 0.5f + 0.5f * std::cos(30 * Radian)});  // leans 30 degrees
+    std::swap(world.floor->texture, world.floor->m_bumpMapTexture);
+    world.steadyLight(R3(1, 10, 1));
+    expectNear(world.at(1, 1), std::cos(30 * Radian) * White, 1e-4f);
+}
+
+// ---- Wireframes
+
+// A triangle with sides of 3 (AB), 4 (AC) and 5 (BC).
+static MeshData triangle() {
+    MeshData mesh;
+    mesh.positions = {R3(0, 0, 0), R3(3, 0, 0), R3(0, 0, 4)};
+    mesh.indices = {0, 1, 2};
+    return mesh;
+}
+
+TEST(PhongWireframe, BordersAreWhereSideTimesWeightIsSmall) {
+    const struct {
+        float thickness, u, v;
+        bool border;
+    } cases[] = {
+        {1, 0.5f, 0.25f, true},      // 4 * (1 - u - v) is the thickness
+        {1, 0.25f, 0.5f, true},      // 3 * u is less
+        {1, 0.375f, 0.1875f, true},  // 5 * v is less
+        {1, 0.375f, 0.3125f, false},
+        {1.5f, 0.5f, 0.375f, true},       // 3 * u is the thickness
+        {1.25f, 0.4375f, 0.25f, true},    // 5 * v is the thickness
+        {1.25f, 0.4375f, 0.2501f, true},  // 4 * (1 - u - v) is a little less
+        {1.24f, 0.4375f, 0.2501f, false},
+        {0, 1e-6f, 0.5f, false},
+        {0, 0, 0.5f, true},
+        {0, 0.5f, 0, true},
+        {0, 0.5f, 0.5f, true},
+        {-1, 0.011f, 0.011f, false},
+        {-1, 0.009f, 0.5f, true},
+        {-1, 0.5f, 0.009f, true},
+        {-1, 0.5f, 0.491f, true},
+    };
+    TestWorld world;
+    KelShader& shader = world.phong();
+    world.add(triangle());
+    OxState state = world.hit(R3(1, 1, 1), R3(0, -1, 0));
+    for (const auto& c : cases) {
+        shader.m_thickness = c.thickness;
+        state.hit.u = c.u;
+        state.hit.v = c.v;
+        EXPECT_EQ(shader.hitBorder(&state), c.border) << c.thickness << ": " << c.u << ", " << c.v;
+    }
+}
+
+TEST(PhongWireframe, HolesShowAndLightWhatLiesBehindUntilTheRuleEndsThem) {
+    const struct {
+        const char* name;
+        std::function<void(KelRenderingObject&, KelShader&)> change;
+        bool seen, lit;  // through the hole
+    } cases[] = {
+        {"not a wireframe", [](KelRenderingObject&, KelShader& s) { s.m_wireframe = 0; }, false, false},
+        {"wireframe", [](KelRenderingObject&, KelShader&) {}, true, true},
+        {"by the global switch", [](KelRenderingObject& ro, KelShader& s) { s.m_wireframe = 0, ro.m_wireframe = 1; },
+         true, true},
+        {"all border", [](KelRenderingObject&, KelShader& s) { s.m_thickness = 9; }, false, false},
+        {"too deep", [](KelRenderingObject& ro, KelShader&) { ro.m_recursionLimit = 1; }, false, false},
+        {"deep", [](KelRenderingObject& ro, KelShader&) { ro.m_recursionLimit = 2; }, true, true},
+        {"colour does not matter", [](KelRenderingObject& ro, KelShader&) { ro.m_transparentAccuracy = 1; }, false,
+         true},
+        {"light does not matter", [](KelRenderingObject& ro, KelShader&) { ro.m_refractiveAccuracy = 1; }, true, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestWorld world;
+        KelPhongShader& ground = world.phong();
+        ground.m_receiveShadow = 1;
+        ground.ambientIntensity = 0.0f;
+        ground.emissiveColor = Green;
+        world.addSquare(R3(0, -5, 0), R3(0, 1, 0));
+        KelPhongShader& frame = world.phong(Black);
+        frame.m_wireframe = 1;
+        world.add(triangle());
+        world.steadyLight(R3(1, 10, 1), Red);
+        c.change(world.ro(), frame);
+        ground.m_thickness = 1e6f;  // no holes, where everything is a wireframe
+        const R3 above = world.trace(R3(1, 1, 1.2f), R3(0, -1, 0));
+        EXPECT_EQ(above.y, c.seen ? 1.0f : 0.0f);
+        const R3 below = world.trace(R3(1, -4, 1), R3(0, -1, 0));
+        EXPECT_NEAR(below.x, c.lit ? 1.0f : 0.0f, 1e-5f);
+        EXPECT_EQ(world.ro().m_rays[0].depth, 0u);
+    }
 }

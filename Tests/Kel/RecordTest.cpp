@@ -19,7 +19,6 @@ TEST(Record, OnlyTheOwnerDeletesTheSampler) {
             const KelRay copy(owner);
             KelRay assigned;
             assigned = copy;
-            EXPECT_FALSE(copy.m_deleteSampler);
             EXPECT_EQ(assigned.getSample(0), 0.5f);
         }
         EXPECT_EQ(first, 0);
@@ -30,41 +29,6 @@ TEST(Record, OnlyTheOwnerDeletesTheSampler) {
     }
     EXPECT_EQ(first, 1);
     EXPECT_EQ(second, 1);
-}
-
-TEST(Record, CopiesCarryEverythingButOwnership) {
-    KelRay record(nullptr);
-    TestWorld world;
-    record.m_ro = &world.ro();
-    record.depth = 3;
-    record.insideFlag = 1;
-    record.opacity = 0.25f;
-    record.pattern = 9;
-    KelRay assigned;
-    assigned = record;
-    for (const KelRay& r : {KelRay(record), KelRay(assigned)}) {
-        EXPECT_EQ(r.m_ro, &world.ro());
-        EXPECT_EQ(r.depth, 3u);
-        EXPECT_EQ(r.insideFlag, 1u);
-        EXPECT_EQ(r.opacity, 0.25f);
-        EXPECT_EQ(r.pattern, 9u);
-    }
-}
-
-TEST(Record, ATreeOfRaysLeavesTheThreadsSamplerAlive) {
-    int deletions = 0;
-    {
-        TestWorld world;
-        KelPhongShader& phong = world.phong();
-        phong.reflectiveColor = phong.transparentColor = R3(0.8f, 0.8f, 0.8f);
-        world.addSquare(R3(0, 0, 0), R3(0, 1, 0));
-        world.addSquare(R3(0, 5, 0), R3(0, -1, 0));
-        script(world.ro(), {0.5f}, &deletions);
-        world.trace(R3(0.3f, 1, 0.2f), R3(0, -1, 0));
-        EXPECT_GT(raysShot(RAY_TRANSPARENCY), 2u);
-        EXPECT_EQ(deletions, 0);
-    }
-    EXPECT_EQ(deletions, 1);
 }
 
 TEST(Record, EveryThreadHasOneOfItsOwn) {
@@ -106,14 +70,6 @@ TEST(Record, RandomNumbersBelongToPassAndTileNotToTheThread) {
     EXPECT_EQ(sequences.size(), 36u);
 }
 
-TEST(Record, SeedsWrap) {
-    TestWorld world;
-    const ScriptedSampler& sampler = script(world.ro(), {0.5f});
-    world.ro().m_tilesPerFrame = 0x80000001u;
-    draws(world.ro(), 0, 2, 3);
-    EXPECT_EQ(sampler.seeds, (std::vector<unsigned>{5}));
-}
-
 TEST(Record, APrimaryRayStartsOutsideWithItsWholeWeight) {
     TestWorld world;
     KelRenderingObject& ro = world.ro();
@@ -140,16 +96,4 @@ TEST(Record, APrimaryRayStartsOutsideWithItsWholeWeight) {
     ray4.privatePtr = &state;
     ro.initRay4(packet, 0, 7);
     EXPECT_EQ(ray4.privatePtr, &state) << "packets carry no record";
-}
-
-TEST(Record, TheDepthGuardRestoresOnEveryWayOut) {
-    KelRay record;
-    record.depth = 2;
-    try {
-        const KelRayDepthGuard guard(record);
-        EXPECT_EQ(record.depth, 3u);
-        throw 1;
-    } catch (int) {
-    }
-    EXPECT_EQ(record.depth, 2u);
 }

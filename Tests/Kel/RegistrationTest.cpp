@@ -1,13 +1,26 @@
 // What the package tells the host about its objects: factories, parameters and documents.
+#include "Shaders/Kel/KelAlphaILS.h"
+#include "Shaders/Kel/KelAmbientOcclusion.h"
+#include "Shaders/Kel/KelCubicEnvironment.h"
+#include "Shaders/Kel/KelDOFCamera.h"
+#include "Shaders/Kel/KelDbgObjectID.h"
+#include "Shaders/Kel/KelDiffuse.h"
+#include "Shaders/Kel/KelDirectionalLight.h"
+#include "Shaders/Kel/KelEnvironment.h"
+#include "Shaders/Kel/KelFresnelPhong.h"
+#include "Shaders/Kel/KelGlas.h"
+#include "Shaders/Kel/KelPhongEyeLight.h"
+#include "Shaders/Kel/KelSpotLight.h"
+#include "Shaders/Kel/KelWallThickness.h"
 #include "Tests/Support/Probe.h"
 #include "Tests/Support/TestWorld.h"
 
 #include <gtest/gtest.h>
 #include <pugixml.hpp>
 
+#include <array>
 #include <cstring>
 #include <regex>
-#include <set>
 
 using namespace oxbeam;
 using namespace oxbeam::test;
@@ -45,6 +58,11 @@ static void expectParameters(const char* name, const OxLoadableObject& object, c
     }
 }
 
+template <class T>
+static const T& made(TestWorld& world, const char* name) {
+    return static_cast<const T&>(world.make(*registry().find(name)));
+}
+
 TEST(Registration, ParametersAreDeclaredInOrderAndLandInTheirMembers) {
     TestWorld world;
     const KelRenderingObject& ro = world.ro();
@@ -76,124 +94,219 @@ TEST(Registration, ParametersAreDeclaredInOrderAndLandInTheirMembers) {
                       {"emission", light.intensity, White, "1 1 1"},
                       {"castShadow", light.castShadow, 1}});
 
-    const KelPhongShader& phong = world.phong();
-    expectParameters("KelPhong", phong,
-                     {{"thickness", phong.m_thickness, -1.0f},
-                      {"wireframe", phong.m_wireframe, 0},
-                      {"glossySurfaces", phong.m_glossySurfaces, 0},
-                      {"fuzzyLights", phong.m_fuzzyLights, 0},
-                      {"receiveShadow", phong.m_receiveShadow, 0},
-                      {"softShadows", phong.m_softShadows, 0},
-                      {"numFuzzySamples", phong.m_numFuzzySamples, 1},
-                      {"ambientIntensity", phong.ambientIntensity, 0.2f, "0.1, 0 .. 1"},
-                      {"diffuseColor", phong.diffuseColor, White, "1 1 1"},
-                      {"specularColor", phong.specularColor, Black, "1 1 1"},
-                      {"texture", phong.texture, -1, "Ox_NOTEXTURE"},
-                      {"bumpMap", phong.m_bumpMapTexture, -1, ""},
-                      {"emissiveColor", phong.emissiveColor, Black, "0 0 0"},
-                      {"transparent", phong.transparentColor, Black, "0 0 0"},
-                      {"reflective", phong.reflectiveColor, Black, "0 0 0"},
-                      {"shininess", phong.shininess, 5.0f, "16, 1 .. 512"}});
+    const auto& sun = made<KelDirectionalLight>(world, "KelDirectionalLight");
+    expectParameters("KelDirectionalLight", sun,
+                     {{"direction", sun.direction, R3(0, 0, 1), "0 0 1"},
+                      {"radiance", sun.intensity, White, "1 1 1"},
+                      {"intensity", sun.intensity, White, "1 1 1"},
+                      {"emission", sun.intensity, White, "1 1 1"},
+                      {"castShadow", sun.castShadow, 1},
+                      {"fuzzyness", sun.fuzzyness, 0.1f}});
+
+    const auto& spot = made<KelSpotLight>(world, "KelSpotLight");
+    expectParameters("KelSpotLight", spot,
+                     {{"atten0", spot.atten0, 2.0f, "1"},
+                      {"atten1", spot.atten1, 0.0f, "0"},
+                      {"atten2", spot.atten2, 0.0f, "0"},
+                      {"position", spot.position, Black, "0 0 0"},
+                      {"intensity", spot.intensity, White, "1 1 1"},
+                      {"direction", spot.direction, R3(0, -1, 0), "0 -1 0"},
+                      {"minAngle", spot.minAngle, 0.17453292f, "0, 0 .. 1.570796327"},
+                      {"maxAngle", spot.maxAngle, 0.2617994f, "1, 0 .. 1.570796327"},
+                      {"angle", spot.maxAngle, 0.2617994f},
+                      {"castShadow", spot.castShadow, 1},
+                      {"fuzzyness", spot.fuzzyness, 0.1f}});
+
+    const auto& lens = made<KelDOFCamera>(world, "KelDOFCamera");
+    expectParameters("KelDOFCamera", lens,
+                     {{"focalLength", lens.focalLength, 0.7f, "0.7"},
+                      {"focalDistance", lens.focalDistance, 2.6f, "2.6"},
+                      {"lensRadius", lens.lensRadius, 0.08f, "0.08"},
+                      {"focalLengthFromCamera", lens.focalLengthFromCamera, 1u, "true"}});
 }
 
-// Checks one parameter element of a document.
-static void checkParameter(const pugi::xml_node& node) {
-    static const std::vector<std::string> order = {"id",         "alias",          "longname", "type",
-                                                   "size",       "interpretation", "default",  "lowerbound",
-                                                   "upperbound", "logarithmic",    "help"};
-    std::size_t reached = 0;
-    for (const auto& child : node.children()) {
-        const auto at = std::find(order.begin(), order.end(), child.name()) - order.begin();
-        ASSERT_LT(static_cast<std::size_t>(at), order.size()) << child.name();
-        EXPECT_GE(static_cast<std::size_t>(at), reached) << child.name() << " stands too late";
-        reached = static_cast<std::size_t>(at);
+static std::vector<Expected> common(const KelShader& s, const std::vector<Expected>& own) {
+    std::vector<Expected> all = {{"thickness", s.m_thickness, -1.0f},        {"wireframe", s.m_wireframe, 0},
+                                 {"glossySurfaces", s.m_glossySurfaces, 0},  {"fuzzyLights", s.m_fuzzyLights, 0},
+                                 {"receiveShadow", s.m_receiveShadow, 0},    {"softShadows", s.m_softShadows, 0},
+                                 {"numFuzzySamples", s.m_numFuzzySamples, 1}};
+    all.insert(all.end(), own.begin(), own.end());
+    return all;
+}
+
+// What the documents of Phong shading's relatives say about the nine parameters that they share.
+using Documented = std::array<const char*, 9>;
+
+static std::vector<Expected> phong(const KelPhongShader& s, const Documented& text, const std::vector<Expected>& own) {
+    std::vector<Expected> all = common(s, {{"ambientIntensity", s.ambientIntensity, 0.2f, text[0]},
+                                           {"diffuseColor", s.diffuseColor, White, text[1]},
+                                           {"specularColor", s.specularColor, Black, text[2]},
+                                           {"texture", s.texture, -1, text[3]},
+                                           {"bumpMap", s.m_bumpMapTexture, -1, text[4]},
+                                           {"emissiveColor", s.emissiveColor, Black, text[5]},
+                                           {"transparent", s.transparentColor, Black, text[6]},
+                                           {"reflective", s.reflectiveColor, Black, text[7]},
+                                           {"shininess", s.shininess, 5.0f, text[8]}});
+    all.insert(all.end(), own.begin(), own.end());
+    return all;
+}
+
+TEST(Registration, ParametersOfPhongShadingAndItsRelatives) {
+    TestWorld world;
+    const Documented nothing = {}, plain = {"0.1, 0 .. 1", "1 1 1", "1 1 1", "Ox_NOTEXTURE", "",
+                                            "0 0 0",       "0 0 0", "0 0 0", "16, 1 .. 512"},
+                     paint = {"0.2, 0 .. 1", "1 1 1, 0 0 0 .. 1 1 1", "1 1 1", "", nullptr, "0 0 0", nullptr,
+                              "1 1 1",       "64, 0 .. 512"};
+    const auto& base = made<KelPhongShader>(world, "KelPhong");
+    expectParameters("KelPhong", base, phong(base, plain, {}));
+    for (const char* name : {"KelFresnelPhong", "KelCarPaint"}) {
+        const auto& s = made<KelFresnelPhongShader>(world, name);
+        expectParameters(name, s,
+                         phong(s, paint,
+                               {{"fresnelMethod", s.fresnelMethod, 1, "1, 1 .. 3"},
+                                {"bindex", s.bindex, 1.5f, "1.2, 1 .. 10"},
+                                {"bias", s.bias, 0.1f, "0.000, -1 .. 1"},
+                                {"scale", s.scale, 1.0f, "1.0, 1.0 .. 10"},
+                                {"index", s.index, 5.0f, "1.000, 1 .. 10"}}));
     }
-    const std::string type = node.child("type").text().get();
-    EXPECT_TRUE((std::set<std::string>{"float", "int", "bool"}.count(type))) << type;
-    EXPECT_EQ(node.child("lowerbound").empty(), node.child("upperbound").empty());
+    const auto& eye = made<KelPhongEyeLightShader>(world, "KelPhongEyeLight");
+    expectParameters(
+        "KelPhongEyeLight", eye,
+        phong(eye, plain, {{"intensity", eye.intensity, White}, {"cameraOffset", eye.m_cameraOffset, false}}));
+    const auto& open = made<KelAmbientOcclusionShader>(world, "KelAmbientOcclusion");
+    expectParameters("KelAmbientOcclusion", open,
+                     phong(open, nothing, {{"samples", open.samples, 2}, {"maxDistance", open.maxDistance, 500.0f}}));
+    const auto& wall = made<KelWallThicknessShader>(world, "KelWallThickness");
+    expectParameters("KelWallThickness", wall,
+                     phong(wall, nothing,
+                           {{"samples", wall.samples, 2},
+                            {"minDistance", wall.minDistance, 0.0f},
+                            {"maxDistance", wall.maxDistance, 500.0f},
+                            {"maxAngleDegree", wall.m_maxAngleDegree, 30.0f},
+                            {"scaleDistance", wall.m_scaleDist, 1.0f}}));
+}
+
+TEST(Registration, ParametersOfTheOtherShaders) {
+    TestWorld world;
+    const char *unit = "1 1 1, 0 0 0 .. 1 1 1", *zero = "0 0 0, 0 0 0 .. 1 1 1";
+    const R3 grey(0.5f, 0.5f, 0.5f);
+    const auto& glass = made<KelGlasShader>(world, "KelGlass");
+    expectParameters("KelGlass", glass,
+                     common(glass, {{"reflectionFilterAmount", glass.reflectionFilterAmount, 0.0f, "0.0, 0.0 .. 1.0"},
+                                    {"reflectionFilter", glass.reflectionFilter, White, "1.0 1.0 1.0, 0 0 0 .. 1 1 1"},
+                                    {"refractionFilterAmount", glass.refractionFilterAmount, 0.0f, "1.0, 0 .. 1"},
+                                    {"refractionFilter", glass.refractionFilter, White, unit},
+                                    {"bindex", glass.bindex, 1.517f, "1.517, 1 .. 10"},
+                                    {"reflectivity", glass.reflectivity, 0.0f, "0.1, 0 .. 1"},
+                                    {"refractionFilterScale", glass.scale, 1.0f, "1, 0.0001 .. 1000"},
+                                    {"shininess", glass.shininess, 5.0f},
+                                    {"oneSidedGlass", glass.noRefract, 0},  // not what the document calls it
+                                    {"bumpMap", glass.m_bumpMapTexture, -1}}));
+    const auto& ils = made<KelAlphaILS>(world, "KelAlphaILS");
+    expectParameters("KelAlphaILS", ils,
+                     {{"ambientIntensity", ils.ambientIntensity, 0.2f, "0.1, 0 .. 1"},
+                      {"diffuseColor", ils.diffuseColor, White, unit},
+                      {"rd", ils.diffuseColor, White, unit},
+                      {"specularColor", ils.specularColor, White, unit},
+                      {"rs", ils.specularColor, White, unit},
+                      {"texture", ils.texture, -1, ""},
+                      {"texture0", ils.texture, -1, ""},
+                      {"emissiveColor", ils.emissiveColor, Black, zero},
+                      {"reflective", ils.reflectiveColor, Black, zero},
+                      {"shininess", ils.exponent, 64.0f, "16, 1 .. 512"},
+                      {"samples", ils.samples, 4, "4"}});
+    const auto& diffuse = made<KelDiffuseShader>(world, "KelDiffuse");
+    expectParameters("KelDiffuse", diffuse,
+                     common(diffuse, {{"diffuseColor", diffuse.diffuseColor, grey, "1 1 1"},
+                                      {"emissiveColor", diffuse.emissiveColor, Black, "0 0 0"},
+                                      {"texture", diffuse.textureID, -1, "Ox_NOTEXTURE"}}));
+    const auto& id = made<KelDbgObjectIDShader>(world, "KelDbgObjectID");
+    expectParameters("KelDbgObjectID", id,
+                     {{"diffuseColor", id.rd, grey}, {"emissiveColor", id.ed, Black}, {"texture0", id.textureID, -1}});
+    const auto& cube = made<KelCubicEnvironmentShader>(world, "KelCubicEnvironment");
+    expectParameters(
+        "KelCubicEnvironment", cube,
+        {{"texture", cube.textureid, -1}, {"texture0", cube.textureid, -1}, {"isVisible", cube.isVisible, 1u}});
+    const auto& sky = made<KelEnvironmentShader>(world, "KelEnvironment");
+    expectParameters("KelEnvironment", sky,
+                     common(sky, {{"texture", sky.textureid, -1, ""},
+                                  {"upDirection", sky.upDirection, 1u, "1"},
+                                  {"visibleForDirect", sky.visiblePrimary, 1u, "true"},
+                                  {"visibleForReflections", sky.visibleReflections, 1u, "true"},
+                                  {"visibleForRefractions", sky.visibleRefractions, 1u, "true"},
+                                  {"visibleForTransparency", sky.visibleTransparent, 1u, "true"},
+                                  {"color", sky.color, Black, zero},
+                                  {"intensity", sky.intensity, White},
+                                  {"scale", sky.scale, 1.0f, "1, 0.0001 .. 100"},
+                                  {"shadowPlaneOrigin", sky.shadowPlaneOrigin, Black},
+                                  {"shadowPlaneNormal", sky.shadowPlaneNormal, R3(0, 1, 0)},
+                                  {"shadowIntensity", sky.shadowIntensity, 0.5f},
+                                  {"numEnvLights", sky.m_envLights, -1}}));
+}
+
+// The names of an element's children, in order.
+static std::string childNames(const pugi::xml_node& node) {
+    std::string names;
+    for (const auto& child : node.children()) names += std::string(child.name()) + ' ';
+    return names;
 }
 
 TEST(Registration, DocumentsFollowTheFormat) {
-    int documents = 0;
+    const std::regex top("type package id longname (group |parameter )*"), group("longname help (parameter )*"),
+        parameter(
+            "(id )+(alias )*(longname )?type (size )?(interpretation )?(default )?(lowerbound upperbound )?"
+            "(logarithmic )?(help )?"),
+        type("float|int|bool"), kind("renderingobject|light|surface|environment|camera");
     for (const ObjectClass* object : registry().all()) {
-        if (object->package == "Oxbeam" || !object->document.starts_with("<")) continue;
+        const std::string& document = object->document;
+        if (object->package == "Oxbeam" || !document.starts_with("<")) continue;
         SCOPED_TRACE(object->name);
-        ++documents;
-        EXPECT_TRUE(object->document.starts_with("<?xml version=\"1.0\" ?><ShaderInfo><type>"));
-        EXPECT_TRUE(object->document.ends_with("> </ShaderInfo>"));
-        EXPECT_EQ(object->document.find_first_of("\r\n\t"), std::string::npos);
-        EXPECT_FALSE(std::regex_search(object->document, std::regex("<enum>[^ ]")));
-        EXPECT_STREQ(object->make()->GetShaderInfo(), object->document.c_str());
-        EXPECT_EQ(object->make()->GetShaderInfo(), object->make()->GetShaderInfo()) << "another copy";
+        EXPECT_TRUE(document.starts_with("<?xml version=\"1.0\" ?><ShaderInfo><type>"));
+        EXPECT_TRUE(document.ends_with("> </ShaderInfo>"));
+        EXPECT_EQ(document.find_first_of("\r\n\t"), std::string::npos);
+        EXPECT_FALSE(std::regex_search(document, std::regex("<enum>[^ ]")));
+        EXPECT_EQ(object->make()->GetShaderInfo(), object->make()->GetShaderInfo());
+        EXPECT_EQ(object->info.package, "Kel");
+        EXPECT_TRUE(std::regex_match(object->info.type, kind));
 
         pugi::xml_document xml;
-        ASSERT_TRUE(xml.load_string(object->document.c_str()));
-        std::string head;
-        for (const auto& child : xml.child("ShaderInfo").children()) {
-            const std::string name = child.name();
-            if (name == "parameter") {
-                checkParameter(child);
-            } else if (name == "group") {
-                EXPECT_STREQ(child.first_child().name(), "longname");
-                EXPECT_STREQ(child.first_child().next_sibling().name(), "help");
-                for (const auto& inner : child.children("parameter")) checkParameter(inner);
-            } else {
-                head += name + ' ';
-            }
+        ASSERT_TRUE(xml.load_string(document.c_str()));
+        EXPECT_TRUE(std::regex_match(childNames(xml.child("ShaderInfo")), top));
+        for (const auto& found : xml.select_nodes("//group"))
+            EXPECT_TRUE(std::regex_match(childNames(found.node()), group));
+        for (const auto& found : xml.select_nodes("//parameter")) {
+            EXPECT_TRUE(std::regex_match(childNames(found.node()), parameter)) << childNames(found.node());
+            EXPECT_TRUE(std::regex_match(found.node().child_value("type"), type));
         }
-        EXPECT_EQ(head, "type package id longname ");
-        EXPECT_EQ(object->info.package, "Kel");
     }
-    EXPECT_GE(documents, 3);
 }
 
 // Programs that look for these texts must find them as they always were, slips included.
 TEST(Registration, DocumentsKeepTheirWords) {
-    const struct {
-        const char *object, *type, *id, *longname;
-        std::vector<const char*> words;
-    } cases[] = {
-        {"Kel",
-         "renderingobject",
-         "Kel",
-         "Kel Rendering Object",
-         {"usefull for hared memory machines with many CPU's.", "disactivate", "simultanuous", "error for rreflections",
-          "<help>The magic number</help>", "<longname>Smooth Shadows</longname>"}},
-        {"KelPointLight",
-         "light",
-         "KelPointLight",
-         "Kel based point light shader",
-         {"<id>atten0</id><id>atten</id>", "<id>intensity</id><alias>emission</alias>"}},
-        {"KelPhong",
-         "surface",
-         "KelPhong",
-         "Kel-based Phong Shader.",
-         {"a prefect mirror.", "<alias>transparency</alias><alias>transparentColor</alias>",
-          "<logarithmic><base>2</base><intermediate>true</intermediate></logarithmic>",
-          "<alias>diffuse</alias><alias>rd</alias>", "<help>No description</help>"}},
+    const std::pair<const char*, const char*> cases[] = {
+        {"Kel", "<id>Kel</id><longname>Kel Rendering Object</longname>"},
+        {"Kel", "usefull for hared memory machines with many CPU's."},
+        {"Kel", "disactivate"},
+        {"Kel", "simultanuous"},
+        {"Kel", "error for rreflections"},
+        {"KelPointLight", "<id>KelPointLight</id><longname>Kel based point light shader</longname>"},
+        {"KelPointLight", "<id>atten0</id><id>atten</id>"},
+        {"KelPhong", "<id>KelPhong</id><longname>Kel-based Phong Shader.</longname>"},
+        {"KelPhong", "a prefect mirror."},
+        {"KelPhong", "<alias>transparency</alias><alias>transparentColor</alias>"},
+        {"KelPhong", "<logarithmic><base>2</base><intermediate>true</intermediate></logarithmic>"},
     };
-    for (const auto& c : cases) {
-        const ObjectClass& object = *registry().find(c.object);
-        EXPECT_EQ(object.info.type, c.type);
-        EXPECT_EQ(object.info.id, c.id);
-        EXPECT_EQ(object.info.longname, c.longname);
-        for (const char* words : c.words) EXPECT_NE(object.document.find(words), std::string::npos) << words;
-    }
+    for (const auto& [object, words] : cases)
+        EXPECT_NE(registry().find(object)->document.find(words), std::string::npos) << words;
 }
 
 TEST(Registration, FactoriesLeaveInitOfShadersToTheHost) {
     const auto make = [](const char* name) {
         return std::unique_ptr<OxLoadableObject>(registry().find(name)->factory());
     };
-    const auto shader = make("KelPhong"), ro = make("Kel"), light = make("KelPointLight");
-    const auto& phong = static_cast<const KelPhongShader&>(*shader);
-    EXPECT_NE(phong.diffuseColor, White);
-    EXPECT_EQ(phong.m_ro, nullptr);
+    const auto phong = make("KelPhong"), ro = make("Kel"), light = make("KelPointLight");
+    EXPECT_NE(static_cast<const KelPhongShader&>(*phong).diffuseColor, White);
     // These two have constructors that set their defaults.
     EXPECT_EQ(static_cast<const KelRenderingObject&>(*ro).m_reflectiveAccuracy, 0.15f);
-    const auto& point = static_cast<const KelPointLight&>(*light);
-    EXPECT_EQ(point.atten2, 1.0f);
-    EXPECT_EQ(point.castShadow, 1);
-    EXPECT_EQ(point.fuzzyness, 0.1f);
-    EXPECT_NE(make("KelPhong"), shader);
+    EXPECT_EQ(static_cast<const KelPointLight&>(*light).castShadow, 1);
 }

@@ -52,31 +52,23 @@ TEST(Settings, ASwitchIsOnIfTheShadersIsNonzeroOrTheGlobalOneExactlyOne) {
     EXPECT_TRUE(shader.receiveShadow());
 }
 
-TEST(Settings, TheLargerNumberOfSamplesCounts) {
+TEST(Settings, TheLargerNumberOfSamplesCountsAndTheEpsilonIsCutToAnInteger) {
     TestWorld world;
     KelShader& shader = world.phong();
     OxState state;
     state.m_ro = &world.ro();
-    const int cases[][3] = {{4, 1, 4}, {1, 8, 8}, {3, 3, 3}, {0, -2, 0}};
-    for (const auto& [global, own, inForce] : cases) {
+    const int samples[][3] = {{4, 1, 4}, {1, 8, 8}, {3, 3, 3}, {0, -2, 0}};
+    for (const auto& [global, own, inForce] : samples) {
         world.ro().m_numFuzzySamples = global;
         shader.m_numFuzzySamples = own;
         EXPECT_EQ(shader.numFuzzySamples(&state), inForce);
         EXPECT_EQ(kelNumFuzzySamples(&state), global);
     }
-}
-
-TEST(Settings, TheEpsilonIsCutToAnInteger) {
-    TestWorld world;
-    OxState state;
-    state.m_ro = &world.ro();
-    const std::pair<float, int> cases[] = {{0.01f, 0}, {0.99999f, 0}, {1.0f, 1}, {2.7f, 2}, {100.0f, 100}};
-    for (const auto& [epsilon, cut] : cases) {
+    const std::pair<float, int> epsilons[] = {{0.01f, 0}, {0.99999f, 0}, {1.0f, 1}, {2.7f, 2}};
+    for (const auto& [epsilon, cut] : epsilons) {
         world.ro().m_rayEpsilon = epsilon;
         EXPECT_EQ(kelRayEpsilon(&state), cut);
     }
-    world.ro().m_recursionLimit = 1024;
-    EXPECT_EQ(kelRecursionLimit(&state), 1024);
 }
 
 // What a call that should abort the process says last. The framework's own way starts the program anew for every call,
@@ -115,12 +107,4 @@ TEST(Settings, AStateWithoutRenderingObjectEndsTheProcess) {
         EXPECT_NE(words.find(std::string(": ") + c.signature + ": Assertion `ro' failed"), std::string::npos) << words;
         EXPECT_NE(words.find("FastKel"), std::string::npos) << words;
     }
-}
-
-TEST(Settings, AShadersOwnSwitchNeedsNoRenderingObject) {
-    TestWorld world;
-    KelShader& shader = world.phong();
-    shader.m_wireframe = 1;
-    OxState state;
-    EXPECT_TRUE(shader.wireframe(&state));
 }

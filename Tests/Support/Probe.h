@@ -4,10 +4,11 @@
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxSampler.h"
 #include "Oxbeam/OxShader.h"
-#include "Shaders/Kel/KelRenderingObject.h"
+#include "Tests/Support/TestWorld.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <ostream>
 #include <utility>
 #include <vector>
@@ -15,6 +16,8 @@
 inline void PrintTo(const R3& v, std::ostream* out) { *out << '(' << v.x << ", " << v.y << ", " << v.z << ')'; }
 
 namespace oxbeam::test {
+
+inline constexpr float Radian = 0.0174532925f;  // of a degree
 
 inline void expectNear(const R3& actual, const R3& expected, float tolerance = 1e-5f) {
     EXPECT_NEAR(actual.x, expected.x, tolerance) << testing::PrintToString(actual);
@@ -83,5 +86,19 @@ inline ScriptedSampler& script(KelRenderingObject& ro, std::vector<float> number
     delete std::exchange(ro.m_rays[thread].sampler, sampler);
     return *sampler;
 }
+
+// A level probe at height 0, and whatever else is added.
+struct ProbeWorld : TestWorld {
+    explicit ProbeWorld(const R3& background = Black) : TestWorld(background) {
+        own<Probe>();
+        addSquare(R3(), R3(0, 1, 0));
+    }
+
+    // State of a ray that came down onto the probe's origin, so many degrees off the normal, in the xy plane.
+    OxState arrival(float degrees = 0.0f) {
+        const R3 direction(std::sin(degrees * Radian), -std::cos(degrees * Radian), 0);
+        return hit(-3.0f * direction, direction);
+    }
+};
 
 }  // namespace oxbeam::test

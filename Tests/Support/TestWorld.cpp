@@ -52,6 +52,13 @@ KelPointLight& TestWorld::pointLight(const R3& position, const R3& intensity) {
     return made;
 }
 
+KelPointLight& TestWorld::steadyLight(const R3& position, const R3& intensity) {
+    KelPointLight& made = pointLight(position, intensity);
+    made.atten0 = 0.999f;  // the light adds 0.001
+    made.atten2 = 0.0f;
+    return made;
+}
+
 unsigned TestWorld::add(MeshData mesh, const Matrix& placement, Oxuint visibility) {
     return geometry.addInstance(geometry.addMesh(std::move(mesh)), placement, static_cast<unsigned>(shaders.size()) - 1,
                                 visibility);

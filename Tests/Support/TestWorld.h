@@ -32,14 +32,17 @@ public:
     KelRenderingObject& ro() { return static_cast<KelRenderingObject&>(*renderingObject); }
     KelPhongShader& phong(const R3& diffuse = White);
     KelPointLight& pointLight(const R3& position, const R3& intensity = White);
-    // Any object by its registered name, as a shader or a light of the scene.
+    // One without falloff: the same intensity at every distance.
+    KelPointLight& steadyLight(const R3& position, const R3& intensity = White);
+    // Any object by its registered name, as a shader or a light of the scene. The package hides the type information
+    // that a checked cast would need.
     template <class T = OxShader>
     T& shader(const std::string& name) {
-        return dynamic_cast<T&>(addShader(*registry().find(name)));
+        return static_cast<T&>(addShader(*registry().find(name)));
     }
     template <class T = OxLight>
     T& light(const std::string& name) {
-        return dynamic_cast<T&>(addLight(*registry().find(name)));
+        return static_cast<T&>(addLight(*registry().find(name)));
     }
 
     // A shader or light of a class of the test's own.

@@ -1,0 +1,255 @@
+// The services that packages call, and the host's own lights and camera.
+#include "Oxbeam/OxDirectionalLight.h"
+#include "Oxbeam/OxFunctions.h"
+#include "Oxbeam/OxPerspectiveCamera.h"
+#include "Oxbeam/OxPointLight.h"
+#include "Oxbeam/OxSpotLight.h"
+#include "Tests/Support/TestWorld.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+
+namespace {
+
+constexpr float Pi = 3.14159265f;
+
+void expectNear(const R3& a, const R3& b, float tolerance) {
+    EXPECT_NEAR(a.x, b.x, tolerance);
+    EXPECT_NEAR(a.y, b.y, tolerance);
+    EXPECT_NEAR(a.z, b.z, tolerance);
+}
+
+R3 mirrored(const R3& direction, const R3& normal) {
+    R3 reflected;
+    oxsReflect(reflected, direction, normal);
+    return reflected;
+}
+
+// What a light sends to a point: the ray to the light and what arrives, or nothing.
+struct Arrival {
+    bool lit;
+    OxState shadow;
+};
+Arrival illuminate(OxLight& light, R3 point) {
+    Arrival a{false, {}};
+    a.lit = oxsIlluminate(static_cast<OxLight*>(&light), &a.shadow, point, &a.shadow, nullptr);
+    return a;
+}
+
+// The mean of a function of a light's sampled directions, over a grid of the unit square.
+template <class F>
+double meanOverSamples(const OxLight& light, F f) {
+    constexpr int n = 128;
+    double sum = 0.0;
+    for (int i = 0; i < n * n; ++i) {
+        R3 d;
+        light.SampleDirection(d, (static_cast<float>(i % n) + 0.5f) / n, (static_cast<float>(i / n) + 0.5f) / n);
+        EXPECT_NEAR(Length(d), 1.0f, 1e-5f);
+        sum += f(d);
+    }
+    return sum / (n * n);
+}
+
+}  // namespace
+
+// ---- Directions and states
+
+TEST(HostServices, DirectionsAreMirroredAndTurnedToTheRay) {
+    expectNear(mirrored(R3(1, -1, 0), R3(0, 1, 0)), R3(1, 1, 0), 0);
+    expectNear(mirrored(R3(1, -1, 0), R3(0, -1, 0)), R3(1, 1, 0), 0);
+    expectNear(mirrored(R3(0, 0, -3), R3(0, 0, 1)), R3(0, 0, 3), 0);
+    expectNear(mirrored(R3(2, 0, 0), R3(0.6f, 0.8f, 0)), R3(2 - 1.44f, -1.92f, 0), 1e-6f);
+    OxState state;
+    state.ray.direction = R3(0, 0, -1);
+    for (const R3& given : {R3(3, 0, 4), R3(-3, 0, -4)}) {
+        R3 normal = given;
+        oxsNormalizeFaceForward(&state, normal);
+        expectNear(normal, R3(0.6f, 0, 0.8f), 1e-6f);
+    }
+    R3 across(0, 2, 0);  // no side is the ray's
+    oxsNormalizeFaceForward(&state, across);
+    EXPECT_EQ(across, R3(0, 1, 0));
+}
+
+TEST(HostServices, ChildStatesInheritAllButTheRay) {
+    TestWorld world;
+    world.rayEpsilon = 0.125f;
+    OxState parent = world.session().primaryState(), child;
+    parent.ray.depth = 4, parent.ray.visibilityMask = 6, parent.ray.clippingMask = 9;
+    oxsSetRay(&parent, R3(1, 2, 3), R3(4, 5, 6), 7);
+    child.ray.minDist = 0.5f;
+    oxsInitState(&parent, &child);
+    EXPECT_EQ(child.scene, parent.scene);
+    EXPECT_EQ(child.intersector, parent.intersector);
+    EXPECT_EQ(child.m_ro, world.renderingObject);
+    EXPECT_EQ(child.ray.depth, 5);
+    EXPECT_EQ(child.ray.minHitDist, 0.125f);
+    EXPECT_EQ(oxsGetPrivatePtr(&child), &world.ro().m_rays[0]);
+    EXPECT_EQ(oxsGetRayVisibility(&child), 6u);
+    EXPECT_EQ(child.ray.clippingMask, 9u);
+    EXPECT_EQ(child.ray.origin, R3());
+    EXPECT_EQ(oxsGetRayMaxDistance(&child), RayInfinity);
+    parent.m_ro = nullptr;
+    parent.ray.minHitDist = 0.25f;
+    oxsInitState(&parent, &child);
+    EXPECT_EQ(child.ray.minHitDist, 0.25f);
+}
+
+// ---- Asking for the scene
+
+TEST(HostServices, HandlesThatNameNothingAreNull) {
+    TestWorld world;
+    world.phong();
+    world.addSquare(R3(), R3(0, 1, 0));
+    world.session();
+    ASSERT_NE(oxGetInstance(0), nullptr);
+    EXPECT_EQ(oxGetObject(oxGetInstance(0)), world.geometry.scene().objects[0]);
+    for (const int none : {-1, 1, 1 << 30, -(1 << 30)}) EXPECT_EQ(oxGetInstance(none), nullptr);
+    EXPECT_EQ(oxGetObject(nullptr), nullptr);
+    R3 a(1, 1, 1), b = a, c = a;
+    oxGetTriangleVertices(nullptr, 0, &a, &b, &c);
+    EXPECT_TRUE(a == R3() && b == R3() && c == R3());
+}
+
+TEST(HostServices, BothFormsOfTheLightListAgree) {
+    TestWorld world;
+    const std::vector<OxLight*> made = {&world.pointLight(R3(0, 1, 0)), &world.light("OxSpotLight"),
+                                        &world.light("OxDirectionalLight")};
+    world.session();
+    const std::vector<OxLight*>* lights = nullptr;
+    oxsGlobalLights(lights);
+    EXPECT_EQ(*lights, made);
+    Oxvoid** handles = nullptr;
+    ASSERT_EQ(oxsGlobalLights(&handles), 3u);
+    for (unsigned i = 0; i < 3; ++i) EXPECT_EQ(static_cast<OxLight*>(handles[i]), made[i]);
+}
+
+// ---- Lights
+
+TEST(HostServices, LightsArriveAsTheirFormulasSay) {
+    OxPointLight point;
+    point.position = R3(0, 3, 4);
+    point.intensity = R3(50, 25, 0);
+    Arrival a = illuminate(point, R3());
+    ASSERT_TRUE(a.lit);
+    expectNear(a.shadow.ray.direction, R3(0, 0.6f, 0.8f), 1e-6f);
+    EXPECT_FLOAT_EQ(a.shadow.ray.maxDist, 5);
+    expectNear(a.shadow.color, R3(2, 1, 0), 1e-5f);
+    point.atten0 = 10, point.atten1 = 3, point.atten2 = 1;
+    expectNear(illuminate(point, R3()).shadow.color, R3(1, 0.5f, 0), 1e-6f);
+
+    OxDirectionalLight sun;
+    sun.direction = R3(0, -2, 0);
+    sun.NewFrame();
+    a = illuminate(sun, R3(7, 8, 9));
+    ASSERT_TRUE(a.lit);
+    EXPECT_EQ(a.shadow.ray.origin, R3(7, 8, 9));
+    expectNear(a.shadow.ray.direction, R3(0, 1, 0), 0);
+    EXPECT_GT(a.shadow.ray.maxDist, 1e18f);
+    EXPECT_EQ(a.shadow.color, White);
+
+    OxSpotLight spot;  // shines downwards and by default halves its light at any distance
+    spot.minAngle = 0.3f, spot.maxAngle = 0.8f;
+    spot.direction = R3(0, -5, 0);
+    spot.NewFrame();
+    for (const float angle : {0.0f, 0.29f, 0.31f, 0.5f, 0.79f, 0.81f, 2.0f, Pi}) {
+        a = illuminate(spot, 7.0f * R3(std::sin(angle), -std::cos(angle), 0));
+        const float fade = (std::cos(angle) - std::cos(0.8f)) / (std::cos(0.3f) - std::cos(0.8f));
+        const float expected = angle < 0.3f ? 1.0f : fade;
+        ASSERT_EQ(a.lit, angle < 0.8f) << angle;
+        R3 emitted;
+        spot.GetIWE(R3(), 3.0f * R3(std::sin(angle), -std::cos(angle), 0), emitted);
+        expectNear(emitted, angle < 0.8f ? expected * White : Black, 1e-5f);
+        if (!a.lit) continue;
+        expectNear(a.shadow.color, 0.5f * emitted, 1e-5f);
+        expectNear(a.shadow.ray.direction, R3(-std::sin(angle), std::cos(angle), 0), 1e-6f);
+        EXPECT_FLOAT_EQ(a.shadow.ray.maxDist, 7);
+    }
+}
+
+TEST(HostServices, LightsAreSampledEvenlyOverWhereTheyShine) {
+    OxPointLight point;
+    for (const R3& axis : {R3(1, 0, 0), R3(0, 1, 0), R3(0, 0, 1), Normalize(R3(1, -1, 1))}) {
+        EXPECT_NEAR(meanOverSamples(point, [&](const R3& d) { return Dot(d, axis); }), 0.0, 1e-3);
+        EXPECT_NEAR(meanOverSamples(point, [&](const R3& d) { return Dot(d, axis) * Dot(d, axis); }), 1.0 / 3, 1e-3);
+        // A cap's share of the sphere is its height's share of the diameter.
+        EXPECT_NEAR(meanOverSamples(point, [&](const R3& d) { return Dot(d, axis) > 0.6f; }), 0.2, 0.01);
+    }
+    for (const R3& axis : {R3(0, -1, 0), R3(2, 0, 0), R3(1, 2, -3)}) {
+        OxSpotLight spot;
+        spot.direction = axis;
+        spot.maxAngle = 0.7f;
+        spot.NewFrame();
+        const R3 z = Normalize(axis), x = Normalize(Cross(z, R3(0.3f, 0.1f, 0.7f)));
+        const double edge = std::cos(0.7);
+        EXPECT_NEAR(spot.GetIlluminanceAngle(), edge, 1e-6);
+        EXPECT_EQ(meanOverSamples(spot, [&](const R3& d) { return Dot(d, z) < edge - 1e-5; }), 0.0);
+        EXPECT_NEAR(meanOverSamples(spot, [&](const R3& d) { return Dot(d, z); }), (1 + edge) / 2, 1e-3);
+        EXPECT_NEAR(meanOverSamples(spot, [&](const R3& d) { return Dot(d, x); }), 0.0, 1e-3);
+        EXPECT_NEAR(meanOverSamples(spot, [&](const R3& d) { return Dot(d, z) > (1 + edge) / 2; }), 0.5, 0.01);
+    }
+}
+
+// ---- Camera
+
+TEST(HostServices, TheCameraLooksThroughThePixelsOfItsWindow) {
+    OxPerspectiveCamera camera;
+    camera.InitCamera(R3(1, 2, 5), R3(1, 2, -8), R3(0, 3, 1), 4, 2, -2, 2, -1, 1, 2);
+    EXPECT_EQ(camera.position, R3(1, 2, 5));
+    struct Case {
+        int x, y;
+        float px, py;
+        R3 direction;
+    };
+    const Case cases[] = {{0, 0, 0, 0, R3(-2, 1, -2)},
+                          {3, 0, 1, 0, R3(2, 1, -2)},
+                          {0, 1, 0, 1, R3(-2, -1, -2)},
+                          {3, 1, 1, 1, R3(2, -1, -2)},
+                          {2, 1, 0, 0, R3(0, 0, -1)},
+                          {1, 0, 0.5f, 0.25f, R3(-0.5f, 0.75f, -2)},
+                          {3, 1, 0.5f, 0.5f, R3(1.5f, -0.5f, -2)}};
+    for (const Case& c : cases) {
+        OxState state;
+        const float pattern[2] = {c.px, c.py};
+        ASSERT_TRUE(camera.InitPrimaryRay(&state, c.x, c.y, pattern));
+        EXPECT_EQ(state.ray.origin, R3(1, 2, 5));
+        expectNear(state.ray.direction, Normalize(c.direction), 1e-6f);
+        EXPECT_EQ(state.ray.maxDist, RayInfinity);
+    }
+}
+
+TEST(HostServices, TheVerticalAngleIsTheWorlds) {
+    TestWorld world;
+    world.image = {200, 100};
+    world.fov = 90;
+    world.view = View{R3(), R3(0, 0, -7), R3(0, 1, 0)};
+    OxState state = world.session().primaryState();
+    const float corner[2] = {0, 0};
+    ASSERT_TRUE(world.camera->InitPrimaryRay(&state, 0, 0, corner));
+    expectNear(state.ray.direction, Normalize(R3(-2, 1, -1)), 1e-5f);
+    ASSERT_TRUE(world.camera->InitPrimaryRay(&state, 100, 50, corner));
+    expectNear(state.ray.direction, R3(0, 0, -1), 1e-6f);
+    EXPECT_EQ(oxGetCamera(), world.camera);
+}
+
+TEST(HostServices, PacketsOfPrimaryRaysAreFourSingleOnes) {
+    OxPerspectiveCamera camera;
+    camera.InitCamera(R3(1, -2, 0.3f), R3(0.1f, 0.7f, -3), R3(0.2f, 1, 0), 37, 23, -0.7f, 0.6f, -0.4f, 0.5f, 1.3f);
+    const float px[] = {0.1f, 0.9f, 0.5f, 0.3f}, py[] = {0.7f, 0.2f, 0.0f, 0.6f}, far[] = {1, 2, 3, RayInfinity};
+    for (const unsigned width : {1u, 2u, 4u}) {
+        ISSERay4 ray;
+        ASSERT_TRUE(camera.InitPrimaryRays(8, 5, width, px, py, far, &ray));
+        for (unsigned i = 0; i < 4; ++i) {
+            OxState single;
+            const float pattern[2] = {px[i], py[i]};
+            camera.InitPrimaryRay(&single, static_cast<int>(8 + i % width), static_cast<int>(5 + i / width), pattern);
+            EXPECT_EQ(ray.origin.lane(i), single.ray.origin);
+            EXPECT_EQ(ray.direction.lane(i), single.ray.direction);
+            EXPECT_EQ(ray.maxDist[i], far[i]);
+        }
+    }
+}

@@ -1,0 +1,191 @@
+// Pictures as they come back from the files they were written to, and writing that fails.
+#include "Engine/Output/ImageFile.h"
+
+#include "Engine/Diagnostics/Error.h"
+#include "Tests/Support/TestWorld.h"
+
+#include <OpenImageIO/imageio.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cmath>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr unsigned Width = 40, Height = 24;
+
+// Smooth to the eye, with a bright first row, so that it can be told which way up it is.
+std::vector<R3> smoothPicture() {
+    std::vector<R3> pixels;
+    for (unsigned y = 0; y < Height; ++y)
+        for (unsigned x = 0; x < Width; ++x) {
+            const float right = static_cast<float>(x) / Width, up = 1.0f - static_cast<float>(y) / Height;
+            pixels.emplace_back(right * right, up * up, 0.25f);
+        }
+    return pixels;
+}
+
+std::vector<float> readBack(const fs::path& file, OIIO::TypeDesc::BASETYPE storedAs) {
+    const auto input = OIIO::ImageInput::open(file.string());
+    if (!input) throw std::runtime_error(OIIO::geterror());
+    EXPECT_EQ(input->spec().format.basetype, storedAs);
+    EXPECT_EQ(input->spec().width, static_cast<int>(Width));
+    EXPECT_EQ(input->spec().height, static_cast<int>(Height));
+    EXPECT_EQ(input->spec().nchannels, 3);
+    std::vector<float> values(std::size_t{3} * Width * Height);
+    EXPECT_TRUE(input->read_image(0, 0, 0, 3, OIIO::TypeDesc::FLOAT, values.data()));
+    return values;
+}
+
+float toSRGB(float v) { return v <= 0.0031308f ? 12.92f * v : 1.055f * std::pow(v, 1 / 2.4f) - 0.055f; }
+
+std::string contentOf(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::vector<fs::path> filesIn(const fs::path& folder) {
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(folder)) files.push_back(entry.path().filename());
+    return files;
+}
+
+void expectFailure(const fs::path& file, ExitStatus status, const std::string& message, unsigned bits = 8) {
+    try {
+        writeImage(file, Width, Height, smoothPicture(), {bits});
+        ADD_FAILURE() << file << " was written";
+    } catch (const Error& e) {
+        EXPECT_EQ(e.status(), status);
+        EXPECT_THAT(e.what(), HasSubstr(message));
+    }
+}
+
+// Files of this process can grow no larger within the scope, as on a disk that is full.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &m_saved);
+        const rlimit limit{bytes, m_saved.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        m_handler = std::signal(SIGXFSZ, SIG_IGN);
+    }
+    ~FullDisk() {
+        setrlimit(RLIMIT_FSIZE, &m_saved);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+private:
+    rlimit m_saved{};
+    void (*m_handler)(int);
+};
+
+}  // namespace
+
+TEST(ImageFile, PicturesComeBackAsTheyWere) {
+    struct Case {
+        const char* name;
+        unsigned bits;
+        OIIO::TypeDesc::BASETYPE stored;
+        bool sRGB;
+        float tolerance;  // JPEG halves the resolution of the colours
+    };
+    const std::vector<R3> pixels = smoothPicture();
+    for (const Case& c : {Case{"p8.png", 8, OIIO::TypeDesc::UINT8, true, 0.501f / 255},
+                          Case{"p16.png", 16, OIIO::TypeDesc::UINT16, true, 0.52f / 65535},
+                          Case{"p.jpg", 8, OIIO::TypeDesc::UINT8, true, 12.0f / 255},
+                          Case{"p.JPEG", 8, OIIO::TypeDesc::UINT8, true, 12.0f / 255},
+                          Case{"p.exr", 8, OIIO::TypeDesc::FLOAT, false, 0.0f},
+                          Case{"p.hdr", 8, OIIO::TypeDesc::FLOAT, false, 0.008f}}) {
+        SCOPED_TRACE(c.name);
+        const fs::path file = scratch() / c.name;
+        for (const char* round : {"new", "over the old one"}) {
+            SCOPED_TRACE(round);
+            writeImage(file, Width, Height, pixels, {c.bits});
+            const std::vector<float> values = readBack(file, c.stored);
+            for (std::size_t i = 0; i < values.size(); ++i) {
+                const float linear = pixels[i / 3][static_cast<unsigned>(i % 3)];
+                ASSERT_NEAR(values[i], c.sRGB ? toSRGB(linear) : linear, c.tolerance) << "value " << i;
+            }
+        }
+        // A picture may be read by whom any new file may be read.
+        struct stat status {};
+        ASSERT_EQ(stat(file.c_str(), &status), 0);
+        const mode_t mask = umask(0);
+        umask(mask);
+        EXPECT_EQ(status.st_mode & 0777, 0666 & ~mask);
+    }
+}
+
+TEST(ImageFile, ColoursBeyondTheDisplayAreCutAndKeptInFloats) {
+    std::vector<R3> pixels(Width * Height);
+    pixels[0] = R3(7, -1, std::nanf(""));
+    pixels[1] = R3(1e30f, -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::infinity());
+    writeImage(scratch() / "bright.png", Width, Height, pixels);
+    std::vector<float> values = readBack(scratch() / "bright.png", OIIO::TypeDesc::UINT8);
+    EXPECT_THAT(std::vector(values.begin(), values.begin() + 6), testing::ElementsAre(1, 0, 0, 1, 0, 1));
+    writeImage(scratch() / "bright.exr", Width, Height, pixels);
+    values = readBack(scratch() / "bright.exr", OIIO::TypeDesc::FLOAT);
+    EXPECT_EQ(values[0], 7.0f);
+    EXPECT_EQ(values[1], -1.0f);
+    EXPECT_TRUE(std::isnan(values[2]));
+    EXPECT_EQ(values[3], 1e30f);
+}
+
+TEST(ImageFile, WhatCannotBeWrittenIsSaidBeforeRendering) {
+    for (const auto& [name, bits, message] :
+         {std::tuple("p.gif", 8u,
+                     "cannot tell a picture format from 'p.gif'; expected a name that ends in .png, .jpg, "
+                     ".exr or .hdr"),
+          std::tuple("p", 8u, "cannot tell a picture format from 'p'"),
+          std::tuple(".png", 8u, "cannot tell a picture format from '.png'"),
+          std::tuple("p.png", 12u, "12 bits per channel; expected 8 or 16"),
+          std::tuple("p.jpg", 16u, "'p.jpg' cannot have 16 bits per channel")}) {
+        try {
+            checkImageFormat(name, {bits});
+            ADD_FAILURE() << name;
+        } catch (const Error& e) {
+            EXPECT_EQ(e.status(), ExitStatus::Usage);
+            EXPECT_THAT(e.what(), HasSubstr(message));
+        }
+    }
+    EXPECT_NO_THROW(checkImageFormat("folder.gif/p.PNG", {16}));
+}
+
+TEST(ImageFile, PlacesThatTakeNoPictureAreErrors) {
+    fs::create_directory(scratch() / "taken.png");
+    expectFailure(scratch() / "taken.png", ExitStatus::InputOutput,
+                  "cannot write '" + (scratch() / "taken.png").string() + "': it exists and is not a regular file");
+    expectFailure(scratch() / "nowhere" / "p.png", ExitStatus::InputOutput, "No such file or directory");
+    expectFailure(scratch() / "nowhere" / "p.exr", ExitStatus::InputOutput, "No such file or directory");
+    expectFailure(scratch() / "p.gif", ExitStatus::Usage, "cannot tell a picture format");
+}
+
+TEST(ImageFile, AFullDiskLeavesTheOldPictureAndNothingElse) {
+    for (const char* name : {"p.png", "p.jpg", "p.exr", "p.hdr"}) {
+        SCOPED_TRACE(name);
+        const fs::path folder = scratch() / "full", file = folder / name;
+        fs::create_directory(folder);
+        writeImage(file, Width, Height, smoothPicture());
+        const std::string old = contentOf(file);
+        {
+            const FullDisk disk(old.size() / 2);
+            expectFailure(file, ExitStatus::InputOutput, "File too large");
+        }
+        EXPECT_EQ(contentOf(file), old);
+        EXPECT_EQ(filesIn(folder), std::vector<fs::path>{name});
+        fs::remove_all(folder);
+    }
+}

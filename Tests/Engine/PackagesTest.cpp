@@ -1,0 +1,165 @@
+// Loading packages, good ones and bad ones.
+#include "Engine/Diagnostics/Error.h"
+#include "Oxbeam/OxExport.h"
+#include "Tests/Support/SceneText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+using testing::HasSubstr;
+using testing::IsEmpty;
+namespace fs = std::filesystem;
+
+static const fs::path folder = TEST_PACKAGES;
+
+// The message with which something fails for a bad package.
+template <class F>
+static std::string failure(F&& act) {
+    try {
+        act();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.status(), ExitStatus::BadPackage);
+        return withoutFolder(withoutFolder(e.what()), folder);
+    }
+    return "nothing failed";
+}
+
+static std::string failureOf(const fs::path& package) {
+    Registry registry;
+    std::string message = failure([&] { registry.loadPackage(package); });
+    EXPECT_THAT(registry.packages(), IsEmpty());
+    return message;
+}
+
+TEST(Packages, BadOnesAreNamedWithTheirFault) {
+    const struct {
+        const char *package, *message;
+    } cases[] = {
+        {"libMissing.so",
+         "this package does not load: libMissing.so: cannot open shared object file: "
+         "No such file or directory"},
+        {"libUnresolved.so", "this package does not load: libUnresolved.so: undefined symbol: _Z17nobodyDefinesThisv"},
+        {"libNoObjects.so", "this library exports no Register_<Name>_LoadableObject; it is no package"},
+        {"libNoFactory.so",
+         "object 'Orphan' has no factory: Register_Orphan_LoadableObject is exported, "
+         "NewOrphanLoadableObject is not"},
+        {"libThrowing.so", "the registration of 'Throwing' failed: no licence today"},
+        {"libNullFactory.so", "the factory of 'Nothing' makes no object"},
+        {"libNameTaken.so", "object 'OxPointLight' is already registered by Oxbeam"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(failureOf(folder / c.package), std::string(c.package) + ": " + c.message);
+
+    // How large the object's memory really is depends on the allocator.
+    EXPECT_THAT(failureOf(folder / "libOutsideMember.so"),
+                HasSubstr("libOutsideMember.so: parameter 'stray' of 'OutsideMember' is declared outside its object: "
+                          "bytes 4096 to 4108 of "));
+    EXPECT_EQ(failureOf(writeFile("libText.so", std::string(500, 'x'))),
+              "libText.so: this package does not load: libText.so: invalid ELF header");
+    EXPECT_THAT(failureOf(scratch()), HasSubstr(": this package does not load: "));  // a directory
+}
+
+struct Declaring : OxShader {
+    static inline std::ptrdiff_t offset = 0;
+    static inline int size = 0;
+    float m_room[4] = {};
+
+    void Register() override { oxsDeclareParameter("p", 2, offset, size); }
+};
+
+TEST(Packages, ParametersMustLieInTheirObjectAndBeOfASizeThatValuesHave) {
+    const struct {
+        std::ptrdiff_t offset;
+        int size;
+        const char* message;
+    } cases[] = {
+        {sizeof(OxShader), 16, "nothing failed"},
+        {0, 8, "declared outside its object: bytes 0 to 8 of "},  // the virtual table's address
+        {-8, 4, "declared outside its object: bytes -8 to -4 of "},
+        {16, 1 << 20, "declared outside its object: bytes 16 to 1048592 of "},
+        {16, 0, "declared with 0 bytes; expected 1 or a multiple of 4"},
+        {16, 2, "declared with 2 bytes; expected 1 or a multiple of 4"},
+        {16, 6, "declared with 6 bytes; expected 1 or a multiple of 4"},
+        {16, -4, "declared with -4 bytes; expected 1 or a multiple of 4"},
+    };
+    for (const auto& c : cases) {
+        Declaring::offset = c.offset;
+        Declaring::size = c.size;
+        Registry registry;
+        const std::string message = failure([&] {
+            registry.registerObject("X", "P", [] { return oxRegisterObject<Declaring>(&oxNewObject<Declaring>); });
+        });
+        EXPECT_THAT(message, HasSubstr(c.message));
+        EXPECT_EQ(registry.find("X") != nullptr, message == "nothing failed");
+    }
+}
+
+TEST(Packages, FaultsOfOneRegistrationDoNotReachTheNext) {
+    Registry registry;
+    failure([&] {
+        registry.registerObject("Half", "P", [] {
+            oxsDeclareParameter("left over", 2, 16, 4);
+            oxsDefine_NewLoadableObject_Fct(&oxNewObject<Declaring>);
+            return 0;
+        });
+    });
+    EXPECT_EQ(failure([&] { registry.registerObject("X", "P", [] { return 1; }); }),
+              "P: the registration of 'X' failed");
+    EXPECT_EQ(failure([&] { registry.registerObject("X", "P", []() -> int { throw 5; }); }),
+              "P: the registration of 'X' failed");
+    registry.registerObject("Bare", "P", [] { return oxsDefine_NewLoadableObject_Fct(&oxNewObject<OxShader>); });
+    EXPECT_THAT(registry.find("Bare")->parameters, IsEmpty());
+}
+
+TEST(Packages, RegisterOncePerLoadAndKeepTheirSymbolsToThemselves) {
+    Registry registry;
+    registry.loadPackage(folder / "libStranger.so");
+    void* library = dlopen((folder / "libStranger.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_TRUE(library);
+    const int& registrations = *static_cast<int*>(dlsym(library, "strangerRegistrations"));
+    const int before = registrations;
+    Registry second;
+    second.loadPackage(folder / "libStranger.so");
+    EXPECT_EQ(registrations, before + 1);
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, "Register_StrangerBare_LoadableObject"), nullptr);
+
+    EXPECT_EQ(registry.find("StrangerPaint")->kind, ObjectKind::Surface);
+    EXPECT_EQ(registry.find("StrangerBare")->kind, ObjectKind::Shader);
+    EXPECT_EQ(registry.find("StrangerBare")->document, "GetShaderInfo from class OxLoadableObject. No Info.");
+    EXPECT_EQ(registry.find("Stranger"), nullptr);
+    const std::string path = (folder / "libStranger.so").string();
+    EXPECT_EQ(registry.find("StrangerBare")->package, path);
+    EXPECT_EQ(failure([&] { registry.loadPackage(folder / "libStranger.so"); }),
+              "libStranger.so: object 'StrangerBare' is already registered by libStranger.so");
+}
+
+// Distributions strip what they ship, and some tools take the section headers with it.
+TEST(Packages, LoadWithoutSymbolTableAndSectionHeaders) {
+    std::ifstream stream(folder / "libStranger.so", std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(stream)), {});
+    // e_shoff, and e_shnum with e_shstrndx, in the header of a 64-bit ELF file.
+    std::fill_n(bytes.begin() + 40, 8, '\0');
+    std::fill_n(bytes.begin() + 60, 4, '\0');
+    Registry registry;
+    registry.loadPackage(writeFile("libStripped.so", bytes));
+    EXPECT_TRUE(registry.find("StrangerBare"));
+    EXPECT_TRUE(registry.find("StrangerPaint"));
+}
+
+TEST(Packages, OfFilesWithTheSameNameTheFirstFolderWins) {
+    const fs::path first = scratch() / "first", second = scratch() / "second";
+    for (const fs::path& made : {first, second}) fs::create_directories(made);
+    fs::copy_file(folder / "libStranger.so", first / "libStranger.so");
+    for (const char* name : {"second/libStranger.so", "first/libNotes.txt", "first/Stranger.so"})
+        writeFile(name, "not a library");
+    Registry registry;
+    registry.loadPackages({scratch() / "missing", first, second, first});
+    EXPECT_THAT(registry.packages(), testing::ElementsAre(first / "libStranger.so"));
+    EXPECT_THAT(failure([&] {
+                    Registry().loadPackages({second, first});
+                }),
+                HasSubstr("second/libStranger.so: this package does not load: "));
+}

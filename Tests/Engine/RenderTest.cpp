@@ -1,0 +1,263 @@
+// The frame loop: what a picture depends on, and what it must not depend on.
+#include "Engine/Render/Renderer.h"
+
+#include "Engine/Diagnostics/Error.h"
+#include "Engine/Host/HostObjects.h"
+#include "Oxbeam/OxFunctions.h"
+#include "Oxbeam/OxPerspectiveCamera.h"
+#include "Tests/Support/TestWorld.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <thread>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+
+namespace {
+
+// A sphere over a floor in which every kind of chance has its part: lights with an extent and blurred reflections.
+std::unique_ptr<TestWorld> randomWorld() {
+    auto world = std::make_unique<TestWorld>(R3(0.2f, 0.3f, 0.4f));
+    world->ro().m_fuzzyLights = world->ro().m_glossySurfaces = world->ro().m_receiveShadow = 1;
+    world->ro().m_numFuzzySamples = 2;
+    KelPhongShader& shader = world->phong(R3(0.9f, 0.5f, 0.3f));
+    shader.reflectiveColor = R3(0.6f, 0.6f, 0.6f);
+    shader.shininess = 3;
+    world->add(sphereMesh(24));
+    world->addSquare(R3(0, -1, 0), R3(0, 1, 0), 4);
+    world->pointLight(R3(2, 3, 2), R3(6, 6, 6)).fuzzyness = 1.5f;
+    world->view = View{R3(0, 1, 5), R3(), R3(0, 1, 0)};
+    world->image = {70, 50};  // tiles at the right and lower edge are narrower
+    return world;
+}
+
+// Bit for bit: the numbers of values that differ, NaN or not.
+std::size_t differences(const std::vector<R3>& a, const std::vector<R3>& b) {
+    EXPECT_EQ(a.size(), b.size());
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) count += std::memcmp(&a[i], &b[i], sizeof(R3)) != 0;
+    return count;
+}
+
+}  // namespace
+
+// ---- What the picture does not depend on
+
+TEST(Render, ThePictureIsTheSameForAnyNumberOfThreads) {
+    constexpr unsigned samples = 3;
+    const auto one = randomWorld()->render(1, samples);
+    const std::vector<R3> expected = one.film.pixels();
+    EXPECT_TRUE(one.complete);
+    EXPECT_EQ(one.statistics.passes, samples);
+    EXPECT_EQ(one.statistics.rays.primary, 70u * 50u * samples);
+    for (const unsigned threads : {2u, 48u}) {
+        const auto result = randomWorld()->render(threads, samples);
+        EXPECT_EQ(differences(result.film.pixels(), expected), 0u) << threads;
+        EXPECT_EQ(result.statistics.rays.shadow, one.statistics.rays.shadow);
+        EXPECT_EQ(result.statistics.rays.reflection, one.statistics.rays.reflection);
+    }
+    // Nor on what was rendered before.
+    const auto world = randomWorld();
+    world->render(2, 1);
+    EXPECT_EQ(differences(world->render(2, samples).film.pixels(), expected), 0u);
+
+    const auto plain = randomWorld();
+    plain->ro().m_fuzzyLights = plain->ro().m_glossySurfaces = 0;
+    EXPECT_GT(differences(plain->render(2, samples).film.pixels(), expected), 1500u) << "chance played no part";
+}
+
+TEST(Render, ACropHoldsThePixelsOfTheWholePicture) {
+    const std::vector<R3> whole = randomWorld()->render(2, 2).film.pixels();
+    for (const Window& crop : {Window{5, 7, 41, 39}, Window{69, 49, 70, 50}, Window{16, 16, 32, 32}}) {
+        const auto part = randomWorld()->render(2, 2, crop);
+        std::vector<R3> expected;
+        for (unsigned y = crop.y0; y < crop.y1; ++y)
+            for (unsigned x = crop.x0; x < crop.x1; ++x) expected.push_back(whole[y * 70 + x]);
+        EXPECT_EQ(differences(part.film.pixels(), expected), 0u);
+        EXPECT_LT(part.statistics.rays.primary, 70u * 50u * 2u) << "tiles that nobody sees were rendered";
+    }
+}
+
+// ---- Threads
+
+TEST(Render, MoreThreadsThanRecordsAreRefused) {
+    TestWorld world;
+    try {
+        world.render(49);
+        ADD_FAILURE();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.status(), ExitStatus::Usage);
+        EXPECT_STREQ(e.what(), "49 threads; packages keep records for at most 48");
+    }
+}
+
+TEST(Render, EachThreadIdIsUsedByOneThreadAtATime) {
+    constexpr unsigned threads = 5, items = 400;
+    Workers workers(threads);
+    std::atomic<int> busy[threads] = {};
+    std::atomic<unsigned> clashes = 0, calls[items] = {};
+    workers.run(items, [&](unsigned thread, unsigned item) {
+        ASSERT_LT(thread, threads);
+        clashes += busy[thread]++ != 0;
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+        --busy[thread];
+        ++calls[item];
+    });
+    EXPECT_EQ(clashes, 0u);
+    EXPECT_TRUE(std::all_of(std::begin(calls), std::end(calls), [](const auto& n) { return n == 1; }));
+    EXPECT_THROW(workers.run(items,
+                             [](unsigned, unsigned item) {
+                                 if (item == 17) throw Error(ExitStatus::BadScene, "thrown by an item");
+                             }),
+                 Error);
+}
+
+// ---- Ending early
+
+TEST(Render, AStoppedRenderingKeepsWhatThereIs) {
+    const R3 sky(0.5f, 0.25f, 1);
+    for (const double stopAt : {0.0, 0.1, 0.4}) {  // of three passes
+        TestWorld world(sky);
+        world.image = {64, 64};
+        Workers workers(2);
+        world.geometry.build();
+        std::atomic<bool> stop = stopAt == 0.0;
+        RenderOptions options;
+        options.samples = 3;
+        options.stop = &stop;
+        double last = 0.0;
+        options.progress = [&](const Progress& p) {
+            EXPECT_GT(p.done, last);
+            last = p.done;
+            if (p.done >= stopAt) stop = true;
+        };
+        const RenderResult result = render(world, workers, options);
+        EXPECT_FALSE(result.complete);
+        EXPECT_EQ(result.statistics.passes, stopAt < 0.3 ? 0u : 1u);
+        EXPECT_LT(last, 0.6);
+        const std::vector<R3> pixels = result.film.pixels();
+        const auto done = std::count(pixels.begin(), pixels.end(), sky);
+        EXPECT_EQ(done + std::count(pixels.begin(), pixels.end(), Black), 64 * 64);
+        if (stopAt == 0.0) {
+            EXPECT_EQ(done, 0);
+        } else if (stopAt < 0.3) {
+            EXPECT_GT(done, 0);
+            EXPECT_LT(done, 64 * 64);
+        } else {
+            EXPECT_EQ(done, 64 * 64);
+        }
+    }
+}
+
+// ---- Samples
+
+TEST(Render, BadSamplesAreBlackAndCounted) {
+    TestWorld world(White);
+    world.image = {40, 30};
+    world.fov = 90;
+    world.view = View{R3(0, 0, 1), R3(), R3(0, 1, 0)};
+    world.phong().emissiveColor = R3(0, std::nanf(""), 0);
+    world.addSquare(R3(-0.5f, 0, 0), R3(0, 0, 1),
+                    0.5f);  // pixels 0 to 19 of rows 7 to 22 and parts of their neighbours
+    world.phong().emissiveColor = R3(std::numeric_limits<float>::infinity(), 0, 0);
+    world.addSquare(R3(0.5f, 0, 0), R3(0, 0, 1), 0.25f);
+    const RenderResult result = world.render(2, 1);
+    const std::vector<R3> pixels = result.film.pixels();
+    const auto black = std::count(pixels.begin(), pixels.end(), Black);
+    EXPECT_EQ(black + std::count(pixels.begin(), pixels.end(), White), 40 * 30);
+    // 15 pixels to a unit: 15 by 15 of NaN, 7.5 by 7.5 of infinity.
+    EXPECT_NEAR(static_cast<double>(black), 15 * 15 + 7.5 * 7.5, 10);
+    EXPECT_EQ(result.statistics.badSamples, static_cast<std::uint64_t>(black));
+    EXPECT_EQ(pixels[15 * 40 + 12], Black);
+    EXPECT_EQ(pixels[15 * 40 + 27], Black);
+}
+
+TEST(Render, SamplePlacesSpreadOutFromTheCentre) {
+    EXPECT_EQ(samplePlace(0).x, 0.5f);
+    EXPECT_EQ(samplePlace(0).y, 0.5f);
+    // N points on a grid would keep 1 / sqrt(N) apart, random ones hardly a tenth of that.
+    const auto apart = [](float a, float b) { return std::min(std::fabs(a - b), 1 - std::fabs(a - b)); };
+    for (const unsigned n : {4u, 16u, 64u, 256u, 1024u}) {
+        float least = 1;
+        for (unsigned i = 0; i < n; ++i)
+            for (unsigned j = 0; j < i; ++j) {
+                const R2 a = samplePlace(i), b = samplePlace(j);
+                least = std::min(least, std::hypot(apart(a.x, b.x), apart(a.y, b.y)));
+            }
+        EXPECT_GT(least, 0.6f / std::sqrt(static_cast<float>(n))) << n;
+    }
+    for (const unsigned pass : {1u, 100'000u, 999'999u, ~0u}) {
+        const R2 place = samplePlace(pass);
+        EXPECT_TRUE(place.x >= 0 && place.x < 1 && place.y >= 0 && place.y < 1) << pass;
+    }
+}
+
+// ---- What objects see
+
+namespace {
+
+// All of these write down what happens to them.
+std::vector<std::string> s_log;
+std::mutex s_mutex;
+
+struct LoggedEnvironment : Background {
+    void NewFrame() override { s_log.emplace_back("environment"); }
+};
+struct LoggedCamera : OxPerspectiveCamera {
+    void NewFrame() override { s_log.emplace_back("camera"); }
+};
+struct LoggedLight : OxLight {
+    void NewFrame() override { s_log.emplace_back("light"); }
+};
+struct LoggedSurface : OxShader {
+    void NewFrame() override { s_log.emplace_back(m_ro ? "surface" : "surface without a rendering object"); }
+};
+
+struct LoggedRenderingObject : OxRenderingObject {
+    std::set<std::pair<unsigned, unsigned>> tiles;
+    unsigned strayRays = 0;
+
+    void NewFrame() override { s_log.emplace_back("rendering object"); }
+    void initTile(unsigned, unsigned tile) override {
+        const std::scoped_lock lock(s_mutex);
+        EXPECT_TRUE(tiles.emplace(oxGetSampleIndex(), tile).second) << "a tile was rendered twice";
+        EXPECT_EQ(m_tilesPerFrame, 6u);
+    }
+    void initRay(const OxState& state, unsigned sample, unsigned) override {
+        if (sample != oxGetSampleIndex() || state.m_ro != this) ++strayRays;
+    }
+};
+
+}  // namespace
+
+TEST(Render, ObjectsLearnOfTheFrameTheTileAndTheRayInThisOrder) {
+    LoggedRenderingObject ro;
+    LoggedEnvironment environment;
+    LoggedCamera camera;
+    LoggedLight light;
+    LoggedSurface surfaces[2];
+    TestWorld world;
+    world.image = {40, 20};  // 3 x 2 tiles
+    world.renderingObject = &ro;
+    world.environment = &environment;
+    world.camera = &camera;
+    world.lights = {&light};
+    world.shaders = {&surfaces[0], &surfaces[1]};
+    s_log.clear();
+    world.render(1, 2);
+    EXPECT_THAT(s_log,
+                testing::ElementsAre("rendering object", "camera", "environment", "light", "surface", "surface"));
+    EXPECT_EQ(ro.tiles.size(), 6u * 2u);
+    EXPECT_EQ(ro.strayRays, 0u);
+    EXPECT_EQ(environment.m_ro, &ro);
+    EXPECT_EQ(ro.m_rayEpsilon, world.epsilon());
+}

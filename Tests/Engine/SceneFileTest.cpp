@@ -1,0 +1,407 @@
+// Scenes from files: what is loaded, and what is said about files that are wrong.
+#include "Engine/Host/HostObjects.h"
+#include "Engine/Textures/Texture.h"
+#include "Oxbeam/ABSP.h"
+#include "Tests/Support/SceneText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <random>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace fs = std::filesystem;
+
+// Two shaders and a texture for the tests' tables to refer to, on lines 1 to 6.
+static const std::string preamble =
+    "[shader.body]\nobject = 'KelPhong'\n[shader.lid]\nobject = 'KelPhong'\n"
+    "[texture.wood]\nfile = 'wood.png'\n";
+
+static LoadedScene loadAfterPreamble(const std::string& toml, const std::vector<std::string>& set = {}) {
+    makePicture();
+    return loadText(preamble + toml, set);
+}
+
+static std::string repeated(const std::string& text, unsigned times) {
+    std::string all;
+    while (times-- > 0) all += text;
+    return all;
+}
+
+// ---- Errors
+
+TEST(SceneFile, AllErrorsOfAFileAreReportedInOneGo) {
+    const LoadedScene scene = loadText(R"([image]
+width = 0
+heigth = 720
+
+[camera]
+position = [0, 1, 5]
+
+[texture.wood]
+file = "nowhere.png"
+
+[shader.body]
+object = "KelPhong"
+texture = "wod"
+shinyness = 5
+  diffuse = [1, 0]
+
+[[light]]
+object = "KelPointLigth"
+
+[[mesh]]
+shape = "box"
+shader = "bodi"
+[[mesh]]
+file = "nowhere.obj"
+shader = "body"
+scale = "big"
+
+[enviroment]
+)");
+    EXPECT_THAT(
+        scene.said,
+        ElementsAre("scene.toml:2:9: error: image: 'width' is the integer 0; expected an integer from 1 to 65536",
+                    "scene.toml:3:1: error: image has no key 'heigth'; did you mean 'height'?",
+                    "scene.toml:6:12: error: camera: has only one of 'position' and 'lookAt'; expected both, or none "
+                    "to frame the whole scene",
+                    "scene.toml:9:8: error: texture 'nowhere.png' does not exist",
+                    "scene.toml:13:11: error: parameter 'texture' of shader 'body' (KelPhong) names texture 'wod', "
+                    "which is not defined; did you mean 'wood'?",
+                    "scene.toml:14:1: error: shader 'body' (KelPhong) has no parameter 'shinyness'; did you mean "
+                    "'shininess'?",
+                    "scene.toml:15:13: error: parameter 'diffuseColor' of shader 'body' (KelPhong) is a list of 2 "
+                    "numbers; expected a list of 3 numbers",
+                    "scene.toml:18:10: error: light 0: no package offers an object 'KelPointLigth'; did you mean "
+                    "'KelPointLight'?",
+                    "scene.toml:22:10: error: mesh 0: no shader 'bodi' is defined; did you mean 'body'?",
+                    "scene.toml:24:8: error: model 'nowhere.obj' does not exist",
+                    "scene.toml:26:9: error: mesh 1: 'scale' is the text 'big'; expected a number",
+                    "scene.toml:28:2: error: a scene has no 'enviroment'; did you mean 'environment'?"));
+}
+
+TEST(SceneFile, ErrorsNameThePlaceTheFindingAndTheExpectation) {
+    const std::string box = "[[mesh]]\nshader = 'body'\nshape = 'box'\n", camera = "[camera]\nlookAt = [1, 2, 3]\n";
+    const struct {
+        std::string toml;  // from line 7 on
+        const char* said;
+    } cases[] = {
+        {"[shader.hull]\nobject = 'KelPointLight'",
+         "8:10: error: shader 'hull': 'KelPointLight' is a light; expected "
+         "a surface"},
+        {"[environment]\nobject = 'KelPhong'",
+         "8:10: error: environment: 'KelPhong' is a surface; expected an "
+         "environment"},
+        {"[[light]]\nposition = [0, 0, 0]", "7:1: error: light 0: has no 'object'; expected the name of a light"},
+        {"[light]\nobject = 'KelPointLight'", "7:1: error: 'light' must be a list of tables: [[light]]"},
+        {"[texture.oak]\nwrap = 'repeat'", "7:1: error: texture 'oak': has no 'file'"},
+        {"[texture.oak]\nfile = 'wood.png'\nwrap = 'clap'",
+         "9:8: error: texture 'oak': 'wrap' is the text 'clap'; expected one of repeat, clamp, mirror; did you mean "
+         "'clamp'?"},
+        {"[texture.oak]\nfile = 'scene.toml'", "8:8: error: texture 'scene.toml' is no picture that can be read: "},
+        {"[[mesh]]\nshader = 'body'", "7:1: error: mesh 0: needs either a 'file' or a 'shape'"},
+        {"[[mesh]]\nshader = 'body'\nfile = 'wood.png'", "9:8: error: model 'wood.png' cannot be read: "},
+        {box + "segments = 8", "10:12: error: mesh 0: 'segments' is for spheres"},
+        {box + "visibleTo = ['shdow']",
+         "10:13: error: mesh 0: 'visibleTo' names 'shdow'; expected some of primary, shadow, transparency, refraction, "
+         "reflection; did you mean 'shadow'?"},
+        {box + "translate = [1, 2, inf]",
+         "10:13: error: mesh 0: 'translate' is a list of 3; expected a list of 3 "
+         "numbers"},
+        {box + "matrix = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 1, 0]",
+         "10:10: error: mesh 0: the last four numbers of 'matrix', its last row, must be 0, 0, 0, 1"},
+        {box + "matrix = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1]\nscale = 2",
+         "10:10: error: mesh 0: 'matrix' cannot stand beside 'translate', 'rotate' or 'scale'"},
+        {camera + "position = [1, 2, 3]",
+         "8:10: error: camera: 'lookAt' is where the camera is; it must lie away from 'position'"},
+        {camera + "position = [1, 9, 3]",  // straight down, with y up
+         "7:1: error: camera: 'lookUp' must not point along the way the camera looks"},
+        {camera + "position = [0, 1, 2]\nlookUp = [-1, -1, -1]",
+         "10:10: error: camera: 'lookUp' must not point along the way the camera looks"},
+        {"[camera]\nfov = 180", "8:7: error: camera: 'fov' must lie between 0 and 180 degrees"},
+        {"[render]\nrecursionLimit = -1",
+         "8:18: error: render: 'recursionLimit' must be from 0 to 1024; deeper rays "
+         "would run out of stack"},
+        {"[render]\nrayEpsilon = 0", "8:14: error: render: 'rayEpsilon' must be positive"},
+        // What the parser says is its own.
+        {"[shader.body]", "7:1: error: Error while parsing table header: "},
+        {"[shader.x]\n  y = 1.2.3", "8:10: error: Error while parsing floating-point: "},
+        {"# \xff", "7:2: error: Encountered invalid utf-8 sequence"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.toml);
+        std::vector<std::string> errors = loadAfterPreamble(c.toml).said;
+        std::erase_if(errors, [](const std::string& text) { return text.find(" warning: ") != std::string::npos; });
+        const std::string expected = std::string("scene.toml:") + c.said;
+        if (expected.ends_with(": "))
+            EXPECT_THAT(errors, ElementsAre(testing::StartsWith(expected)));
+        else
+            EXPECT_THAT(errors, ElementsAre(expected));
+    }
+}
+
+TEST(SceneFile, WithoutThePackageOfItsRenderingObjectIsAnErrorAboutTheFile) {
+    EXPECT_THAT(loadText("", {}, Registry()).said,
+                ElementsAre("scene.toml: error: render: no package offers an object 'Kel'"));
+}
+
+TEST(SceneFile, BadFilesAreOneClearError) {
+    const fs::path pipe = scratch() / "pipe.toml", huge = writeFile("huge.toml", "");
+    mkfifo(pipe.c_str(), 0600);
+    fs::resize_file(huge, (64u << 20) + 1);
+    fs::create_directories(scratch() / "folder");
+    EXPECT_THAT(loadFile(scratch() / "missing.toml").said, ElementsAre("missing.toml: error: no such scene file"));
+    EXPECT_THAT(loadFile(scratch() / "folder").said, ElementsAre("folder: error: is not a regular file"));
+    EXPECT_THAT(loadFile(pipe).said, ElementsAre("pipe.toml: error: is not a regular file"));
+    EXPECT_THAT(loadFile(huge).said, ElementsAre("huge.toml: error: is larger than 64 MiB"));
+
+    std::mt19937 random(1);
+    std::string garbage(10'000, ' ');
+    for (char& c : garbage) c = static_cast<char>(random());
+    const std::string key = repeated("a.", 31) + "a";
+    const struct {
+        const char* what;
+        std::string toml, said;
+    } cases[] = {
+        {"dotted key", repeated("a.", 200'000) + "a = 1", "1:1: error: a key with more than 32 parts"},
+        {"table name", "\n[" + repeated("a.", 200'000) + "a]", "2:1: error: a key with more than 32 parts"},
+        {"quoted separators", repeated("'='.", 200'000) + "a = 1", "1:1: error: a key with more than 32 parts"},
+        {"behind a long text", "a = {b = \"\"\"\\\"\"\"\"\", " + repeated("\"=\".", 200'000) + "c = 1}",
+         "1:1: error: a key with more than 32 parts"},
+        {"lists", "a = " + repeated("[", 200'000), "1:"},
+        {"tables", "a = " + repeated("{b = ", 200'000), "1:"},
+        {"deep keys in deep tables", "a = " + repeated("{" + key + " = ", 250) + "1" + repeated("}", 250),
+         "1:1: error: a scene has no 'a'"},
+        {"garbage", garbage, "1:"},
+        {"dots that are no keys", "# " + repeated(".", 5000) + "\na = '" + repeated(".", 5000) + "'\n",
+         "2:1: error: a scene has no 'a'"},
+    };
+    for (const auto& c : cases)
+        EXPECT_THAT(loadText(c.toml).said, ElementsAre(testing::StartsWith("scene.toml:" + c.said))) << c.what;
+}
+
+TEST(SceneFile, NothingInAFileThrowsOrIsReportedWithoutItsPlace) {
+    const std::string whole =
+        "[shader.body]\nobject = 'KelPhong'\ndiffuse = [1, 1, 0.5]\ntexture = 'wood'\n"
+        "[texture]\nwood = {file = 'none.png'}\n[image]\nwidth = 64\n[[light]]\n"
+        "object = 'KelPointLight'\n[[mesh]]\nshape = 'sphere'\nsegments = 8\nshader = 'body'\n"
+        "scale = [1, 2, 3]\nvisibleTo = ['shadow', 'primary']\n";
+    const std::string alphabet = "[]{}=.,'\"\n #019-e\\";
+    std::mt19937 random(7);
+    const auto below = [&](std::size_t n) { return random() % n; };
+    for (unsigned i = 0; i < 300; ++i) {
+        std::string toml = whole;
+        for (unsigned change = 0; change < 3; ++change) switch (below(3)) {
+            case 0: toml[below(toml.size())] = alphabet[below(alphabet.size())]; break;
+            case 1: toml.erase(below(toml.size()), 1 + below(8)); break;
+            default: toml.insert(below(toml.size()), toml.substr(below(toml.size()), below(12))); break;
+            }
+        EXPECT_NO_THROW(EXPECT_THAT(loadText(toml).said, testing::Each(testing::StartsWith("scene.toml:")))) << toml;
+    }
+}
+
+// ---- Set on the command line
+
+// Of the loaded shader 'body'.
+static const KelPhongShader& body(const LoadedScene& scene) {
+    return static_cast<const KelPhongShader&>(*scene.world->shaders.at(0));
+}
+
+static const std::string lit =
+    "[[light]]\nobject = 'KelPointLight'\n[[light]]\nobject = 'KelPointLight'\n"
+    "position = [1, 2, 3]\n";
+
+TEST(SceneFile, SettingsLieOverTheFile) {
+    const LoadedScene scene = loadAfterPreamble(
+        lit, {"shader.body.shininess=64", "shader.body.diffuse=[0, 0.5, 1]", "shader.body.texture=wood",
+              "shader.lid={object='KelPhong', shininess=7}", "light.1.intensity = [2, 3, 4]", "camera.fov=20",
+              "image.width=7", "shader.body.shininess=32", "texture.wood.wrap=clamp"});
+    EXPECT_THAT(scene.said, IsEmpty());
+    EXPECT_EQ(body(scene).shininess, 32.0f);  // the last one counts
+    EXPECT_EQ(body(scene).diffuseColor, R3(0.0f, 0.5f, 1.0f));
+    EXPECT_EQ(body(scene).texture, 0);
+    EXPECT_EQ(static_cast<KelPhongShader&>(*scene.world->shaders.at(1)).shininess, 7.0f);
+    const auto& second = static_cast<KelPointLight&>(*scene.world->lights.at(1));
+    EXPECT_EQ(second.position, R3(1, 2, 3));
+    EXPECT_EQ(second.intensity, R3(2, 3, 4));
+    EXPECT_EQ(scene.world->fov, 20.0f);
+    EXPECT_EQ(scene.world->image.width, 7u);
+    EXPECT_EQ(scene.world->textures.ByID(0)->m_wrapS, static_cast<Oxint>(OX_GL_CLAMP_TO_EDGE));
+}
+
+TEST(SceneFile, SettingsWinWhicheverNameOfTheParameterTheFileUses) {
+    for (const char* name : {"diffuseColor", "diffuse", "rd"}) {
+        const LoadedScene scene = loadText("[shader.body]\nobject = 'KelPhong'\n" + std::string(name) + " = [1, 0, 0]",
+                                           {"shader.body.diffuse=[0, 1, 0]"});
+        EXPECT_EQ(body(scene).diffuseColor, R3(0, 1, 0)) << name;
+    }
+}
+
+TEST(SceneFile, BadSettingsAreErrorsThatQuoteThem) {
+    const struct {
+        const char *setting, *said;
+    } cases[] = {
+        {"shader.body.shinines=5",
+         ":1:13: error: shader 'body' (KelPhong) has no parameter 'shinines'; did you mean "
+         "'shininess'?"},
+        {"shader.body.shininess=big",
+         ":1:23: error: parameter 'shininess' of shader 'body' (KelPhong) is the text "
+         "'big'; expected a number"},
+        {"shader.body.shininess=",
+         ":1:23: error: parameter 'shininess' of shader 'body' (KelPhong) is the text ''; "
+         "expected a number"},
+        {"shader.body.shininess=600",
+         ":1:23: warning: parameter 'shininess' of shader 'body' (KelPhong) is 600, "
+         "outside its bounds 1 to 512"},
+        {"shader.body.texture=woood",
+         ":1:21: error: parameter 'texture' of shader 'body' (KelPhong) names texture "
+         "'woood', which is not defined; did you mean 'wood'?"},
+        {"shader.bdoy.shininess=5", ":1:8: error: the scene has no shader.bdoy; did you mean 'body'?"},
+        {"light.2.intensity=[1, 1, 1]", ":1:7: error: there is no light.2; the scene has 2 of them, numbered from 0"},
+        {"light.x.intensity=[1, 1, 1]", ":1:7: error: there is no light.x; the scene has 2 of them, numbered from 0"},
+        {"rendr.rayEpsilon=1", ":1:1: error: a scene has no 'rendr'; did you mean 'render'?"},
+        {"image=5", ":1:7: error: 'image' must be a table: [image]"},
+        {"shader.body", ": error: expected PLACE.PARAM=VALUE, for example shader.table.shininess=64"},
+        {"shader..shininess=5", ":1:8: error: "},
+    };
+    for (const auto& c : cases) {
+        const std::string expected = std::string("--set ") + c.setting + c.said;
+        EXPECT_THAT(loadAfterPreamble(lit, {c.setting}).said, ElementsAre(testing::StartsWith(expected)));
+    }
+}
+
+// ---- What is loaded
+
+TEST(SceneFile, NothingInItIsAnEmptySceneWithDefaults) {
+    for (const char* toml : {"", "# nothing\n", "\xef\xbb\xbf", "light = []\nmesh = []\n[shader]\n[render]\n"}) {
+        const LoadedScene scene = loadText(toml);
+        EXPECT_THAT(scene.said, IsEmpty()) << toml;
+        EXPECT_THAT(scene.world->renderingObject->GetShaderInfo(), testing::HasSubstr("<id>Kel</id>"));
+        EXPECT_TRUE(scene.world->camera);
+        EXPECT_TRUE(scene.world->environment);
+        EXPECT_FALSE(scene.world->view || scene.world->rayEpsilon);
+        EXPECT_EQ(scene.world->geometry.instanceCount(), 0u);
+    }
+}
+
+TEST(SceneFile, SectionsReachTheirObjects) {
+    const LoadedScene scene = loadText(R"([render]
+recursionLimit = 3
+rayEpsilon = 0.5
+samplesPerPixel = 2
+softShadows = true
+[image]
+width = 320
+height = 200
+samples = 5
+[camera]
+position = [1, 2, 3]
+lookAt = [4, 5, 6]
+lookUp = [0, 0, 1]
+fov = 50
+[environment]
+color = [0.25, 0.5, 1]
+)");
+    EXPECT_THAT(scene.said, IsEmpty());
+    const World& world = *scene.world;
+    const auto& ro = static_cast<KelRenderingObject&>(*world.renderingObject);
+    EXPECT_EQ(ro.m_recursionLimit, 3u);
+    EXPECT_EQ(ro.m_samplesPerPixel, 5);  // the image's own number counts
+    EXPECT_TRUE(ro.softShadows());
+    EXPECT_EQ(world.rayEpsilon, 0.5f);
+    EXPECT_EQ(world.image.width, 320u);
+    EXPECT_EQ(world.image.height, 200u);
+    ASSERT_TRUE(world.view);
+    EXPECT_EQ(world.view->position, R3(1, 2, 3));
+    EXPECT_EQ(world.view->lookAt, R3(4, 5, 6));
+    EXPECT_EQ(world.view->lookUp, R3(0, 0, 1));
+    EXPECT_EQ(world.fov, 50.0f);
+    EXPECT_EQ(dynamic_cast<Background&>(*world.environment).color, R3(0.25f, 0.5f, 1.0f));
+}
+
+TEST(SceneFile, MeshesOfOneSourceAreSharedByTheirInstances) {
+    writeFile("tri.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 1e30 0 0\nf 1 2 3\nf 1 2 4\n");
+    const std::string mesh = "[[mesh]]\nshader = 'lid'\n";
+    const LoadedScene scene = loadAfterPreamble(mesh + "file = 'tri.obj'\n" + mesh + "file = 'tri.obj'\n" + mesh +
+                                                "shape = 'plane'\nuvScale = [2, 3]\n" + mesh + "shape = 'plane'\n" +
+                                                mesh + "shape = 'plane'\nuvScale = [2, 3]\nvisibleTo = []\n" + mesh +
+                                                "shape = 'sphere'\nvisibleTo = ['reflection', 'shadow']\n");
+    const SceneGeometry& geometry = scene.world->geometry;
+    EXPECT_EQ(geometry.meshCount(), 4u);
+    ASSERT_EQ(geometry.instanceCount(), 6u);
+    const auto& instances = geometry.scene().instances;
+    EXPECT_EQ(instances[0]->object, instances[1]->object);
+    EXPECT_EQ(instances[2]->object, instances[4]->object);
+    EXPECT_NE(instances[2]->object, instances[3]->object);
+    const auto& tiled = dynamic_cast<const ABSP&>(*geometry.scene().objects[instances[2]->object]);
+    EXPECT_TRUE(std::any_of(tiled.texCoords.begin(), tiled.texCoords.end(),
+                            [](const R2& st) { return st.x == 2.0f && st.y == 3.0f; }));
+    for (const Instance* instance : instances) EXPECT_EQ(instance->shaderBias, 1u);
+    EXPECT_EQ(instances[0]->visibilityMask, RAY_ALL);
+    EXPECT_EQ(instances[4]->visibilityMask, 0u);
+    EXPECT_EQ(instances[5]->visibilityMask, static_cast<Oxuint>(RAY_SHADOW | RAY_REFLECTION));
+    EXPECT_THAT(scene.said,
+                ElementsAre(testing::StartsWith("scene.toml:9:8: warning: mesh 'defaultobject': 1 triangle")));
+}
+
+TEST(SceneFile, MeshesAreScaledThenRotatedThenMoved) {
+    const struct {
+        const char* placement;
+        R3 from, to;
+    } cases[] = {
+        {"", {1, 2, 3}, {1, 2, 3}},
+        {"scale = 2", {1, 2, 3}, {2, 4, 6}},
+        {"translate = [10, 0, 0]\nscale = [2, 1, 1]\nrotate = [0, 0, 90]", {1, 0, 0}, {10, 2, 0}},
+        {"rotate = [90, 0, 0]", {0, 1, 0}, {0, 0, 1}},
+        {"rotate = [0, 90, 0]", {0, 0, 1}, {1, 0, 0}},
+        {"rotate = [90, 0, 90]", {0, 1, 0}, {0, 0, 1}},  // about x before z
+        {"rotate = [0, 90, 90]", {0, 0, 1}, {0, 1, 0}},  // about y before z
+        {"rotate = [90, 90, 0]", {0, 1, 0}, {1, 0, 0}},  // about x before y
+        {"matrix = [0, 2, 0, 5,  1, 0, 0, 6,  0, 0, 3, 7,  0, 0, 0, 1]", {1, 10, 100}, {25, 7, 307}},
+    };
+    for (const auto& c : cases) {
+        // Placed twice, since the transformation of a lone instance is baked into its mesh.
+        const std::string mesh = "[[mesh]]\nshader = 'body'\nshape = 'box'\n" + std::string(c.placement) + "\n";
+        const LoadedScene scene = loadAfterPreamble(mesh + mesh);
+        ASSERT_THAT(scene.said, IsEmpty());
+        const R3 placed = TransformPoint(scene.world->geometry.scene().instances.at(1)->meshToWorldXfm, c.from);
+        EXPECT_LT(Length(placed - c.to), 1e-5f) << c.placement;
+    }
+}
+
+TEST(SceneFile, KeysOfATextureTakeEffect) {
+    // An sRGB file whose bytes are 128, 128, 255 all over: a map of straight normals.
+    const float half = std::pow((128.0f / 255.0f + 0.055f) / 1.055f, 2.4f);
+    writeImage(scratch() / "normals.png", 8, 8, std::vector<R3>(64, R3(half, half, 1.0f)));
+    const auto load = [](const std::string& keys) {
+        LoadedScene scene = loadText("[texture.t]\nfile = 'normals.png'\n" + keys);
+        EXPECT_THAT(scene.said, IsEmpty()) << keys;
+        return std::move(scene.world);
+    };
+    const auto plain = load(""), other = load(
+                                     "wrap = 'mirror'\nfilter = 'nearest'\nmodel = 'decal'\n"
+                                     "colorSpace = 'linear'\nbump = 'height'\nbumpScale = 2.5\n");
+    const auto& a = dynamic_cast<Texture&>(*plain->textures.ByID(0));
+    const auto& b = dynamic_cast<Texture&>(*other->textures.ByID(0));
+    EXPECT_EQ(static_cast<Oxuint>(a.m_wrapS), OX_GL_REPEAT);
+    EXPECT_EQ(static_cast<Oxuint>(b.m_wrapS), OX_GL_MIRRORED_REPEAT);
+    EXPECT_EQ(static_cast<Oxuint>(b.m_wrapT), OX_GL_MIRRORED_REPEAT);
+    EXPECT_EQ(static_cast<Oxuint>(a.filterMode), OX_GL_LINEAR);
+    EXPECT_EQ(static_cast<Oxuint>(b.filterMode), OX_GL_NEAREST);
+    EXPECT_EQ(a.bumpKind, BumpKind::Normal);
+    EXPECT_EQ(b.bumpKind, BumpKind::Height);
+    EXPECT_EQ(b.bumpScale, 2.5f);
+    EXPECT_NEAR(a.lookUp(0.5f, 0.5f).r, half, 1e-4f);
+    EXPECT_NEAR(b.lookUp(0.5f, 0.5f).r, 128.0f / 255.0f, 1e-4f);
+
+    for (const auto& [word, model] : {std::pair("modulate", OX_GL_MODULATE), std::pair("replace", OX_GL_REPLACE),
+                                      std::pair("add", OX_GL_ADD), std::pair("decal", OX_GL_DECAL)})
+        EXPECT_EQ(load("model = '" + std::string(word) + "'")->textures.ByID(0)->textureModel, model);
+    EXPECT_EQ(dynamic_cast<Texture&>(*load("bump = 'normal'")->textures.ByID(0)).bumpKind, BumpKind::Normal);
+}
