@@ -39,27 +39,14 @@ TEST(AmbientOcclusion, ADomeDarkensWhereItIsNear) {
     }
 }
 
-// A wall below y = 0, without a far side where its thickness is 0.
-struct WallWorld : TestWorld {
-    KelWallThicknessShader& wall;
-
-    explicit WallWorld(float thickness) : wall(shader<KelWallThicknessShader>("KelWallThickness")) {
-        wall.diffuseColor = 0.25f * White;
-        wall.ambientIntensity = 0.0f;
-        wall.samples = 1;
-        addSquare(R3(), R3(0, 1, 0));
-        if (thickness > 0.0f) addSquare(R3(0, -thickness, 0), R3(0, -1, 0));
-        pointLight(R3(0, 2, 0));  // its falloff tells which point is lit
-    }
-    // What the origin sends to the side, without the light's falloff.
-    R3 seen() { return 4.001f * trace(R3(1, 2, 0), R3(-0.5f, -1, 0)); }
-};
-
-TEST(WallThickness, ColoursRunRoundTheHueCircle) {
+TEST(WallThickness, ColoursRunRoundTheHueCircleWithinTheBand) {
+    const R3 plain = 0.25f * White;
+    // Slanted rays' distances are in units of the cone's height: its tangent times the thickness, if that is less.
     const struct {
         float thickness, scale;
         R3 color;
-        float degrees = 0.0f;  // of the cone
+        Oxint samples = 1;
+        float degrees = 0.0f, least = 0.0f, most = 500.0f;
     } cases[] = {{1 / 12.0f, 1, R3(1, 0.5f, 0)},
                  {1 / 6.0f, 1, R3(1, 1, 0)},
                  {0.25f, 1, R3(0.5f, 1, 0)},
@@ -74,31 +61,28 @@ TEST(WallThickness, ColoursRunRoundTheHueCircle) {
                  {0.25f, 2, R3(0, 1, 1)},
                  {0.5f, -1, Black},
                  {1, -1, Red},
-                 // Slanted rays' distances are in units of the cone's height: its tangent times the thickness.
-                 {1, 0.5f / 0.57735f, R3(0, 1, 1), 30},
-                 {1, 0.5f, R3(0, 1, 1), 60}};
+                 {1, 0.5f / 0.57735f, R3(0, 1, 1), 3, 30},
+                 {1, 0.5f, R3(0, 1, 1), 3, 60},
+                 {0.5f, 1, plain, 1, 0, 0.5f, 1},
+                 {0.5f, 1, R3(0, 1, 1), 1, 0, 0.49f, 0.51f},
+                 {0.5f, 1, plain, 1, 0, 0, 0.5f},
+                 {0, 1, plain},
+                 {0.5f, 1, plain, 0},
+                 {0.5f, 1, plain, -2}};
     for (const auto& c : cases) {
-        WallWorld world(c.thickness);
-        world.wall.m_scaleDist = c.scale;
-        world.wall.m_maxAngleDegree = c.degrees;
-        if (c.degrees > 0.0f) world.wall.samples = 3;
-        expectNear(world.seen(), c.color, 1e-4f);
-    }
-}
-
-TEST(WallThickness, OutsideTheBandTheSurfaceIsPlainPhong) {
-    const struct {
-        float thickness, least, most;
-        Oxint samples;
-        bool measured;
-    } cases[] = {{0.5f, 0.49f, 0.51f, 1, true}, {0.5f, 0.5f, 1, 1, false}, {0.5f, 0, 0.5f, 1, false},
-                 {0, 0, 500, 1, false},         {0.5f, 0, 500, 0, false},  {0.5f, 0, 500, -2, false}};
-    for (const auto& c : cases) {
-        WallWorld world(c.thickness);
-        world.wall.minDistance = c.least;
-        world.wall.maxDistance = c.most;
-        world.wall.samples = c.samples;
-        expectNear(world.seen(), c.measured ? R3(0, 1, 1) : 0.25f * White);
+        TestWorld world;
+        auto& wall = world.shader<KelWallThicknessShader>("KelWallThickness");
+        wall.diffuseColor = plain;
+        wall.ambientIntensity = 0.0f;
+        wall.m_scaleDist = c.scale;
+        wall.samples = c.samples;
+        wall.m_maxAngleDegree = c.degrees;
+        wall.minDistance = c.least;
+        wall.maxDistance = c.most;
+        world.addSquare(R3(), R3(0, 1, 0));
+        if (c.thickness > 0.0f) world.addSquare(R3(0, -c.thickness, 0), R3(0, -1, 0));
+        world.pointLight(R3(0, 2, 0));  // its falloff tells which point is lit
+        expectNear(4.001f * world.trace(R3(1, 2, 0), R3(-0.5f, -1, 0)), c.color, 1e-4f);
     }
 }
 

@@ -14,10 +14,6 @@ struct GlassWorld : TestWorld {
         if (thickness > 0.0f) addSquare(R3(0, -thickness, 0), R3(0, -1, 0));
         ro().m_reflectiveAccuracy = ro().m_refractiveAccuracy = 0.0f;
     }
-    R3 seen(float degrees) {
-        const R3 direction(std::sin(degrees * Radian), -std::cos(degrees * Radian), 0);
-        return trace(-2.0f * direction, direction);
-    }
 };
 
 TEST(Glass, AClearSlabUnderAnEvenSkyIsInvisible) {
@@ -26,7 +22,7 @@ TEST(Glass, AClearSlabUnderAnEvenSkyIsInvisible) {
             GlassWorld world(1, R3(0.5f, 1, 2));
             world.glass.bindex = index;
             world.glass.refractionFilter = world.glass.reflectionFilter = Red;  // but none of it
-            expectNear(world.seen(degrees), R3(0.5f, 1, 2));
+            expectNear(world.fromOrigin(degrees), R3(0.5f, 1, 2));
         }
 }
 
@@ -50,7 +46,7 @@ TEST(Glass, RaysSplitAtEveryBounce) {
         world.glass.m_numFuzzySamples = 3;
         world.ro().m_reflectiveAccuracy = c.reflectiveAccuracy;
         world.ro().m_recursionLimit = c.limit;
-        world.seen(20);
+        world.fromOrigin(20);
         EXPECT_EQ(raysShot(RAY_REFLECTION), c.reflected);
         EXPECT_EQ(raysShot(RAY_REFRACTION), c.refracted);
     }
@@ -63,7 +59,7 @@ TEST(Glass, OneSidedGlassLeavesTheRayOutside) {
         world.glass.noRefract = oneSided;
         Probe& below = world.own<Probe>();
         world.addSquare(R3(0, -3, 0), R3(0, 1, 0));
-        expectNear(world.seen(45), (1.0f - 0.05024f) * White, 1e-3f);  // Fresnel's equations
+        expectNear(world.fromOrigin(45), (1.0f - 0.05024f) * White, 1e-3f);  // Fresnel's equations
         ASSERT_EQ(below.seen.size(), 1u);
         EXPECT_EQ(below.seen[0].insideFlag, oneSided ? 0u : 1u);
         EXPECT_NEAR(below.seen[0].ray.direction.x, std::sqrt(0.5f) / 1.5f, 1e-5f);
@@ -92,7 +88,7 @@ TEST(Glass, TheWayInsideIsAbsorbedWhetherRefractedOrReflected) {
         // inside = T sky + F ((1 - a) inside + a body)
         const R3 inside = (1.0f / (1.0f - F * (1.0f - a))) * (T * sky + (F * a) * body);
         const R3 reflected = (1.0f - c.reflectionAmount) * sky + c.reflectionAmount * tint;
-        expectNear(world.seen(c.degrees), T * ((1.0f - a) * inside + a * body) + F * reflected, 1e-4f);
+        expectNear(world.fromOrigin(c.degrees), T * ((1.0f - a) * inside + a * body) + F * reflected, 1e-4f);
     }
 }
 

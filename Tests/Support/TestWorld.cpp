@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <bit>
+#include <cmath>
 #include <stdexcept>
 
 namespace oxbeam::test {
@@ -105,6 +106,12 @@ OxState TestWorld::hit(const R3& origin, const R3& direction) {
 R3 TestWorld::trace(const R3& origin, const R3& direction) {
     OxState state = primaryState(session(), origin, direction);
     return Session::trace(state);
+}
+
+R3 TestWorld::fromOrigin(float degrees) {
+    const float radians = 0.0174532925f * degrees;
+    const R3 direction(std::sin(radians), -std::cos(radians), 0);
+    return trace(-2.0f * direction, direction);
 }
 
 RenderResult TestWorld::render(unsigned threads, unsigned samples, std::optional<Window> crop) {

@@ -67,6 +67,8 @@ public:
     OxState hit(const R3& origin, const R3& direction);
     // Colour along a primary ray; the direction is taken as it is.
     R3 trace(const R3& origin, const R3& direction);
+    // What the origin sends so many degrees off the y axis, towards negative x.
+    R3 fromOrigin(float degrees = 0.0f);
     // The whole picture; needs that no session was asked for.
     RenderResult render(unsigned threads = 1, unsigned samples = 1, std::optional<Window> crop = {});
 
