@@ -11,6 +11,7 @@ namespace oxbeam {
 ExitStatus runSheet(const std::vector<std::string>& pictures, const std::string& output, unsigned columns) {
     checkImageFormat(output);
     std::vector<LabelledPicture> labelled;
+    labelled.reserve(pictures.size());
     for (const std::string& file : pictures) labelled.push_back({file, std::filesystem::path(file).stem().string()});
     const Sheet sheet = contactSheet(labelled, columns, 320, 214);
     writeImage(output, sheet.width, sheet.height, sheet.pixels);

@@ -78,9 +78,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     return runDescribe(a.object, a.xml, registry);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int parseAndRun(int argc, char** argv) {
     Arguments arguments;
     CLI::App app("Renders scenes with shading packages.", "oxbeam");
     app.require_subcommand(1);
@@ -94,19 +92,29 @@ int main(int argc, char** argv) {
     addOthers(app, arguments);
     try {
         app.parse(argc, argv);
-        const ExitStatus status = run(app, arguments);
-        if (!std::cout.flush()) throw Error(ExitStatus::InputOutput, "cannot write to standard output");
-        return static_cast<int>(status);
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : static_cast<int>(ExitStatus::Usage);
+    }
+    const ExitStatus status = run(app, arguments);
+    if (!std::cout.flush()) throw Error(ExitStatus::InputOutput, "cannot write to standard output");
+    return static_cast<int>(status);
+}
+
+int fail(ExitStatus status, const char* message) {
+    std::fprintf(stderr, "oxbeam: error: %s\n", message);
+    return static_cast<int>(status);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return parseAndRun(argc, argv);
     } catch (const Error& e) {
-        std::cerr << "oxbeam: error: " << e.what() << '\n';
-        return static_cast<int>(e.status());
+        return fail(e.status(), e.what());
     } catch (const std::bad_alloc&) {
-        std::cerr << "oxbeam: error: out of memory\n";
-        return static_cast<int>(ExitStatus::BadScene);
+        return fail(ExitStatus::BadScene, "out of memory");
     } catch (const std::exception& e) {
-        std::cerr << "oxbeam: error: " << e.what() << '\n';
-        return static_cast<int>(ExitStatus::BadScene);
+        return fail(ExitStatus::BadScene, e.what());
     }
 }
