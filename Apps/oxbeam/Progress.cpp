@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <iostream>
 
 namespace oxbeam {
@@ -11,7 +12,7 @@ namespace oxbeam {
 ProgressLine::ProgressLine(bool quiet) : m_quiet(quiet), m_terminal(isatty(STDERR_FILENO)) {}
 
 static std::string clockTime(double seconds) {
-    const auto s = static_cast<long>(seconds + 0.5);
+    const long s = std::lround(seconds);
     return s < 3600 ? fmt::format("{}:{:02}", s / 60, s % 60)
                     : fmt::format("{}:{:02}:{:02}", s / 3600, s / 60 % 60, s % 60);
 }

@@ -198,7 +198,7 @@ static std::set<std::string> registeredNames(void* library) {
     const char* table = nullptr;
     std::size_t size = 0;
     for (const auto* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
-        if (entry->d_tag == DT_STRTAB) table = reinterpret_cast<const char*>(entry->d_un.d_ptr);
+        if (entry->d_tag == DT_STRTAB) table = std::bit_cast<const char*>(entry->d_un.d_ptr);
         if (entry->d_tag == DT_STRSZ) size = entry->d_un.d_val;
     }
     const std::string_view strings(table, size);

@@ -27,8 +27,9 @@ static std::unique_ptr<Texture> fill(const Texture& from, unsigned width, unsign
         for (unsigned x = 0; x < width; ++x) {
             R3 sum = Black;
             for (unsigned i = 0; i < grid * grid; ++i) {
-                const float dx = (static_cast<float>(i % grid) + 0.5f) * perCell;
-                const float dy = (static_cast<float>(i / grid) + 0.5f) * perCell;
+                const unsigned column = i % grid, row = i / grid;
+                const float dx = (static_cast<float>(column) + 0.5f) * perCell;
+                const float dy = (static_cast<float>(row) + 0.5f) * perCell;
                 sum += look(from, directionAt((static_cast<float>(x) + dx) / static_cast<float>(width),
                                               (static_cast<float>(y) + dy) / static_cast<float>(height)));
             }
