@@ -1,5 +1,7 @@
 #include "Engine/World.h"
 
+#include "Engine/Packages/Overrides.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -24,10 +26,13 @@ OxCamera& World::setCamera(const ObjectClass& object) {
     return *camera;
 }
 
-OxShader& World::setEnvironment(const ObjectClass& object) {
-    environment = &dynamic_cast<OxShader&>(make(object));
-    return *environment;
+OxShader& World::makeShader(const ObjectClass& object) {
+    auto& shader = dynamic_cast<OxShader&>(make(object));
+    if (overrides(shader, &OxShader::Shade4) && !object.packetsInherited) m_packetShaders.insert(&shader);
+    return shader;
 }
+
+OxShader& World::setEnvironment(const ObjectClass& object) { return *(environment = &makeShader(object)); }
 
 OxLight& World::addLight(const ObjectClass& object) {
     lights.push_back(&dynamic_cast<OxLight&>(make(object)));
@@ -35,7 +40,7 @@ OxLight& World::addLight(const ObjectClass& object) {
 }
 
 OxShader& World::addShader(const ObjectClass& object) {
-    shaders.push_back(&dynamic_cast<OxShader&>(make(object)));
+    shaders.push_back(&makeShader(object));
     return *shaders.back();
 }
 

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace oxbeam {
@@ -59,6 +60,8 @@ public:
     OxLight& addLight(const ObjectClass& object);
     // Its number is shaders.size() - 1.
     OxShader& addShader(const ObjectClass& object);
+    // One of the world's shaders has a packet form of its own, not just that of a simpler shader which it derives from.
+    bool shadesPackets(const OxShader* shader) const { return m_packetShaders.contains(shader); }
 
     // A view of all that is there, from the front, the right and above.
     View framingView() const;
@@ -66,7 +69,10 @@ public:
     float epsilon() const;
 
 private:
+    OxShader& makeShader(const ObjectClass& object);
+
     std::vector<std::unique_ptr<OxLoadableObject>> m_objects;
+    std::unordered_set<const OxShader*> m_packetShaders;
 };
 
 }  // namespace oxbeam

@@ -9,6 +9,9 @@
 // Per-vertex arrays are as long as there are vertices, or empty. Read-only once it is in a scene.
 class OXBEAM_API ABSP final : public GeometryObject {
 public:
+    // Flags of a triangle.
+    enum : Oxuint { HasTexCoords = 1u << 4 };
+
     std::string name;  // for messages
     Oxuint vertexCount = 0;
     std::vector<R3> positions;  // padded behind the last vertex: the traversal kernel reads 16 bytes at a time
@@ -25,6 +28,8 @@ public:
     Oxuint GetShaderId4(const ISSEIntersection4&, unsigned) const override { return 0; }
     void GetTriangleVertices(int triangle, R3& a, R3& b, R3& c) const override;
     R3 GetNormal(int triangle, float u, float v) const override;
+    R3 GetGeometricNormal(int triangle) const override;
+    Oxuint triangleFlags(int) const { return texCoords.empty() ? 0u : HasTexCoords; }
 
     // A per-vertex attribute at a hit.
     template <class T>

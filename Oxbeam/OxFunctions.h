@@ -94,7 +94,7 @@ OX_SERVICE Oxvoid* oxsGetPrivatePtr(const OxState* state) { return state->ray.pr
 // texture environment): modulate multiplies. An id that names no texture leaves the colour alone.
 OXBEAM_API Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, R3& color);
 OXBEAM_API Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, RGBAFloat& color);
-// Texel at (s, t); (0, 0) is the picture's left bottom corner. wrapS, wrapT, filter: OpenGL enumerants. mode: how
+// Texel at (s, t); (0, 0) is the picture's left bottom corner. The state may be null. wrapS, wrapT, filter: OpenGL enumerants. mode: how
 // the texel meets what `texel` holds (OX_GL_REPLACE: takes its place).
 OXBEAM_API Oxvoid oxsGetTexelByST(const OxState* state, float s, float t, Oxuint textureId, Oxuint wrapS, Oxuint wrapT,
                                   Oxuint filter, Oxuint mode, R3& texel);

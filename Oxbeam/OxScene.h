@@ -9,6 +9,7 @@
 #include <vector>
 
 struct OxState;
+struct OxState4;
 
 // Something that rays can hit.
 class OXBEAM_API GeometryObject {
@@ -24,6 +25,8 @@ public:
     // Interpolated normal at a hit, in object space and of any length; the geometric one where the object has no
     // vertex normals.
     virtual R3 GetNormal(int triangle, float u, float v) const = 0;
+    // Normal of the triangle's plane, in object space and of any length.
+    virtual R3 GetGeometricNormal(int triangle) const = 0;
 };
 
 // One placement of an object in the scene.
@@ -47,4 +50,9 @@ public:
     virtual ~Intersector();
     // The nearest hit on the state's ray, written to the state; false if there is none.
     virtual bool Intersect(OxState& state) = 0;
+    // The nearest hits of four primary rays, written to the packet's hit record; false if there is none at all.
+    virtual bool Intersect4(OxState4& state4) = 0;
+    // Whether anything blocks four shadow rays within their distances: the hit record's triangle becomes 0 in the lanes
+    // that are blocked, and stays as it is in the others.
+    virtual void Occluded4(OxState4& state4) = 0;
 };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Oxbeam/OxTypes.h"
+#include "Primitives/Vec.h"
 
 #include <memory>
 #include <vector>
@@ -32,10 +33,18 @@ public:
     Oxint m_wrapS = OX_GL_REPEAT;
     Oxint m_wrapT = OX_GL_REPEAT;
     Oxuint textureModel = OX_GL_MODULATE;
+    R2 minST{0.0f, 0.0f}, maxST{1.0f, 1.0f};  // valid texture coordinates of packet look-ups
 
     virtual ~TextureObject();
     // There is an alpha channel, and not all of it is opaque.
     virtual bool hasTransparency() const = 0;
+    // Size in texels.
+    virtual Oxuint width() const = 0;
+    virtual Oxuint height() const = 0;
+    // Blend of the four texels at columns x0 and x1 of rows y0 and y1, counted from the left bottom corner and wrapped
+    // as the texture says: x1 and y1 weigh rx and ry, x0 weighs rx1. filter: 1 nearest (x0, y0), 2 bilinear.
+    virtual RGBAFloat texelBlend(Oxint x0, Oxint y0, Oxint x1, Oxint y1, float rx, float rx1, float ry,
+                                 Oxuint filter) const = 0;
     // Sets filter or wrap mode; between frames only. Other parameters and values are ignored.
     void TexParameteri(Oxuint target, Oxuint parameter, Oxint value);
 };

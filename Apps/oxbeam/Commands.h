@@ -21,7 +21,8 @@ struct RenderCommand {
     unsigned bits = 8;
     std::vector<std::string> set;
     std::string stats;  // file, or nothing
-    std::string isa;    // or nothing for the default
+    bool packets = false;
+    std::string isa;  // or nothing for the default
     bool quiet = false;
 };
 

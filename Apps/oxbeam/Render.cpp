@@ -190,6 +190,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     if (s_stop) return stoppedStatus();
 
     Stopwatch rendering;
+    options.packets = command.packets;
     options.stop = &s_stop;
     options.progress = [&](const Progress& p) { progress.update(p); };
     const RenderResult result = render(*world, workers, options);
@@ -199,6 +200,8 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
                               result.complete ? "rendered" : "stopped after", result.statistics.passes, options.samples,
                               times.render, threads, rays, 1e-6 * static_cast<double>(rays) / times.render));
     warnOfBadResults(result.statistics);
+    if (!result.statistics.packetsRefused.empty() && !command.quiet)
+        std::cerr << fmt::format("oxbeam: note: --packets has no effect: {}\n", result.statistics.packetsRefused);
 
     Stopwatch writing;
     const Window& window = result.film.window();

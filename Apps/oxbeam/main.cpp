@@ -40,6 +40,8 @@ void addRender(CLI::App& app, RenderCommand& r) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     c->add_option("--bits", r.bits, "Bits per channel of a PNG, 8 or 16")->type_name("N");
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
+    c->add_flag("--packets", r.packets,
+                "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");
     c->add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
         ->type_name("NAME");
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");

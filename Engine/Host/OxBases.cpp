@@ -138,6 +138,10 @@ R3 ABSP::GetNormal(int triangle, float u, float v) const {
         const R3 normal = interpolate(normals, triangle, u, v);
         if (Dot(normal, normal) > 1e-12f) return normal;
     }
+    return GetGeometricNormal(triangle);
+}
+
+R3 ABSP::GetGeometricNormal(int triangle) const {
     R3 a, b, c;
     GetTriangleVertices(triangle, a, b, c);
     return Cross(b - a, c - a);

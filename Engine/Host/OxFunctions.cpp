@@ -34,7 +34,7 @@ Oxvoid oxsInitState(const OxState* parent, OxState* child) {
 }
 
 bool oxsShootRay(OxState* state) {
-    oxbeam::ThreadRecord::mine().countRay(state->ray.visibilityMask);
+    oxbeam::ThreadRecord::mine().countRays(state->ray.visibilityMask, 1);
     return state->intersector->Intersect(*state);
 }
 

@@ -15,8 +15,8 @@ struct ThreadRecord {
     std::uint64_t refusedRays = 0;  // rays that no hit can be found for
     unsigned sampleIndex = 0;       // pass that the thread renders
 
-    void countRay(std::uint32_t visibilityMask) {
-        ++rays[static_cast<unsigned>(std::countr_zero(visibilityMask)) & 31u];
+    void countRays(std::uint32_t visibilityMask, unsigned number) {
+        rays[static_cast<unsigned>(std::countr_zero(visibilityMask)) & 31u] += number;
     }
 
     // Of the calling thread.

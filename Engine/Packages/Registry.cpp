@@ -2,6 +2,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/HostObjects.h"
+#include "Engine/Packages/Overrides.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxLight.h"
 #include "Oxbeam/OxRenderingObject.h"
@@ -146,6 +147,10 @@ void Registry::check(ObjectClass& object) const {
     object.document = document ? document : "";
     object.info = parseShaderInfo(object.document);
     object.kind = kindOf(*prototype, object.info);
+    object.type = &typeid(*prototype);
+    const auto* shader = dynamic_cast<const OxShader*>(prototype.get());
+    if (shader && overrides(*shader, &OxShader::Shade4))
+        object.packetForm = virtualFunction(*shader, &OxShader::Shade4);
     const std::size_t objectSize = sizeFrom(prototype.get());
     for (ParameterDeclaration& p : object.parameters) {
         checkParameter(object, p, objectSize);
@@ -242,7 +247,16 @@ void Registry::loadPackage(const fs::path& library) {
                                                         name));
         registerObject(name, path.string(), &loaded.get<int()>(fmt::format("Register_{}_LoadableObject", name)));
     }
+    findInheritedPackets();
     m_packages.push_back(path);
+}
+
+void Registry::findInheritedPackets() {
+    for (auto& [name, object] : m_objects)
+        object->packetsInherited =
+            object->packetForm && std::any_of(m_objects.begin(), m_objects.end(), [&](const auto& other) {
+                return other.second->packetForm == object->packetForm && derives(*object->type, *other.second->type);
+            });
 }
 
 void Registry::loadPackages(const std::vector<fs::path>& folders) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <vector>
 
 namespace oxbeam {
@@ -43,6 +44,9 @@ struct ObjectClass {
     std::string document;  // byte for byte
     ShaderInfo info;
     std::vector<ParameterDeclaration> parameters;
+    const std::type_info* type = nullptr;
+    const void* packetForm = nullptr;  // a shader's Shade4, where it is not the interface's
+    bool packetsInherited = false;     // and where it is that of another object, from whose class this one derives
 
     ObjectClass() = default;
     ObjectClass(const ObjectClass&) = delete;  // parameters point into info
@@ -81,6 +85,7 @@ public:
 
 private:
     void check(ObjectClass& object) const;
+    void findInheritedPackets();
 
     std::map<std::string, std::unique_ptr<ObjectClass>, std::less<>> m_objects;
     std::vector<std::filesystem::path> m_packages;

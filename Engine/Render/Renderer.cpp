@@ -2,6 +2,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/ThreadRecord.h"
+#include "Engine/Render/PacketPath.h"
 #include "Engine/Render/Session.h"
 
 #include <fmt/format.h>
@@ -39,6 +40,9 @@ class Frame {
 public:
     Frame(World& world, const Session& session, Film& film, const RenderOptions& options)
         : m_world(world), m_session(session), m_film(film), m_options(options), m_tiles(world.image) {
+        if (options.packets) m_packets.emplace(world, session);
+        m_statistics.packetsRefused = m_packets ? m_packets->whyNot() : "";
+        if (!m_statistics.packetsRefused.empty()) m_packets.reset();
         world.renderingObject->m_tilesPerFrame = m_tiles.count();
         for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
             if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
@@ -62,6 +66,7 @@ private:
     bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
     R3 samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const;
+    bool keep(unsigned x, unsigned y, const R3& color);  // answers whether the sample was bad
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
 
     World& m_world;
@@ -70,6 +75,7 @@ private:
     const RenderOptions& m_options;
     Tiles m_tiles;
     std::vector<unsigned> m_wanted;  // tiles that the film sees
+    std::optional<PacketPath> m_packets;
 
     std::mutex m_mutex;  // of all that follows
     RenderStatistics m_statistics;
@@ -85,17 +91,23 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     const R2 place = samplePlace(pass);
     const Window window = m_tiles.window(tile);
     std::uint64_t badSamples = 0;
-    for (unsigned y = window.y0; y < window.y1; ++y)
-        for (unsigned x = window.x0; x < window.x1; ++x) {
-            R3 color = samplePixel(thread, x, y, pass, place);
-            if (!m_film.window().contains(x, y)) continue;
-            if (!IsFinite(color)) {
-                color = Black;
-                ++badSamples;
-            }
-            m_film.add(x, y, color);
+    for (unsigned y = window.y0; y < window.y1; ++y) {
+        unsigned x = window.x0;
+        R3 colors[4];
+        for (; m_packets && x + 4 <= window.x1; x += 4) {
+            m_packets->trace(thread, x, y, pass, place, colors);
+            for (unsigned i = 0; i < 4; ++i) badSamples += keep(x + i, y, colors[i]);
         }
+        for (; x < window.x1; ++x) badSamples += keep(x, y, samplePixel(thread, x, y, pass, place));
+    }
     finishTile(record, badSamples);
+}
+
+bool Frame::keep(unsigned x, unsigned y, const R3& color) {
+    if (!m_film.window().contains(x, y)) return false;
+    const bool good = IsFinite(color);
+    m_film.add(x, y, good ? color : Black);
+    return !good;
 }
 
 R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 namespace oxbeam {
 
@@ -24,6 +25,7 @@ struct RenderStatistics {
     std::uint64_t refusedRays = 0;  // that no hit can be found for: not finite, or absurdly far out
     std::uint64_t badSamples = 0;   // shaded to NaN or infinity, and counted as black
     unsigned passes = 0;            // complete ones
+    std::string packetsRefused;     // why no packets were traced although they were asked for, else empty
 };
 
 // Done so far, of a whole of 1.
@@ -35,6 +37,7 @@ struct Progress {
 struct RenderOptions {
     unsigned samples = 1;                           // passes
     std::optional<Window> crop;                     // pixels outside are not kept; those inside are as without it
+    bool packets = false;                           // primary rays four at a time where objects offer it
     const std::atomic<bool>* stop = nullptr;        // set from outside to end early
     std::function<void(const Progress&)> progress;  // called now and then, by one thread at a time
 };

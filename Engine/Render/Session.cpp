@@ -61,7 +61,12 @@ OxState Session::primaryState(unsigned thread, unsigned pass) const {
 }
 
 R3 Session::trace(OxState& state) {
-    if (oxsShootRay(&state))
+    oxsShootRay(&state);
+    return shade(state);
+}
+
+R3 Session::shade(OxState& state) {
+    if (state.hit.tri >= 0)
         oxsGetShader(&state)->Shade(&state);
     else
         oxsShadeEnvironment(&state);

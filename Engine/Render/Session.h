@@ -23,6 +23,8 @@ public:
     OxState primaryState(unsigned thread = 0, unsigned pass = 0) const;
     // Shoots a state's ray and shades what it meets: the colour that comes back along it.
     static R3 trace(OxState& state);
+    // The second half of it: shades the hit in the state, or the environment where there is none.
+    static R3 shade(OxState& state);
 
 private:
     World& m_world;

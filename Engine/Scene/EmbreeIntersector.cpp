@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 
 namespace oxbeam {
 
@@ -170,6 +171,76 @@ bool EmbreeIntersector::Intersect(OxState& state) {
     state.instance = &instance;
     state.object = m_scene->objects[instance.object];
     return true;
+}
+
+// ---- Packets
+
+// The same for four rays: all bits set in the lanes that can be traced. The others are counted as misses.
+static __m128i traceable4(const ISSERay4& ray, Oxuint kind) {
+    const sse_t limit = _mm_set1_ps(1.8e18f), sign = _mm_set1_ps(-0.0f), tnear = _mm_set1_ps(ray.minHitDist);
+    sse_t good = _mm_and_ps(_mm_cmpge_ps(tnear, _mm_setzero_ps()), _mm_cmpge_ps(ray.maxDist, tnear));
+    for (const ISSEVec4* v : {&ray.origin, &ray.direction})
+        for (const sse_t component : v->t) good = _mm_and_ps(good, _mm_cmple_ps(_mm_andnot_ps(sign, component), limit));
+    ThreadRecord& record = ThreadRecord::mine();
+    record.countRays(kind, 4);
+    record.refusedRays += static_cast<unsigned>(std::popcount(~static_cast<unsigned>(_mm_movemask_ps(good)) & 15u));
+    return _mm_castps_si128(good);
+}
+
+static void fill(RTCRay4& query, const ISSERay4& ray, Oxuint kind) {
+    _mm_store_ps(query.org_x, ray.origin.t[0]), _mm_store_ps(query.org_y, ray.origin.t[1]);
+    _mm_store_ps(query.org_z, ray.origin.t[2]), _mm_store_ps(query.tnear, _mm_set1_ps(ray.minHitDist));
+    _mm_store_ps(query.dir_x, ray.direction.t[0]), _mm_store_ps(query.dir_y, ray.direction.t[1]);
+    _mm_store_ps(query.dir_z, ray.direction.t[2]), _mm_store_ps(query.time, _mm_setzero_ps());
+    _mm_store_ps(query.tfar, ray.maxDist);
+    std::fill_n(query.mask, 4, kind);
+    std::fill_n(query.id, 4, 0u);
+    std::fill_n(query.flags, 4, 0u);
+}
+
+bool EmbreeIntersector::Intersect4(OxState4& state4) {
+    alignas(16) int valid[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(valid), traceable4(*state4.ray4, RAY_PRIMARY));
+    RTCRayHit4 query;
+    fill(query.ray, *state4.ray4, RAY_PRIMARY);
+    std::fill_n(query.hit.geomID, 4, RTC_INVALID_GEOMETRY_ID);
+    std::fill_n(query.hit.instID[0], 4, RTC_INVALID_GEOMETRY_ID);
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    rtcIntersect4(valid, m_root, &context, &query);
+
+    ISSEIntersection4& hit = *state4.hit4;
+    bool any = false;
+    for (unsigned i = 0; i < 4; ++i) {
+        hit.tri[i] = TRI_NONE;
+        if (query.hit.geomID[i] == RTC_INVALID_GEOMETRY_ID) continue;
+        any = true;
+        const bool instanced = query.hit.instID[0][i] != RTC_INVALID_GEOMETRY_ID;
+        const unsigned number = instanced ? query.hit.instID[0][i] : query.hit.geomID[i];
+        hit.tri[i] = static_cast<int>(query.hit.primID[i]);
+        hit.inst[i] = static_cast<int>(number);
+        hit.dist[i] = query.ray.tfar[i];
+        hit.u[i] = query.hit.u[i];
+        hit.v[i] = query.hit.v[i];
+        hit.w[i] = 1.0f - hit.u[i] - hit.v[i];
+        const R3 normal(query.hit.Ng_x[i], query.hit.Ng_y[i], query.hit.Ng_z[i]);
+        hit.normal.setLane(i, instanced ? TransformVector(m_instances[number]->normalXfm, normal) : normal);
+    }
+    return any;
+}
+
+void EmbreeIntersector::Occluded4(OxState4& state4) {
+    alignas(16) int valid[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(valid), traceable4(*state4.ray4, RAY_SHADOW));
+    RTCRay4 query;
+    fill(query, *state4.ray4, RAY_SHADOW);
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    rtcOccluded4(valid, m_root, &context, &query);
+    for (unsigned i = 0; i < 4; ++i)
+        if (valid[i] && query.tfar[i] < 0.0f) state4.hit4->tri[i] = 0;
 }
 
 }  // namespace oxbeam

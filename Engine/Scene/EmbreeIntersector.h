@@ -28,6 +28,8 @@ public:
     Bounds build(const Scene& scene);
 
     bool Intersect(OxState& state) override;
+    bool Intersect4(OxState4& state4) override;
+    void Occluded4(OxState4& state4) override;
 
 private:
     RTCGeometryTy* newMesh(const ABSP& mesh) const;

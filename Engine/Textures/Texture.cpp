@@ -130,19 +130,39 @@ static unsigned nearest(float s, unsigned n, unsigned mode) {
     return std::min(static_cast<unsigned>(wrapped(s, mode) * static_cast<float>(n)), n - 1);
 }
 
+static RGBAFloat mix(const RGBAFloat& a, const RGBAFloat& b, float rest, float way) {
+    return {rest * a.r + way * b.r, rest * a.g + way * b.g, rest * a.b + way * b.b, rest * a.a + way * b.a};
+}
+
 RGBAFloat Texture::sample(Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const {
     if (filter == OX_GL_NEAREST)
         return withTexels(
             meaning, [&](const auto& texel) { return texel(nearest(s, m_width, wrapS), nearest(t, m_height, wrapT)); });
     const Taps x(s, m_width, wrapS), y(t, m_height, wrapT);
-    const auto mix = [](const RGBAFloat& a, const RGBAFloat& b, float way) {
-        const float rest = 1.0f - way;
-        return RGBAFloat(rest * a.r + way * b.r, rest * a.g + way * b.g, rest * a.b + way * b.b,
-                         rest * a.a + way * b.a);
-    };
+    const float restX = 1.0f - x.way, restY = 1.0f - y.way;
     return withTexels(meaning, [&](const auto& texel) {
-        return mix(mix(texel(x.first, y.first), texel(x.second, y.first), x.way),
-                   mix(texel(x.first, y.second), texel(x.second, y.second), x.way), y.way);
+        return mix(mix(texel(x.first, y.first), texel(x.second, y.first), restX, x.way),
+                   mix(texel(x.first, y.second), texel(x.second, y.second), restX, x.way), restY, y.way);
+    });
+}
+
+// Number of a texel that a column or row outside 0 .. n - 1 stands for.
+static unsigned wrappedTexel(Oxint i, unsigned n, unsigned mode) {
+    const auto size = static_cast<Oxint>(n);
+    if (mode == OX_GL_CLAMP_TO_EDGE) return static_cast<unsigned>(std::clamp(i, 0, size - 1));
+    const bool mirrored = mode == OX_GL_MIRRORED_REPEAT;
+    const Oxint period = mirrored ? 2 * size : size, at = (i % period + period) % period;
+    return static_cast<unsigned>(at < size ? at : period - 1 - at);
+}
+
+RGBAFloat Texture::texelBlend(Oxint x0, Oxint y0, Oxint x1, Oxint y1, float rx, float rx1, float ry,
+                              Oxuint filter) const {
+    const auto column = [&](Oxint x) { return wrappedTexel(x, m_width, static_cast<unsigned>(m_wrapS)); };
+    const auto row = [&](Oxint y) { return wrappedTexel(y, m_height, static_cast<unsigned>(m_wrapT)); };
+    return withTexels(Meaning::Color, [&](const auto& texel) {
+        if (filter == 1) return texel(column(x0), row(y0));
+        return mix(mix(texel(column(x0), row(y0)), texel(column(x1), row(y0)), rx1, rx),
+                   mix(texel(column(x0), row(y1)), texel(column(x1), row(y1)), rx1, rx), 1.0f - ry, ry);
     });
 }
 

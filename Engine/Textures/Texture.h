@@ -31,8 +31,10 @@ public:
     Texture(unsigned width, unsigned height, unsigned channels, std::vector<std::uint16_t> texels, ColorSpace space);
     Texture(unsigned width, unsigned height, unsigned channels, std::vector<float> texels, ColorSpace space);
 
-    unsigned width() const { return m_width; }
-    unsigned height() const { return m_height; }
+    unsigned width() const override { return m_width; }
+    unsigned height() const override { return m_height; }
+    RGBAFloat texelBlend(Oxint x0, Oxint y0, Oxint x1, Oxint y1, float rx, float rx1, float ry,
+                         Oxuint filter) const override;
     bool hasTransparency() const override { return m_hasTransparency; }
 
     // Linear colour and alpha at (s, t), the left bottom corner of the picture being (0, 0), with the texture's own

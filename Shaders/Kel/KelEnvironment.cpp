@@ -159,6 +159,20 @@ Oxvoid KelEnvironmentShader::Shade(OxState* state) {
     if (m_receiveShadow != 0) oxsReturnColor(state, shadowed(state, seen));
 }
 
+Oxvoid KelEnvironmentShader::Shade4(OxState4& state4) {
+    if (textureid < 0) return;
+    const ISSEVec4& D = state4.ray4->direction;
+    const sse_t across = _mm_rsqrt_ps(_mm_add_ps(_mm_mul_ps(D.t[0], D.t[0]), _mm_mul_ps(D.t[1], D.t[1])));
+    for (unsigned i = 0; i < 4; ++i) {
+        const R3 d = D.lane(i);
+        const float r = 0.31831723f * std::acos(d.z) * across[i];
+        R3 texel;
+        oxsGetTexelByST(nullptr, (d.x * r + 1.0f) * 0.5f, (d.y * r + 1.0f) * 0.5f, static_cast<Oxuint>(textureid),
+                        OX_GL_REPEAT, OX_GL_REPEAT, OX_GL_LINEAR, OX_GL_REPLACE, texel);
+        state4.colors.setLane(i, texel * scale);
+    }
+}
+
 // The map's colour where the ray meets the shadow plane, darkened by what stands between that point and the lights.
 R3 KelEnvironmentShader::shadowed(OxState* state, const R3& seen) {
     const R3& N = shadowPlaneNormal;

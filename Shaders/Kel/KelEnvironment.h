@@ -37,6 +37,9 @@ public:
     void NewFrame() override;
     void Register() override;
     Oxvoid Shade(OxState* state) override;
+    // Four rays at once, for previews: the map with the z axis as its pole, whatever the up direction, for all kinds of
+    // rays, without the shadow plane. Without a map the packet's colours are left alone.
+    Oxvoid Shade4(OxState4& state4) override;
 
     // Keeps the environment-map light up to date, where one is wanted.
     virtual void checkEnvLighting();

@@ -4,6 +4,8 @@
 #include "Oxbeam/OxExport.h"
 #include "Oxbeam/ProgBRDF.h"
 
+#include <algorithm>
+
 static const char ShaderInfo[] =
     "<?xml version=\"1.0\" ?>"
     "<ShaderInfo>"
@@ -258,6 +260,67 @@ Oxvoid KelPhongShader::computeNormal(OxState* state, R3& shdNormal) {
 int KelPhongShader::getNumLights() { return lights ? static_cast<int>(lights->size()) : 0; }
 
 OxLight* KelPhongShader::getLight(int i) { return (*lights)[static_cast<unsigned>(i)]; }
+
+// ---- Packets
+
+Oxvoid KelPhongShader::Shade4(OxState4& state4) {
+    ISSEVec4 normal, origin;
+    for (unsigned k = 0; k < 4; ++k) {
+        const R3 n = state4.object[k]->GetGeometricNormal(state4.hit4->tri[k]);
+        const Instance& instance = *state4.instance[k];
+        normal.setLane(k, instance.hasXfm ? TransformVector(instance.normalXfm, n) : n);
+    }
+    oxs4NormalizeFaceForward(state4, normal);
+    oxsGetHitPosition4(state4, origin);
+    oxsSetRayOrigin4(state4, origin);
+    ISSEVec4 diffuse(diffuseColor);
+    Shade4(state4, diffuse, normal, origin);
+}
+
+Oxvoid KelPhongShader::Shade4(OxState4& state4, ISSEVec4& diffuse, ISSEVec4& shdNormal, ISSEVec4& origin) {
+    ISSEVec4 color = ISSEVec4(emissiveColor) + ambientIntensity * diffuse;
+    ISSEVec4 direction, view;
+    oxsGetRayDirection4(state4, direction);
+    oxsReflect4(view, direction, shdNormal);
+    for (int i = 0; i < getNumLights(); ++i) {
+        addLight4(state4, i, diffuse, shdNormal, view, origin, color);
+        state4.colors = color;
+    }
+}
+
+// Lanes that light number i reaches, all bits set. For the first four lights the shadow ray in slot i speaks for the
+// whole packet; later ones have no slot, and there each lane's own ray does.
+static sse_t unblocked4(OxState4& shadow, unsigned i) {
+    ISSEIntersection4& hit = *shadow.hit4;
+    std::fill_n(hit.dist, 4, RayInfinity);
+    std::fill_n(hit.tri, 4, static_cast<int>(TRI_NONE));
+    shadow.intersector->Occluded4(shadow);
+    const __m128i tri = i < 4 ? _mm_set1_epi32(hit.tri[i]) : _mm_loadu_si128(reinterpret_cast<const __m128i*>(hit.tri));
+    return _mm_castsi128_ps(_mm_cmpeq_epi32(tri, _mm_set1_epi32(TRI_NONE)));
+}
+
+void KelPhongShader::addLight4(OxState4& state4, int i, const ISSEVec4& diffuse, const ISSEVec4& shdNormal,
+                               const ISSEVec4& view, ISSEVec4& origin, ISSEVec4& color) {
+    OxLight* light = getLight(i);
+    ISSERay4 ray;
+    ISSEIntersection4 hit;
+    OxState4 shadow;
+    shadow.intersector = state4.intersector;
+    shadow.ray4 = &ray;
+    shadow.hit4 = &hit;
+    if (!oxsIlluminate4(light, shadow, origin, shadow, static_cast<KelShader*>(this))) return;
+    const ISSEVec4& L = ray.direction;
+    ray.origin = ray.origin + 0.001f * L;
+    sse_t lit = _mm_cmpgt_ps(ray.maxDist, _mm_setzero_ps());
+    if (_mm_movemask_ps(lit) == 0) return;
+    if (kelCastShadow(light) && receiveShadow()) lit = _mm_and_ps(lit, unblocked4(shadow, static_cast<unsigned>(i)));
+
+    const sse_t cosine = _mm_andnot_ps(_mm_set1_ps(-0.0f), Dot(shdNormal, L));
+    sse_t highlight = _mm_max_ps(Dot(view, L), _mm_setzero_ps());
+    for (unsigned k = 0; k < 4; ++k) highlight[k] = std::pow(highlight[k], shininess);
+    const ISSEVec4 added = cosine * diffuse + highlight * ISSEVec4(specularColor);
+    for (unsigned c = 0; c < 3; ++c) color.t[c] = _mm_add_ps(color.t[c], _mm_and_ps(lit, added.t[c]));
+}
 
 Oxvoid KelPhongShader::EvalBRDF(ProgBRDF& brdf, OxState&) { brdf.diffuse = diffuseColor; }
 

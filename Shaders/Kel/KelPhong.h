@@ -5,6 +5,7 @@
 #pragma once
 
 #include "KelShader.h"
+#include "Primitives/ISSEVec4.h"
 
 #include <vector>
 
@@ -29,6 +30,7 @@ public:
     void Register() override;
     void Init() override;
     Oxvoid Shade(OxState* state) override;
+    Oxvoid Shade4(OxState4& state4) override;
     Oxvoid EvalBRDF(ProgBRDF& brdf, OxState& state) override;
     bool LightTransparency(OxState* state) override;
 
@@ -42,6 +44,10 @@ public:
     // Shades with a given diffuse colour, which the texture changes in place. The ray's origin must be the hit
     // position already.
     Oxvoid Shade(OxState* state, R3& diffuse, R3& shdNormal, R3& origin);
+    // Four primary hits at once, for previews: ambient, emitted, diffuse and specular light with hard shadows. No
+    // texture, bump map, reflection, transparency or wireframe; lights shine as if their intensity were one, and the
+    // highlight differs from that of single rays. Without lights the packet's colours are left alone.
+    Oxvoid Shade4(OxState4& state4, ISSEVec4& diffuse, ISSEVec4& shdNormal, ISSEVec4& origin);
 
 private:
     // Applies the texture to the diffuse colour; answers the texture's transparency at the hit.
@@ -49,4 +55,7 @@ private:
     // Adds one light. In replace mode answers true when the loop over the lights is over.
     bool addLight(OxState* state, OxLight* light, const R3& diffuse, const R3& shdNormal, const R3& reflectedView,
                   bool replaceFragment, R3& shadeColor);
+    // Adds light number i to four colours.
+    void addLight4(OxState4& state4, int i, const ISSEVec4& diffuse, const ISSEVec4& shdNormal, const ISSEVec4& view,
+                   ISSEVec4& origin, ISSEVec4& color);
 };

@@ -18,3 +18,19 @@ struct ISSEVec4 {
     R3 lane(unsigned i) const { return {t[0][i], t[1][i], t[2][i]}; }
     void setLane(unsigned i, const R3& v) { t[0][i] = v.x, t[1][i] = v.y, t[2][i] = v.z; }
 };
+
+inline ISSEVec4 operator+(const ISSEVec4& a, const ISSEVec4& b) {
+    return {_mm_add_ps(a.t[0], b.t[0]), _mm_add_ps(a.t[1], b.t[1]), _mm_add_ps(a.t[2], b.t[2])};
+}
+inline ISSEVec4 operator-(const ISSEVec4& a, const ISSEVec4& b) {
+    return {_mm_sub_ps(a.t[0], b.t[0]), _mm_sub_ps(a.t[1], b.t[1]), _mm_sub_ps(a.t[2], b.t[2])};
+}
+// Each lane by its own factor.
+inline ISSEVec4 operator*(sse_t s, const ISSEVec4& a) {
+    return {_mm_mul_ps(s, a.t[0]), _mm_mul_ps(s, a.t[1]), _mm_mul_ps(s, a.t[2])};
+}
+inline ISSEVec4 operator*(float s, const ISSEVec4& a) { return _mm_set1_ps(s) * a; }
+
+inline sse_t Dot(const ISSEVec4& a, const ISSEVec4& b) {
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(a.t[0], b.t[0]), _mm_mul_ps(a.t[1], b.t[1])), _mm_mul_ps(a.t[2], b.t[2]));
+}

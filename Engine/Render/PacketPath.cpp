@@ -1,0 +1,126 @@
+#include "Engine/Render/PacketPath.h"
+
+#include "Engine/Packages/Overrides.h"
+#include "Oxbeam/FastOxS4.h"
+#include "Oxbeam/OxFunctions.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+
+namespace oxbeam {
+
+PacketPath::PacketPath(const World& world, const Session& session) : m_world(world), m_session(session) {
+    const OxContext& context = *OxContext::current;
+    const bool lit = std::all_of(context.lights.begin(), context.lights.end(),
+                                 [](const OxLight* light) { return overrides(*light, &OxLight::Illuminate4); });
+    for (const OxShader* shader : context.shaders) m_surfaces.push_back(lit && world.shadesPackets(shader));
+    m_environment = world.shadesPackets(context.environment);
+    if (!overrides(*context.camera, &OxCamera::InitPrimaryRays))
+        m_whyNot = "the camera makes single rays only";
+    else if (!m_environment && !lit)
+        m_whyNot = "a light of the scene answers single rays only";
+    else if (!m_environment && !std::count(m_surfaces.begin(), m_surfaces.end(), true))
+        m_whyNot = "no shader of the scene shades more than single rays";
+}
+
+// Four rays, what they hit, and the lanes that are yet to be shaded.
+struct PacketPath::Packet {
+    ISSERay4 ray;
+    ISSEIntersection4 hit;
+    OxState4 state;
+    unsigned hits = 0;  // lanes as bits
+    unsigned todo = 15;
+
+    Packet() {
+        state.ray4 = &ray;
+        state.hit4 = &hit;
+    }
+
+    // Calls a packet shader and takes over the colours of some lanes. A lane that it leaves unwritten, as shaders do
+    // that find nothing to be done, is left to be shaded by itself.
+    void shade(OxShader& shader, unsigned lanes, R3 colors[4]) {
+        state.colors = ISSEVec4(sse_t{} + NAN, sse_t{} + NAN, sse_t{} + NAN);
+        shader.Shade4(state);
+        for (unsigned i = 0; i < 4; ++i) {
+            const R3 color = state.colors.lane(i);
+            if (!(lanes >> i & 1u) || std::isnan(color.x)) continue;
+            colors[i] = color;
+            todo &= ~(1u << i);
+        }
+    }
+
+    // Gives the lanes without a hit one that another lane has: shaders look at all four.
+    void fillUp() {
+        const auto from = static_cast<unsigned>(std::countr_zero(hits));
+        for (unsigned i = 0; i < 4; ++i) {
+            if (hits >> i & 1u) continue;
+            ray.direction.setLane(i, ray.direction.lane(from));
+            hit.dist[i] = hit.dist[from], hit.tri[i] = hit.tri[from], hit.inst[i] = hit.inst[from];
+            hit.u[i] = hit.u[from], hit.v[i] = hit.v[from], hit.w[i] = hit.w[from];
+            hit.normal.setLane(i, hit.normal.lane(from));
+            state.object[i] = state.object[from];
+            state.instance[i] = state.instance[from];
+        }
+    }
+
+    // A lane's hit as that of a single ray.
+    void giveHit(unsigned i, OxState& single) const {
+        if (!(hits >> i & 1u)) return;
+        single.hit.tri = hit.tri[i];
+        single.hit.dist = hit.dist[i];
+        single.hit.u = hit.u[i], single.hit.v = hit.v[i], single.hit.w = hit.w[i];
+        single.hit.inst = hit.inst[i];
+        single.hit.normal = hit.normal.lane(i);
+        single.object = state.object[i];
+        single.instance = state.instance[i];
+    }
+};
+
+// The environment of the lanes without a hit, and the surface where the lanes with one share a shader, four at once.
+void PacketPath::shadeTogether(Packet& packet, R3 colors[4]) const {
+    const OxContext& context = *OxContext::current;
+    if (packet.hits != 15 && m_environment) packet.shade(*context.environment, ~packet.hits, colors);
+    if (packet.hits == 0) return;
+    const auto number = [&](unsigned i) {
+        return packet.state.object[i]->GetShaderId4(packet.hit, i) + packet.state.instance[i]->shaderBias;
+    };
+    const auto first = number(static_cast<unsigned>(std::countr_zero(packet.hits)));
+    if (!m_surfaces[first]) return;
+    for (unsigned i = 0; i < 4; ++i)
+        if (packet.hits >> i & 1u && number(i) != first) return;
+    packet.fillUp();
+    packet.shade(*context.shaders[first], packet.hits, colors);
+}
+
+void PacketPath::trace(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4]) const {
+    const float placeX[4] = {place.x, place.x, place.x, place.x}, placeY[4] = {place.y, place.y, place.y, place.y};
+    const float maxDist[4] = {RayInfinity, RayInfinity, RayInfinity, RayInfinity};
+    Packet packet;
+    packet.state.intersector = &m_world.geometry.intersector();
+    m_world.renderingObject->initRay4(packet.state, pass, thread);
+    oxs4Init(packet.state);
+    const bool traced = m_world.camera->InitPrimaryRays(static_cast<int>(x), static_cast<int>(y), 4, placeX, placeY,
+                                                        maxDist, &packet.ray);
+    if (traced) {
+        packet.state.intersector->Intersect4(packet.state);
+        oxs4LoadGeometry(packet.state);
+        for (unsigned i = 0; i < 4; ++i) packet.hits |= (packet.hit.tri[i] >= 0 ? 1u : 0u) << i;
+        shadeTogether(packet, colors);
+    }
+    for (unsigned i = 0; i < 4; ++i) {
+        if (!(packet.todo >> i & 1u)) continue;
+        OxState state = m_session.primaryState(thread, pass);
+        const float pattern[2] = {place.x, place.y};
+        if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x + i), static_cast<int>(y), pattern)) {
+            colors[i] = Black;
+        } else if (!traced) {
+            colors[i] = Session::trace(state);
+        } else {
+            packet.giveHit(i, state);
+            colors[i] = Session::shade(state);
+        }
+    }
+}
+
+}  // namespace oxbeam
