@@ -114,12 +114,13 @@ R3 TestWorld::fromOrigin(float degrees) {
     return trace(-2.0f * direction, direction);
 }
 
-RenderResult TestWorld::render(unsigned threads, unsigned samples, std::optional<Window> crop) {
+RenderResult TestWorld::render(unsigned threads, unsigned samples, std::optional<Window> crop, bool packets) {
     Workers workers(threads);
     workers.within([&] { geometry.build(); });
     RenderOptions options;
     options.samples = samples;
     options.crop = crop;
+    options.packets = packets;
     return oxbeam::render(*this, workers, options);
 }
 

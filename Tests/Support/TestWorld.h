@@ -70,7 +70,8 @@ public:
     // What the origin sends so many degrees off the y axis, towards negative x.
     R3 fromOrigin(float degrees = 0.0f);
     // The whole picture; needs that no session was asked for.
-    RenderResult render(unsigned threads = 1, unsigned samples = 1, std::optional<Window> crop = {});
+    RenderResult render(unsigned threads = 1, unsigned samples = 1, std::optional<Window> crop = {},
+                        bool packets = false);
 
 private:
     std::optional<Session> m_session;
