@@ -97,7 +97,7 @@ void PacketPath::trace(unsigned thread, unsigned x, unsigned y, unsigned pass, c
     const float placeX[4] = {place.x, place.x, place.x, place.x}, placeY[4] = {place.y, place.y, place.y, place.y};
     const float maxDist[4] = {RayInfinity, RayInfinity, RayInfinity, RayInfinity};
     Packet packet;
-    packet.state.intersector = &m_world.geometry.intersector();
+    packet.state.intersector = &m_session.intersector();
     m_world.renderingObject->initRay4(packet.state, pass, thread);
     oxs4Init(packet.state);
     const bool traced = m_world.camera->InitPrimaryRays(static_cast<int>(x), static_cast<int>(y), 4, placeX, placeY,

@@ -139,7 +139,7 @@ RenderResult render(World& world, Workers& workers, const RenderOptions& options
     if (workers.threads() > OxRenderingObject::MaxThreads)
         throw Error(ExitStatus::Usage, fmt::format("{} threads; packages keep records for at most {}",
                                                    workers.threads(), OxRenderingObject::MaxThreads));
-    const Session session(world);
+    const Session session(world, options.intersector);
     RenderResult result{Film(options.crop.value_or(Window{0, 0, world.image.width, world.image.height})), {}, true};
     Frame frame(world, session, result.film, options);
     result.complete = frame.render(workers);

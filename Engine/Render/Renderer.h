@@ -38,6 +38,7 @@ struct RenderOptions {
     unsigned samples = 1;                           // passes
     std::optional<Window> crop;                     // pixels outside are not kept; those inside are as without it
     bool packets = false;                           // primary rays four at a time where objects offer it
+    Intersector* intersector = nullptr;             // traces in the geometry's stead, to watch what is traced
     const std::atomic<bool>* stop = nullptr;        // set from outside to end early
     std::function<void(const Progress&)> progress;  // called now and then, by one thread at a time
 };

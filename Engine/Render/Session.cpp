@@ -9,7 +9,8 @@ namespace oxbeam {
 
 static std::mutex s_mutex;
 
-Session::Session(World& world) : m_world(world) {
+Session::Session(World& world, Intersector* standIn)
+    : m_world(world), m_intersector(standIn ? *standIn : world.geometry.intersector()) {
     s_mutex.lock();
     OxContext::current = &m_context;
     TextureList::current = &world.textures;
@@ -52,7 +53,7 @@ void Session::newFrame() {
 
 OxState Session::primaryState(unsigned thread, unsigned pass) const {
     OxState state;
-    state.intersector = &m_world.geometry.intersector();
+    state.intersector = &m_intersector;
     state.scene = &m_world.geometry.scene();
     state.m_ro = m_world.renderingObject;
     state.ray.visibilityMask = RAY_PRIMARY;

@@ -11,7 +11,8 @@ namespace oxbeam {
 // at a time in a process; a second one waits. It runs NewFrame on every object.
 class OXBEAM_API Session {
 public:
-    explicit Session(World& world);
+    // Rays are traced by the world's geometry, or by another intersector that stands in for it.
+    explicit Session(World& world, Intersector* standIn = nullptr);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -21,6 +22,7 @@ public:
     // A state for a primary ray of a rendering thread, with the package's record attached; the ray itself is not set.
     // The thread's record must have been seeded by the rendering object's initTile.
     OxState primaryState(unsigned thread = 0, unsigned pass = 0) const;
+    Intersector& intersector() const { return m_intersector; }
     // Shoots a state's ray and shades what it meets: the colour that comes back along it.
     static R3 trace(OxState& state);
     // The second half of it: shades the hit in the state, or the environment where there is none.
@@ -28,6 +30,7 @@ public:
 
 private:
     World& m_world;
+    Intersector& m_intersector;
     OxContext m_context;
 };
 

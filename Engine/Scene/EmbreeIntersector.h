@@ -31,6 +31,9 @@ public:
     bool Intersect4(OxState4& state4) override;
     void Occluded4(OxState4& state4) override;
 
+    // For measurements against the bare kernel.
+    RTCSceneTy* root() const { return m_root; }
+
 private:
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
     RTCSceneTy* objectScene(unsigned object);
