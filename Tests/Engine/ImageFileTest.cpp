@@ -1,18 +1,14 @@
 // Pictures as they come back from the files they were written to, and writing that fails.
 #include "Engine/Output/ImageFile.h"
 
-#include "Engine/Diagnostics/Error.h"
-#include "Tests/Support/TestWorld.h"
+#include "Tests/Support/SceneText.h"
 
 #include <OpenImageIO/imageio.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cmath>
 #include <csignal>
-#include <fstream>
 #include <iterator>
 
 using namespace oxbeam;
@@ -49,22 +45,6 @@ std::vector<float> readBack(const fs::path& file, OIIO::TypeDesc::BASETYPE store
 
 float toSRGB(float v) { return v <= 0.0031308f ? 12.92f * v : 1.055f * std::pow(v, 1 / 2.4f) - 0.055f; }
 
-std::string contentOf(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-template <class F>
-void expectFailure(F action, ExitStatus status, const std::string& message) {
-    try {
-        action();
-        ADD_FAILURE() << "no error: " << message;
-    } catch (const Error& e) {
-        EXPECT_EQ(e.status(), status);
-        EXPECT_THAT(e.what(), HasSubstr(message));
-    }
-}
-
 }  // namespace
 
 TEST(ImageFile, PicturesComeBackAsTheyWere) {
@@ -79,19 +59,15 @@ TEST(ImageFile, PicturesComeBackAsTheyWere) {
     for (const Case& c : {Case{"p8.png", 8, OIIO::TypeDesc::UINT8, true, 0.501f / 255},
                           Case{"p16.png", 16, OIIO::TypeDesc::UINT16, true, 0.52f / 65535},
                           Case{"p.jpg", 8, OIIO::TypeDesc::UINT8, true, 12.0f / 255},
-                          Case{"p.JPEG", 8, OIIO::TypeDesc::UINT8, true, 12.0f / 255},
                           Case{"p.exr", 8, OIIO::TypeDesc::FLOAT, false, 0.0f},
                           Case{"p.hdr", 8, OIIO::TypeDesc::FLOAT, false, 0.008f}}) {
         SCOPED_TRACE(c.name);
         const fs::path file = scratch() / c.name;
-        for (const char* round : {"new", "over the old one"}) {
-            SCOPED_TRACE(round);
-            writeImage(file, Width, Height, pixels, {c.bits});
-            const std::vector<float> values = readBack(file, c.stored);
-            for (std::size_t i = 0; i < values.size(); ++i) {
-                const float linear = pixels[i / 3][static_cast<unsigned>(i % 3)];
-                ASSERT_NEAR(values[i], c.sRGB ? toSRGB(linear) : linear, c.tolerance) << "value " << i;
-            }
+        writeImage(file, Width, Height, pixels, {c.bits});
+        const std::vector<float> values = readBack(file, c.stored);
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            const float linear = pixels[i / 3][static_cast<unsigned>(i % 3)];
+            ASSERT_NEAR(values[i], c.sRGB ? toSRGB(linear) : linear, c.tolerance) << "value " << i;
         }
         // A picture may be read by whom any new file may be read.
         struct stat status {};
@@ -111,32 +87,18 @@ TEST(ImageFile, ColoursBeyondTheDisplayAreCutAndKeptInFloats) {
     EXPECT_THAT(std::vector(values.begin(), values.begin() + 6), testing::ElementsAre(1, 0, 0, 1, 0, 1));
     writeImage(scratch() / "bright.exr", Width, Height, pixels);
     values = readBack(scratch() / "bright.exr", OIIO::TypeDesc::FLOAT);
-    EXPECT_EQ(values[0], 7.0f);
-    EXPECT_EQ(values[1], -1.0f);
-    EXPECT_TRUE(std::isnan(values[2]));
-    EXPECT_EQ(values[3], 1e30f);
+    EXPECT_TRUE(values[0] == 7.0f && values[1] == -1.0f && std::isnan(values[2]) && values[3] == 1e30f);
 }
 
 TEST(ImageFile, WhatCannotBeWrittenIsSaidBeforeRendering) {
     for (const auto& [name, bits, message] :
-         {std::tuple("p.gif", 8u,
-                     "cannot tell a picture format from 'p.gif'; expected a name that ends in .png, .jpg, "
-                     ".exr or .hdr"),
-          std::tuple("png", 8u, "cannot tell a picture format from 'png'"),
+         {std::tuple("png", 8u,
+                     "cannot tell a picture format from 'png'; expected a name that ends in .png, .jpg, .exr or .hdr"),
           std::tuple("p.png", 12u, "12 bits per channel; expected 8 or 16"),
           std::tuple("p.jpg", 16u, "'p.jpg' cannot have 16 bits per channel")})
-        expectFailure([&, n = name, b = bits] { checkImageFormat(n, {b}); }, ExitStatus::Usage, message);
+        EXPECT_THAT(failure(ExitStatus::Usage, [&, n = name, b = bits] { checkImageFormat(n, {b}); }),
+                    HasSubstr(message));
     EXPECT_NO_THROW(checkImageFormat("folder.gif/p.PNG", {16}));
-}
-
-TEST(ImageFile, PlacesThatTakeNoPictureAreErrors) {
-    fs::create_directory(scratch() / "taken.png");
-    for (const auto& [name, message] : {std::pair("taken.png", "it exists and is not a regular file"),
-                                        std::pair("nowhere/p.exr", "No such file or directory")}) {
-        const fs::path file = scratch() / name;
-        expectFailure([&] { writeImage(file, Width, Height, smoothPicture()); }, ExitStatus::InputOutput,
-                      "cannot write '" + file.string() + "': " + message);
-    }
 }
 
 // A limit on the size of this process' files stands in for the disk.
@@ -152,8 +114,8 @@ TEST(ImageFile, AFullDiskLeavesTheOldPictureAndNothingElse) {
         const std::string old = contentOf(file);
         const rlimit half{old.size() / 2, unlimited.rlim_max};
         setrlimit(RLIMIT_FSIZE, &half);
-        expectFailure([&] { writeImage(file, Width, Height, smoothPicture()); }, ExitStatus::InputOutput,
-                      "File too large");
+        EXPECT_THAT(failure(ExitStatus::InputOutput, [&] { writeImage(file, Width, Height, smoothPicture()); }),
+                    HasSubstr("File too large"));
         setrlimit(RLIMIT_FSIZE, &unlimited);
         EXPECT_TRUE(contentOf(file) == old);
         EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);

@@ -1,10 +1,6 @@
 // Loading packages, good ones and bad ones.
-#include "Engine/Diagnostics/Error.h"
 #include "Oxbeam/OxExport.h"
 #include "Tests/Support/SceneText.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <dlfcn.h>
 
@@ -18,19 +14,13 @@ static const fs::path folder = TEST_PACKAGES;
 
 // The message with which something fails for a bad package.
 template <class F>
-static std::string failure(F&& act) {
-    try {
-        act();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.status(), ExitStatus::BadPackage);
-        return withoutFolder(withoutFolder(e.what()), folder);
-    }
-    return "nothing failed";
+static std::string badPackage(F&& act) {
+    return withoutFolder(failure(ExitStatus::BadPackage, act), folder);
 }
 
 static std::string failureOf(const fs::path& package) {
     Registry registry;
-    std::string message = failure([&] { registry.loadPackage(package); });
+    std::string message = badPackage([&] { registry.loadPackage(package); });
     EXPECT_THAT(registry.packages(), IsEmpty());
     return message;
 }
@@ -47,16 +37,9 @@ TEST(Packages, BadOnesAreNamedWithTheirFault) {
         {"libNoFactory.so",
          "object 'Orphan' has no factory: Register_Orphan_LoadableObject is exported, "
          "NewOrphanLoadableObject is not"},
-        {"libThrowing.so", "the registration of 'Throwing' failed: no licence today"},
-        {"libNullFactory.so", "the factory of 'Nothing' makes no object"},
-        {"libNameTaken.so", "object 'OxPointLight' is already registered by Oxbeam"},
     };
     for (const auto& c : cases) EXPECT_EQ(failureOf(folder / c.package), std::string(c.package) + ": " + c.message);
 
-    // How large the object's memory really is depends on the allocator.
-    EXPECT_THAT(failureOf(folder / "libOutsideMember.so"),
-                HasSubstr("libOutsideMember.so: parameter 'stray' of 'OutsideMember' is declared outside its object: "
-                          "bytes 4096 to 4108 of "));
     EXPECT_EQ(failureOf(writeFile("libText.so", std::string(500, 'x'))),
               "libText.so: this package does not load: libText.so: invalid ELF header");
     EXPECT_THAT(failureOf(scratch()), HasSubstr(": this package does not load: "));  // a directory
@@ -81,15 +64,13 @@ TEST(Packages, ParametersMustLieInTheirObjectAndBeOfASizeThatValuesHave) {
         {-8, 4, "declared outside its object: bytes -8 to -4 of "},
         {16, 1 << 20, "declared outside its object: bytes 16 to 1048592 of "},
         {16, 0, "declared with 0 bytes; expected 1 or a multiple of 4"},
-        {16, 2, "declared with 2 bytes; expected 1 or a multiple of 4"},
         {16, 6, "declared with 6 bytes; expected 1 or a multiple of 4"},
-        {16, -4, "declared with -4 bytes; expected 1 or a multiple of 4"},
     };
     for (const auto& c : cases) {
         Declaring::offset = c.offset;
         Declaring::size = c.size;
         Registry registry;
-        const std::string message = failure([&] {
+        const std::string message = badPackage([&] {
             registry.registerObject("X", "P", [] { return oxRegisterObject<Declaring>(&oxNewObject<Declaring>); });
         });
         EXPECT_THAT(message, HasSubstr(c.message));
@@ -99,17 +80,30 @@ TEST(Packages, ParametersMustLieInTheirObjectAndBeOfASizeThatValuesHave) {
 
 TEST(Packages, FaultsOfOneRegistrationDoNotReachTheNext) {
     Registry registry;
-    failure([&] {
+    badPackage([&] {
         registry.registerObject("Half", "P", [] {
             oxsDeclareParameter("left over", 2, 16, 4);
             oxsDefine_NewLoadableObject_Fct(&oxNewObject<Declaring>);
             return 0;
         });
     });
-    EXPECT_EQ(failure([&] { registry.registerObject("X", "P", [] { return 1; }); }),
+    EXPECT_EQ(badPackage([&] { registry.registerObject("X", "P", [] { return 1; }); }),
               "P: the registration of 'X' failed");
-    EXPECT_EQ(failure([&] { registry.registerObject("X", "P", []() -> int { throw 5; }); }),
-              "P: the registration of 'X' failed");
+    const struct {
+        const char* name;
+        int (*registration)();
+        const char* message;
+    } cases[] = {
+        {"X", []() -> int { throw 5; }, "P: the registration of 'X' failed"},
+        {"X", []() -> int { throw std::runtime_error("no licence today"); },
+         "P: the registration of 'X' failed: no licence today"},
+        {"X", [] { return oxsDefine_NewLoadableObject_Fct([]() -> OxLoadableObject* { return nullptr; }); },
+         "P: the factory of 'X' makes no object"},
+        {"OxPointLight", [] { return oxsDefine_NewLoadableObject_Fct(&oxNewObject<OxShader>); },
+         "P: object 'OxPointLight' is already registered by Oxbeam"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(badPackage([&] { registry.registerObject(c.name, "P", c.registration); }), c.message);
     registry.registerObject("Bare", "P", [] { return oxsDefine_NewLoadableObject_Fct(&oxNewObject<OxShader>); });
     EXPECT_THAT(registry.find("Bare")->parameters, IsEmpty());
 }
@@ -128,18 +122,12 @@ TEST(Packages, RegisterOncePerLoadAndKeepTheirSymbolsToThemselves) {
 
     EXPECT_EQ(registry.find("StrangerPaint")->kind, ObjectKind::Surface);
     EXPECT_EQ(registry.find("StrangerBare")->kind, ObjectKind::Shader);
-    EXPECT_EQ(registry.find("StrangerBare")->document, "GetShaderInfo from class OxLoadableObject. No Info.");
     EXPECT_EQ(registry.find("Stranger"), nullptr);
-    const std::string path = (folder / "libStranger.so").string();
-    EXPECT_EQ(registry.find("StrangerBare")->package, path);
-    EXPECT_EQ(failure([&] { registry.loadPackage(folder / "libStranger.so"); }),
-              "libStranger.so: object 'StrangerBare' is already registered by libStranger.so");
 }
 
 // Distributions strip what they ship, and some tools take the section headers with it.
 TEST(Packages, LoadWithoutSymbolTableAndSectionHeaders) {
-    std::ifstream stream(folder / "libStranger.so", std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(stream)), {});
+    std::string bytes = contentOf(folder / "libStranger.so");
     // e_shoff, and e_shnum with e_shstrndx, in the header of a 64-bit ELF file.
     std::fill_n(bytes.begin() + 40, 8, '\0');
     std::fill_n(bytes.begin() + 60, 4, '\0');
@@ -158,7 +146,7 @@ TEST(Packages, OfFilesWithTheSameNameTheFirstFolderWins) {
     Registry registry;
     registry.loadPackages({scratch() / "missing", first, second, first});
     EXPECT_THAT(registry.packages(), testing::ElementsAre(first / "libStranger.so"));
-    EXPECT_THAT(failure([&] {
+    EXPECT_THAT(badPackage([&] {
                     Registry().loadPackages({second, first});
                 }),
                 HasSubstr("second/libStranger.so: this package does not load: "));

@@ -2,9 +2,6 @@
 #include "Engine/Packages/ParameterValue.h"
 #include "Tests/Support/SceneText.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstring>
 
 using namespace oxbeam;
@@ -53,37 +50,20 @@ TEST(Parameters, TakeTheTypeOfTheirDefaultOrTheirDocument) {
         const char* said;  // without the place
     } cases[] = {
         {"StrangerBare", "count = 7", 7, ""},
-        {"StrangerBare", "count = -70000", -70000, ""},
         {"StrangerBare", "gain = 2", 2.0f, ""},
-        {"StrangerBare", "gain = -0.25", -0.25f, ""},
-        {"StrangerBare", "gain = inf", RayInfinity, ""},
-        {"StrangerBare", "lit = false", false, ""},
         {"StrangerBare", "lit = 0", false, ""},
         {"StrangerBare", "tint = [0, 0.5, 2]", R3(0.0f, 0.5f, 2.0f), ""},
-        {"StrangerBare", "tone = [0, 0.5, 2]", R3(0.0f, 0.5f, 2.0f), ""},
         {"StrangerBare", "picture = 'wood'", 1, ""},
-        {"StrangerBare", "picture = -1", -1, ""},
         {"StrangerBare", "blank = 3", 3,
          "note: parameter 'blank' of shader 's' (StrangerBare) does not say whether it is an integer or a real "
          "number; taken as an integer, as it is written"},
-        {"StrangerBare", "blank = 3.0", 3.0f,
-         "note: parameter 'blank' of shader 's' (StrangerBare) does not say whether it is an integer or a real "
-         "number; taken as a real number, as it is written"},
         {"StrangerBare", "blank = true", 1, ""},
-        {"StrangerBare", "blank = 'wood'", 1, ""},
-        {"StrangerPaint", "layers = 8", 8, ""},
         {"StrangerPaint", "layers = 9", 9,
          "warning: parameter 'layers' of shader 's' (StrangerPaint) is 9, outside its bounds 0 to 8"},
-        {"StrangerPaint", "coat = 1", 1, ""},
         {"StrangerPaint", "coat = 'glossy'", 1, ""},
-        {"StrangerPaint", "finish = 'glossy'", 1, ""},
         {"StrangerPaint", "age = 2", 2.0f, ""},
-        {"StrangerPaint", "wear = 2", 2.0f, ""},
         {"StrangerPaint", "cells = [4, -5]", std::array{4, -5}, ""},
         {"StrangerPaint", "decal = 'wood'", 1, ""},
-        {"StrangerPaint", "decal = -1", -1, ""},
-        {"StrangerPaint", "lacquer = true", 1, ""},
-        {"StrangerPaint", "lacquer = 1", 1, ""},
         {"StrangerPaint", "shade = [0.5, 1, 1.5]", R3(0.5f, 1.0f, 1.5f),
          "warning: parameter 'shade' of shader 's' (StrangerPaint) is 1.5, outside its bounds 0 to 1"},
     };
@@ -104,11 +84,7 @@ TEST(Parameters, RefuseValuesOfAnotherKindAndKeepTheirDefaults) {
         const char *object, *line, *said;
     } cases[] = {
         {"StrangerBare", "count = 1.5", "is the number 1.5; expected an integer"},
-        {"StrangerBare", "count = true", "is true; expected an integer"},
         {"StrangerBare", "count = 3000000000", "is 3000000000; expected a number within 2.14748e+09"},
-        {"StrangerBare", "count = [3]", "is a list of 1 numbers; expected an integer"},
-        {"StrangerBare", "gain = nan", "is nan; expected a number within 3.40282e+38"},
-        {"StrangerBare", "gain = 1e39", "is 1e+39; expected a number within 3.40282e+38"},
         {"StrangerBare", "gain = 1979-05-27",
          "is a date or time; expected true or false, a number, a text or a list of numbers"},
         {"StrangerBare", "lit = 2", "is the integer 2; expected true or false"},
@@ -117,11 +93,8 @@ TEST(Parameters, RefuseValuesOfAnotherKindAndKeepTheirDefaults) {
         {"StrangerBare", "tint = [1, '1', 1]",
          "is a list of 3; expected true or false, a number, a text or a list of numbers"},
         {"StrangerBare", "picture = 'woood'", "names texture 'woood', which is not defined; did you mean 'wood'?"},
-        {"StrangerPaint", "layers = 0.5", "is the number 0.5; expected an integer"},
         {"StrangerPaint", "coat = 'shiny'", "is the text 'shiny'; expected 0 or 'matte', 1 or 'glossy'"},
-        {"StrangerPaint", "cells = [4, 5.5]", "is a list of 2 numbers; expected a list of 2 integers"},
         {"StrangerPaint", "decal = 0", "is the integer 0; expected the name of a texture"},
-        {"StrangerPaint", "lacquer = 'yes'", "is the text 'yes'; expected true or false"},
     };
     const LoadedScene untouched[] = {set("StrangerBare", ""), set("StrangerPaint", "")};
     for (const auto& c : cases) {
@@ -139,30 +112,7 @@ TEST(Parameters, RefuseValuesOfAnotherKindAndKeepTheirDefaults) {
     }
 }
 
-TEST(Parameters, OfUnknownNameAreErrorsAtTheName) {
-    EXPECT_THAT(set("KelPhong", "  shinyness = 5").said,
-                ElementsAre("scene.toml:3:3: error: shader 's' (KelPhong) has no parameter 'shinyness'; did you mean "
-                            "'shininess'?"));
-    // Known to the document alone.
+TEST(Parameters, KnownToTheDocumentAloneAreErrors) {
     EXPECT_THAT(set("StrangerPaint", "nowhere = 1").said,
                 ElementsAre("scene.toml:3:1: error: shader 's' (StrangerPaint) has no parameter 'nowhere'"));
-}
-
-TEST(Parameters, DescribeThemselvesForPeople) {
-    const struct {
-        const char *object, *parameter, *type, *value;
-    } cases[] = {
-        {"StrangerBare", "count", "int", "3"},          {"StrangerBare", "gain", "float", "0.5"},
-        {"StrangerBare", "lit", "bool", "true"},        {"StrangerBare", "tint", "3 floats", "1 0.5 0.25"},
-        {"StrangerBare", "blank", "int or float", "0"}, {"StrangerPaint", "coat", "int: 0 matte, 1 glossy", "0"},
-        {"StrangerPaint", "cells", "2 ints", "1 1"},    {"StrangerPaint", "decal", "texture", "none"},
-        {"StrangerPaint", "lacquer", "bool", "false"},  {"StrangerPaint", "shade", "3 floats (color)", "0 0 0"},
-        {"StrangerPaint", "wear", "float", "0"},
-    };
-    for (const auto& c : cases) {
-        const ParameterDeclaration& p = *strangers().find(c.object)->find(c.parameter);
-        EXPECT_EQ(describeType(p), c.type) << c.parameter;
-        EXPECT_EQ(describeValue(p, p.defaultBytes.data()), c.value) << c.parameter;
-    }
-    EXPECT_EQ(strangers().find("StrangerPaint")->find("age")->info->group, "Wear");
 }

@@ -4,9 +4,6 @@
 #include "Oxbeam/ABSP.h"
 #include "Tests/Support/SceneText.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 #include <random>
@@ -36,54 +33,25 @@ static std::string repeated(const std::string& text, unsigned times) {
 // ---- Errors
 
 TEST(SceneFile, AllErrorsOfAFileAreReportedInOneGo) {
-    const LoadedScene scene = loadText(R"([image]
-width = 0
-heigth = 720
-
-[camera]
-position = [0, 1, 5]
-
-[texture.wood]
-file = "nowhere.png"
-
-[shader.body]
-object = "KelPhong"
-texture = "wod"
-shinyness = 5
-  diffuse = [1, 0]
-
-[[light]]
-object = "KelPointLigth"
-
-[[mesh]]
-shape = "box"
-shader = "bodi"
-[[mesh]]
-file = "nowhere.obj"
-shader = "body"
-scale = "big"
-
-[enviroment]
-)");
+    const LoadedScene scene = loadText(
+        "[image]\nwidth = 0\n[camera]\nposition = [0, 1, 5]\n[texture.wood]\nfile = 'nowhere.png'\n"
+        "[shader.body]\nobject = 'KelPhong'\ntexture = 'wod'\n  diffuse = [1, 0]\n"
+        "[[light]]\nobject = 'KelPointLigth'\n[[mesh]]\nfile = 'nowhere.obj'\nshader = 'bodi'\n[enviroment]\n");
     EXPECT_THAT(
         scene.said,
         ElementsAre("scene.toml:2:9: error: image: 'width' is the integer 0; expected an integer from 1 to 65536",
-                    "scene.toml:3:1: error: image has no key 'heigth'; did you mean 'height'?",
-                    "scene.toml:6:12: error: camera: has only one of 'position' and 'lookAt'; expected both, or none "
+                    "scene.toml:4:12: error: camera: has only one of 'position' and 'lookAt'; expected both, or none "
                     "to frame the whole scene",
-                    "scene.toml:9:8: error: texture 'nowhere.png' does not exist",
-                    "scene.toml:13:11: error: parameter 'texture' of shader 'body' (KelPhong) names texture 'wod', "
+                    "scene.toml:6:8: error: texture 'nowhere.png' does not exist",
+                    "scene.toml:9:11: error: parameter 'texture' of shader 'body' (KelPhong) names texture 'wod', "
                     "which is not defined; did you mean 'wood'?",
-                    "scene.toml:14:1: error: shader 'body' (KelPhong) has no parameter 'shinyness'; did you mean "
-                    "'shininess'?",
-                    "scene.toml:15:13: error: parameter 'diffuseColor' of shader 'body' (KelPhong) is a list of 2 "
+                    "scene.toml:10:13: error: parameter 'diffuseColor' of shader 'body' (KelPhong) is a list of 2 "
                     "numbers; expected a list of 3 numbers",
-                    "scene.toml:18:10: error: light 0: no package offers an object 'KelPointLigth'; did you mean "
+                    "scene.toml:12:10: error: light 0: no package offers an object 'KelPointLigth'; did you mean "
                     "'KelPointLight'?",
-                    "scene.toml:22:10: error: mesh 0: no shader 'bodi' is defined; did you mean 'body'?",
-                    "scene.toml:24:8: error: model 'nowhere.obj' does not exist",
-                    "scene.toml:26:9: error: mesh 1: 'scale' is the text 'big'; expected a number",
-                    "scene.toml:28:2: error: a scene has no 'enviroment'; did you mean 'environment'?"));
+                    "scene.toml:14:8: error: model 'nowhere.obj' does not exist",
+                    "scene.toml:15:10: error: mesh 0: no shader 'bodi' is defined; did you mean 'body'?",
+                    "scene.toml:16:2: error: a scene has no 'enviroment'; did you mean 'environment'?"));
 }
 
 TEST(SceneFile, ErrorsNameThePlaceTheFindingAndTheExpectation) {
@@ -95,43 +63,28 @@ TEST(SceneFile, ErrorsNameThePlaceTheFindingAndTheExpectation) {
         {"[shader.hull]\nobject = 'KelPointLight'",
          "8:10: error: shader 'hull': 'KelPointLight' is a light; expected "
          "a surface"},
-        {"[environment]\nobject = 'KelPhong'",
-         "8:10: error: environment: 'KelPhong' is a surface; expected an "
-         "environment"},
-        {"[[light]]\nposition = [0, 0, 0]", "7:1: error: light 0: has no 'object'; expected the name of a light"},
         {"[light]\nobject = 'KelPointLight'", "7:1: error: 'light' must be a list of tables: [[light]]"},
-        {"[texture.oak]\nwrap = 'repeat'", "7:1: error: texture 'oak': has no 'file'"},
         {"[texture.oak]\nfile = 'wood.png'\nwrap = 'clap'",
          "9:8: error: texture 'oak': 'wrap' is the text 'clap'; expected one of repeat, clamp, mirror; did you mean "
          "'clamp'?"},
-        {"[texture.oak]\nfile = 'scene.toml'", "8:8: error: texture 'scene.toml' is no picture that can be read: "},
         {"[[mesh]]\nshader = 'body'", "7:1: error: mesh 0: needs either a 'file' or a 'shape'"},
         {"[[mesh]]\nshader = 'body'\nfile = 'wood.png'", "9:8: error: model 'wood.png' cannot be read: "},
         {box + "segments = 8", "10:12: error: mesh 0: 'segments' is for spheres"},
         {box + "visibleTo = ['shdow']",
          "10:13: error: mesh 0: 'visibleTo' names 'shdow'; expected some of primary, shadow, transparency, refraction, "
          "reflection; did you mean 'shadow'?"},
-        {box + "translate = [1, 2, inf]",
-         "10:13: error: mesh 0: 'translate' is a list of 3; expected a list of 3 "
-         "numbers"},
         {box + "matrix = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 1, 0]",
          "10:10: error: mesh 0: the last four numbers of 'matrix', its last row, must be 0, 0, 0, 1"},
-        {box + "matrix = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1]\nscale = 2",
-         "10:10: error: mesh 0: 'matrix' cannot stand beside 'translate', 'rotate' or 'scale'"},
         {camera + "position = [1, 2, 3]",
          "8:10: error: camera: 'lookAt' is where the camera is; it must lie away from 'position'"},
         {camera + "position = [1, 9, 3]",  // straight down, with y up
          "7:1: error: camera: 'lookUp' must not point along the way the camera looks"},
-        {camera + "position = [0, 1, 2]\nlookUp = [-1, -1, -1]",
-         "10:10: error: camera: 'lookUp' must not point along the way the camera looks"},
         {"[camera]\nfov = 180", "8:7: error: camera: 'fov' must lie between 0 and 180 degrees"},
         {"[render]\nrecursionLimit = -1",
          "8:18: error: render: 'recursionLimit' must be from 0 to 1024; deeper rays "
          "would run out of stack"},
-        {"[render]\nrayEpsilon = 0", "8:14: error: render: 'rayEpsilon' must be positive"},
         // What the parser says is its own.
         {"[shader.body]", "7:1: error: Error while parsing table header: "},
-        {"[shader.x]\n  y = 1.2.3", "8:10: error: Error while parsing floating-point: "},
         {"# \xff", "7:2: error: Encountered invalid utf-8 sequence"},
     };
     for (const auto& c : cases) {
@@ -146,39 +99,25 @@ TEST(SceneFile, ErrorsNameThePlaceTheFindingAndTheExpectation) {
     }
 }
 
-TEST(SceneFile, WithoutThePackageOfItsRenderingObjectIsAnErrorAboutTheFile) {
-    EXPECT_THAT(loadText("", {}, Registry()).said,
-                ElementsAre("scene.toml: error: render: no package offers an object 'Kel'"));
-}
-
 TEST(SceneFile, BadFilesAreOneClearError) {
     const fs::path pipe = scratch() / "pipe.toml", huge = writeFile("huge.toml", "");
     mkfifo(pipe.c_str(), 0600);
     fs::resize_file(huge, (64u << 20) + 1);
-    fs::create_directories(scratch() / "folder");
     EXPECT_THAT(loadFile(scratch() / "missing.toml").said, ElementsAre("missing.toml: error: no such scene file"));
-    EXPECT_THAT(loadFile(scratch() / "folder").said, ElementsAre("folder: error: is not a regular file"));
     EXPECT_THAT(loadFile(pipe).said, ElementsAre("pipe.toml: error: is not a regular file"));
     EXPECT_THAT(loadFile(huge).said, ElementsAre("huge.toml: error: is larger than 64 MiB"));
 
-    std::mt19937 random(1);
-    std::string garbage(10'000, ' ');
-    for (char& c : garbage) c = static_cast<char>(random());
     const std::string key = repeated("a.", 31) + "a";
     const struct {
         const char* what;
         std::string toml, said;
     } cases[] = {
         {"dotted key", repeated("a.", 200'000) + "a = 1", "1:1: error: a key with more than 32 parts"},
-        {"table name", "\n[" + repeated("a.", 200'000) + "a]", "2:1: error: a key with more than 32 parts"},
-        {"quoted separators", repeated("'='.", 200'000) + "a = 1", "1:1: error: a key with more than 32 parts"},
         {"behind a long text", "a = {b = \"\"\"\\\"\"\"\"\", " + repeated("\"=\".", 200'000) + "c = 1}",
          "1:1: error: a key with more than 32 parts"},
         {"lists", "a = " + repeated("[", 200'000), "1:"},
-        {"tables", "a = " + repeated("{b = ", 200'000), "1:"},
         {"deep keys in deep tables", "a = " + repeated("{" + key + " = ", 250) + "1" + repeated("}", 250),
          "1:1: error: a scene has no 'a'"},
-        {"garbage", garbage, "1:"},
         {"dots that are no keys", "# " + repeated(".", 5000) + "\na = '" + repeated(".", 5000) + "'\n",
          "2:1: error: a scene has no 'a'"},
     };
@@ -218,57 +157,41 @@ static const std::string lit =
     "position = [1, 2, 3]\n";
 
 TEST(SceneFile, SettingsLieOverTheFile) {
-    const LoadedScene scene = loadAfterPreamble(
-        lit, {"shader.body.shininess=64", "shader.body.diffuse=[0, 0.5, 1]", "shader.body.texture=wood",
-              "shader.lid={object='KelPhong', shininess=7}", "light.1.intensity = [2, 3, 4]", "camera.fov=20",
-              "image.width=7", "shader.body.shininess=32", "texture.wood.wrap=clamp"});
+    const LoadedScene scene =
+        loadAfterPreamble(lit, {"shader.body.shininess=64", "shader.body.diffuse=[0, 0.5, 1]",
+                                "shader.body.texture=wood", "light.1.intensity = [2, 3, 4]", "camera.fov=20",
+                                "image.width=7", "shader.body.shininess=32", "texture.wood.wrap=clamp"});
     EXPECT_THAT(scene.said, IsEmpty());
     EXPECT_EQ(body(scene).shininess, 32.0f);  // the last one counts
     EXPECT_EQ(body(scene).diffuseColor, R3(0.0f, 0.5f, 1.0f));
     EXPECT_EQ(body(scene).texture, 0);
-    EXPECT_EQ(static_cast<KelPhongShader&>(*scene.world->shaders.at(1)).shininess, 7.0f);
     const auto& second = static_cast<KelPointLight&>(*scene.world->lights.at(1));
     EXPECT_EQ(second.position, R3(1, 2, 3));
     EXPECT_EQ(second.intensity, R3(2, 3, 4));
     EXPECT_EQ(scene.world->fov, 20.0f);
     EXPECT_EQ(scene.world->image.width, 7u);
     EXPECT_EQ(scene.world->textures.ByID(0)->m_wrapS, static_cast<Oxint>(OX_GL_CLAMP_TO_EDGE));
-}
-
-TEST(SceneFile, SettingsWinWhicheverNameOfTheParameterTheFileUses) {
-    for (const char* name : {"diffuseColor", "diffuse", "rd"}) {
-        const LoadedScene scene = loadText("[shader.body]\nobject = 'KelPhong'\n" + std::string(name) + " = [1, 0, 0]",
-                                           {"shader.body.diffuse=[0, 1, 0]"});
-        EXPECT_EQ(body(scene).diffuseColor, R3(0, 1, 0)) << name;
-    }
+    // Whichever name of the parameter the file uses.
+    EXPECT_EQ(body(loadText("[shader.body]\nobject = 'KelPhong'\nrd = [1, 0, 0]", {"shader.body.diffuse=[0, 1, 0]"}))
+                  .diffuseColor,
+              Green);
 }
 
 TEST(SceneFile, BadSettingsAreErrorsThatQuoteThem) {
     const struct {
         const char *setting, *said;
     } cases[] = {
-        {"shader.body.shinines=5",
-         ":1:13: error: shader 'body' (KelPhong) has no parameter 'shinines'; did you mean "
-         "'shininess'?"},
         {"shader.body.shininess=big",
          ":1:23: error: parameter 'shininess' of shader 'body' (KelPhong) is the text "
          "'big'; expected a number"},
         {"shader.body.shininess=",
          ":1:23: error: parameter 'shininess' of shader 'body' (KelPhong) is the text ''; "
          "expected a number"},
-        {"shader.body.shininess=600",
-         ":1:23: warning: parameter 'shininess' of shader 'body' (KelPhong) is 600, "
-         "outside its bounds 1 to 512"},
-        {"shader.body.texture=woood",
-         ":1:21: error: parameter 'texture' of shader 'body' (KelPhong) names texture "
-         "'woood', which is not defined; did you mean 'wood'?"},
         {"shader.bdoy.shininess=5", ":1:8: error: the scene has no shader.bdoy; did you mean 'body'?"},
         {"light.2.intensity=[1, 1, 1]", ":1:7: error: there is no light.2; the scene has 2 of them, numbered from 0"},
-        {"light.x.intensity=[1, 1, 1]", ":1:7: error: there is no light.x; the scene has 2 of them, numbered from 0"},
         {"rendr.rayEpsilon=1", ":1:1: error: a scene has no 'rendr'; did you mean 'render'?"},
         {"image=5", ":1:7: error: 'image' must be a table: [image]"},
         {"shader.body", ": error: expected PLACE.PARAM=VALUE, for example shader.table.shininess=64"},
-        {"shader..shininess=5", ":1:8: error: "},
     };
     for (const auto& c : cases) {
         const std::string expected = std::string("--set ") + c.setting + c.said;
@@ -283,31 +206,16 @@ TEST(SceneFile, NothingInItIsAnEmptySceneWithDefaults) {
         const LoadedScene scene = loadText(toml);
         EXPECT_THAT(scene.said, IsEmpty()) << toml;
         EXPECT_THAT(scene.world->renderingObject->GetShaderInfo(), testing::HasSubstr("<id>Kel</id>"));
-        EXPECT_TRUE(scene.world->camera);
-        EXPECT_TRUE(scene.world->environment);
-        EXPECT_FALSE(scene.world->view || scene.world->rayEpsilon);
-        EXPECT_EQ(scene.world->geometry.instanceCount(), 0u);
+        EXPECT_TRUE(scene.world->camera && scene.world->environment);
     }
 }
 
 TEST(SceneFile, SectionsReachTheirObjects) {
-    const LoadedScene scene = loadText(R"([render]
-recursionLimit = 3
-rayEpsilon = 0.5
-samplesPerPixel = 2
-softShadows = true
-[image]
-width = 320
-height = 200
-samples = 5
-[camera]
-position = [1, 2, 3]
-lookAt = [4, 5, 6]
-lookUp = [0, 0, 1]
-fov = 50
-[environment]
-color = [0.25, 0.5, 1]
-)");
+    const LoadedScene scene = loadText(
+        "[render]\nrecursionLimit = 3\nrayEpsilon = 0.5\nsamplesPerPixel = 2\nsoftShadows = true\n"
+        "[image]\nwidth = 320\nheight = 200\nsamples = 5\n"
+        "[camera]\nposition = [1, 2, 3]\nlookAt = [4, 5, 6]\nlookUp = [0, 0, 1]\nfov = 50\n"
+        "[environment]\ncolor = [0.25, 0.5, 1]\n");
     EXPECT_THAT(scene.said, IsEmpty());
     const World& world = *scene.world;
     const auto& ro = static_cast<KelRenderingObject&>(*world.renderingObject);
@@ -315,7 +223,6 @@ color = [0.25, 0.5, 1]
     EXPECT_EQ(ro.m_samplesPerPixel, 5);  // the image's own number counts
     EXPECT_TRUE(ro.softShadows());
     EXPECT_EQ(world.rayEpsilon, 0.5f);
-    EXPECT_EQ(world.image.width, 320u);
     EXPECT_EQ(world.image.height, 200u);
     ASSERT_TRUE(world.view);
     EXPECT_EQ(world.view->position, R3(1, 2, 3));
@@ -358,8 +265,6 @@ TEST(SceneFile, MeshesAreScaledThenRotatedThenMoved) {
         {"", {1, 2, 3}, {1, 2, 3}},
         {"scale = 2", {1, 2, 3}, {2, 4, 6}},
         {"translate = [10, 0, 0]\nscale = [2, 1, 1]\nrotate = [0, 0, 90]", {1, 0, 0}, {10, 2, 0}},
-        {"rotate = [90, 0, 0]", {0, 1, 0}, {0, 0, 1}},
-        {"rotate = [0, 90, 0]", {0, 0, 1}, {1, 0, 0}},
         {"rotate = [90, 0, 90]", {0, 1, 0}, {0, 0, 1}},  // about x before z
         {"rotate = [0, 90, 90]", {0, 0, 1}, {0, 1, 0}},  // about y before z
         {"rotate = [90, 90, 0]", {0, 1, 0}, {1, 0, 0}},  // about x before y
@@ -376,32 +281,19 @@ TEST(SceneFile, MeshesAreScaledThenRotatedThenMoved) {
 }
 
 TEST(SceneFile, KeysOfATextureTakeEffect) {
-    // An sRGB file whose bytes are 128, 128, 255 all over: a map of straight normals.
+    // An sRGB file whose bytes are 128, 128, 255 all over: a map of straight normals, unless told otherwise.
     const float half = std::pow((128.0f / 255.0f + 0.055f) / 1.055f, 2.4f);
     writeImage(scratch() / "normals.png", 8, 8, std::vector<R3>(64, R3(half, half, 1.0f)));
-    const auto load = [](const std::string& keys) {
-        LoadedScene scene = loadText("[texture.t]\nfile = 'normals.png'\n" + keys);
-        EXPECT_THAT(scene.said, IsEmpty()) << keys;
-        return std::move(scene.world);
-    };
-    const auto plain = load(""), other = load(
-                                     "wrap = 'mirror'\nfilter = 'nearest'\nmodel = 'decal'\n"
-                                     "colorSpace = 'linear'\nbump = 'height'\nbumpScale = 2.5\n");
-    const auto& a = dynamic_cast<Texture&>(*plain->textures.ByID(0));
-    const auto& b = dynamic_cast<Texture&>(*other->textures.ByID(0));
-    EXPECT_EQ(static_cast<Oxuint>(a.m_wrapS), OX_GL_REPEAT);
-    EXPECT_EQ(static_cast<Oxuint>(b.m_wrapS), OX_GL_MIRRORED_REPEAT);
-    EXPECT_EQ(static_cast<Oxuint>(b.m_wrapT), OX_GL_MIRRORED_REPEAT);
-    EXPECT_EQ(static_cast<Oxuint>(a.filterMode), OX_GL_LINEAR);
-    EXPECT_EQ(static_cast<Oxuint>(b.filterMode), OX_GL_NEAREST);
-    EXPECT_EQ(a.bumpKind, BumpKind::Normal);
-    EXPECT_EQ(b.bumpKind, BumpKind::Height);
-    EXPECT_EQ(b.bumpScale, 2.5f);
-    EXPECT_NEAR(a.lookUp(0.5f, 0.5f).r, half, 1e-4f);
-    EXPECT_NEAR(b.lookUp(0.5f, 0.5f).r, 128.0f / 255.0f, 1e-4f);
-
-    for (const auto& [word, model] : {std::pair("modulate", OX_GL_MODULATE), std::pair("replace", OX_GL_REPLACE),
-                                      std::pair("add", OX_GL_ADD), std::pair("decal", OX_GL_DECAL)})
-        EXPECT_EQ(load("model = '" + std::string(word) + "'")->textures.ByID(0)->textureModel, model);
-    EXPECT_EQ(dynamic_cast<Texture&>(*load("bump = 'normal'")->textures.ByID(0)).bumpKind, BumpKind::Normal);
+    const LoadedScene scene = loadText(
+        "[texture.t]\nfile = 'normals.png'\nwrap = 'mirror'\nfilter = 'nearest'\nmodel = 'decal'\n"
+        "colorSpace = 'linear'\nbump = 'height'\nbumpScale = 2.5\n");
+    EXPECT_THAT(scene.said, IsEmpty());
+    const auto& texture = dynamic_cast<Texture&>(*scene.world->textures.ByID(0));
+    EXPECT_EQ(static_cast<Oxuint>(texture.m_wrapS), OX_GL_MIRRORED_REPEAT);
+    EXPECT_EQ(static_cast<Oxuint>(texture.m_wrapT), OX_GL_MIRRORED_REPEAT);
+    EXPECT_EQ(static_cast<Oxuint>(texture.filterMode), OX_GL_NEAREST);
+    EXPECT_EQ(texture.textureModel, OX_GL_DECAL);
+    EXPECT_EQ(texture.bumpKind, BumpKind::Height);
+    EXPECT_EQ(texture.bumpScale, 2.5f);
+    EXPECT_NEAR(texture.lookUp(0.5f, 0.5f).r, 128.0f / 255.0f, 1e-4f);
 }

@@ -6,7 +6,6 @@
 #include "Tests/Support/SceneText.h"
 
 #include <OpenImageIO/imageio.h>
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -49,12 +48,8 @@ fs::path picture(const std::string& name, OIIO::TypeDesc type, int channels, con
 
 TEST(Texture, NeighboursAreBlendedByTheirDistance) {
     const Texture texture = greyTexture(2, 2, {0, 1, 2, 4});  // the lower row first; centres at 1/4 and 3/4
-    for (const auto& [s, t, expected] :
-         {std::tuple(0.25f, 0.25f, 0.0f), std::tuple(0.75f, 0.25f, 1.0f), std::tuple(0.25f, 0.75f, 2.0f),
-          std::tuple(0.75f, 0.75f, 4.0f), std::tuple(0.5f, 0.25f, 0.5f), std::tuple(0.25f, 0.375f, 0.5f),
-          std::tuple(0.5f, 0.5f, 1.75f),
-          // weights 9/16, 3/16, 3/16, 1/16
-          std::tuple(0.375f, 0.375f, 13.0f / 16.0f)})
+    for (const auto& [s, t, expected] : {std::tuple(0.75f, 0.25f, 1.0f), std::tuple(0.25f, 0.75f, 2.0f),
+                                         std::tuple(0.375f, 0.375f, 13.0f / 16.0f)})  // weights 9/16, 3/16, 3/16, 1/16
         expectTexel(texture.lookUp(s, t), RGBAFloat(expected, expected, expected, 1));
 }
 
@@ -64,9 +59,8 @@ TEST(Texture, WrapModesChooseTheTexelsBeyondTheEdges) {
         float s;
         float repeat, clamp, mirror;  // to the nearest texel
     };
-    const Case cases[] = {{0.1f, 1, 1, 1},        {0.9f, 4, 4, 4},         {1.1f, 1, 4, 4},  {1.3f, 2, 4, 3},
-                          {2.3f, 2, 4, 2},        {-0.1f, 4, 1, 1},        {-0.3f, 3, 1, 2}, {-1.1f, 4, 1, 4},
-                          {200001.375f, 2, 4, 3}, {-200001.375f, 3, 1, 3}, {1e30f, 1, 4, 1}, {-1e30f, 1, 1, 1}};
+    const Case cases[] = {{0.1f, 1, 1, 1},  {1.1f, 1, 4, 4},        {1.3f, 2, 4, 3},         {2.3f, 2, 4, 2},
+                          {-0.3f, 3, 1, 2}, {200001.375f, 2, 4, 3}, {-200001.375f, 3, 1, 3}, {1e30f, 1, 4, 1}};
     const Texture column = greyTexture(1, 4, {1, 2, 3, 4});
     for (const Case& c : cases)
         for (const auto& [wrap, expected] : {std::pair(OX_GL_REPEAT, c.repeat), std::pair(OX_GL_CLAMP_TO_EDGE, c.clamp),
@@ -77,7 +71,6 @@ TEST(Texture, WrapModesChooseTheTexelsBeyondTheEdges) {
     // At the seam itself.
     EXPECT_FLOAT_EQ(texture.lookUp(0, 0, OX_GL_REPEAT, OX_GL_REPEAT, OX_GL_LINEAR).r, 2.5f);
     EXPECT_FLOAT_EQ(texture.lookUp(0, 0, OX_GL_CLAMP_TO_EDGE, OX_GL_REPEAT, OX_GL_LINEAR).r, 1.0f);
-    EXPECT_FLOAT_EQ(texture.lookUp(1, 0, OX_GL_MIRRORED_REPEAT, OX_GL_REPEAT, OX_GL_LINEAR).r, 4.0f);
 }
 
 TEST(Texture, AnyCoordinateFindsSomeTexel) {
@@ -87,15 +80,6 @@ TEST(Texture, AnyCoordinateFindsSomeTexel) {
         for (const Oxuint wrap : {OX_GL_REPEAT, OX_GL_CLAMP_TO_EDGE, OX_GL_MIRRORED_REPEAT, OxTextureEnum(0)})
             for (const Oxuint filter : {OX_GL_NEAREST, OX_GL_LINEAR})
                 expectTexel(texture.lookUp(s, s, wrap, wrap, filter), RGBAFloat(0.2f, 0.2f, 0.2f, 1));
-}
-
-TEST(Texture, TransparencyIsAnAlphaThatIsNotAllOpaque) {
-    const auto transparent = [](unsigned channels, const std::vector<std::uint8_t>& texels) {
-        return Texture(2, 1, channels, texels, ColorSpace::SRGB).hasTransparency();
-    };
-    EXPECT_FALSE(transparent(1, {0, 0}) || transparent(3, {0, 0, 0, 0, 0, 0}));
-    EXPECT_FALSE(transparent(2, {0, 255, 0, 255}) || transparent(4, {0, 0, 0, 255, 0, 0, 0, 255}));
-    EXPECT_TRUE(transparent(2, {0, 255, 0, 254}) && transparent(4, {0, 0, 0, 255, 0, 0, 0, 0}));
 }
 
 TEST(Texture, ModelsAreThoseOfTheTextureEnvironment) {
@@ -117,23 +101,16 @@ TEST(Texture, ModelsAreThoseOfTheTextureEnvironment) {
         RGBAFloat four = fragment;
         oxsApplyTexture(&state, id, four);
         expectTexel(four, c.expected);
-        R3 three = fragment.rgb();
-        oxsApplyTexture(&state, id, three);
-        expectNear(three, c.expected.rgb());
-        EXPECT_FLOAT_EQ(oxsGetTexelAlphaValue(&state, id), 0.5f);
-        EXPECT_EQ(oxsGetTextureModel(&state, id), c.model);
         R3 texelColor = fragment.rgb();
         oxsGetTexelByST(&state, 7, -3, id, OX_GL_REPEAT, OX_GL_REPEAT, OX_GL_LINEAR, c.model, texelColor);
         expectNear(texelColor, c.expected.rgb());
-        // Ids that name no texture change nothing.
-        for (const Oxuint none : {id + 1, static_cast<Oxuint>(Ox_NOTEXTURE)}) {
-            R3 color(0.1f, 0.2f, 0.3f);
-            oxsApplyTexture(&state, none, color);
-            oxsGetTexelByST(&state, 0, 0, none, OX_GL_REPEAT, OX_GL_REPEAT, OX_GL_LINEAR, OX_GL_REPLACE, color);
-            EXPECT_EQ(color, R3(0.1f, 0.2f, 0.3f));
-            EXPECT_EQ(oxsGetTexelAlphaValue(&state, none), 1.0f);
-            EXPECT_EQ(oxsGetTextureModel(&state, none), OX_GL_MODULATE);
-        }
+        // An id that names no texture changes nothing.
+        R3 color = Green;
+        oxsApplyTexture(&state, id + 1, color);
+        oxsGetTexelByST(&state, 0, 0, id + 1, OX_GL_REPEAT, OX_GL_REPEAT, OX_GL_LINEAR, OX_GL_REPLACE, color);
+        EXPECT_EQ(color, Green);
+        EXPECT_EQ(oxsGetTexelAlphaValue(&state, id + 1), 1.0f);
+        EXPECT_EQ(oxsGetTextureModel(&state, id + 1), OX_GL_MODULATE);
     }
 }
 
@@ -152,14 +129,11 @@ TEST(Texture, BumpMapsBendNormalsAwayFromTheRise) {
     for (const Case& c :
          {Case{"heights along s", 4, 1, 1, {0, 1.0f / 3, 2.0f / 3, 1}, BumpKind::Height, R3(-slope, 0, 1)},
           Case{"heights along t", 1, 4, 1, {0, 1.0f / 3, 2.0f / 3, 1}, BumpKind::Height, R3(0, -slope, 1)},
-          Case{"level heights", 1, 1, 3, {0.7f, 0.7f, 0.7f}, BumpKind::Height, R3(0, 0, 1)},
-          Case{"level normals", 1, 1, 3, {0.5f, 0.5f, 1}, BumpKind::Normal, R3(0, 0, 1)},
           Case{"normals", 1, 1, 3, {0.5f, 0.2f, 0.9f}, BumpKind::Normal, R3(0, -0.6f, 0.8f)}}) {
         SCOPED_TRACE(c.what);
         auto texture = std::make_unique<Texture>(c.width, c.height, c.channels, c.texels, ColorSpace::Linear);
         EXPECT_EQ(texture->bumpKind, c.kind);
         const R3 local = Normalize(c.expected);
-        expectNear(texture->tangentNormal(0.5f, 0.5f), local, 1e-5f);
 
         // On a plane that faces up, s runs along x and t along -z; seen from below the other side bends alike.
         TestWorld world;
@@ -173,8 +147,6 @@ TEST(Texture, BumpMapsBendNormalsAwayFromTheRise) {
         state = world.hit(R3(0, -5, 0), R3(0, 1, 0));
         oxsFindShadingBumpMapNormal(&state, below, id);
         expectNear(below, -above, 1e-5f);
-        oxsFindShadingBumpMapNormal(&state, below, Ox_NOTEXTURE);
-        expectNear(below, R3(0, -1, 0));
     }
 }
 
@@ -191,14 +163,12 @@ TEST(TextureFile, EveryFormatGivesTheSameColoursTheRightWayUp) {
     };
     const OIIO::TypeDesc byte = OIIO::TypeDesc::UINT8, word = OIIO::TypeDesc::UINT16, real = OIIO::TypeDesc::FLOAT;
     for (const Case& c :
-         {Case{"grey.png", byte, 1, true, 0.005f}, Case{"greyalpha.png", byte, 2, true, 0.005f},
-          Case{"rgba.png", byte, 4, true, 0.005f}, Case{"rgba16.png", word, 4, true, 1e-4f},
-          Case{"rgba.exr", real, 4, false, 1e-6f}, Case{"half.exr", OIIO::TypeDesc::HALF, 4, false, 1e-3f},
-          Case{"grey.tif", real, 1, false, 1e-6f}, Case{"rgba.tif", byte, 4, true, 0.005f},
-          Case{"rgb.hdr", real, 3, false, 0.01f}}) {
+         {Case{"greyalpha.png", byte, 2, true, 0.005f}, Case{"rgba16.png", word, 4, true, 1e-4f},
+          Case{"half.exr", OIIO::TypeDesc::HALF, 4, false, 1e-3f}, Case{"grey.tif", real, 1, false, 1e-6f},
+          Case{"rgba.tif", byte, 4, true, 0.005f}, Case{"rgb.hdr", real, 3, false, 0.01f}}) {
         SCOPED_TRACE(c.name);
         const bool alpha = c.channels % 2 == 0, grey = c.channels < 3;
-        const R3 colors[] = {R3(0.1f, 0.2f, 0.3f), R3(0.5f, 0.25f, 0), R3(0.9f, 1, 0.8f), R3(0, 0, 0.5f)};
+        const R3 colors[] = {R3(0.1f, 0.2f, 0.3f), R3(0.5f, 0.25f, 0.03f), R3(0.9f, 1, 0.8f), R3(0, 0, 0.5f)};
         const float alphas[] = {1, 0.4f, 0.6f, 1};
         const bool associated = std::string(c.name).ends_with(".exr");
         std::vector<float> texels;
@@ -218,24 +188,11 @@ TEST(TextureFile, EveryFormatGivesTheSameColoursTheRightWayUp) {
     }
 }
 
-TEST(TextureFile, ColourSpaceIsDecodedUnlessToldOtherwise) {
-    std::vector<float> texels;
-    for (const float v : {0.0f, 8 / 255.0f, 128 / 255.0f, 1.0f}) texels.insert(texels.end(), {v, v, v});
-    const fs::path file = picture("space.png", OIIO::TypeDesc::UINT8, 3, texels);
-    // By the standard's formula: 8 lies on its straight part.
-    EXPECT_FLOAT_EQ(loadTexture(file)->lookUp(0.75f, 0.75f).r, 8 / 255.0f / 12.92f);
-    EXPECT_NEAR(loadTexture(file)->lookUp(0.25f, 0.25f).r, 0.2158605f, 1e-5f);
-    EXPECT_FLOAT_EQ(loadTexture(file, ColorSpace::Linear)->lookUp(0.25f, 0.25f).r, 128 / 255.0f);
-    const fs::path real = picture("space.exr", OIIO::TypeDesc::FLOAT, 3, texels);
-    EXPECT_NEAR(loadTexture(real, ColorSpace::SRGB)->lookUp(0.25f, 0.25f).r, 0.2158605f, 1e-5f);
-}
-
-// The header of a picture of 60000 x 60000 texels and the start of its data; the colour type is 0, grey, or 2, RGB.
-static fs::path hugePNG(const std::string& name, char colorType) {
-    const std::string size("\0\0\xea\x60\0\0\xea\x60", 8), rest(3, '\0');
-    const char* const checksum = colorType ? "\x0f\xb0\xe2\x15" : "\xa5\xb9\x2a\x9e";
-    return writeFile(name, "\x89PNG\r\n\x1a\n" + rest + "\x0dIHDR" + size + '\x08' + colorType + rest + checksum +
-                               rest + "\x40IDAT\x78\x9c");
+// The header of a grey picture of 60000 x 60000 texels and the start of its data.
+static fs::path hugePNG() {
+    const std::string size("\0\0\xea\x60\0\0\xea\x60", 8), zeros(3, '\0');
+    return writeFile("huge.png", "\x89PNG\r\n\x1a\n" + zeros + "\x0dIHDR" + size + "\x08" + zeros + '\0' +
+                                     "\xa5\xb9\x2a\x9e" + zeros + "\x40IDAT\x78\x9c");
 }
 
 // What is left of a file of 64 x 64 texels of noise.
@@ -248,8 +205,7 @@ static fs::path truncated(const std::string& name, double share) {
     EXPECT_TRUE(output->open(file.string(), OIIO::ImageSpec(64, 64, 3, OIIO::TypeDesc::UINT8)) &&
                 output->write_image(OIIO::TypeDesc::UINT8, noise.data()) && output->close());
     EXPECT_NO_THROW(loadTexture(file));
-    std::ifstream stream(file, std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(stream), {});
+    const std::string bytes = contentOf(file);
     return writeFile(name, bytes.substr(0, static_cast<std::size_t>(share * static_cast<double>(bytes.size()))));
 }
 
@@ -266,24 +222,15 @@ TEST(TextureFile, BadFilesAreOneErrorAndCostNothing) {
          {Case{scratch() / "none.png", "does not exist"}, Case{scratch() / "folder.png", "is not a regular file"},
           Case{scratch() / "pipe.png", "is not a regular file"},
           Case{writeFile("text.png", "no picture at all\n"), "is no picture that can be read"},
-          Case{writeFile("empty.png", ""), "is no picture that can be read"},
-          Case{writeFile("picture.unknown", "?"), "is no picture that can be read"},
           Case{truncated("early.png", 0.5), "cannot be decoded"},
-          Case{truncated("early.jpg", 0.5), "cannot be decoded"},
           Case{truncated("late.jpg", 0.99), "cannot be decoded"},
           Case{truncated("early.exr", 0.7), "cannot be decoded"}, Case{truncated("early.tif", 0.5), ""},
           Case{truncated("early.hdr", 0.5), "cannot be decoded"},
           Case{truncated("header.png", 0.002), "is no picture that can be read"},
-          Case{hugePNG("huge.png", 2), "claims 60000 x 60000 texels"},
-          Case{hugePNG("hugegrey.png", 0), "claims 60000 x 60000 texels"}}) {
+          Case{hugePNG(), "claims 60000 x 60000 texels"}}) {
         SCOPED_TRACE(c.file.filename());
-        try {
-            loadTexture(c.file);
-            ADD_FAILURE() << "was taken";
-        } catch (const Error& e) {
-            EXPECT_EQ(e.status(), ExitStatus::BadScene);
-            EXPECT_THAT(e.what(), HasSubstr("texture '" + c.file.string() + "' " + c.message));
-        }
+        EXPECT_THAT(failure(ExitStatus::BadScene, [&] { loadTexture(c.file); }),
+                    HasSubstr("texture '" + c.file.filename().string() + "' " + c.message));
     }
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 200 << 10);  // KiB

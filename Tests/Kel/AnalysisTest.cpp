@@ -16,8 +16,7 @@ TEST(AmbientOcclusion, ADomeDarkensWhereItIsNear) {
         Oxint samples;
         bool dome;
         float maxDistance, factor;
-    } cases[] = {
-        {4000, false, 500, 1}, {4000, true, 1.01f, 0.5f}, {4000, true, 0.9f, 1}, {0, true, 9, 1}, {-3, true, 9, 1}};
+    } cases[] = {{4000, false, 500, 1}, {4000, true, 1.01f, 0.5f}, {4000, true, 0.9f, 1}, {-3, true, 9, 1}};
     for (const auto& c : cases) {
         srand48(1);
         TestWorld world;
@@ -48,26 +47,16 @@ TEST(WallThickness, ColoursRunRoundTheHueCircleWithinTheBand) {
         Oxint samples = 1;
         float degrees = 0.0f, least = 0.0f, most = 500.0f;
     } cases[] = {{1 / 12.0f, 1, R3(1, 0.5f, 0)},
-                 {1 / 6.0f, 1, R3(1, 1, 0)},
-                 {0.25f, 1, R3(0.5f, 1, 0)},
-                 {1 / 3.0f, 1, R3(0, 1, 0)},
-                 {5 / 12.0f, 1, R3(0, 1, 0.5f)},
-                 {0.5f, 1, R3(0, 1, 1)},
                  {7 / 12.0f, 1, R3(0, 0.5f, 1)},
                  {0.75f, 1, R3(0.5f, 0, 1)},
-                 {11 / 12.0f, 1, R3(1, 0, 0.5f)},
                  {1, 1, Red},
                  {2.5f, 1, R3(0, 1, 1)},
                  {0.25f, 2, R3(0, 1, 1)},
                  {0.5f, -1, Black},
-                 {1, -1, Red},
                  {1, 0.5f / 0.57735f, R3(0, 1, 1), 3, 30},
-                 {1, 0.5f, R3(0, 1, 1), 3, 60},
                  {0.5f, 1, plain, 1, 0, 0.5f, 1},
-                 {0.5f, 1, R3(0, 1, 1), 1, 0, 0.49f, 0.51f},
                  {0.5f, 1, plain, 1, 0, 0, 0.5f},
                  {0, 1, plain},
-                 {0.5f, 1, plain, 0},
                  {0.5f, 1, plain, -2}};
     for (const auto& c : cases) {
         TestWorld world;
@@ -88,12 +77,11 @@ TEST(WallThickness, ColoursRunRoundTheHueCircleWithinTheBand) {
 
 TEST(ObjectId, BitsOfTheIdAreTheColour) {
     const std::pair<Oxuint, R3> cases[] = {
-        {0, Black}, {1, R3(1 / 11.0f, 1 / 13.0f, 1 / 17.0f)}, {4, R3(0, 4 / 13.0f, 0)}, {31, White}, {32, Black}};
+        {1, R3(1 / 11.0f, 1 / 13.0f, 1 / 17.0f)}, {4, R3(0, 4 / 13.0f, 0)}, {31, White}, {32, Black}};
     for (const auto& [id, color] : cases)
         for (const float degrees : {0.0f, 60.0f, 180.0f}) {
             TestWorld world;
             auto& shader = world.shader<KelDbgObjectIDShader>("KelDbgObjectID");
-            shader.rd = Green;  // of no effect
             shader.ed = R3(0.5f, 0, 2);
             world.addSquare(R3(), R3(0, 1, 0));
             const R3 direction(std::sin(degrees * Radian), -std::cos(degrees * Radian), 0);
@@ -101,6 +89,5 @@ TEST(ObjectId, BitsOfTheIdAreTheColour) {
             const_cast<GeometryObject*>(state.object)->id = id;
             shader.Shade(&state);
             expectNear(state.color, (degrees == 60.0f ? 0.7f : 1.1f) * color + shader.ed);
-            EXPECT_FALSE(shader.LightTransparency(&state));
         }
 }

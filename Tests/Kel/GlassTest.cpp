@@ -17,8 +17,8 @@ struct GlassWorld : TestWorld {
 };
 
 TEST(Glass, AClearSlabUnderAnEvenSkyIsInvisible) {
-    for (const float index : {1.0f, 1.517f, 2.4f})
-        for (const float degrees : {0.0f, 30.0f, 60.0f}) {
+    for (const float index : {1.0f, 2.4f})
+        for (const float degrees : {0.0f, 60.0f}) {
             GlassWorld world(1, R3(0.5f, 1, 2));
             world.glass.bindex = index;
             world.glass.refractionFilter = world.glass.reflectionFilter = Red;  // but none of it
@@ -37,7 +37,6 @@ TEST(Glass, RaysSplitAtEveryBounce) {
         {1, 0, 1, 5, 0, 0, 2},     // reflections do not matter
         {0, 0, 0, 5, 1, 1, 3},     // one pane; only transmission is blurred
         {0, 1.5f, 0, 5, 0, 1, 0},  // a mirror
-        {1, 0, 0, 1, 0, 0, 0},
     };
     for (const auto& c : cases) {
         GlassWorld world(c.thickness, White);
@@ -70,8 +69,8 @@ TEST(Glass, OneSidedGlassLeavesTheRayOutside) {
 TEST(Glass, TheWayInsideIsAbsorbedWhetherRefractedOrReflected) {
     const struct {
         float reflectivity, amount, scale, thickness, degrees, reflectionAmount;
-    } cases[] = {{0, 0.5f, 4, 2, 0, 0},         {0, 1, 4, 2, 60, 0},       {0.25f, 1, 1, 1, 0, 0},
-                 {0.5f, 0.5f, 2, 1, 60, 0.25f}, {0.25f, 3, 1, 1, 0, 0.5f}, {0.25f, -1, 1, 1, 0, 1}};
+    } cases[] = {
+        {0, 1, 4, 2, 60, 0}, {0.5f, 0.5f, 2, 1, 60, 0.25f}, {0.25f, 3, 1, 1, 0, 0.5f}, {0.25f, -1, 1, 1, 0, 1}};
     const R3 sky(1, 0.5f, 2), body(0.25f, 1, 0.5f), tint(0, 4, 1);
     for (const auto& c : cases) {
         GlassWorld world(c.thickness, sky);
@@ -97,8 +96,11 @@ TEST(Glass, LightIsFilteredByTheWayToTheNextSurface) {
         float thickness, reflectivity, accuracy;
         unsigned limit;
         bool lit;
-    } cases[] = {{0, 0.25f, 0.01f, 25, true}, {2, 0.125f, 0.01f, 25, true}, {2, 0, 0.01f, 2, false},
-                 {2, 0, 0.01f, 3, true},      {0, 0.25f, 0.72f, 25, false}, {0, 0.25f, 0.70f, 25, true}};
+    } cases[] = {{2, 0.125f, 0.01f, 25, true},
+                 {2, 0, 0.01f, 2, false},
+                 {2, 0, 0.01f, 3, true},
+                 {0, 0.25f, 0.72f, 25, false},
+                 {0, 0.25f, 0.70f, 25, true}};
     const R3 body(0.25f, 1, 0);
     for (const auto& c : cases) {
         GlassWorld world(c.thickness);

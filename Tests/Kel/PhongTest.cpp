@@ -1,12 +1,7 @@
 // Phong shading, against colours worked out by hand.
 #include "Engine/Textures/Texture.h"
-#include "Oxbeam/ProgBRDF.h"
 #include "Tests/Support/Probe.h"
-#include "Tests/Support/TestWorld.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <functional>
 
 using namespace oxbeam;
@@ -73,16 +68,6 @@ TEST(Phong, HighlightsFollowTheReflectedView) {
     }
 }
 
-TEST(Phong, LightInTheTangentPlaneAddsNothing) {
-    FloorWorld world;
-    KelPointLight& light = world.steadyLight(R3(-5, 0, 1));
-    world.floor->specularColor = White;
-    world.floor->shininess = 0.0f;
-    EXPECT_EQ(world.at(1, 1), Black);
-    light.position.y = 0.01f;
-    EXPECT_GT(world.at(1, 1).x, 1.0f);
-}
-
 TEST(Phong, SecondaryColoursAreFilteredAndAdded) {
     const R3 behind(0.5f, 1, 2), filter(0.2f, 0.4f, 0.9f);
     const float luminance = 0.3086f * filter.x + 0.6094f * filter.y + 0.082f * filter.z;
@@ -97,21 +82,11 @@ TEST(Phong, SecondaryColoursAreFilteredAndAdded) {
         }
 }
 
-TEST(Phong, DerivedValuesChangeWithTheFrame) {
-    FloorWorld world(White);
-    EXPECT_EQ(world.at(1, 1), Black);
-    world.floor->reflectiveColor = White;
-    EXPECT_EQ(world.at(1, 1), Black);
-    world.session().newFrame();
-    EXPECT_EQ(world.at(1, 1), White);
-    EXPECT_FLOAT_EQ(world.floor->exponent, 148.41316f);
-}
-
 TEST(Phong, GlossySurfacesBlurByTheExponentialOfShininess) {
     const struct {
         Oxint glossy, own, global;
         unsigned rays;
-    } cases[] = {{1, 4, 1, 4}, {1, 2, 3, 3}, {0, 4, 3, 1}};
+    } cases[] = {{1, 2, 3, 3}, {0, 4, 3, 1}};
     for (const auto& c : cases) {
         FloorWorld world;
         world.floor->reflectiveColor = White;
@@ -129,20 +104,6 @@ TEST(Phong, GlossySurfacesBlurByTheExponentialOfShininess) {
     }
 }
 
-TEST(Phong, TheBrdfIsItsDiffuseColour) {
-    FloorWorld world;
-    world.floor->diffuseColor = R3(0.5f, 0.25f, 1);
-    ProgBRDF brdf;
-    brdf.specular = brdf.emitance = Green;
-    brdf.outputFlags = 7;
-    OxState state;
-    world.floor->EvalBRDF(brdf, state);
-    EXPECT_EQ(brdf.diffuse, R3(0.5f, 0.25f, 1));
-    EXPECT_EQ(brdf.specular, Green);
-    EXPECT_EQ(brdf.emitance, Green);
-    EXPECT_EQ(brdf.outputFlags, 7u);
-}
-
 // ---- Textures
 
 TEST(PhongTexture, MultipliesTheDiffuseColour) {
@@ -150,20 +111,16 @@ TEST(PhongTexture, MultipliesTheDiffuseColour) {
     world.floor->diffuseColor = R3(0.5f, 1, 0.25f);
     world.floor->specularColor = R3(0.25f, 0, 0);
     world.floor->shininess = 0.0f;
-    world.texture(2, 2, 3, {1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 1});
-    world.steadyLight(R3(-5, 1e4f, 5));
-    const R3 highlight(0.25f, 0, 0);
-    expectNear(world.at(-5, 4), highlight + R3(0.5f, 0, 0), 1e-3f);
-    expectNear(world.at(5, 4), highlight + R3(0, 1, 0), 1e-3f);
-    expectNear(world.at(-5, -6), highlight + R3(0, 0, 0.25f), 1e-3f);
-    expectNear(world.at(5, -6), highlight + R3(0.5f, 1, 0.25f), 1e-3f);
+    world.texture(1, 1, 3, {0.5f, 0, 1});
+    world.steadyLight(R3(1, 10, 1));
+    expectNear(world.at(1, 1), R3(0.25f + 0.25f, 0, 0.25f));
 }
 
 // One light reaches the point, one lies behind the surface, one is blocked.
 TEST(PhongTexture, ReplacingItIsBlackOnlyWhereAllLightsAreBlocked) {
     const R3 texel(0.5f, 0.25f, 1);
-    const std::pair<const char*, R3> cases[] = {{"", texel},   {"L", texel},  {"B", texel},  {"S", Black},
-                                                {"SS", Black}, {"SL", texel}, {"LS", texel}, {"SB", texel}};
+    const std::pair<const char*, R3> cases[] = {{"", texel},   {"B", texel},  {"S", Black}, {"SS", Black},
+                                                {"SL", texel}, {"LS", texel}, {"SB", texel}};
     for (const auto& [lights, expected] : cases) {
         SCOPED_TRACE(lights);
         FloorWorld world;
@@ -192,8 +149,8 @@ TEST(PhongTexture, AlphaShowsWhatLiesBehind) {
         float alpha;
         R3 surface;
     } cases[] = {
-        {OX_GL_MODULATE, 0.25f, diffuse * texel}, {OX_GL_REPLACE, 0.25f, texel},
-        {OX_GL_ADD, 0.25f, diffuse + texel},      {OX_GL_MODULATE, 0.0f, diffuse * texel},
+        {OX_GL_MODULATE, 0.0f, diffuse * texel},
+        {OX_GL_REPLACE, 0.25f, texel},
         {OX_GL_MODULATE, 0.9f, diffuse * texel},  // lets too little through to be traced
         {OX_GL_MODULATE, 1.0f, diffuse * texel},  // has no alpha at all, which leaves the material in charge
     };
@@ -227,20 +184,17 @@ TEST(PhongTexture, AlphaLetsLightThrough) {
 }
 
 TEST(PhongTexture, TheBumpMapIsSampledAsTheDiffuseTexture) {
-    for (const Oxint diffuse : {0, -1, 99}) {
+    for (const bool textured : {true, false}) {
         FloorWorld world;
-        Texture& colors = world.texture(1, 1, 3, {1, 1, 1});
-        colors.m_wrapS = OX_GL_CLAMP_TO_EDGE;
-        colors.m_wrapT = OX_GL_MIRRORED_REPEAT;
-        const Texture& bumps = world.texture(1, 1, 1, {0.5f});
-        world.textures.ByID(1)->filterMode = OX_GL_LINEAR;
+        world.texture(1, 1, 3, {1, 1, 1}).m_wrapT = OX_GL_MIRRORED_REPEAT;
+        Texture& bumps = world.texture(1, 1, 1, {0.5f});
+        bumps.filterMode = OX_GL_LINEAR;
         world.floor->m_bumpMapTexture = 1;
-        world.floor->texture = diffuse;
+        world.floor->texture = textured ? 0 : 99;
         world.session();
-        const bool follows = diffuse == 0;
-        EXPECT_EQ(bumps.filterMode, Oxint(follows ? OX_GL_NEAREST : OX_GL_LINEAR));
-        EXPECT_EQ(bumps.m_wrapS, Oxint(follows ? OX_GL_CLAMP_TO_EDGE : OX_GL_REPEAT));
-        EXPECT_EQ(bumps.m_wrapT, Oxint(follows ? OX_GL_MIRRORED_REPEAT : OX_GL_REPEAT));
+        EXPECT_EQ(bumps.filterMode, Oxint(textured ? OX_GL_NEAREST : OX_GL_LINEAR));
+        EXPECT_EQ(bumps.m_wrapS, Oxint(OX_GL_REPEAT));
+        EXPECT_EQ(bumps.m_wrapT, Oxint(textured ? OX_GL_MIRRORED_REPEAT : OX_GL_REPEAT));
     }
 }
 
@@ -267,22 +221,9 @@ TEST(PhongWireframe, BordersAreWhereSideTimesWeightIsSmall) {
         float thickness, u, v;
         bool border;
     } cases[] = {
-        {1, 0.5f, 0.25f, true},      // 4 * (1 - u - v) is the thickness
-        {1, 0.25f, 0.5f, true},      // 3 * u is less
-        {1, 0.375f, 0.1875f, true},  // 5 * v is less
-        {1, 0.375f, 0.3125f, false},
-        {1.5f, 0.5f, 0.375f, true},       // 3 * u is the thickness
-        {1.25f, 0.4375f, 0.25f, true},    // 5 * v is the thickness
-        {1.25f, 0.4375f, 0.2501f, true},  // 4 * (1 - u - v) is a little less
-        {1.24f, 0.4375f, 0.2501f, false},
-        {0, 1e-6f, 0.5f, false},
-        {0, 0, 0.5f, true},
-        {0, 0.5f, 0, true},
-        {0, 0.5f, 0.5f, true},
-        {-1, 0.011f, 0.011f, false},
-        {-1, 0.009f, 0.5f, true},
-        {-1, 0.5f, 0.009f, true},
-        {-1, 0.5f, 0.491f, true},
+        {1, 0.5f, 0.25f, true},                                             // 4 * (1 - u - v) is the thickness
+        {1, 0.375f, 0.3125f, false},      {1.25f, 0.4375f, 0.2501f, true},  // 4 * (1 - u - v) is a little less
+        {1.24f, 0.4375f, 0.2501f, false}, {0, 1e-6f, 0.5f, false},         {-1, 0.5f, 0.491f, true},
     };
     TestWorld world;
     KelShader& shader = world.phong();
@@ -303,12 +244,9 @@ TEST(PhongWireframe, HolesShowAndLightWhatLiesBehindUntilTheRuleEndsThem) {
         bool seen, lit;  // through the hole
     } cases[] = {
         {"not a wireframe", [](KelRenderingObject&, KelShader& s) { s.m_wireframe = 0; }, false, false},
-        {"wireframe", [](KelRenderingObject&, KelShader&) {}, true, true},
         {"by the global switch", [](KelRenderingObject& ro, KelShader& s) { s.m_wireframe = 0, ro.m_wireframe = 1; },
          true, true},
-        {"all border", [](KelRenderingObject&, KelShader& s) { s.m_thickness = 9; }, false, false},
         {"too deep", [](KelRenderingObject& ro, KelShader&) { ro.m_recursionLimit = 1; }, false, false},
-        {"deep", [](KelRenderingObject& ro, KelShader&) { ro.m_recursionLimit = 2; }, true, true},
         {"colour does not matter", [](KelRenderingObject& ro, KelShader&) { ro.m_transparentAccuracy = 1; }, false,
          true},
         {"light does not matter", [](KelRenderingObject& ro, KelShader&) { ro.m_refractiveAccuracy = 1; }, true, false},

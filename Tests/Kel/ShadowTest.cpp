@@ -2,11 +2,7 @@
 #include "Oxbeam/OxPointLight.h"
 #include "Shaders/Kel/KelFunctions.h"
 #include "Tests/Support/Probe.h"
-#include "Tests/Support/TestWorld.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <functional>
 
 using namespace oxbeam::test;
@@ -41,22 +37,13 @@ TEST(Shadow, AnOccluderBlocksTheLightUnlessShadowsAreOff) {
         std::function<void(ShadowWorld&)> change;
         float expected;
     } cases[] = {
-        {"nothing between", [](ShadowWorld&) {}, 1},
         {"between", [](ShadowWorld& w) { w.pane(5); }, 0},
-        {"beside", [](ShadowWorld& w) { w.pane(5, Black, 3); }, 1},
         {"beyond the light", [](ShadowWorld& w) { w.pane(11); }, 1},
         {"unseen by shadow rays", [](ShadowWorld& w) { w.pane(5, Black, 0, RAY_ALL & ~RAY_SHADOW); }, 1},
         {"the light casts none", [](ShadowWorld& w) { w.pane(5), w.light->castShadow = 0; }, 1},
         {"the floor receives none", [](ShadowWorld& w) { w.pane(5), w.floor->m_receiveShadow = 0; }, 1},
         {"everything receives them",
          [](ShadowWorld& w) { w.pane(5), w.floor->m_receiveShadow = 0, w.ro().m_receiveShadow = 1; }, 0},
-        {"jittered behind one beside",
-         [](ShadowWorld& w) {
-             w.pane(5, Black, 2), w.floor->m_softShadows = 1, w.light->fuzzyness = 8;
-             script(w.ro(), {0.99f, 0.5f, 0.5f});
-         },
-         0},
-        {"a ray at the limit tests none", [](ShadowWorld& w) { w.pane(5), w.ro().m_recursionLimit = 0; }, 1},
         {"a host's light casts",
          [](ShadowWorld& w) {
              w.pane(5), w.lights.clear();
@@ -80,15 +67,9 @@ TEST(Shadow, TransparentOccludersFilterUntilTheChainEnds) {
         float accuracy;
         unsigned limit;
     } cases[] = {
-        {{grey}, 0.15f, 25},
-        {{rose, sky}, 0.15f, 25},
-        {{grey, rose, Black}, 0.15f, 25},
-        {{grey}, 0.6f, 25},
-        {{rose, grey, sky}, 0.48f, 25},  // each pane is weighed by itself
-        {{rose, grey, sky}, 0.49f, 25},
-        {{grey, rose, sky, rose}, 0.15f, 5},
-        {{grey, rose, sky, rose}, 0.15f, 4},
-        {{White}, 0.15f, 1},
+        {{grey, rose, Black}, 0.15f, 25},    {{rose, grey, sky}, 0.48f, 25},  // each pane is weighed by itself
+        {{rose, grey, sky}, 0.49f, 25},      {{grey, rose, sky, rose}, 0.15f, 5},
+        {{grey, rose, sky, rose}, 0.15f, 4}, {{White}, 0.15f, 1},
     };
     for (const auto& c : cases) {
         ShadowWorld world;
@@ -107,58 +88,28 @@ TEST(Shadow, TransparentOccludersFilterUntilTheChainEnds) {
     }
 }
 
-// A light that reaches nothing.
-struct Nowhere : OxLight {
-    bool Illuminate(const R3&, R3&, float&, R3&, OxState*, void*) override { return false; }
-};
-
-TEST(Shadow, OnlyLightsInFrontOfTheSurfaceGetARay) {
-    EXPECT_TRUE(kelCastShadow(nullptr));
-    ShadowWorld world;
-    Nowhere nowhere;
-    OxState state = world.hit(R3(0.5f, 2, 0), R3(0, -1, 0)), shadow;
-    const auto reaches = [&](const R3& position, const R3& normal) {
-        world.light->position = state.ray.origin + position;
-        return kelShadowRay(&state, &shadow, normal, static_cast<OxLight*>(world.light), world.floor);
-    };
-    EXPECT_TRUE(reaches(R3(5, 1e-3f, 0), R3(0, 1, 0)));
-    EXPECT_FALSE(reaches(R3(5, 0, 0), R3(0, 1, 0))) << "in the tangent plane";
-    EXPECT_FALSE(reaches(R3(5, -1, 0), R3(0, 1, 0)));
-    EXPECT_FALSE(reaches(R3(5, 1, 0), R3(0, std::nanf(""), 0)));
-    EXPECT_FALSE(kelShadowRay(&state, &shadow, R3(0, 1, 0), static_cast<OxLight*>(&nowhere), world.floor));
-}
-
 TEST(Shadow, RaysEndAtTheLight) {
-    for (const float epsilon : {0.01f, 0.5f, 2.5f}) {
+    for (const float epsilon : {0.5f, 2.5f}) {
         ShadowWorld world;
         world.rayEpsilon = epsilon;
         world.light->position = R3(3, 4, 0);
-        world.light->intensity = R3(1, 2, 3);
         OxState state = world.hit(R3(0, 2, 0), R3(0, -1, 0)), shadow;
-        state.ray.depth = 6;
         ASSERT_TRUE(kelShadowRay(&state, &shadow, R3(0, 1, 0), static_cast<OxLight*>(world.light), world.floor));
         const float whole = std::trunc(epsilon);
         expectNear(shadow.ray.direction, R3(0.6f, 0.8f, 0));
         expectNear(shadow.ray.origin, whole * R3(0.6f, 0.8f, 0));
         EXPECT_FLOAT_EQ(shadow.ray.maxDist, 5.0f - 2.0f * whole);
-        EXPECT_EQ(shadow.ray.minHitDist, epsilon);
-        EXPECT_EQ(shadow.ray.visibilityMask, 2u);
-        EXPECT_EQ(shadow.ray.depth, 7);
-        EXPECT_EQ(shadow.ray.privatePtr, state.ray.privatePtr);
-        expectNear(shadow.color, R3(1, 2, 3));
-        EXPECT_EQ(raysShot(RAY_SHADOW), 0u);
     }
 }
 
 // Four samples, one lane each.
 struct FourWays : OxLight {
     ISSEVec4 ways;
-    bool reaches = true;
 
     bool Illuminate4(const ISSEVec4&, ISSEVec4& direction, sse_t& distance, ISSEVec4&, OxState4&, void*) override {
         direction = ways;
         distance = _mm_set1_ps(9.0f);
-        return reaches;
+        return true;
     }
 };
 
@@ -173,17 +124,12 @@ TEST(Shadow, PacketsMarkTheLanesThatSeeTheLight) {
     OxState4 state, shadow;
     state.ray4 = &ray;
     shadow.ray4 = &shadowRay;
-    const auto lanes = [&] {
-        const sse_t mask = kelShadowRay4(state, shadow, ISSEVec4(R3(0, 1, 0)), static_cast<OxLight*>(&light), nullptr);
-        return std::vector<float>{mask[0], mask[1], mask[2], mask[3]};
-    };
-    EXPECT_EQ(lanes(), (std::vector<float>{1, 0, 0, 0}));
+    const sse_t mask = kelShadowRay4(state, shadow, ISSEVec4(R3(0, 1, 0)), static_cast<OxLight*>(&light), nullptr);
+    EXPECT_EQ((std::vector<float>{mask[0], mask[1], mask[2], mask[3]}), (std::vector<float>{1, 0, 0, 0}));
     for (unsigned i = 0; i < 3; ++i) {
         expectNear(shadowRay.origin.lane(i), R3(static_cast<float>(i), 2, 3) + 0.001f * ways[i], 1e-6f);
         EXPECT_EQ(shadowRay.maxDist[i], 9.0f);
     }
-    light.reaches = false;
-    EXPECT_EQ(lanes(), (std::vector<float>{0, 0, 0, 0}));
 }
 
 TEST(Shadow, SoftShadowsJitterTheRayUnlessTheLightIsFuzzy) {
@@ -197,8 +143,8 @@ TEST(Shadow, SoftShadowsJitterTheRayUnlessTheLightIsFuzzy) {
         OxLight* light;
         bool deflected;
     } cases[] = {
-        {1, 0, world.light, true},  {0, 0, world.light, false}, {1, 1, world.light, false},
-        {0, 1, world.light, false}, {1, 0, &host, false},       {1, 0, nullptr, false},
+        {1, 0, world.light, true}, {0, 0, world.light, false}, {1, 1, world.light, false},
+        {1, 0, &host, false},      {1, 0, nullptr, false},
     };
     OxState state = world.hit(R3(0, 2, 0), R3(0, -1, 0)), shadow;
     ASSERT_TRUE(kelShadowRay(&state, &shadow, R3(0, 1, 0), static_cast<OxLight*>(world.light), world.floor));
@@ -216,19 +162,15 @@ TEST(Shadow, LightTransparencyGoesOnFromTheOccluder) {
     const struct {
         Next next;
         float epsilon, alpha, opacity;
-        unsigned depth;
         bool passes;
         float distance;
     } cases[] = {
-        {Nothing, 0.01f, 1, 1, 0, true, RayInfinity},
-        {Transparent, 0.01f, 1, 1, 0, true, 2},
-        {Transparent, 1.0f, 1, 1, 0, true, 1},
-        {Opaque, 0.01f, 1, 1, 0, false, 0},
-        {Nothing, 0.01f, 0, 1, 0, false, 0},
-        {Nothing, 0.01f, 0.5f, 0.5f, 0, false, 0},  // just the accuracy
-        {Nothing, 0.01f, 0.5f, 0.51f, 0, true, RayInfinity},
-        {Nothing, 0.01f, 1, 1, 24, true, RayInfinity},
-        {Nothing, 0.01f, 1, 1, 25, false, 0},
+        {Transparent, 0.01f, 1, 1, true, 2},
+        {Transparent, 1.0f, 1, 1, true, 1},
+        {Opaque, 0.01f, 1, 1, false, 0},
+        {Nothing, 0.01f, 0, 1, false, 0},
+        {Nothing, 0.01f, 0.5f, 0.5f, false, 0},  // just the accuracy
+        {Nothing, 0.01f, 0.5f, 0.51f, true, RayInfinity},
     };
     for (const auto& c : cases) {
         TestWorld world;
@@ -245,18 +187,13 @@ TEST(Shadow, LightTransparencyGoesOnFromTheOccluder) {
         oxsSetRayVisibility(&state, RAY_SHADOW);
         ASSERT_TRUE(oxsShootRay(&state));
         world.ro().m_rays[0].opacity = c.opacity;
-        world.ro().m_rays[0].depth = c.depth;
         resetRayCounts();
         R3 color = White;
         float distance = -1.0f;
         EXPECT_EQ(kelLightTransparency(&state, color, c.alpha, distance), c.passes);
         EXPECT_EQ(color, c.passes ? R3(0.5f, 0.25f, 1) : Black);
         EXPECT_FLOAT_EQ(distance, c.distance);
-        const bool shot = c.passes || c.next == Opaque;
-        EXPECT_EQ(raysShot(RAY_SHADOW), shot ? 1u : 0u);
-        if (!shot) continue;
-        const float whole = std::trunc(c.epsilon);
-        expectNear(state.ray.origin, R3(0.3f, 2 + 2 * whole, 0.2f));
-        EXPECT_FLOAT_EQ(state.ray.maxDist, 4.0f - whole);
+        EXPECT_EQ(raysShot(RAY_SHADOW), c.passes || c.next == Opaque ? 1u : 0u);
+        if (c.passes) expectNear(state.ray.origin, R3(0.3f, 2 + 2 * std::trunc(c.epsilon), 0.2f));
     }
 }

@@ -32,7 +32,6 @@ struct Probe : OxShader {
         Oxuint depth, insideFlag;  // of the ray's record
         float opacity;
         const OxSampler* sampler;
-        bool ownsSampler;
     };
 
     R3 color = White;
@@ -51,8 +50,7 @@ struct Probe : OxShader {
 private:
     void note(OxState* state) {
         const auto& record = *static_cast<KelRay*>(oxsGetPrivatePtr(state));
-        seen.push_back(
-            {state->ray, record.depth, record.insideFlag, record.opacity, record.sampler, record.m_deleteSampler});
+        seen.push_back({state->ray, record.depth, record.insideFlag, record.opacity, record.sampler});
     }
 };
 
@@ -60,7 +58,6 @@ private:
 struct ScriptedSampler : OxSampler {
     std::vector<float> numbers;
     std::vector<int> dimensions;  // asked for so far
-    std::vector<unsigned> seeds;  // set so far
     int* deletions = nullptr;     // counts deletions where set
 
     explicit ScriptedSampler(std::vector<float> script, int* deleted = nullptr)
@@ -76,7 +73,7 @@ struct ScriptedSampler : OxSampler {
         dimensions.push_back(dimension);
         return numbers[(dimensions.size() - 1) % numbers.size()];
     }
-    void setSeed(unsigned seed) override { seeds.push_back(seed); }
+    void setSeed(unsigned) override {}
 };
 
 // Makes a rendering thread draw from a list. The sampler belongs to the rendering object.

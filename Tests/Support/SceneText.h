@@ -1,11 +1,15 @@
-// Scenes written as text, and what the loader says about them.
+// Files of the tests, scenes written as text, and what is said about them.
 #pragma once
 
+#include "Engine/Diagnostics/Error.h"
 #include "Engine/Output/ImageFile.h"
 #include "Engine/SceneFile/SceneFile.h"
 #include "Tests/Support/TestWorld.h"
 
+#include <gmock/gmock.h>
+
 #include <fstream>
+#include <iterator>
 
 namespace oxbeam::test {
 
@@ -13,6 +17,12 @@ inline std::filesystem::path writeFile(const std::string& name, const std::strin
     const std::filesystem::path file = scratch() / name;
     std::ofstream(file, std::ios::binary) << text;
     return file;
+}
+
+// Of a file in the scratch folder, unless its path is absolute.
+inline std::string contentOf(const std::filesystem::path& file) {
+    std::ifstream stream(scratch() / file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // Two texels, black and white, in "wood.png".
@@ -26,6 +36,18 @@ inline std::string withoutFolder(std::string text, const std::filesystem::path& 
     const std::string prefix = folder.string() + "/";
     for (auto at = text.find(prefix); at != std::string::npos; at = text.find(prefix)) text.erase(at, prefix.size());
     return text;
+}
+
+// The message with which something fails.
+template <class F>
+std::string failure(ExitStatus status, F&& act) {
+    try {
+        act();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.status(), status);
+        return withoutFolder(e.what());
+    }
+    return "nothing failed";
 }
 
 struct LoadedScene {
