@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Oxbeam/OxContext.h"
+#include "Oxbeam/OxLight.h"
 #include "Oxbeam/OxState.h"
 #include "Oxbeam/OxTexture.h"
 #include "Oxbeam/OxTypes.h"
@@ -115,7 +116,14 @@ OXBEAM_API Oxvoid oxsAddLight(OxLight* light);
 // Evaluates a light at a point. True: `shadow` holds the ray from the point to the light and, as its colour, the
 // intensity that arrives. `state` is handed to the light (usually the shadow state again), `shader` the calling
 // surface shader.
-OXBEAM_API bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader);
+OX_SERVICE bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader) {
+    R3 direction, intensity;
+    float distance = 0.0f;
+    if (!static_cast<OxLight*>(light)->Illuminate(point, direction, distance, intensity, state, shader)) return false;
+    oxsSetRay(shadow, point, direction, distance);
+    oxsReturnColor(shadow, intensity);
+    return true;
+}
 
 // ---- The frame
 

@@ -198,15 +198,6 @@ Oxvoid oxsAddLight(OxLight* light) {
     context->lightHandles.push_back(light);
 }
 
-bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader) {
-    R3 direction, intensity;
-    float distance = 0.0f;
-    if (!static_cast<OxLight*>(light)->Illuminate(point, direction, distance, intensity, state, shader)) return false;
-    oxsSetRay(shadow, point, direction, distance);
-    oxsReturnColor(shadow, intensity);
-    return true;
-}
-
 // ---- The frame
 
 OxCamera* oxGetCamera() { return OxContext::current ? OxContext::current->camera : nullptr; }

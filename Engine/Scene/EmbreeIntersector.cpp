@@ -121,31 +121,44 @@ Bounds EmbreeIntersector::build(const Scene& scene) {
     return bounds;
 }
 
-// Embree ends the process on such rays: not finite, or beyond what it can square. NaN fails every comparison.
-static bool traceable(const Ray& ray, float tnear) {
-    constexpr float limit = 1.8e18f;
-    const auto within = [](const R3& v) {
-        return std::fabs(v.x) <= limit && std::fabs(v.y) <= limit && std::fabs(v.z) <= limit;
-    };
-    return within(ray.origin) && within(ray.direction) && tnear >= 0.0f && tnear <= limit && ray.maxDist >= tnear;
+// Embree ends the process on rays that are not finite, or beyond what it can square. NaN fails every comparison.
+static constexpr float FarthestOut = 1.8e18f;
+
+static sse_t within(sse_t v) { return _mm_cmple_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), v), _mm_set1_ps(FarthestOut)); }
+
+// Origin and direction of a ray as they lie in memory: (ox, oy, oz, dx) and (oz, dx, dy, dz).
+struct PackedRay {
+    sse_t front, back;
+
+    explicit PackedRay(const Ray& ray) : front(_mm_loadu_ps(&ray.origin.x)), back(_mm_loadu_ps(&ray.origin.z)) {
+        static_assert(offsetof(Ray, direction) == 3 * sizeof(float) && sizeof(R3) == 3 * sizeof(float));
+    }
+
+    bool within() const { return _mm_movemask_ps(_mm_and_ps(oxbeam::within(front), oxbeam::within(back))) == 15; }
+};
+
+// The first two groups of a query: origin and near limit, direction and time.
+static void fill(RTCRay& query, const PackedRay& ray, float tnear) {
+    _mm_store_ps(&query.org_x, ray.front);
+    query.tnear = tnear;
+    _mm_storeu_ps(&query.dir_x, _mm_shuffle_ps(ray.back, ray.back, _MM_SHUFFLE(0, 3, 2, 1)));
+    query.time = 0.0f;
 }
 
 bool EmbreeIntersector::Intersect(OxState& state) {
     const Ray& ray = state.ray;
     const float tnear = std::max(ray.minHitDist, ray.minDist);
+    const PackedRay packed(ray);
     state.hit.tri = TRI_NONE;
-    if (!traceable(ray, tnear)) {
+    if (!packed.within() || !(tnear >= 0.0f && tnear <= FarthestOut && ray.maxDist >= tnear)) [[unlikely]] {
         // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
         if (!(ray.maxDist < tnear)) ++ThreadRecord::mine().refusedRays;
         return false;
     }
 
     RTCRayHit query;
-    query.ray.org_x = ray.origin.x, query.ray.org_y = ray.origin.y, query.ray.org_z = ray.origin.z;
-    query.ray.dir_x = ray.direction.x, query.ray.dir_y = ray.direction.y, query.ray.dir_z = ray.direction.z;
-    query.ray.tnear = tnear;
+    fill(query.ray, packed, tnear);
     query.ray.tfar = ray.maxDist;
-    query.ray.time = 0.0f;
     query.ray.mask = ray.visibilityMask;
     query.ray.id = 0;
     query.ray.flags = 0;
@@ -177,10 +190,10 @@ bool EmbreeIntersector::Intersect(OxState& state) {
 
 // The same for four rays: all bits set in the lanes that can be traced. The others are counted as misses.
 static __m128i traceable4(const ISSERay4& ray, Oxuint kind) {
-    const sse_t limit = _mm_set1_ps(1.8e18f), sign = _mm_set1_ps(-0.0f), tnear = _mm_set1_ps(ray.minHitDist);
+    const sse_t tnear = _mm_set1_ps(ray.minHitDist);
     sse_t good = _mm_and_ps(_mm_cmpge_ps(tnear, _mm_setzero_ps()), _mm_cmpge_ps(ray.maxDist, tnear));
     for (const ISSEVec4* v : {&ray.origin, &ray.direction})
-        for (const sse_t component : v->t) good = _mm_and_ps(good, _mm_cmple_ps(_mm_andnot_ps(sign, component), limit));
+        for (const sse_t component : v->t) good = _mm_and_ps(good, within(component));
     ThreadRecord& record = ThreadRecord::mine();
     record.countRays(kind, 4);
     record.refusedRays += static_cast<unsigned>(std::popcount(~static_cast<unsigned>(_mm_movemask_ps(good)) & 15u));

@@ -158,6 +158,16 @@ KEL_SERVICE bool kelRefractionRay(OxState* state, OxState* ref, const R3& n, flo
 
 // ---- Culling by contribution
 
+// A ray of this depth and weight matters: it is not too deep, and its contribution exceeds the accuracy of its kind.
+inline bool kelMatters(OxState* state, Oxuint depth, float weight, float accuracy) {
+    return depth < static_cast<Oxuint>(kelRecursionLimit(state)) && weight * kelRecord(state).opacity > accuracy;
+}
+
+// A child ray of the state's does. Most do not, and then no record is made for them.
+inline bool kelChildMatters(OxState* state, float weight, float accuracy) {
+    return kelMatters(state, kelRecord(state).depth + 1, weight, accuracy);
+}
+
 // The record of a child ray.
 inline KelRay kelChildRecord(OxState* state) {
     KelRay child(kelRecord(state));
@@ -165,14 +175,9 @@ inline KelRay kelChildRecord(OxState* state) {
     return child;
 }
 
-// A child ray of this weight matters: it is not too deep, and its contribution exceeds the accuracy of its kind.
-inline bool kelMatters(OxState* state, const KelRay& child, float weight, float accuracy) {
-    return child.depth < static_cast<Oxuint>(kelRecursionLimit(state)) && weight * child.opacity > accuracy;
-}
-
 KEL_SERVICE R3 kelGetTransparentIntensity(OxState* state, float transparency) {
+    if (!kelChildMatters(state, transparency, kelRecord(state).m_ro->m_transparentAccuracy)) return Black;
     KelRay child = kelChildRecord(state);
-    if (!kelMatters(state, child, transparency, child.m_ro->m_transparentAccuracy)) return Black;
     OxState transparent;
     kelTransparencyRay(state, &transparent);
     child.opacity = transparency * child.opacity;
@@ -183,8 +188,8 @@ KEL_SERVICE R3 kelGetTransparentIntensity(OxState* state, float transparency) {
 KEL_SERVICE R3 kelGetReflectiveIntensity(OxState* state, float& distance, float reflectivity, const R3& shdNormal,
                                          float exponent, bool traceDistance, int numFuzzySamples) {
     distance = 0.0f;
+    if (!kelChildMatters(state, reflectivity, kelRecord(state).m_ro->m_reflectiveAccuracy)) return Black;
     KelRay child = kelChildRecord(state);
-    if (!kelMatters(state, child, reflectivity, child.m_ro->m_reflectiveAccuracy)) return Black;
     OxState reflect;
     kelReflectionRay(state, &reflect, shdNormal);
     child.opacity = reflectivity * child.opacity;
@@ -222,8 +227,8 @@ KEL_SERVICE R3 kelGetReflectiveIntensity(OxState* state, float reflectivity, con
 KEL_SERVICE R3 kelGetRefractiveIntensity(OxState* state, float& distance, float refractivity, const R3& shdNormal,
                                          float n1, float n2, bool switchInside, float exponent, int numFuzzySamples) {
     distance = 0.0f;
+    if (!kelChildMatters(state, refractivity, kelRecord(state).m_ro->m_refractiveAccuracy)) return Black;
     KelRay child = kelChildRecord(state);
-    if (!kelMatters(state, child, refractivity, child.m_ro->m_refractiveAccuracy)) return Black;
     OxState refract;
     oxsSetPrivatePtr(&refract, &child);  // kelRefractionRay reads and toggles the inside flag of this record
     if (!kelRefractionRay(state, &refract, shdNormal, n1, n2, switchInside)) return Black;
@@ -250,7 +255,9 @@ KEL_SERVICE R3 kelGetRefractiveIntensity(OxState* state, float& distance, float 
 
 // ---- Shadow rays
 
-inline KelLight* kelAsKelLight(OxLight* light) { return dynamic_cast<KelLight*>(light); }
+// Null where the light is not one of the package's. The same as a dynamic_cast, which costs as much as a short ray: how
+// far a light's KelLight lies from its OxLight is the same for all lights of a class, and is found out once.
+inline KelLight* kelAsKelLight(OxLight* light) { return light ? KelLightOffsets::instance.kelLight(light) : nullptr; }
 
 KEL_SERVICE bool kelCastShadow(Oxvoid* light) {
     KelLight* kelLight = kelAsKelLight(static_cast<OxLight*>(light));
@@ -301,7 +308,7 @@ KEL_SERVICE bool kelLightTransparency(OxState* state, R3& color, float alpha, fl
     const KelRay& record = kelRecord(state);
     color = Black;
     distance = 0.0f;
-    if (!kelMatters(state, record, alpha, record.m_ro->m_refractiveAccuracy)) return false;
+    if (!kelMatters(state, record.depth, alpha, record.m_ro->m_refractiveAccuracy)) return false;
     R3 position, direction;
     oxsGetHitPosition(state, position);
     oxsGetRayDirection(state, direction);

@@ -4,6 +4,10 @@
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
+#include <atomic>
+#include <cstdint>
+
+class OxLight;
 struct OxState;
 
 // Second base of the package's lights, beside the host's light class. The ray services reach it from an OxLight by a
@@ -39,4 +43,27 @@ protected:
     bool deflectDirection(OxState* state, R3& direction) const;
     // Jitters the state's ray in that way.
     bool deflectRayDirection(OxState* state) const;
+};
+
+// Remembers by class where the KelLight lies in a light. An entry is a single word, so that threads need no lock: the
+// address of the class' table of virtual functions in the upper 48 bits, the distance in bytes in the lower 16.
+class KelLightOffsets {
+public:
+    static KelLightOffsets instance;
+
+    KelLight* kelLight(OxLight* light) {
+        const auto table = *reinterpret_cast<const std::uintptr_t*>(light);
+        const std::uint64_t known = m_known[table / 16 % Size].load(std::memory_order_relaxed);
+        if (known >> 16 != table) [[unlikely]]
+            return find(light);
+        const auto distance = static_cast<std::int16_t>(known);
+        return distance ? reinterpret_cast<KelLight*>(reinterpret_cast<char*>(light) + distance) : nullptr;
+    }
+
+private:
+    static constexpr unsigned Size = 64;
+
+    KelLight* find(OxLight* light);
+
+    std::atomic<std::uint64_t> m_known[Size];
 };

@@ -180,11 +180,14 @@ Oxvoid KelPhongShader::Shade(OxState* state, R3& diffuse, R3& shdNormal, R3&) {
     R3 shadeColor = emissiveColor + ambientIntensity * diffuse;
     if (replaceFragment) shadeColor = getNumLights() == 0 ? diffuse : Black;
 
-    R3 direction, reflectedView;
+    R3 direction;
     oxsGetRayDirection(state, direction);
-    oxsReflect(reflectedView, direction, shdNormal);
+    Lit lit{diffuse, shdNormal, {}, false, replaceFragment};
+    oxsReflect(lit.reflectedView, direction, shdNormal);
+    lit.testShadows = kelRecord(state).depth < static_cast<Oxuint>(kelRecursionLimit(state)) && receiveShadow(state);
+    OxState shadow;  // one for all lights: what a light does not set anew, it does not read
     for (int i = 0; i < getNumLights(); ++i)
-        if (addLight(state, getLight(i), diffuse, shdNormal, reflectedView, replaceFragment, shadeColor)) break;
+        if (addLight(state, &shadow, getLight(i), lit, shadeColor)) break;
 
     computeReflectivity(state, shadeColor, shdNormal);
     computeTransparency(state, shadeColor, alpha);
@@ -205,29 +208,33 @@ float KelPhongShader::applyTexture(OxState* state, R3& diffuse, Oxuint model) {
     return 1.0f - fragment.a;
 }
 
-bool KelPhongShader::addLight(OxState* state, OxLight* light, const R3& diffuse, const R3& shdNormal,
-                              const R3& reflectedView, bool replaceFragment, R3& shadeColor) {
-    OxState shadow;
-    if (!kelShadowRay(state, &shadow, shdNormal, light, this)) {
-        if (replaceFragment) shadeColor = diffuse;
+bool KelPhongShader::addLight(OxState* state, OxState* shadow, OxLight* light, const Lit& lit, R3& shadeColor) {
+    if (!kelShadowRay(state, shadow, lit.shdNormal, light, this)) {
+        if (lit.replaceFragment) shadeColor = lit.diffuse;
         return false;
     }
-    const bool testShadow = kelRecord(state).depth < static_cast<Oxuint>(kelRecursionLimit(state)) &&
-                            kelCastShadow(light) && receiveShadow(state);
-    if (testShadow && !lightPasses(&shadow, light)) return false;
-    if (replaceFragment) {
-        shadeColor = diffuse;
+    if (lit.testShadows && kelCastShadow(light) && !lightPasses(shadow, light)) return false;
+    if (lit.replaceFragment) {
+        shadeColor = lit.diffuse;
         return true;
     }
 
     R3 L, lightColor;
-    oxsGetRayDirection(&shadow, L);
-    oxsGetColor(&shadow, lightColor);
-    shadeColor += lightColor * diffuse * std::fabs(Dot(L, shdNormal));
-    float cosViewLight = Dot(reflectedView, L);
+    oxsGetRayDirection(shadow, L);
+    oxsGetColor(shadow, lightColor);
+    shadeColor += lightColor * lit.diffuse * std::fabs(Dot(L, lit.shdNormal));
+    float cosViewLight = Dot(lit.reflectedView, L);
     if (cosViewLight <= 0.0f) cosViewLight = 0.0f;
-    shadeColor += lightColor * specularColor * std::pow(cosViewLight, shininess);
+    shadeColor += lightColor * specularColor * highlight(cosViewLight);
     return false;
+}
+
+// The power is taken only where it makes a difference: not off the highlight, and not for a black one, whose power is
+// finite in these bounds.
+float KelPhongShader::highlight(float cosViewLight) const {
+    if (cosViewLight == 0.0f && shininess > 0.0f) return 0.0f;
+    if (specularColor == Black && cosViewLight <= 1.1f && shininess >= 0.0f && shininess <= 512.0f) return 0.0f;
+    return std::pow(cosViewLight, shininess);
 }
 
 // The glossy lobe takes `exponent`, far sharper than the highlight of the same shininess.

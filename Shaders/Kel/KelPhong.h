@@ -52,9 +52,15 @@ public:
 private:
     // Applies the texture to the diffuse colour; answers the texture's transparency at the hit.
     float applyTexture(OxState* state, R3& diffuse, Oxuint model);
-    // Adds one light. In replace mode answers true when the loop over the lights is over.
-    bool addLight(OxState* state, OxLight* light, const R3& diffuse, const R3& shdNormal, const R3& reflectedView,
-                  bool replaceFragment, R3& shadeColor);
+    // What the lights of a hit have in common.
+    struct Lit {
+        const R3 &diffuse, &shdNormal;
+        R3 reflectedView;
+        bool testShadows, replaceFragment;
+    };
+    // Adds one light, using `shadow` for its ray. In replace mode answers true when the loop over the lights is over.
+    bool addLight(OxState* state, OxState* shadow, OxLight* light, const Lit& lit, R3& shadeColor);
+    float highlight(float cosViewLight) const;
     // Adds light number i to four colours.
     void addLight4(OxState4& state4, int i, const ISSEVec4& diffuse, const ISSEVec4& shdNormal, const ISSEVec4& view,
                    ISSEVec4& origin, ISSEVec4& color);
