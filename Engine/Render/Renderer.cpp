@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <mutex>
 #include <vector>
@@ -34,6 +35,8 @@ struct Tiles {
         return {x, y, std::min(x + TileSize, image.width), std::min(y + TileSize, image.height)};
     }
 };
+
+using TileColors = std::array<R3, TileSize * TileSize>;
 
 // What all threads share while a frame is rendered.
 class Frame {
@@ -66,7 +69,7 @@ private:
     bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
     R3 samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const;
-    bool keep(unsigned x, unsigned y, const R3& color);  // answers whether the sample was bad
+    std::uint64_t keep(const Window& window, const TileColors& colors);
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
 
     World& m_world;
@@ -90,24 +93,28 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     m_world.renderingObject->initTile(thread, tile);
     const R2 place = samplePlace(pass);
     const Window window = m_tiles.window(tile);
-    std::uint64_t badSamples = 0;
+    TileColors colors;
     for (unsigned y = window.y0; y < window.y1; ++y) {
+        R3* color = colors.data() + std::size_t{y - window.y0} * TileSize;
         unsigned x = window.x0;
-        R3 colors[4];
-        for (; m_packets && x + 4 <= window.x1; x += 4) {
-            m_packets->trace(thread, x, y, pass, place, colors);
-            for (unsigned i = 0; i < 4; ++i) badSamples += keep(x + i, y, colors[i]);
-        }
-        for (; x < window.x1; ++x) badSamples += keep(x, y, samplePixel(thread, x, y, pass, place));
+        for (; m_packets && x + 4 <= window.x1; x += 4, color += 4) m_packets->trace(thread, x, y, pass, place, color);
+        for (; x < window.x1; ++x) *color++ = samplePixel(thread, x, y, pass, place);
     }
-    finishTile(record, badSamples);
+    finishTile(record, keep(window, colors));
 }
 
-bool Frame::keep(unsigned x, unsigned y, const R3& color) {
-    if (!m_film.window().contains(x, y)) return false;
-    const bool good = IsFinite(color);
-    m_film.add(x, y, good ? color : Black);
-    return !good;
+// In one go, since the film's memory is far away by then. Answers the number of bad samples, which are kept as black.
+std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
+    std::uint64_t bad = 0;
+    for (unsigned y = window.y0; y < window.y1; ++y)
+        for (unsigned x = window.x0; x < window.x1; ++x) {
+            if (!m_film.window().contains(x, y)) continue;
+            const R3& color = colors[std::size_t{y - window.y0} * TileSize + (x - window.x0)];
+            const bool good = IsFinite(color);
+            m_film.add(x, y, good ? color : Black);
+            bad += !good;
+        }
+    return bad;
 }
 
 R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const {
