@@ -1,5 +1,6 @@
 // The `oxbeam` command.
 #include "Apps/oxbeam/Commands.h"
+#include "Apps/oxbeam/Describe.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,8 +21,7 @@ struct Arguments {
     std::vector<std::string> pictures;
     std::string sheet;
     unsigned columns = 4;
-    std::string object;
-    bool xml = false;
+    DescribeCommand describe;
 };
 
 void addRender(CLI::App& app, RenderCommand& r) {
@@ -59,9 +59,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .exr or .hdr")->required();
     sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));
     app.add_subcommand("list", "List every object that the packages offer");
-    CLI::App* describe = app.add_subcommand("describe", "Describe an object and its parameters");
-    describe->add_option("NAME", a.object, "Object, as `oxbeam list` names it")->required();
-    describe->add_flag("--xml", a.xml, "Print the object's own document, byte for byte");
+    addDescribe(app, a.describe);
 }
 
 ExitStatus run(const CLI::App& app, const Arguments& a) {
@@ -77,7 +75,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     if (app.got_subcommand("render")) return runRender(a.render, registry);
     if (app.got_subcommand("check")) return runCheck(a.checkScene, a.checkSet, registry);
     if (app.got_subcommand("list")) return runList(registry);
-    return runDescribe(a.object, a.xml, registry);
+    return runDescribe(a.describe, registry);
 }
 
 int parseAndRun(int argc, char** argv) {
