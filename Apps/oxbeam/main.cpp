@@ -1,6 +1,7 @@
 // The `oxbeam` command.
 #include "Apps/oxbeam/Commands.h"
 #include "Apps/oxbeam/Describe.h"
+#include "Apps/oxbeam/Doctor.h"
 
 #include <CLI/CLI.hpp>
 
@@ -60,6 +61,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));
     app.add_subcommand("list", "List every object that the packages offer");
     addDescribe(app, a.describe);
+    app.add_subcommand("doctor", "Report versions, packages, processor and threads");
 }
 
 ExitStatus run(const CLI::App& app, const Arguments& a) {
@@ -70,6 +72,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
         folders.emplace_back(path);
     }
     if (app.got_subcommand("sheet")) return runSheet(a.pictures, a.sheet, a.columns);
+    if (app.got_subcommand("doctor")) return runDoctor(folders);
     Registry registry;
     registry.loadPackages(folders);
     if (app.got_subcommand("render")) return runRender(a.render, registry);
