@@ -2,6 +2,7 @@
 #include "Apps/oxbeam/Commands.h"
 #include "Apps/oxbeam/Describe.h"
 #include "Apps/oxbeam/Doctor.h"
+#include "Apps/oxbeam/Sweep.h"
 
 #include <CLI/CLI.hpp>
 
@@ -23,6 +24,7 @@ struct Arguments {
     std::string sheet;
     unsigned columns = 4;
     DescribeCommand describe;
+    SweepCommand sweep;
 };
 
 void addRender(CLI::App& app, RenderCommand& r) {
@@ -61,6 +63,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));
     app.add_subcommand("list", "List every object that the packages offer");
     addDescribe(app, a.describe);
+    addSweep(app, a.sweep);
     app.add_subcommand("doctor", "Report versions, packages, processor and threads");
 }
 
@@ -77,6 +80,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     registry.loadPackages(folders);
     if (app.got_subcommand("render")) return runRender(a.render, registry);
     if (app.got_subcommand("check")) return runCheck(a.checkScene, a.checkSet, registry);
+    if (app.got_subcommand("sweep")) return runSweep(a.sweep, registry);
     if (app.got_subcommand("list")) return runList(registry);
     return runDescribe(a.describe, registry);
 }
