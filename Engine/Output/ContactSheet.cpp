@@ -38,6 +38,7 @@ OIIO::ImageBuf fitted(const OIIO::ImageBuf& picture, unsigned cellWidth, unsigne
     const int w = picture.spec().width, h = picture.spec().height;
     const double scale = std::min({1.0, static_cast<double>(cellWidth) / w, static_cast<double>(cellHeight) / h});
     const int newWidth = std::max(1, static_cast<int>(w * scale)), newHeight = std::max(1, static_cast<int>(h * scale));
+    if (newWidth == w && newHeight == h) return picture;
     return OIIO::ImageBufAlgo::resize(picture, "", 0.0f, OIIO::ROI(0, newWidth, 0, newHeight, 0, 1, 0, 3));
 }
 

@@ -45,8 +45,8 @@ TEST_F(Command, XmlIsTheObjectsOwnDocument) {
         const auto entry = all.child("objects").find_child_by_attribute("name", object->name.c_str());
         ASSERT_TRUE(entry) << object->name;
         pugi::xml_document own;
-        if (own.load_string(object->document.c_str()))
-            EXPECT_EQ(raw(entry.child("ShaderInfo")), raw(own.child("ShaderInfo")));
+        if (!own.load_string(object->document.c_str())) continue;
+        EXPECT_EQ(raw(entry.child("ShaderInfo")), raw(own.child("ShaderInfo")));
     }
 }
 
@@ -60,7 +60,7 @@ TEST_F(Command, BashCompletesWhatTheCommandTakes) {
         {"re", "render"},
         {"describe KelPh", "KelPhong KelPhongEyeLight"},
         {"describe --format = x", "xml"},
-        {"render sc", "scene.toml"},
+        {"render sce", "scene.toml"},
         {"render scene.toml --set sha", "shader."},
         {"render scene.toml --set shader.", "shader.body."},
         {"render --size 4x4 scene.toml -q --set shader.body.shin", "shader.body.shininess="},
@@ -75,13 +75,13 @@ TEST_F(Command, BashCompletesWhatTheCommandTakes) {
     };
     std::filesystem::create_directory(scratch() / "packages");
     writeFile("packages/libBroken.so", "no library");
-    writeFile("scene.toml", std::string(Scene) + "[camera.side]\nfov = 20\n");
+    writeFile("scene.toml", std::string(SceneText) + "[camera.side]\nfov = 20\n");
     writeFile("script.bash", run("completion bash").out);
     std::string script = "source script.bash\n", expected;
     for (const Case& c : cases) {
         script +=
             "COMP_WORDS=(\"" OXBEAM_COMMAND "\" " + c.words + ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_oxbeam\n";
-        script += "echo '" + c.words + " -> '${COMPREPLY[*]}\n";
+        script += "echo \"" + c.words + " -> ${COMPREPLY[*]}\"\n";
         expected += c.words + " -> " + c.expected + '\n';
     }
     writeFile("cases.bash", script);

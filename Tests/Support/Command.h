@@ -64,7 +64,7 @@ inline R3 pixel(const std::filesystem::path& file, int x, int y) {
 }
 
 // A sphere of 192 triangles over a floor of two, of which a light throws the shadow.
-inline const char* const Scene = R"(
+inline const char* const SceneText = R"(
 [image]
 width = 40
 height = 30
@@ -97,7 +97,7 @@ class Command : public testing::Test {
 protected:
     void SetUp() override {
         for (const auto& entry : std::filesystem::directory_iterator(scratch())) std::filesystem::remove_all(entry);
-        writeFile("scene.toml", Scene);
+        writeFile("scene.toml", SceneText);
     }
 };
 
