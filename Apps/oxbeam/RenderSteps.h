@@ -15,6 +15,9 @@ void stopOnSignals();
 bool stopWanted();
 ExitStatus stoppedStatus();
 
+// Throws where there is no such scene file, or none that can be read.
+void checkInput(const std::string& scene);
+
 // Throws where nothing could be written: what would make hours of rendering end in nothing is found out first.
 void checkOutput(const std::string& file, const ImageOptions& options);
 

@@ -9,6 +9,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iostream>
+#include <iterator>
 #include <optional>
 
 namespace oxbeam {
@@ -40,13 +42,18 @@ void addSweep(CLI::App& app, SweepCommand& command) {
 
 namespace {
 
-// The swept settings, taken out of `set`: the first runs along the columns, the second along the rows.
+// The swept settings, taken out of `set`: the first changes along each row, the second from row to row. None where the
+// scene cannot be read, after saying why.
 std::vector<SweptSetting> takeSwept(RenderCommand& render, const Registry& registry) {
-    Diagnostics unreadable;  // is said when the scene is loaded
-    std::vector<std::string> fixed;
-    std::copy_if(render.set.begin(), render.set.end(), std::back_inserter(fixed),
+    std::vector<std::string> given;
+    std::copy_if(render.set.begin(), render.set.end(), std::back_inserter(given),
                  [](const std::string& text) { return text.find('=') != std::string::npos; });
-    const std::vector<ScenePlace> places = scenePlaces(render.scene, registry, unreadable, fixed);
+    Diagnostics unreadable;  // is said when the scene is loaded, unless a declaration is needed before
+    const std::vector<ScenePlace> places = scenePlaces(render.scene, registry, unreadable, given);
+    if (unreadable.hasErrors() && given.size() < render.set.size()) {
+        unreadable.print(std::cerr);
+        return {};
+    }
     std::vector<SweptSetting> swept;
     std::vector<std::string> ordinary;
     for (const std::string& text : render.set) {
@@ -94,9 +101,11 @@ std::vector<Cell> cellsOf(const std::vector<SweptSetting>& swept) {
 }  // namespace
 
 ExitStatus runSweep(const SweepCommand& command, const Registry& registry) {
+    checkInput(command.render.scene);
     checkOutput(command.render.output, {});
     RenderCommand base = command.render;
     const std::vector<SweptSetting> swept = takeSwept(base, registry);
+    if (swept.empty()) return ExitStatus::BadScene;
     const std::vector<Cell> cells = cellsOf(swept);
     const auto count = static_cast<unsigned>(cells.size());
     const auto columns = swept.size() == 2 ? static_cast<unsigned>(swept[0].values.size()) : command.columns;
