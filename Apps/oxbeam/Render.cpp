@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -198,14 +199,17 @@ static void build(World& world, Workers& workers, const std::string& isa) {
     workers.within([&] { world.geometry.build(isa.empty() ? SceneGeometry::defaultIsa() : isa); });
 }
 
+static unsigned scaled(unsigned pixels, double scale) {
+    return std::max(1u, static_cast<unsigned>(std::lround(pixels * scale)));
+}
+
 std::optional<Rendered> renderPicture(const RenderCommand& command, const Registry& registry, unsigned mostSide) {
     Prepared p = prepare(command, registry);
     if (!p.world) return std::nullopt;
     ImageSize& image = p.world->image;
     if (const double scale = mostSide / static_cast<double>(std::max(image.width, image.height));
         command.size.empty() && scale < 1.0)
-        image = {std::max(1u, static_cast<unsigned>(image.width * scale + 0.5)),
-                 std::max(1u, static_cast<unsigned>(image.height * scale + 0.5))};
+        image = {scaled(image.width, scale), scaled(image.height, scale)};
     Workers workers(p.threads);
     build(*p.world, workers, command.isa);
     const RenderResult result = render(*p.world, workers, p.options);

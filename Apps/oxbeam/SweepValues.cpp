@@ -50,6 +50,7 @@ std::optional<Numbers> parseBound(const std::string& text, const ParameterDeclar
     std::istringstream stream(text);
     Numbers bound;
     bound.list = p.components() > 1;
+    bound.whole = text.find_first_of(".eE") == std::string::npos;
     double value = 0.0;
     if (!(stream >> value)) return std::nullopt;
     for (unsigned i = 0; i < p.components(); ++i, stream >> value) bound.values.push_back(value);
