@@ -251,11 +251,13 @@ void Registry::loadPackage(const fs::path& library) {
 }
 
 void Registry::findInheritedPackets() {
-    for (auto& [name, object] : m_objects)
-        object->packetsInherited =
-            object->packetForm && std::any_of(m_objects.begin(), m_objects.end(), [&](const auto& other) {
-                return other.second->packetForm == object->packetForm && derives(*object->type, *other.second->type);
+    for (const auto& entry : m_objects) {
+        ObjectClass& object = *entry.second;
+        object.packetsInherited =
+            object.packetForm && std::any_of(m_objects.begin(), m_objects.end(), [&](const auto& other) {
+                return other.second->packetForm == object.packetForm && derives(*object.type, *other.second->type);
             });
+    }
 }
 
 void Registry::loadPackages(const std::vector<fs::path>& folders, const std::function<void(const Error&)>& onFailure) {
