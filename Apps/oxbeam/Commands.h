@@ -31,6 +31,5 @@ ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& se
 // Lays pictures out on one, each labelled with its file's name.
 ExitStatus runSheet(const std::vector<std::string>& pictures, const std::string& output, unsigned columns);
 ExitStatus runList(const Registry& registry);
-ExitStatus runDescribe(const std::string& name, bool xml, const Registry& registry);
 
 }  // namespace oxbeam

@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Commands.h"
 #include "Apps/oxbeam/Progress.h"
+#include "Apps/oxbeam/RenderSteps.h"
 #include "Engine/Output/ImageFile.h"
 #include "Engine/Render/Renderer.h"
 #include "Engine/SceneFile/SceneFile.h"
@@ -12,11 +13,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <set>
 
 namespace oxbeam {
 
@@ -34,7 +37,14 @@ static void onSignal(int number) {
     std::signal(number, SIG_DFL);
 }
 
-static ExitStatus stoppedStatus() { return s_signal == SIGINT ? ExitStatus::Interrupted : ExitStatus::Incomplete; }
+void stopOnSignals() {
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
+}
+
+bool stopWanted() { return s_stop; }
+
+ExitStatus stoppedStatus() { return s_signal == SIGINT ? ExitStatus::Interrupted : ExitStatus::Incomplete; }
 
 // ---- Arguments
 
@@ -63,7 +73,7 @@ static Window parseCrop(const std::string& text, const ImageSize& image) {
     return w;
 }
 
-static void checkInput(const std::string& scene) {
+void checkInput(const std::string& scene) {
     if (!fs::exists(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: no such scene file", scene));
     if (!fs::is_regular_file(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: not a regular file", scene));
     if (access(scene.c_str(), R_OK) != 0)
@@ -71,7 +81,7 @@ static void checkInput(const std::string& scene) {
 }
 
 // What would make hours of rendering end in nothing is found out first.
-static void checkOutput(const std::string& file, const ImageOptions& options) {
+void checkOutput(const std::string& file, const ImageOptions& options) {
     checkImageFormat(file, options);
     if (fs::exists(file) && !fs::is_regular_file(file))
         throw Error(ExitStatus::InputOutput,
@@ -98,13 +108,19 @@ static unsigned chooseThreads(const RenderCommand& command, const OxRenderingObj
 
 // ---- Steps
 
+// Nothing is said twice, not even of the many pictures of a sweep.
+static void say(const Diagnostic& diagnostic) {
+    static std::set<std::string> said;
+    if (said.insert(diagnostic.text()).second) std::cerr << diagnostic.text() << '\n';
+}
+
 static std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& options, const Registry& registry,
                                    bool quiet) {
     checkInput(scene);
     Diagnostics diagnostics;
     auto world = loadScene(scene, registry, diagnostics, options);
     for (const Diagnostic& d : diagnostics.sorted())
-        if (!quiet || d.severity != Severity::Note) std::cerr << d.text() << '\n';
+        if (!quiet || d.severity != Severity::Note) say(d);
     return diagnostics.hasErrors() ? nullptr : std::move(world);
 }
 
@@ -155,6 +171,52 @@ static void writeStatistics(const std::string& file, const World& world, const R
     if (!stream.flush()) throw Error(ExitStatus::InputOutput, fmt::format("cannot write '{}'", file));
 }
 
+// A scene with what the command line says of its picture.
+struct Prepared {
+    std::unique_ptr<World> world;
+    RenderOptions options;
+    unsigned threads = 1;
+};
+
+// Without a world where the scene is bad.
+static Prepared prepare(const RenderCommand& command, const Registry& registry) {
+    Prepared p;
+    p.world = load(command.scene, {command.set, command.camera}, registry, command.quiet);
+    if (!p.world) return p;
+    if (!command.size.empty()) p.world->image = parseSize(command.size);
+    const OxRenderingObject& ro = *p.world->renderingObject;
+    p.options.samples = command.samples.value_or(static_cast<unsigned>(ro.m_samplesPerPixel));
+    if (p.options.samples < 1 || p.options.samples > MaxSamples)
+        throw Error(ExitStatus::Usage, fmt::format("--samples {}: expected 1 to {}", p.options.samples, MaxSamples));
+    if (!command.crop.empty()) p.options.crop = parseCrop(command.crop, p.world->image);
+    p.options.packets = command.packets;
+    p.options.stop = &s_stop;
+    p.threads = chooseThreads(command, ro);
+    return p;
+}
+
+static void build(World& world, Workers& workers, const std::string& isa) {
+    workers.within([&] { world.geometry.build(isa.empty() ? SceneGeometry::defaultIsa() : isa); });
+}
+
+static unsigned scaled(unsigned pixels, double scale) {
+    return std::max(1u, static_cast<unsigned>(std::lround(pixels * scale)));
+}
+
+std::optional<Rendered> renderPicture(const RenderCommand& command, const Registry& registry, unsigned mostSide) {
+    Prepared p = prepare(command, registry);
+    if (!p.world) return std::nullopt;
+    ImageSize& image = p.world->image;
+    if (const double scale = mostSide / static_cast<double>(std::max(image.width, image.height));
+        command.size.empty() && scale < 1.0)
+        image = {scaled(image.width, scale), scaled(image.height, scale)};
+    Workers workers(p.threads);
+    build(*p.world, workers, command.isa);
+    const RenderResult result = render(*p.world, workers, p.options);
+    warnOfBadResults(result.statistics);
+    return Rendered{image.width, image.height, result.film.pixels()};
+}
+
 ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     ProgressLine progress(command.quiet);
     const ImageOptions imageOptions{command.bits};
@@ -163,35 +225,24 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
         !fs::is_directory(fs::path(command.stats).parent_path()))
         throw Error(ExitStatus::InputOutput,
                     fmt::format("cannot write '{}': there is no such directory", command.stats));
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
+    stopOnSignals();
     Times times;
 
     Stopwatch loading;
-    const auto world = load(command.scene, {command.set, command.camera}, registry, command.quiet);
+    auto [world, options, threads] = prepare(command, registry);
     if (!world) return ExitStatus::BadScene;
-    if (!command.size.empty()) world->image = parseSize(command.size);
-    OxRenderingObject& ro = *world->renderingObject;
-    RenderOptions options;
-    options.samples = command.samples.value_or(static_cast<unsigned>(ro.m_samplesPerPixel));
-    if (options.samples < 1 || options.samples > MaxSamples)
-        throw Error(ExitStatus::Usage, fmt::format("--samples {}: expected 1 to {}", options.samples, MaxSamples));
-    if (!command.crop.empty()) options.crop = parseCrop(command.crop, world->image);
-    const unsigned threads = chooseThreads(command, ro);
     times.load = loading.seconds();
     progress.step(fmt::format("loaded {} in {:.2f} s: {} triangles, {} lights", command.scene, times.load,
                               world->geometry.triangles(), world->lights.size()));
 
     Stopwatch building;
     Workers workers(threads);
-    workers.within([&] { world->geometry.build(command.isa.empty() ? SceneGeometry::defaultIsa() : command.isa); });
+    build(*world, workers, command.isa);
     times.build = building.seconds();
     progress.step(fmt::format("built in {:.2f} s", times.build));
     if (s_stop) return stoppedStatus();
 
     Stopwatch rendering;
-    options.packets = command.packets;
-    options.stop = &s_stop;
     options.progress = [&](const Progress& p) { progress.update(p); };
     const RenderResult result = render(*world, workers, options);
     times.render = rendering.seconds();

@@ -1,5 +1,9 @@
 // The `oxbeam` command.
 #include "Apps/oxbeam/Commands.h"
+#include "Apps/oxbeam/Completion.h"
+#include "Apps/oxbeam/Describe.h"
+#include "Apps/oxbeam/Doctor.h"
+#include "Apps/oxbeam/Sweep.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,16 +24,17 @@ struct Arguments {
     std::vector<std::string> pictures;
     std::string sheet;
     unsigned columns = 4;
-    std::string object;
-    bool xml = false;
+    CompletionCommand completion;
+    DescribeCommand describe;
+    SweepCommand sweep;
 };
 
 void addRender(CLI::App& app, RenderCommand& r) {
     CLI::App* c = app.add_subcommand("render", "Render a scene to a picture");
     c->add_option("SCENE", r.scene, "Scene file (TOML)")->required();
-    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required();
+    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required()->type_name("FILE");
     c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
-    c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("NAME");
+    c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
     c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
     c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
     c->add_option("--crop", r.crop, "Render a part only: left, top, right, bottom; the last two lie outside")
@@ -38,12 +43,12 @@ void addRender(CLI::App& app, RenderCommand& r) {
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    c->add_option("--bits", r.bits, "Bits per channel of a PNG, 8 or 16")->type_name("N");
+    c->add_option("--bits", r.bits, "Bits per channel of a PNG, 8 or 16")->type_name("8|16");
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
     c->add_flag("--packets", r.packets,
                 "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");
     c->add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
-        ->type_name("NAME");
+        ->type_name("sse2|sse4.2|avx|avx2|avx512");
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
 }
 
@@ -56,12 +61,15 @@ void addOthers(CLI::App& app, Arguments& a) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     CLI::App* sheet = app.add_subcommand("sheet", "Lay pictures out on one contact sheet, labelled by their names");
     sheet->add_option("PICTURE", a.pictures, "Pictures")->required();
-    sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .exr or .hdr")->required();
+    sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .exr or .hdr")
+        ->required()
+        ->type_name("FILE");
     sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));
     app.add_subcommand("list", "List every object that the packages offer");
-    CLI::App* describe = app.add_subcommand("describe", "Describe an object and its parameters");
-    describe->add_option("NAME", a.object, "Object, as `oxbeam list` names it")->required();
-    describe->add_flag("--xml", a.xml, "Print the object's own document, byte for byte");
+    addDescribe(app, a.describe);
+    addSweep(app, a.sweep);
+    addCompletion(app, a.completion);
+    app.add_subcommand("doctor", "Report versions, packages, processor and threads");
 }
 
 ExitStatus run(const CLI::App& app, const Arguments& a) {
@@ -72,12 +80,19 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
         folders.emplace_back(path);
     }
     if (app.got_subcommand("sheet")) return runSheet(a.pictures, a.sheet, a.columns);
+    if (app.got_subcommand("doctor")) return runDoctor(folders);
     Registry registry;
+    if (app.got_subcommand("complete")) {
+        registry.loadPackages(folders, [](const Error&) {});  // nobody reads errors while typing
+        return runComplete(a.completion.scene, registry);
+    }
     registry.loadPackages(folders);
     if (app.got_subcommand("render")) return runRender(a.render, registry);
     if (app.got_subcommand("check")) return runCheck(a.checkScene, a.checkSet, registry);
+    if (app.got_subcommand("sweep")) return runSweep(a.sweep, registry);
+    if (app.got_subcommand("completion")) return runCompletion(app, registry);
     if (app.got_subcommand("list")) return runList(registry);
-    return runDescribe(a.object, a.xml, registry);
+    return runDescribe(a.describe, registry);
 }
 
 int parseAndRun(int argc, char** argv) {

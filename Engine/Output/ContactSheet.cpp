@@ -13,7 +13,9 @@ namespace oxbeam {
 namespace {
 
 constexpr unsigned Margin = 12, LabelHeight = 28;
-constexpr float Paper[] = {0.9f, 0.9f, 0.9f}, Ink[] = {0.01f, 0.01f, 0.01f};
+constexpr int LargestFont = 15, SmallestFont = 8;
+constexpr const char* Font = "DejaVuSans";
+constexpr float PaperColor[] = {0.9f, 0.9f, 0.9f}, Ink[] = {0.01f, 0.01f, 0.01f};
 
 // A picture as linear floats of three channels, top row first.
 OIIO::ImageBuf readPicture(const std::filesystem::path& file) {
@@ -36,37 +38,71 @@ OIIO::ImageBuf fitted(const OIIO::ImageBuf& picture, unsigned cellWidth, unsigne
     const int w = picture.spec().width, h = picture.spec().height;
     const double scale = std::min({1.0, static_cast<double>(cellWidth) / w, static_cast<double>(cellHeight) / h});
     const int newWidth = std::max(1, static_cast<int>(w * scale)), newHeight = std::max(1, static_cast<int>(h * scale));
+    if (newWidth == w && newHeight == h) return picture;
     return OIIO::ImageBufAlgo::resize(picture, "", 0.0f, OIIO::ROI(0, newWidth, 0, newHeight, 0, 1, 0, 3));
+}
+
+// The largest size of text that a label is readable in and that fits the cell, if any does.
+int fontSize(const std::string& label, unsigned cellWidth) {
+    int size = LargestFont;
+    while (size > SmallestFont &&
+           OIIO::ImageBufAlgo::text_size(label, size, Font).width() > static_cast<int>(cellWidth))
+        --size;
+    return size;
 }
 
 }  // namespace
 
-Sheet contactSheet(const std::vector<LabelledPicture>& pictures, unsigned columns, unsigned cellWidth,
-                   unsigned cellHeight) {
-    const auto count = static_cast<unsigned>(pictures.size());
+struct ContactSheet::Paper {
+    unsigned columns, cellWidth, cellHeight;
+    unsigned next = 0;  // cell
+    OIIO::ImageBuf paper;
+
+    void add(const OIIO::ImageBuf& original, const std::string& label);
+};
+
+void ContactSheet::Paper::add(const OIIO::ImageBuf& original, const std::string& label) {
+    const OIIO::ImageBuf picture = fitted(original, cellWidth, cellHeight);
+    const auto w = static_cast<int>(cellWidth), h = static_cast<int>(cellHeight);
+    const auto x = static_cast<int>(Margin + next % columns * (cellWidth + Margin));
+    const auto y = static_cast<int>(Margin + next / columns * (cellHeight + LabelHeight + Margin));
+    const int left = x + (w - picture.spec().width) / 2, top = y + h - picture.spec().height;
+    const bool drawn =
+        OIIO::ImageBufAlgo::paste(paper, left, top, 0, 0, picture) &&
+        OIIO::ImageBufAlgo::render_text(paper, x + w / 2, y + h + static_cast<int>(LabelHeight) - 9, label,
+                                        fontSize(label, cellWidth), Font, Ink, OIIO::ImageBufAlgo::TextAlignX::Center);
+    if (!drawn) throw Error(ExitStatus::InputOutput, fmt::format("cannot make a contact sheet: {}", paper.geterror()));
+    ++next;
+}
+
+ContactSheet::ContactSheet(unsigned count, unsigned columns, unsigned cellWidth, unsigned cellHeight) {
     columns = std::max(1u, std::min(columns, count));
     const unsigned rows = (count + columns - 1) / columns;
-    const unsigned stepX = cellWidth + Margin, stepY = cellHeight + LabelHeight + Margin;
-    Sheet sheet{Margin + columns * stepX, Margin + rows * stepY, {}};
-    OIIO::ImageBuf paper(
-        OIIO::ImageSpec(static_cast<int>(sheet.width), static_cast<int>(sheet.height), 3, OIIO::TypeDesc::FLOAT));
-    OIIO::ImageBufAlgo::fill(paper, Paper);
-    for (unsigned i = 0; i < count; ++i) {
-        const OIIO::ImageBuf picture = fitted(readPicture(pictures[i].file), cellWidth, cellHeight);
-        const auto x = static_cast<int>(Margin + i % columns * stepX),
-                   y = static_cast<int>(Margin + i / columns * stepY);
-        const int left = x + (static_cast<int>(cellWidth) - picture.spec().width) / 2;
-        const int top = y + static_cast<int>(cellHeight) - picture.spec().height;
-        const bool drawn = OIIO::ImageBufAlgo::paste(paper, left, top, 0, 0, picture) &&
-                           OIIO::ImageBufAlgo::render_text(
-                               paper, x + static_cast<int>(cellWidth) / 2,
-                               y + static_cast<int>(cellHeight) + static_cast<int>(LabelHeight) - 9, pictures[i].label,
-                               15, "DejaVuSans", Ink, OIIO::ImageBufAlgo::TextAlignX::Center);
-        if (!drawn)
-            throw Error(ExitStatus::InputOutput, fmt::format("cannot make a contact sheet: {}", paper.geterror()));
-    }
+    const auto width = static_cast<int>(Margin + columns * (cellWidth + Margin));
+    const auto height = static_cast<int>(Margin + rows * (cellHeight + LabelHeight + Margin));
+    m_paper.reset(new Paper{columns, cellWidth, cellHeight, 0,
+                            OIIO::ImageBuf(OIIO::ImageSpec(width, height, 3, OIIO::TypeDesc::FLOAT))});
+    OIIO::ImageBufAlgo::fill(m_paper->paper, PaperColor);
+}
+
+ContactSheet::~ContactSheet() = default;
+
+void ContactSheet::add(const std::filesystem::path& file, const std::string& label) {
+    m_paper->add(readPicture(file), label);
+}
+
+void ContactSheet::add(unsigned width, unsigned height, const std::vector<R3>& pixels, const std::string& label) {
+    OIIO::ImageBuf picture(
+        OIIO::ImageSpec(static_cast<int>(width), static_cast<int>(height), 3, OIIO::TypeDesc::FLOAT));
+    picture.set_pixels(picture.roi(), OIIO::TypeDesc::FLOAT, pixels.data());
+    m_paper->add(picture, label);
+}
+
+Sheet ContactSheet::sheet() const {
+    const OIIO::ImageSpec& spec = m_paper->paper.spec();
+    Sheet sheet{static_cast<unsigned>(spec.width), static_cast<unsigned>(spec.height), {}};
     sheet.pixels.resize(std::size_t{sheet.width} * sheet.height);
-    paper.get_pixels(paper.roi(), OIIO::TypeDesc::FLOAT, sheet.pixels.data());
+    m_paper->paper.get_pixels(m_paper->paper.roi(), OIIO::TypeDesc::FLOAT, sheet.pixels.data());
     return sheet;
 }
 

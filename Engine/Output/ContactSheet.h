@@ -5,15 +5,11 @@
 #include "Primitives/Vec.h"
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace oxbeam {
-
-struct LabelledPicture {
-    std::filesystem::path file;
-    std::string label;
-};
 
 struct Sheet {
     unsigned width = 0, height = 0;
@@ -22,7 +18,20 @@ struct Sheet {
 
 // Lays pictures out in rows, each scaled down to fit a cell of the given size, labels underneath. Throws
 // Error(InputOutput) for a picture that cannot be read.
-OXBEAM_API Sheet contactSheet(const std::vector<LabelledPicture>& pictures, unsigned columns, unsigned cellWidth,
-                              unsigned cellHeight);
+class OXBEAM_API ContactSheet {
+public:
+    // For so many pictures; those that are never added leave their cells empty.
+    ContactSheet(unsigned count, unsigned columns, unsigned cellWidth, unsigned cellHeight);
+    ~ContactSheet();
+
+    void add(const std::filesystem::path& file, const std::string& label);
+    // Linear colours, row by row from the top.
+    void add(unsigned width, unsigned height, const std::vector<R3>& pixels, const std::string& label);
+    Sheet sheet() const;
+
+private:
+    struct Paper;
+    std::unique_ptr<Paper> m_paper;
+};
 
 }  // namespace oxbeam

@@ -1,6 +1,5 @@
 #include "Engine/Packages/Registry.h"
 
-#include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/HostObjects.h"
 #include "Engine/Packages/Overrides.h"
 #include "Oxbeam/OxCamera.h"
@@ -252,14 +251,16 @@ void Registry::loadPackage(const fs::path& library) {
 }
 
 void Registry::findInheritedPackets() {
-    for (auto& [name, object] : m_objects)
-        object->packetsInherited =
-            object->packetForm && std::any_of(m_objects.begin(), m_objects.end(), [&](const auto& other) {
-                return other.second->packetForm == object->packetForm && derives(*object->type, *other.second->type);
+    for (const auto& entry : m_objects) {
+        ObjectClass& object = *entry.second;
+        object.packetsInherited =
+            object.packetForm && std::any_of(m_objects.begin(), m_objects.end(), [&](const auto& other) {
+                return other.second->packetForm == object.packetForm && derives(*object.type, *other.second->type);
             });
+    }
 }
 
-void Registry::loadPackages(const std::vector<fs::path>& folders) {
+void Registry::loadPackages(const std::vector<fs::path>& folders, const std::function<void(const Error&)>& onFailure) {
     std::set<std::string> seen;
     for (const fs::path& folder : folders) {
         std::error_code missing;
@@ -268,8 +269,15 @@ void Registry::loadPackages(const std::vector<fs::path>& folders) {
             const std::string file = entry.path().filename().string();
             if (file.starts_with("lib") && file.ends_with(".so")) libraries.insert(entry.path());
         }
-        for (const fs::path& library : libraries)
-            if (seen.insert(library.filename().string()).second) loadPackage(library);
+        for (const fs::path& library : libraries) {
+            if (!seen.insert(library.filename().string()).second) continue;
+            try {
+                loadPackage(library);
+            } catch (const Error& e) {
+                if (!onFailure) throw;
+                onFailure(e);
+            }
+        }
     }
 }
 

@@ -1,11 +1,13 @@
 // The objects that packages offer: loading packages, and finding objects by name.
 #pragma once
 
+#include "Engine/Diagnostics/Error.h"
 #include "Engine/Packages/ShaderInfo.h"
 #include "Oxbeam/OxLoadableObject.h"
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -69,8 +71,9 @@ public:
     // or describes itself wrongly, or a name is taken. Packages stay loaded until the process ends.
     void loadPackage(const std::filesystem::path& library);
     // Loads every package (lib*.so) of the folders, in their order; of two files with the same name the first wins.
-    // A folder that does not exist is skipped.
-    void loadPackages(const std::vector<std::filesystem::path>& folders);
+    // A folder that does not exist is skipped. A package that does not load ends it, unless somebody takes the failure.
+    void loadPackages(const std::vector<std::filesystem::path>& folders,
+                      const std::function<void(const Error&)>& onFailure = {});
 
     // Null where no object has this name.
     const ObjectClass* find(std::string_view name) const;

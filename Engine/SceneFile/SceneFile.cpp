@@ -5,6 +5,7 @@
 #include "Engine/Packages/ParameterValue.h"
 #include "Engine/Scene/Shapes.h"
 #include "Engine/SceneFile/SceneDocument.h"
+#include "Engine/SceneFile/ScenePlaces.h"
 #include "Engine/Textures/Projection.h"
 #include "Engine/Textures/TextureFile.h"
 
@@ -279,7 +280,7 @@ void SceneLoader::readShaders() {
 
 void SceneLoader::readRender() {
     TableReader reader = readerOf("render");
-    const ObjectClass* object = objectOf(reader, {ObjectKind::RenderingObject}, "Kel");
+    const ObjectClass* object = objectOf(reader, {ObjectKind::RenderingObject}, DefaultRenderingObject);
     if (!object) return;
     OxRenderingObject& ro = m_world.setRenderingObject(*object);
     writeParameters(reader, *object, ro);
@@ -346,7 +347,7 @@ OxCamera* SceneLoader::readCamera(TableReader& reader, bool chosen) {
         m_focusPlace = reader.where("focus");
         m_focusLabel = reader.label();
     }
-    const ObjectClass* object = objectOf(reader, {ObjectKind::Camera}, "OxPerspectiveCamera");
+    const ObjectClass* object = objectOf(reader, {ObjectKind::Camera}, DefaultCamera);
     if (!object) return nullptr;
     auto& camera = dynamic_cast<OxCamera&>(m_world.make(*object));
     writeParameters(reader, *object, camera);
@@ -398,7 +399,7 @@ void SceneLoader::focusCamera() {
 
 void SceneLoader::readEnvironment() {
     TableReader reader = readerOf("environment");
-    if (const auto* object = objectOf(reader, {ObjectKind::Environment, ObjectKind::Shader}, "OxBackground"))
+    if (const auto* object = objectOf(reader, {ObjectKind::Environment, ObjectKind::Shader}, DefaultEnvironment))
         writeParameters(reader, *object, m_world.setEnvironment(*object));
 }
 

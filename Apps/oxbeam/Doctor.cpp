@@ -1,0 +1,71 @@
+#include "Apps/oxbeam/Doctor.h"
+
+#include "Engine/Packages/Registry.h"
+#include "Engine/Scene/SceneGeometry.h"
+#include "Engine/System/System.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <iostream>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+// Columns of a name and what there is to say of it.
+static void line(const std::string& name, const std::string& text) {
+    std::cout << fmt::format("  {:<16}{}\n", name, text);
+}
+
+static void reportVersions() {
+    std::cout << "versions\n";
+    line("oxbeam", OXBEAM_VERSION);
+    for (const LibraryVersion& library : libraryVersions()) line(library.name, library.version);
+}
+
+static void reportPackages(const std::vector<fs::path>& folders, const Registry& registry,
+                           const std::vector<std::string>& failures) {
+    std::cout << "\npackages are looked for in\n";
+    for (const fs::path& folder : folders)
+        std::cout << fmt::format("  {}{}\n", folder.string(), fs::is_directory(folder) ? "" : " (does not exist)");
+    std::cout << "\npackages\n";
+    for (const fs::path& package : registry.packages()) {
+        std::vector<std::string> names;
+        for (const ObjectClass* object : registry.all())
+            if (object->package == package) names.push_back(object->name);
+        std::cout << fmt::format("  {}\n    {} objects: {}\n", package.string(), names.size(), fmt::join(names, ", "));
+    }
+    if (registry.packages().empty()) std::cout << "  none\n";
+    for (const std::string& failure : failures) std::cerr << "oxbeam: error: " << failure << '\n';
+}
+
+static void reportProcessor() {
+    const Processor cpu = processor();
+    std::cout << "\nprocessor\n";
+    line("model", cpu.model.empty() ? "unknown" : cpu.model);
+    line("instructions", fmt::format("{}", fmt::join(cpu.isas, ", ")));
+    line("traced with", SceneGeometry::defaultIsa() + ", unless --isa says otherwise");
+}
+
+static void reportThreads() {
+    const ThreadBudget threads = threadBudget();
+    std::cout << "\nthreads\n";
+    line("hardware", std::to_string(threads.hardware));
+    line("affinity", std::to_string(threads.affinity));
+    line("quota", threads.quota ? fmt::format("{:g} (cpu.max)", *threads.quota) : "none (cpu.max)");
+    line("rendering", fmt::format("{}, unless --threads says otherwise", threads.rendering));
+}
+
+ExitStatus runDoctor(const std::vector<fs::path>& packageFolders) {
+    std::vector<std::string> failures;
+    Registry registry;
+    registry.loadPackages(packageFolders, [&](const Error& e) { failures.emplace_back(e.what()); });
+    reportVersions();
+    reportPackages(packageFolders, registry, failures);
+    reportProcessor();
+    reportThreads();
+    return failures.empty() ? ExitStatus::Done : ExitStatus::BadPackage;
+}
+
+}  // namespace oxbeam

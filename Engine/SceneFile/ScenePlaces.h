@@ -1,0 +1,33 @@
+// The places of a scene file at which parameters can be set, as `--set` names them.
+#pragma once
+
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/Packages/Registry.h"
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oxbeam {
+
+// What stands at a place whose table names no object.
+inline constexpr const char* DefaultRenderingObject = "Kel";
+inline constexpr const char* DefaultCamera = "OxPerspectiveCamera";
+inline constexpr const char* DefaultEnvironment = "OxBackground";
+
+struct ScenePlace {
+    std::string path;                     // "shader.table", "light.0", "camera", ...
+    const ObjectClass* object = nullptr;  // null: none, or one that no package offers
+    std::vector<std::string> keys;        // that the scene itself knows there, beside the object's parameters
+};
+
+// Reads no more than the scene file itself, with `set` laid over it; empty where that cannot be read.
+OXBEAM_API std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Registry& registry,
+                                               Diagnostics& diagnostics, const std::vector<std::string>& set = {});
+
+// The declaration behind "shader.table.shininess" or, of all shaders together, "shader.*.shininess"; null where there
+// is none.
+OXBEAM_API const ParameterDeclaration* parameterAt(const std::vector<ScenePlace>& places, std::string_view path);
+
+}  // namespace oxbeam

@@ -1,0 +1,104 @@
+// The command at work on files of the test's own.
+#pragma once
+
+#include "Tests/Support/SceneText.h"
+
+#include <OpenImageIO/imagebuf.h>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <iterator>
+#include <sstream>
+
+namespace oxbeam::test {
+
+struct Outcome {
+    int status;  // of the exit, or the negative signal
+    std::string out, err;
+};
+
+// The command at work in the scratch folder; arguments are separated by blanks.
+class Process {
+public:
+    explicit Process(const std::string& arguments) {
+        static int count = 0;
+        m_name = std::to_string(++count);
+        std::istringstream stream("oxbeam " + arguments);
+        std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+        std::vector<char*> argv;
+        for (std::string& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        const std::string folder = scratch().string(), out = m_name + ".out", err = m_name + ".err";
+        m_child = fork();
+        if (m_child != 0) return;
+        const auto redirect = [](const std::string& file, int to) {
+            return dup2(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), to) == to;
+        };
+        if (chdir(folder.c_str()) == 0 && redirect(out, 1) && redirect(err, 2)) execv(OXBEAM_COMMAND, argv.data());
+        _exit(127);
+    }
+
+    std::string errors() const { return contentOf(m_name + ".err"); }
+    void signal(int number) const { kill(m_child, number); }
+    Outcome finish() const {
+        int status = 0;
+        EXPECT_EQ(waitpid(m_child, &status, 0), m_child);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), contentOf(m_name + ".out"), errors()};
+    }
+
+private:
+    std::string m_name;
+    pid_t m_child;
+};
+
+inline Outcome run(const std::string& arguments) { return Process(arguments).finish(); }
+
+inline R3 pixel(const std::filesystem::path& file, int x, int y) {
+    OIIO::ImageBuf image((scratch() / file).string());
+    EXPECT_TRUE(image.read(0, 0, true, OIIO::TypeDesc::FLOAT)) << image.geterror();
+    R3 color;
+    image.getpixel(x, y, &color.x, 3);
+    return color;
+}
+
+// A sphere of 192 triangles over a floor of two, of which a light throws the shadow.
+inline const char* const SceneText = R"(
+[image]
+width = 40
+height = 30
+samples = 2
+[render]
+receiveShadow = true
+[camera]
+position = [0, 1, 5]
+lookAt = [0, 0, 0]
+[shader.body]
+object = "KelPhong"
+diffuseColor = [0.8, 0.4, 0.2]
+reflective = [0.5, 0.5, 0.5]
+[[light]]
+object = "KelPointLight"
+position = [2, 3, 4]
+intensity = [20, 20, 20]
+[[mesh]]
+shape = "sphere"
+segments = 14
+shader = "body"
+[[mesh]]
+shape = "plane"
+shader = "body"
+scale = 4
+translate = [0, -1, 0]
+)";
+
+class Command : public testing::Test {
+protected:
+    void SetUp() override {
+        for (const auto& entry : std::filesystem::directory_iterator(scratch())) std::filesystem::remove_all(entry);
+        writeFile("scene.toml", SceneText);
+    }
+};
+
+}  // namespace oxbeam::test
