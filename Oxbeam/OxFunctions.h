@@ -114,14 +114,15 @@ OXBEAM_API Oxuint oxsGlobalLights(Oxvoid*** lights);
 // (NewFrame), before any surface reads the list; holds for that frame.
 OXBEAM_API Oxvoid oxsAddLight(OxLight* light);
 // Evaluates a light at a point. True: `shadow` holds the ray from the point to the light and, as its colour, the
-// intensity that arrives. `state` is handed to the light (usually the shadow state again), `shader` the calling
-// surface shader.
+// intensity that arrives; false: ray and colour are of no meaning. `state` is handed to the light (usually the shadow
+// state again), `shader` the calling surface shader.
 OX_SERVICE bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader) {
-    R3 direction, intensity;
-    float distance = 0.0f;
-    if (!static_cast<OxLight*>(light)->Illuminate(point, direction, distance, intensity, state, shader)) return false;
-    oxsSetRay(shadow, point, direction, distance);
-    oxsReturnColor(shadow, intensity);
+    // Straight into the shadow state: where the light does not reach, nobody looks at what stands there.
+    Ray& ray = shadow->ray;
+    ray.direction = zeroVector;  // of lights that set none
+    if (!static_cast<OxLight*>(light)->Illuminate(point, ray.direction, ray.maxDist, shadow->color, state, shader))
+        return false;
+    ray.origin = point;
     return true;
 }
 

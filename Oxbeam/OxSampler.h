@@ -26,5 +26,7 @@ public:
     void setSeed(int seed) { setSeed(static_cast<unsigned>(seed)); }
 
 private:
+    unsigned m_seed;
+    bool m_seeded = false;  // not before the first number is drawn: most tiles draw none
     std::mt19937 m_generator;
 };

@@ -111,14 +111,23 @@ void OxRenderingObject::initTile(unsigned, unsigned) {}
 
 OxSampler::~OxSampler() = default;
 
-OxMersenneTwisterSampler::OxMersenneTwisterSampler(int seed) : m_generator(static_cast<unsigned>(seed)) {}
+OxMersenneTwisterSampler::OxMersenneTwisterSampler(int seed) : m_seed(static_cast<unsigned>(seed)) {}
 
 OxSampler* OxMersenneTwisterSampler::clone() const { return new OxMersenneTwisterSampler(*this); }
 
 // The upper 24 bits are what a float holds without rounding up to 1.
-float OxMersenneTwisterSampler::nextSample(int) { return static_cast<float>(m_generator() >> 8) * 0x1p-24f; }
+float OxMersenneTwisterSampler::nextSample(int) {
+    if (!m_seeded) [[unlikely]] {
+        m_generator.seed(m_seed);
+        m_seeded = true;
+    }
+    return static_cast<float>(m_generator() >> 8) * 0x1p-24f;
+}
 
-void OxMersenneTwisterSampler::setSeed(unsigned seed) { m_generator.seed(seed); }
+void OxMersenneTwisterSampler::setSeed(unsigned seed) {
+    m_seed = seed;
+    m_seeded = false;
+}
 
 // ---- Scene and textures
 
