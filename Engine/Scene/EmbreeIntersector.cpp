@@ -126,38 +126,25 @@ static constexpr float FarthestOut = 1.8e18f;
 
 static sse_t within(sse_t v) { return _mm_cmple_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), v), _mm_set1_ps(FarthestOut)); }
 
-// Origin and direction of a ray as they lie in memory: (ox, oy, oz, dx) and (oz, dx, dy, dz).
-struct PackedRay {
-    sse_t front, back;
-
-    explicit PackedRay(const Ray& ray) : front(_mm_loadu_ps(&ray.origin.x)), back(_mm_loadu_ps(&ray.origin.z)) {
-        static_assert(offsetof(Ray, direction) == 3 * sizeof(float) && sizeof(R3) == 3 * sizeof(float));
-    }
-
-    bool within() const { return _mm_movemask_ps(_mm_and_ps(oxbeam::within(front), oxbeam::within(back))) == 15; }
-};
-
-// The first two groups of a query: origin and near limit, direction and time.
-static void fill(RTCRay& query, const PackedRay& ray, float tnear) {
-    _mm_store_ps(&query.org_x, ray.front);
-    query.tnear = tnear;
-    _mm_storeu_ps(&query.dir_x, _mm_shuffle_ps(ray.back, ray.back, _MM_SHUFFLE(0, 3, 2, 1)));
-    query.time = 0.0f;
-}
+// The four floats that a query begins with and the four that follow, gathered one by one: wider loads would have to wait
+// for the narrower stores that have just set the ray, and a wide store is what the kernel can load at once.
+static sse_t gather(const R3& v, float w) { return _mm_set_ps(w, v.z, v.y, v.x); }
 
 bool EmbreeIntersector::Intersect(OxState& state) {
     const Ray& ray = state.ray;
     const float tnear = std::max(ray.minHitDist, ray.minDist);
-    const PackedRay packed(ray);
+    const sse_t origin = gather(ray.origin, tnear), direction = gather(ray.direction, 0.0f);
+    const bool traceable = _mm_movemask_ps(_mm_and_ps(within(origin), within(direction))) == 15;
     state.hit.tri = TRI_NONE;
-    if (!packed.within() || !(tnear >= 0.0f && tnear <= FarthestOut && ray.maxDist >= tnear)) [[unlikely]] {
+    if (!traceable || !(tnear >= 0.0f && ray.maxDist >= tnear)) [[unlikely]] {
         // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
         if (!(ray.maxDist < tnear)) ++ThreadRecord::mine().refusedRays;
         return false;
     }
 
     RTCRayHit query;
-    fill(query.ray, packed, tnear);
+    _mm_store_ps(&query.ray.org_x, origin);     // and tnear
+    _mm_store_ps(&query.ray.dir_x, direction);  // and time
     query.ray.tfar = ray.maxDist;
     query.ray.mask = ray.visibilityMask;
     query.ray.id = 0;
