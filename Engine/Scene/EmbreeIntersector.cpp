@@ -10,8 +10,12 @@
 
 #include <algorithm>
 #include <bit>
+#include <limits>
 
 namespace oxbeam {
+
+// Embree ends the process on rays that are not finite, or beyond what it can square.
+static constexpr float FarthestOut = 1.8e18f;
 
 static void check(RTCDevice device) {
     switch (rtcGetDeviceError(device)) {
@@ -36,6 +40,11 @@ EmbreeIntersector::EmbreeIntersector(const std::string& isa) {
 #endif
     m_device = rtcNewDevice(fmt::format("isa={}{}", isa, threads).c_str());
     check(m_device);
+    const auto count = [](void* bytes, ssize_t change, bool) {
+        *static_cast<std::atomic<ssize_t>*>(bytes) += change;
+        return true;
+    };
+    rtcSetDeviceMemoryMonitorFunction(m_device, count, &m_bytes);
 }
 
 EmbreeIntersector::~EmbreeIntersector() {
@@ -95,6 +104,35 @@ void EmbreeIntersector::attach(unsigned number) {
     m_geometries.push_back(geometry);
 }
 
+// By how much a transformation's inverse can lengthen a vector; infinity where it has none.
+static double inverseStretch(const Matrix& matrix) {
+    double largest = 0.0;
+    const double determinant = std::fabs(static_cast<double>(Determinant(matrix)));
+    for (const auto& row : CofactorMatrix(matrix).m)
+        for (int j = 0; j < 3; ++j) largest = std::max(largest, std::fabs(static_cast<double>(row[j])));
+    const double stretch = 3.0 * largest / determinant;
+    return std::isfinite(stretch) ? stretch : std::numeric_limits<double>::infinity();
+}
+
+bool EmbreeIntersector::canInstance(const Matrix& matrix) {
+    constexpr double most = 1e9;
+    bool near = true;
+    for (const auto& row : matrix.m) near = near && std::fabs(row[3]) <= FarthestOut / most;
+    return near && inverseStretch(matrix) <= most;
+}
+
+// Rays are turned back into the space of an instance's mesh, and must be traceable there too.
+void EmbreeIntersector::place(unsigned number) {
+    const Instance& instance = *m_scene->instances[number];
+    RTCGeometry geometry = m_geometries[number];
+    if (!instance.hasXfm) return;
+    if (!canInstance(instance.meshToWorldXfm)) return rtcDisableGeometry(geometry);
+    rtcEnableGeometry(geometry);
+    rtcSetGeometryTransform(geometry, 0, RTC_FORMAT_FLOAT3X4_ROW_MAJOR, &instance.meshToWorldXfm.m[0][0]);
+    const double stretch = 4.0 * inverseStretch(instance.meshToWorldXfm);
+    m_farthestOut = std::min(m_farthestOut, static_cast<float>(FarthestOut / std::max(stretch, 1.0)));
+}
+
 Bounds EmbreeIntersector::build(const Scene& scene) {
     m_scene = &scene;
     m_instances = scene.instances.data();
@@ -103,10 +141,9 @@ Bounds EmbreeIntersector::build(const Scene& scene) {
         m_objectScenes.resize(scene.objects.size());
         for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i);
     }
+    m_farthestOut = FarthestOut;
     for (unsigned i = 0; i < scene.instances.size(); ++i) {
-        if (scene.instances[i]->hasXfm)
-            rtcSetGeometryTransform(m_geometries[i], 0, RTC_FORMAT_FLOAT3X4_ROW_MAJOR,
-                                    &scene.instances[i]->meshToWorldXfm.m[0][0]);
+        place(i);
         rtcCommitGeometry(m_geometries[i]);
     }
     rtcCommitScene(m_root);
@@ -121,10 +158,8 @@ Bounds EmbreeIntersector::build(const Scene& scene) {
     return bounds;
 }
 
-// Embree ends the process on rays that are not finite, or beyond what it can square. NaN fails every comparison.
-static constexpr float FarthestOut = 1.8e18f;
-
-static sse_t within(sse_t v) { return _mm_cmple_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), v), _mm_set1_ps(FarthestOut)); }
+// No component of the vectors is farther out than the limit, and none is NaN, which fails every comparison.
+static sse_t within(sse_t v, sse_t limit) { return _mm_cmple_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), v), limit); }
 
 // The four floats that a query begins with and the four that follow, gathered one by one: wider loads would have to wait
 // for the narrower stores that have just set the ray, and a wide store is what the kernel can load at once.
@@ -134,7 +169,8 @@ bool EmbreeIntersector::Intersect(OxState& state) {
     const Ray& ray = state.ray;
     const float tnear = std::max(ray.minHitDist, ray.minDist);
     const sse_t origin = gather(ray.origin, tnear), direction = gather(ray.direction, 0.0f);
-    const bool traceable = _mm_movemask_ps(_mm_and_ps(within(origin), within(direction))) == 15;
+    const sse_t limit = _mm_set1_ps(m_farthestOut);
+    const bool traceable = _mm_movemask_ps(_mm_and_ps(within(origin, limit), within(direction, limit))) == 15;
     state.hit.tri = TRI_NONE;
     if (!traceable || !(tnear >= 0.0f && ray.maxDist >= tnear)) [[unlikely]] {
         // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
@@ -176,11 +212,11 @@ bool EmbreeIntersector::Intersect(OxState& state) {
 // ---- Packets
 
 // The same for four rays: all bits set in the lanes that can be traced. The others are counted as misses.
-static __m128i traceable4(const ISSERay4& ray, Oxuint kind) {
+static __m128i traceable4(const ISSERay4& ray, Oxuint kind, sse_t limit) {
     const sse_t tnear = _mm_set1_ps(ray.minHitDist);
     sse_t good = _mm_and_ps(_mm_cmpge_ps(tnear, _mm_setzero_ps()), _mm_cmpge_ps(ray.maxDist, tnear));
     for (const ISSEVec4* v : {&ray.origin, &ray.direction})
-        for (const sse_t component : v->t) good = _mm_and_ps(good, within(component));
+        for (const sse_t component : v->t) good = _mm_and_ps(good, within(component, limit));
     ThreadRecord& record = ThreadRecord::mine();
     record.countRays(kind, 4);
     record.refusedRays += static_cast<unsigned>(std::popcount(~static_cast<unsigned>(_mm_movemask_ps(good)) & 15u));
@@ -200,7 +236,8 @@ static void fill(RTCRay4& query, const ISSERay4& ray, Oxuint kind) {
 
 bool EmbreeIntersector::Intersect4(OxState4& state4) {
     alignas(16) int valid[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(valid), traceable4(*state4.ray4, RAY_PRIMARY));
+    _mm_store_si128(reinterpret_cast<__m128i*>(valid),
+                    traceable4(*state4.ray4, RAY_PRIMARY, _mm_set1_ps(m_farthestOut)));
     RTCRayHit4 query;
     fill(query.ray, *state4.ray4, RAY_PRIMARY);
     std::fill_n(query.hit.geomID, 4, RTC_INVALID_GEOMETRY_ID);
@@ -232,7 +269,8 @@ bool EmbreeIntersector::Intersect4(OxState4& state4) {
 
 void EmbreeIntersector::Occluded4(OxState4& state4) {
     alignas(16) int valid[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(valid), traceable4(*state4.ray4, RAY_SHADOW));
+    _mm_store_si128(reinterpret_cast<__m128i*>(valid),
+                    traceable4(*state4.ray4, RAY_SHADOW, _mm_set1_ps(m_farthestOut)));
     RTCRay4 query;
     fill(query, *state4.ray4, RAY_SHADOW);
     RTCIntersectContext context;

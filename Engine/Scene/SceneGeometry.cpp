@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace oxbeam {
 
@@ -68,6 +69,7 @@ unsigned SceneGeometry::addMesh(MeshData mesh) {
     m_meshes.push_back(std::move(object));
     m_data.push_back(std::make_unique<MeshData>(std::move(mesh)));
     m_dropped.emplace_back();
+    m_origins.push_back(number);
     return number;
 }
 
@@ -145,7 +147,21 @@ void SceneGeometry::takeOver(unsigned number, bool bake) {
     m_data[number].reset();
 }
 
+// A placement that flattens its mesh cannot be undone, so that no ray can be turned back into the mesh's own space: the
+// mesh is copied, to be transformed itself.
+void SceneGeometry::copyFlattened() {
+    for (std::size_t i = 0; i < m_instances.size(); ++i) {
+        Instance& instance = *m_instances[i];
+        if (m_movable[i] || !m_data[instance.object] || EmbreeIntersector::canInstance(instance.meshToWorldXfm))
+            continue;
+        MeshData copy = *m_data[instance.object];
+        const unsigned origin = std::exchange(instance.object, addMesh(std::move(copy)));
+        m_origins.back() = origin;
+    }
+}
+
 void SceneGeometry::prepare() {
+    copyFlattened();
     std::vector<unsigned> uses(m_meshes.size()), moved(m_meshes.size());
     for (std::size_t i = 0; i < m_instances.size(); ++i) {
         ++uses[m_instances[i]->object];
@@ -174,6 +190,18 @@ Bounds SceneGeometry::instanceBounds(unsigned number) const {
         bounds.add(instance.hasXfm ? TransformPoint(instance.meshToWorldXfm, p) : p);
     }
     return bounds;
+}
+
+template <class T>
+static std::size_t bytesOf(const std::vector<T>& array) {
+    return array.size() * sizeof(T);
+}
+
+std::size_t SceneGeometry::meshBytes() const {
+    return std::accumulate(m_meshes.begin(), m_meshes.end(), std::size_t{0}, [](std::size_t n, const auto& mesh) {
+        return n + bytesOf(mesh->positions) + bytesOf(mesh->normals) + bytesOf(mesh->texCoords) +
+               bytesOf(mesh->colors) + bytesOf(mesh->indices);
+    });
 }
 
 std::size_t SceneGeometry::triangles() const {

@@ -62,18 +62,23 @@ public:
     Bounds instanceBounds(unsigned instance) const;
     // By mesh number, valid after prepare.
     const std::vector<DroppedTriangles>& dropped() const { return m_dropped; }
+    // The mesh that one was copied from when the geometry was prepared; itself where it was added.
+    unsigned meshOrigin(unsigned mesh) const { return m_origins[mesh]; }
     const std::string& meshName(unsigned mesh) const { return m_meshes[mesh]->name; }
     std::size_t triangles() const;  // as traced: a mesh counts once for each of its instances
+    std::size_t meshBytes() const;  // of the meshes' arrays
     std::size_t meshCount() const { return m_meshes.size(); }
     std::size_t instanceCount() const { return m_instances.size(); }
 
 private:
     void takeOver(unsigned mesh, bool bake);
+    void copyFlattened();
 
     std::vector<std::unique_ptr<MeshData>> m_data;  // until the build has turned them into objects
     std::vector<std::unique_ptr<ABSP>> m_meshes;
     std::vector<std::unique_ptr<Instance>> m_instances;
     std::vector<bool> m_movable;
+    std::vector<unsigned> m_origins;
     std::vector<DroppedTriangles> m_dropped;
     Scene m_scene;
     Bounds m_bounds;

@@ -540,7 +540,7 @@ void SceneLoader::reportDroppedTriangles() {
         const DroppedTriangles& dropped = geometry.dropped()[mesh];
         if (dropped.total() == 0) continue;
         m_diagnostics.warning(
-            m_meshPlaces[mesh],
+            m_meshPlaces[geometry.meshOrigin(mesh)],
             fmt::format("mesh '{}': {} left out ({} with vertices that are not finite or too far out, {} with indices "
                         "beyond the mesh's vertices)",
                         geometry.meshName(mesh),

@@ -82,11 +82,17 @@ TEST(Geometry, WhatCannotBeHitDoesNoHarm) {
         lines.indices = {0, 1, 1, 2, 2, 2};
         TestWorld world;
         for (const MeshData& mesh : {MeshData(), points, lines}) place(world, mesh, instanced);
-        for (const R3& scale : {R3(0, 0, 0), R3(1, 1, 0), R3(1e-30f, 1e-30f, 1e-30f), R3(1e30f, 1e30f, 1e30f),
-                                R3(Infinity, 1, 1), R3(NaN, NaN, NaN)})
-            place(world, sphereMesh(8), instanced, TranslationMatrix(R3(-9, 0, 0)) * ScaleMatrix(scale));
+        const Matrix aside = TranslationMatrix(R3(-9, 0, 0));
+        for (const R3& scale :
+             {R3(0, 0, 0), R3(1e-30f, 1e-30f, 1e-30f), R3(1e30f, 1e30f, 1e30f), R3(Infinity, 1, 1), R3(NaN, NaN, NaN)})
+            place(world, sphereMesh(8), instanced, aside * ScaleMatrix(scale));
+        const Matrix flat = aside * ScaleMatrix(R3(1, 1, 0));
+        const auto shared = place(world, sphereMesh(8), instanced, flat);  // by one that is not flat
+        world.geometry.addInstance(world.geometry.scene().instances[shared]->object, aside * aside, 0);
         const auto last = place(world, triangleMesh(), instanced, TranslationMatrix(R3(5, 0, 0)));
         EXPECT_EQ(shoot(world, R3(5.2f, 0.2f, 1), Down).hit.inst, static_cast<int>(last));
+        // One that may move on is not seen while it is flat; others are.
+        EXPECT_EQ(shoot(world, R3(-8.8f, 0.3f, 5), Down).hit.inst, instanced ? -1 : static_cast<int>(shared));
         EXPECT_FALSE(hits(world, Inside));
     }
 }
