@@ -1,6 +1,7 @@
 // The text of a scene file with what was set on the command line laid over it.
 #pragma once
 
+#include "Engine/Packages/Registry.h"
 #include "Engine/SceneFile/TableReader.h"
 
 #include <filesystem>
@@ -9,6 +10,11 @@ namespace oxbeam {
 
 // Nothing where the file cannot be read or is not TOML; the diagnostics say why.
 std::optional<toml::table> readSceneDocument(const std::filesystem::path& file, const std::vector<std::string>& set,
-                                             Diagnostics& diagnostics);
+                                             const Registry& registry, Diagnostics& diagnostics);
+// The same from a text; `source` is what messages call it. In what is set, "shader.*.samples=64" stands for all shaders
+// whose objects have the parameter.
+std::optional<toml::table> parseSceneDocument(const std::string& text, const std::string& source,
+                                              const std::vector<std::string>& set, const Registry& registry,
+                                              Diagnostics& diagnostics);
 
 }  // namespace oxbeam

@@ -1,0 +1,101 @@
+#include "Engine/SceneFile/ModelView.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace oxbeam {
+
+std::vector<R3> visiblePoints(const Model& model, const Matrix& toScene) {
+    std::vector<R3> points;
+    for (const ModelPart& part : model.parts) {
+        const MeshData& mesh = model.meshes[part.mesh];
+        const Matrix placement = toScene * part.meshToModel;
+        std::vector<bool> used(mesh.positions.size());
+        for (const unsigned index : mesh.indices)
+            if (index < used.size()) used[index] = true;
+        for (std::size_t i = 0; i < used.size(); ++i) {
+            const R3 p = TransformPoint(placement, mesh.positions[i]);
+            constexpr float limit = 1e18f;
+            if (used[i] && std::fabs(p.x) <= limit && std::fabs(p.y) <= limit && std::fabs(p.z) <= limit)
+                points.push_back(p);
+        }
+    }
+    return points;
+}
+
+namespace {
+
+// The directions of a picture, and how steeply its borders run.
+struct Frustum {
+    R3 forward, right, up;
+    float tanX, tanY;
+
+    Frustum(const R3& towards, const R3& lookUp, float fov, const ImageSize& image)
+        : forward(Normalize(towards)), right(Normalize(Cross(forward, lookUp))), up(Cross(right, forward)) {
+        tanY = std::tan(0.5f * fov * 3.14159265f / 180.0f);
+        tanX = tanY * static_cast<float>(image.width) / static_cast<float>(image.height);
+    }
+};
+
+struct Direction {
+    R3 towards, up;
+};
+
+Direction directionOf(const std::string& viewName) {
+    if (viewName == "front") return {R3(0.0f, 0.0f, -1.0f), R3(0.0f, 1.0f, 0.0f)};
+    if (viewName == "left") return {R3(1.0f, 0.0f, 0.0f), R3(0.0f, 1.0f, 0.0f)};
+    if (viewName == "top") return {R3(0.0f, -1.0f, 0.0f), R3(0.0f, 0.0f, -1.0f)};
+    return {R3(-0.62f, -0.48f, -1.0f), R3(0.0f, 1.0f, 0.0f)};
+}
+
+}  // namespace
+
+// Along one axis of the picture, a border at slope t is met by the point that is farthest out along it; the two borders
+// together give the camera's offset and its distance.
+View frame(const std::vector<R3>& points, const std::string& viewName, float fov, const ImageSize& image) {
+    constexpr float margin = 0.86f;
+    const Direction direction = directionOf(viewName);
+    const Frustum f(direction.towards, direction.up, fov, image);
+    const R3 middle = points.front();
+    struct Axis {
+        R3 along;
+        float tan, least, most;
+    } axes[2] = {{f.right, margin * f.tanX, 0.0f, 0.0f}, {f.up, margin * f.tanY, 0.0f, 0.0f}};
+    float nearest = 0.0f, farthest = 0.0f;
+    for (Axis& a : axes) a.least = a.most = -std::numeric_limits<float>::infinity();
+    for (const R3& p : points) {
+        const R3 d = p - middle;
+        const float depth = Dot(d, f.forward);
+        nearest = std::min(nearest, depth);
+        farthest = std::max(farthest, depth);
+        for (Axis& a : axes) {
+            a.most = std::max(a.most, Dot(d, a.along) / a.tan - depth);
+            a.least = std::max(a.least, -Dot(d, a.along) / a.tan - depth);
+        }
+    }
+    View view;
+    float distance = 1e-3f * (farthest - nearest) - nearest;  // never within the model
+    R3 offset;
+    for (const Axis& a : axes) {
+        distance = std::max(distance, 0.5f * (a.most + a.least));
+        offset += (0.5f * (a.most - a.least) * a.tan) * a.along;
+    }
+    distance = std::max(distance, 1e-6f);
+    view.position = middle + offset - distance * f.forward;
+    view.lookAt = view.position + (distance + 0.5f * (nearest + farthest)) * f.forward;
+    if (!(Length(view.lookAt - view.position) > 0.0f)) view.lookAt = view.position + f.forward;
+    view.lookUp = direction.up;
+    return view;
+}
+
+bool sees(const View& view, float fov, const ImageSize& image, const std::vector<R3>& points) {
+    const Frustum f(view.lookAt - view.position, view.lookUp, fov, image);
+    return std::any_of(points.begin(), points.end(), [&](const R3& p) {
+        const R3 d = p - view.position;
+        const float depth = Dot(d, f.forward);
+        return depth > 0.0f && std::fabs(Dot(d, f.right)) < f.tanX * depth &&
+               std::fabs(Dot(d, f.up)) < f.tanY * depth;
+    });
+}
+
+}  // namespace oxbeam
