@@ -100,19 +100,19 @@ const std::vector<Rule> Table = {
       {"reflective", [](const Surface& s) { return tomlValue(White * s.material.clearCoat); }},
       {"bindex", [](const Surface&) { return tomlValue(1.5f); }},
       Emission}},
-    {"metal",
-     [](const ModelMaterial& m) { return m.metallic >= 0.5f; },
+    {"metal, unless it is so rough that it reflects no shapes",
+     [](const ModelMaterial& m) { return m.metallic >= 0.5f && m.roughness < 0.8f; },
      "KelPhong",
      {AmbientLight,
       {"diffuseColor",
        [](const Surface& s) {
            const ModelMaterial& m = s.material;
-           return tomlValue(m.baseColor * (1.0f - m.metallic * (0.9f - 0.5f * m.roughness)));
+           return tomlValue(m.baseColor * (1.0f - m.metallic * (0.9f - 0.4f * m.roughness)));
        }},
       ColorTexture,
       BumpMap,
       {"reflective",
-       [](const Surface& s) { return tomlValue(s.color * s.material.metallic * (1.0f - 0.4f * s.material.roughness)); }},
+       [](const Surface& s) { return tomlValue(s.color * s.material.metallic * (1.0f - 0.6f * s.material.roughness)); }},
       {"glossySurfaces", [](const Surface& s) { return std::string(blurred(s.material) ? "true" : ""); }},
       {"shininess",
        [](const Surface& s) { return tomlValue(std::max(glossyShininess(s.material.roughness), 1.0f)); }},

@@ -219,11 +219,11 @@ void ModelSceneWriter::writeStudioLights() {
     if (!own) {
         const R3 key = Normalize(R3(0.0f, -1.0f, 0.0f) + 0.6f * right - 0.65f * Normalize(back));
         light("Key light", "KelDirectionalLight",
-              {{"direction", tomlValue(key)}, {"intensity", tomlValue(R3(0.66f, 0.64f, 0.6f))}, {"fuzzyness", "0.12"}});
-        m_groundLight += 0.64f * -key.y;
+              {{"direction", tomlValue(key)}, {"intensity", tomlValue(R3(0.56f, 0.54f, 0.51f))}, {"fuzzyness", "0.12"}});
+        m_groundLight += 0.54f * -key.y;
     }
     constexpr float extent = 2.0f;
-    const float ceiling = own ? 0.2f : 0.32f, fill = own ? 0.06f : 0.14f;
+    const float ceiling = own ? 0.18f : 0.28f, fill = own ? 0.05f : 0.1f;
     light("Ceiling", "KelDirectionalLight",
           {{"direction", "[0.0, -1.0, 0.0]"}, {"intensity", tomlValue(grey(ceiling))}, {"fuzzyness", tomlValue(extent)}});
     light("Fill from the viewer", "KelDirectionalLight",
