@@ -14,7 +14,8 @@ namespace fs = std::filesystem;
 
 // One line without control characters, whatever a file made the importer say.
 static std::string tidy(std::string text) {
-    std::replace_if(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 32; }, ' ');
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 32; }, ' ');
     if (text.size() > 300) text = text.substr(0, 300) + "...";
     return text;
 }

@@ -51,9 +51,9 @@ struct ModelMaterial {
     float attenuationDistance = 0.0f;  // 0: none
     ModelTexture texture;              // colour and alpha
     ModelTexture bumpMap;
-    ModelTexture emissiveTexture;      // its mean colour counts
-    ModelTexture metalRoughTexture;    // the means of its blue and green, metallic and roughness, count
-    bool bumpIsNormal = true;  // else heights
+    ModelTexture emissiveTexture;    // its mean colour counts
+    ModelTexture metalRoughTexture;  // the means of its blue and green, metallic and roughness, count
+    bool bumpIsNormal = true;        // else heights
     float bumpScale = 1.0f;
     bool vertexColors = false;
 };

@@ -112,10 +112,11 @@ const std::vector<Rule> Table = {
       ColorTexture,
       BumpMap,
       {"reflective",
-       [](const Surface& s) { return tomlValue(s.color * s.material.metallic * (1.0f - 0.6f * s.material.roughness)); }},
+       [](const Surface& s) {
+           return tomlValue(s.color * s.material.metallic * (1.0f - 0.6f * s.material.roughness));
+       }},
       {"glossySurfaces", [](const Surface& s) { return std::string(blurred(s.material) ? "true" : ""); }},
-      {"shininess",
-       [](const Surface& s) { return tomlValue(std::max(glossyShininess(s.material.roughness), 1.0f)); }},
+      {"shininess", [](const Surface& s) { return tomlValue(std::max(glossyShininess(s.material.roughness), 1.0f)); }},
       Emission}},
     {"all others",
      [](const ModelMaterial&) { return true; },
@@ -127,7 +128,9 @@ const std::vector<Rule> Table = {
       Highlight,
       Shininess,
       {"transparent",
-       [](const Surface& s) { return s.material.opacity < 1.0f ? tomlValue(White * (1.0f - s.material.opacity)) : ""; }},
+       [](const Surface& s) {
+           return s.material.opacity < 1.0f ? tomlValue(White * (1.0f - s.material.opacity)) : "";
+       }},
       {"reflective", [](const Surface& s) { return positive(White * (0.5f * s.material.reflectivity)); }},
       Emission}},
 };

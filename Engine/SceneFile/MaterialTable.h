@@ -13,9 +13,9 @@ namespace oxbeam {
 struct Surface {
     const ModelMaterial& material;
     std::string texture, bumpMap;
-    R3 color;          // base colour, times the mean of the texture where the object takes none
-    float size = 1.0f;  // of the model, for a length that the material leaves open
-    float scale = 1.0f; // of the scene's lengths to the model's
+    R3 color;            // base colour, times the mean of the texture where the object takes none
+    float size = 1.0f;   // of the model, for a length that the material leaves open
+    float scale = 1.0f;  // of the scene's lengths to the model's
 };
 
 struct ShaderTable {

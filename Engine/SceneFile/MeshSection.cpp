@@ -22,7 +22,9 @@ void MeshSection::read(TableReader& reader) {
     reader.finish();
     if (shaders.empty()) return;
     for (const PlacedPart& part : parts) {
-        const unsigned shader = shaders.size() == 1 ? shaders[0] : part.material < shaders.size() ? shaders[part.material] : 0;
+        const unsigned shader = shaders.size() == 1              ? shaders[0]
+                                : part.material < shaders.size() ? shaders[part.material]
+                                                                 : 0;
         const unsigned instance =
             m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, shader, visibility);
         if (name) m_namedMeshes[*name].push_back(instance);

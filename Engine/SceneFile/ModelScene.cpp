@@ -119,7 +119,17 @@ void ModelSceneWriter::place() {
 }
 
 void ModelSceneWriter::chooseView() {
-    m_view = frame(m_points, m_options.view, m_fov, m_image);
+    std::string name = m_options.view.empty() ? ViewNames.front() : m_options.view;
+    if (edgeOn(m_points, name)) {
+        const auto better = std::find_if(ViewNames.begin(), ViewNames.end(),
+                                         [&](const std::string& other) { return !edgeOn(m_points, other); });
+        if (better != ViewNames.end()) {
+            warn(fmt::format("the model is flat and would be seen from its edge; shown from {} instead of {}", *better,
+                             name));
+            name = *better;
+        }
+    }
+    m_view = frame(m_points, name, m_fov, m_image);
     const Matrix toScene = m_placement.matrix();
     for (ModelCamera& camera : m_model.cameras) {
         camera.position = TransformPoint(toScene, camera.position);
@@ -140,9 +150,9 @@ void ModelSceneWriter::chooseView() {
 // ---- Sections
 
 void ModelSceneWriter::writeRender() {
-    m_text.table("[image]", {{"width", std::to_string(m_image.width)},
-                             {"height", std::to_string(m_image.height)},
-                             {"samples", "16"}});
+    m_text.table(
+        "[image]",
+        {{"width", std::to_string(m_image.width)}, {"height", std::to_string(m_image.height)}, {"samples", "16"}});
     // A light with a place of its own would be jittered by a length that no model's size is known to suit.
     const bool soft = std::all_of(m_model.lights.begin(), m_model.lights.end(),
                                   [](const ModelLight& l) { return l.kind == ModelLight::Directional; });
@@ -218,14 +228,16 @@ void ModelSceneWriter::writeStudioLights() {
     const bool own = !m_model.lights.empty();
     if (!own) {
         const R3 key = Normalize(R3(0.0f, -1.0f, 0.0f) + 0.6f * right - 0.65f * Normalize(back));
-        light("Key light", "KelDirectionalLight",
-              {{"direction", tomlValue(key)}, {"intensity", tomlValue(R3(0.56f, 0.54f, 0.51f))}, {"fuzzyness", "0.12"}});
+        light(
+            "Key light", "KelDirectionalLight",
+            {{"direction", tomlValue(key)}, {"intensity", tomlValue(R3(0.56f, 0.54f, 0.51f))}, {"fuzzyness", "0.12"}});
         m_groundLight += 0.54f * -key.y;
     }
     constexpr float extent = 2.0f;
     const float ceiling = own ? 0.18f : 0.28f, fill = own ? 0.05f : 0.1f;
-    light("Ceiling", "KelDirectionalLight",
-          {{"direction", "[0.0, -1.0, 0.0]"}, {"intensity", tomlValue(grey(ceiling))}, {"fuzzyness", tomlValue(extent)}});
+    light(
+        "Ceiling", "KelDirectionalLight",
+        {{"direction", "[0.0, -1.0, 0.0]"}, {"intensity", tomlValue(grey(ceiling))}, {"fuzzyness", tomlValue(extent)}});
     light("Fill from the viewer", "KelDirectionalLight",
           {{"direction", tomlValue(forward)}, {"intensity", tomlValue(grey(fill))}, {"castShadow", "0"}});
     m_groundLight += ceiling * jitteredCosine(extent) + fill * std::fabs(forward.y);
@@ -352,10 +364,10 @@ std::string ModelSceneWriter::writeShader(const ModelMaterial& original, std::si
     static const char* const alphas[] = {"\"ignore\"", "\"mask\"", ""};  // by mode
     const bool masked = material.alphaMode == ModelMaterial::Mask;
     Surface surface{material, {}, {}, material.baseColor, m_size, m_placement.scale};
-    surface.texture = texture(
-        material.texture, name,
-        {{"alpha", alphas[material.alphaMode]}, {"alphaCutoff", masked ? tomlValue(material.alphaCutoff) : ""}}, ColorSpace::SRGB,
-        material.vertexColors);
+    surface.texture =
+        texture(material.texture, name,
+                {{"alpha", alphas[material.alphaMode]}, {"alphaCutoff", masked ? tomlValue(material.alphaCutoff) : ""}},
+                ColorSpace::SRGB, material.vertexColors);
     surface.bumpMap = texture(material.bumpMap, fmt::format("{}-bumps", name),
                               {{"bump", material.bumpIsNormal ? "\"normal\"" : "\"height\""},
                                {"bumpScale", material.bumpScale != 1.0f ? tomlValue(material.bumpScale) : ""}},
@@ -376,9 +388,8 @@ std::string ModelSceneWriter::writeOverride() {
     const ObjectClass* object = m_registry.find(m_options.shader);
     const std::vector<ObjectKind> surfaces = {ObjectKind::Surface, ObjectKind::Shader};
     if (!object || !std::count(surfaces.begin(), surfaces.end(), object->kind))
-        throw Error(ExitStatus::Usage,
-                    fmt::format("--shader {}: no package offers such a surface{}", m_options.shader,
-                                didYouMean(m_options.shader, m_registry.names(surfaces))));
+        throw Error(ExitStatus::Usage, fmt::format("--shader {}: no package offers such a surface{}", m_options.shader,
+                                                   didYouMean(m_options.shader, m_registry.names(surfaces))));
     SceneText::Values values;
     const auto set = [&](const char* parameter, const std::string& value) {
         if (object->find(parameter)) values.emplace_back(parameter, value);
@@ -411,9 +422,7 @@ void ModelSceneWriter::writeShaders() {
 void ModelSceneWriter::writeMeshes() {
     const std::string scale = m_placement.scale == 1.0f ? "" : tomlValue(m_placement.scale);
     static const char* const axes[] = {"\"x\"", "", "\"z\""};
-    SceneText::Values values = {{"file", tomlValue(relative(m_file))},
-                                {"up", axes[m_placement.up]},
-                                {"scale", scale}};
+    SceneText::Values values = {{"file", tomlValue(relative(m_file))}, {"up", axes[m_placement.up]}, {"scale", scale}};
     const std::size_t own = m_shaders.size() - (m_ground ? 1 : 0);
     if (own == 1) {
         values.emplace_back("shader", tomlValue(m_shaders[0]));

@@ -88,13 +88,22 @@ View frame(const std::vector<R3>& points, const std::string& viewName, float fov
     return view;
 }
 
+bool edgeOn(const std::vector<R3>& points, const std::string& viewName) {
+    const Direction direction = directionOf(viewName);
+    const R3 right = Normalize(Cross(direction.towards, direction.up));
+    const R3 up = Normalize(Cross(right, direction.towards));
+    Bounds seen;
+    for (const R3& p : points) seen.add(R3(Dot(p - points.front(), right), Dot(p - points.front(), up), 0.0f));
+    const R3 extent = seen.upper - seen.lower;
+    return std::min(extent.x, extent.y) < 1e-3f * std::max(extent.x, extent.y);
+}
+
 bool sees(const View& view, float fov, const ImageSize& image, const std::vector<R3>& points) {
     const Frustum f(view.lookAt - view.position, view.lookUp, fov, image);
     return std::any_of(points.begin(), points.end(), [&](const R3& p) {
         const R3 d = p - view.position;
         const float depth = Dot(d, f.forward);
-        return depth > 0.0f && std::fabs(Dot(d, f.right)) < f.tanX * depth &&
-               std::fabs(Dot(d, f.up)) < f.tanY * depth;
+        return depth > 0.0f && std::fabs(Dot(d, f.right)) < f.tanX * depth && std::fabs(Dot(d, f.up)) < f.tanY * depth;
     });
 }
 

@@ -37,11 +37,10 @@ Layout layoutFor(const std::string& object) {
 // Reads one scene into a world, section by section; what later sections refer to comes first.
 class SceneLoader {
 public:
-    SceneLoader(const std::string& source, const fs::path& folder, const toml::table& document, const Registry& registry, SceneAssets& assets,
-                Diagnostics& diagnostics, World& world)
-        : m_file(source), m_folder(folder), m_document(document), m_registry(registry),
-          m_diagnostics(diagnostics), m_world(world), m_assets(assets),
-          m_meshes(m_folder, m_shaders, assets, world, diagnostics) {}
+    SceneLoader(const std::string& source, const fs::path& folder, const toml::table& document,
+                const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics, World& world)
+        : m_file(source), m_folder(folder), m_document(document), m_registry(registry), m_diagnostics(diagnostics),
+          m_world(world), m_assets(assets), m_meshes(m_folder, m_shaders, assets, world, diagnostics) {}
 
     void load(const std::string& camera) {
         readTextures();
@@ -87,7 +86,6 @@ private:
     // Id of a texture by name, in the layout that an object reads.
     std::optional<int> textureFor(const std::string& name, const ObjectClass& object);
 
-
     std::string m_file;
     fs::path m_folder;
     const toml::table& m_document;
@@ -101,7 +99,7 @@ private:
     std::map<std::pair<std::string, Layout>, int> m_converted;  // and what they were turned into
     std::optional<std::variant<R3, std::string>> m_focus;       // of the camera: a point, or a mesh's name
     SourceLocation m_focusPlace;
-    std::string m_focusLabel;                                    // of the camera, for messages
+    std::string m_focusLabel;  // of the camera, for messages
     MeshSection::Shaders m_shaders;
     SceneAssets& m_assets;
     MeshSection m_meshes;

@@ -13,7 +13,8 @@ namespace oxbeam {
 
 void SceneText::comment(const std::string& text) {
     std::string line = text;
-    std::replace_if(line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, ' ');
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, ' ');
     m_text += fmt::format("# {}\n", line);
 }
 

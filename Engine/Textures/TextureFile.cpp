@@ -120,10 +120,10 @@ std::unique_ptr<Texture> loadTexture(const std::vector<std::uint8_t>& bytes, con
         ~MemoryFile() { close(descriptor); }
     } memory;
     const fs::path file = fmt::format("/proc/self/fd/{}", memory.descriptor);
-    if (memory.descriptor < 0 || !std::ofstream(file, std::ios::binary)
-                                      .write(reinterpret_cast<const char*>(bytes.data()),
-                                             static_cast<std::streamsize>(bytes.size()))
-                                      .flush())
+    if (memory.descriptor < 0 ||
+        !std::ofstream(file, std::ios::binary)
+             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))
+             .flush())
         throw badTexture(name, "cannot be put into a file in memory");
     try {
         return loadTexture(file, space);

@@ -107,7 +107,8 @@ TEST(ModelStream, RefusesWhatIsNoModel) {
 TEST(ModelFile, FaultsOfTheImporterAreMended) {
     const Model camera = loadModel(writeGltf(
         "camera.gltf", Plain, R"(, "cameras": [{"type": "perspective", "perspective": {"yfov": 0.5, "aspectRatio": 2,
- "znear": 0.1}}])", R"(, "camera": 0, "translation": [0, 0, 0])"));
+ "znear": 0.1}}])",
+        R"(, "camera": 0, "translation": [0, 0, 0])"));
     ASSERT_EQ(camera.cameras.size(), 1u);
     EXPECT_NEAR(camera.cameras[0].fov, 0.5f * 180.0f / 3.14159265f, 1e-3f) << "not multiplied by the aspect ratio";
 
@@ -124,7 +125,8 @@ TEST(ModelFile, FaultsOfTheImporterAreMended) {
     writeImage(scratch() / "wood.png", 2, 1, {Black, White});
     const std::string picture = R"(, "textures": [{"source": 0}], "images": [{"uri": "wood.png"}])";
     const Model turned = loadModel(writeGltf("turned.gltf", R"("pbrMetallicRoughness": {"metallicFactor": 0,
- "baseColorTexture": {"index": 0, "extensions": {"KHR_texture_transform": {"rotation": 1.5707963}}}})", picture));
+ "baseColorTexture": {"index": 0, "extensions": {"KHR_texture_transform": {"rotation": 1.5707963}}}})",
+                                             picture));
     for (std::size_t i = 0; i < 4; ++i) {
         const R3 p = turned.meshes.at(0).positions[i];
         const float s = 0.5f + 0.5f * p.x, t = 0.5f - 0.5f * p.y;  // as the file has them
@@ -158,8 +160,9 @@ TEST(ModelScene, MaterialsBecomeShaders) {
          "oneSidedGlass = true"},
     };
     for (const auto& c : cases) {
-        const std::string text = sceneOf(writeGltf("material.gltf", "\"name\": \"m\", " + std::string(c.material),
-                                                   R"(, "textures": [{"source": 0}], "images": [{"uri": "wood.png"}])"));
+        const std::string text =
+            sceneOf(writeGltf("material.gltf", "\"name\": \"m\", " + std::string(c.material),
+                              R"(, "textures": [{"source": 0}], "images": [{"uri": "wood.png"}])"));
         EXPECT_THAT(text, HasSubstr("[shader.m]\nobject = \"" + std::string(c.object))) << c.material;
         EXPECT_THAT(text, HasSubstr(c.parameter)) << c.material;
     }

@@ -30,7 +30,8 @@ inline std::filesystem::path writeGltf(const std::string& name, const std::strin
     std::memcpy(bytes.data(), numbers, sizeof numbers);
     std::memcpy(bytes.data() + sizeof numbers, indices, sizeof indices);
     return writeFile(name, R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
-"nodes": [{"mesh": 0 )" + node + R"(}],
+"nodes": [{"mesh": 0 )" + node +
+                               R"(}],
 "meshes": [{"primitives": [{"attributes": {"POSITION": 0, "TEXCOORD_0": 1}, "indices": 2, "material": 0}]}],
 "materials": [{)" + material + R"(}],
 "accessors": [{"bufferView": 0, "componentType": 5126, "count": 4, "type": "VEC3"},

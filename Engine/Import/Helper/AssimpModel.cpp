@@ -26,13 +26,13 @@ static Matrix toMatrix(const aiMatrix4x4& a) {
 
 // ---- Which way is up
 
-// Formats whose files have z upwards and whose importer leaves it at that. Those that it turns itself (3DS, MD2, MD3,
-// Blender, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up
+// Formats whose files have z upwards and whose importer leaves it at that. Those that it turns itself (3DS, Blender,
+// IFC, MD2, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up
 // by definition or custom are not in it.
 static const std::map<std::string, Model::Axis> UpAxes = {
-    {".3mf", Model::Z}, {".amf", Model::Z}, {".ase", Model::Z}, {".ask", Model::Z}, {".cob", Model::Z},
-    {".dxf", Model::Z}, {".ifc", Model::Z}, {".nff", Model::Z}, {".raw", Model::Z}, {".smd", Model::Z},
-    {".stl", Model::Z}, {".vta", Model::Z}, {".uc", Model::Z},  {".3d", Model::Z},
+    {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z}, {".ase", Model::Z}, {".ask", Model::Z},
+    {".cob", Model::Z}, {".dxf", Model::Z}, {".hmp", Model::Z}, {".nff", Model::Z}, {".q3o", Model::Z},
+    {".q3s", Model::Z}, {".smd", Model::Z}, {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
 };
 
 static Model::Axis upAxis(const aiScene& scene, std::string ending) {
@@ -91,10 +91,8 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, Model& 
             const auto [known, isNew] = meshes.try_emplace(number, static_cast<unsigned>(model.meshes.size()));
             if (isNew) {
                 const unsigned own = std::min(from.mMaterialIndex, scene.mNumMaterials - 1);
-                model.meshes.push_back(
-                    toMesh(from, materials.coordinateSet(own), materials.coordinateTransform(own)));
-                const auto [material, first] =
-                    used.try_emplace(own, static_cast<unsigned>(model.materials.size()));
+                model.meshes.push_back(toMesh(from, materials.coordinateSet(own), materials.coordinateTransform(own)));
+                const auto [material, first] = used.try_emplace(own, static_cast<unsigned>(model.materials.size()));
                 if (first) model.materials.push_back(materials.read(own));
                 model.meshMaterials.push_back(material->second);
                 model.materials[material->second].vertexColors |= !model.meshes.back().colors.empty();
@@ -191,10 +189,9 @@ Model readModel(const fs::path& file) {
 
     importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
     importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, 45.0f);
-    const aiScene* scene =
-        importer.ReadFile((folder->folder() / file.filename()).string(),
-                          aiProcess_Triangulate | aiProcess_JoinIdenticalVertices | aiProcess_GenSmoothNormals |
-                              aiProcess_SortByPType);
+    const aiScene* scene = importer.ReadFile((folder->folder() / file.filename()).string(),
+                                             aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
+                                                 aiProcess_GenSmoothNormals | aiProcess_SortByPType);
     if (!scene) throw std::runtime_error(importer.GetErrorString());
     Model model;
     if (gltf)

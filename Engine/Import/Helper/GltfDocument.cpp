@@ -187,16 +187,11 @@ Matrix GltfDocument::coordinateTransform(std::size_t material) const {
 }
 
 std::vector<std::string> GltfDocument::unknownRequiredExtensions() const {
-    static const std::vector<std::string> known = {"KHR_draco_mesh_compression",
-                                                   "KHR_lights_punctual",
-                                                   "KHR_materials_clearcoat",
-                                                   "KHR_materials_emissive_strength",
-                                                   "KHR_materials_ior",
-                                                   "KHR_materials_pbrSpecularGlossiness",
-                                                   "KHR_materials_specular",
-                                                   "KHR_materials_transmission",
-                                                   "KHR_materials_volume",
-                                                   "KHR_texture_transform"};
+    static const std::vector<std::string> known = {"KHR_draco_mesh_compression", "KHR_lights_punctual",
+                                                   "KHR_materials_clearcoat",    "KHR_materials_emissive_strength",
+                                                   "KHR_materials_ior",          "KHR_materials_pbrSpecularGlossiness",
+                                                   "KHR_materials_specular",     "KHR_materials_transmission",
+                                                   "KHR_materials_volume",       "KHR_texture_transform"};
     std::vector<std::string> unknown;
     const json& required = at(m_json, "extensionsRequired");
     if (required.is_array())

@@ -39,8 +39,8 @@ static std::string decodedUri(const std::string& name) {
 std::string MaterialReader::textureFile(const std::string& name) {
     std::string slashes = name;
     std::replace(slashes.begin(), slashes.end(), '\\', '/');
-    for (const std::string& candidate :
-         {name, slashes, decodedUri(slashes), fs::path(slashes).filename().string(), decodedUri(fs::path(slashes).filename())})
+    for (const std::string& candidate : {name, slashes, decodedUri(slashes), fs::path(slashes).filename().string(),
+                                         decodedUri(fs::path(slashes).filename())})
         if (const auto file = candidate.empty() ? std::nullopt : m_folder.find(candidate))
             return file->lexically_relative(m_folder.folder()).string();
     if (m_missing.insert(name).second)

@@ -54,7 +54,8 @@ static std::vector<std::byte> import(const char* file) {
 
 int main(int argc, char** argv) {
     if (argc != 2 || isatty(STDOUT_FILENO)) {
-        std::fputs("usage: oxbeam-import MODEL, with standard output to a pipe; started by the Oxbeam library\n", stderr);
+        std::fputs("usage: oxbeam-import MODEL, with standard output to a pipe; started by the Oxbeam library\n",
+                   stderr);
         return 2;
     }
     limitMyself();
