@@ -98,13 +98,22 @@ bool edgeOn(const std::vector<R3>& points, const std::string& viewName) {
     return std::min(extent.x, extent.y) < 1e-3f * std::max(extent.x, extent.y);
 }
 
+// From within the model there is something wherever one looks. From outside, the points in the picture must take up more
+// than a speck of it.
 bool sees(const View& view, float fov, const ImageSize& image, const std::vector<R3>& points) {
     const Frustum f(view.lookAt - view.position, view.lookUp, fov, image);
-    return std::any_of(points.begin(), points.end(), [&](const R3& p) {
+    Bounds model, seen;
+    for (const R3& p : points) {
+        model.add(p);
         const R3 d = p - view.position;
         const float depth = Dot(d, f.forward);
-        return depth > 0.0f && std::fabs(Dot(d, f.right)) < f.tanX * depth && std::fabs(Dot(d, f.up)) < f.tanY * depth;
-    });
+        const R3 q(Dot(d, f.right) / (f.tanX * depth), Dot(d, f.up) / (f.tanY * depth), 0.0f);
+        if (depth > 0.0f && std::fabs(q.x) < 1.0f && std::fabs(q.y) < 1.0f) seen.add(q);
+    }
+    const R3 &p = view.position, low = model.lower, high = model.upper;
+    const bool inside = p.x > low.x && p.y > low.y && p.z > low.z && p.x < high.x && p.y < high.y && p.z < high.z;
+    const R3 extent = seen.upper - seen.lower;
+    return inside || std::min(extent.x, extent.y) > 0.08f;
 }
 
 }  // namespace oxbeam

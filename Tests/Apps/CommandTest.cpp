@@ -167,7 +167,7 @@ TEST_F(Command, AnInterruptedRenderingSavesWhatThereIs) {
     }
 }
 
-TEST(Command, AModelIsRenderedAsItsSceneIs) {
+TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
     const std::string model =
         (writeGltf("model.gltf", R"("name": "skin", "pbrMetallicRoughness": {"metallicFactor": 0,
  "baseColorTexture": {"index": 0}})",
@@ -191,8 +191,7 @@ TEST(Command, AModelIsRenderedAsItsSceneIs) {
     EXPECT_GT(own.at(12, 15).y, 2.0f * own.at(28, 15).y) << "the file's camera looks straight at the picture";
 }
 
-TEST(Command, OptionsOfModelsAreCheckedFirst) {
-    write("scene.toml", Scene);
+TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
     const std::string model = writeGltf("model.gltf", R"("name": "skin")").filename();
     const struct {
         std::string arguments;
