@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Engine/Packages/Registry.h"
+#include "Engine/SceneFile/SceneFile.h"
 #include "Engine/SceneFile/TableReader.h"
 
 #include <filesystem>
@@ -16,5 +17,9 @@ std::optional<toml::table> readSceneDocument(const std::filesystem::path& file, 
 std::optional<toml::table> parseSceneDocument(const std::string& text, const std::string& source,
                                               const std::vector<std::string>& set, const Registry& registry,
                                               Diagnostics& diagnostics);
+// The same for whatever stands in place of a scene file; of a model, the scene that is made around it.
+std::optional<toml::table> readSceneOrModel(const std::filesystem::path& file, const Registry& registry,
+                                            SceneAssets& assets, Diagnostics& diagnostics,
+                                            const SceneFileOptions& options);
 
 }  // namespace oxbeam

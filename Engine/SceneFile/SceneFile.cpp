@@ -415,15 +415,18 @@ void SceneLoader::readLights() {
 
 }  // namespace
 
-static std::optional<toml::table> readDocument(const fs::path& file, const Registry& registry, SceneAssets& assets,
-                                               Diagnostics& diagnostics, const SceneFileOptions& options,
-                                               std::string& source) {
+// What messages call the scene.
+static std::string sourceOf(const fs::path& file) {
+    return isSceneFile(file) ? file.string() : file.string() + " as a scene";
+}
+
+std::optional<toml::table> readSceneOrModel(const fs::path& file, const Registry& registry, SceneAssets& assets,
+                                            Diagnostics& diagnostics, const SceneFileOptions& options) {
     if (isSceneFile(file)) return readSceneDocument(file, options.set, registry, diagnostics);
-    source = file.string() + " as a scene";
     try {
         const std::string text =
             describeModelScene(file, file.parent_path(), options.model, registry, assets, diagnostics);
-        return parseSceneDocument(text, source, options.set, registry, diagnostics);
+        return parseSceneDocument(text, sourceOf(file), options.set, registry, diagnostics);
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
         diagnostics.error({file.string(), 0, 0}, e.what());
@@ -435,9 +438,9 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
                                  const SceneFileOptions& options) {
     auto world = std::make_unique<World>();
     SceneAssets assets;
-    std::string source = file.string();
-    if (const auto document = readDocument(file, registry, assets, diagnostics, options, source))
-        SceneLoader(source, file.parent_path(), *document, registry, assets, diagnostics, *world).load(options.camera);
+    if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options))
+        SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world)
+            .load(options.camera);
     return world;
 }
 

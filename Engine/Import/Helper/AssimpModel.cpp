@@ -126,7 +126,8 @@ static void addCameras(const aiScene& scene, const std::map<std::string, Matrix>
         const Matrix toModel = place == places.end() ? Matrix() : place->second;
         ModelCamera camera;
         camera.name = from.mName.C_Str();
-        camera.position = TransformPoint(toModel, toR3(from.mPosition));
+        // Of a glTF the importer puts the node's translation into the camera as well.
+        camera.position = TransformPoint(toModel, gltf ? R3() : toR3(from.mPosition));
         camera.lookAt = camera.position + TransformVector(toModel, toR3(from.mLookAt));
         camera.lookUp = Normalize(TransformVector(toModel, toR3(from.mUp)));
         camera.fov = verticalAngle(from, gltf);
