@@ -3,6 +3,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Packages/Registry.h"
+#include "Engine/SceneFile/ModelScene.h"
 
 #include <optional>
 #include <string>
@@ -10,8 +11,15 @@
 
 namespace oxbeam {
 
+// What can be said of a model that is given in place of a scene file.
+struct ModelCommand {
+    std::string shader, environment, view;  // or nothing
+    std::string ground = "shadow";          // or "none"
+};
+
 struct RenderCommand {
     std::string scene;
+    ModelCommand model;
     std::string output;
     std::string size;    // "WxH", or nothing for the scene's own
     std::string crop;    // "x0,y0,x1,y1", or nothing for the whole picture
@@ -26,6 +34,23 @@ struct RenderCommand {
     bool quiet = false;
 };
 
+struct SceneCommand {
+    std::string model;
+    std::string output;  // or nothing for standard output
+    std::string size;
+    ModelCommand options;
+};
+
+// Of "1280x720"; throws Error(Usage).
+ImageSize parseSize(const std::string& text);
+// `size` is such a text or nothing.
+ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::string& size);
+void checkInput(const std::string& scene);
+// That a file can be written: throws Error(InputOutput).
+void checkWritable(const std::string& file);
+
+// Writes the scene that `render` would make around a model.
+ExitStatus runScene(const SceneCommand& command, const Registry& registry);
 ExitStatus runRender(const RenderCommand& command, const Registry& registry);
 ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry);
 // Lays pictures out on one, each labelled with its file's name.

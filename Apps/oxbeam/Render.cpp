@@ -49,7 +49,7 @@ ExitStatus stoppedStatus() { return s_signal == SIGINT ? ExitStatus::Interrupted
 // ---- Arguments
 
 // "1280x720". Nine digits at most: longer numbers would be taken modulo 2^32.
-static ImageSize parseSize(const std::string& text) {
+ImageSize parseSize(const std::string& text) {
     ImageSize size;
     char rest;
     if (text.find('-') != std::string::npos ||
@@ -83,6 +83,10 @@ void checkInput(const std::string& scene) {
 // What would make hours of rendering end in nothing is found out first.
 void checkOutput(const std::string& file, const ImageOptions& options) {
     checkImageFormat(file, options);
+    checkWritable(file);
+}
+
+void checkWritable(const std::string& file) {
     if (fs::exists(file) && !fs::is_regular_file(file))
         throw Error(ExitStatus::InputOutput,
                     fmt::format("cannot write '{}': it exists and is not a regular file", file));
@@ -104,6 +108,18 @@ static unsigned chooseThreads(const RenderCommand& command, const OxRenderingObj
     if (ro.m_multiThreading == 0) return 1;
     if (ro.m_numThreads > 0) return static_cast<unsigned>(ro.m_numThreads);
     return std::min(availableThreads(), most);
+}
+
+// They say how a scene is made around a model; a scene file says all that itself.
+static void checkModelOptions(const RenderCommand& command) {
+    const ModelCommand& m = command.model;
+    const char* given = !m.shader.empty()        ? "--shader"
+                        : !m.environment.empty() ? "--environment"
+                        : !m.view.empty()        ? "--view"
+                        : m.ground != "shadow"   ? "--ground"
+                                                 : nullptr;
+    if (given && isSceneFile(command.scene))
+        throw Error(ExitStatus::Usage, fmt::format("{} is for models; '{}' is a scene file", given, command.scene));
 }
 
 // ---- Steps
@@ -181,7 +197,9 @@ struct Prepared {
 // Without a world where the scene is bad.
 static Prepared prepare(const RenderCommand& command, const Registry& registry) {
     Prepared p;
-    p.world = load(command.scene, {command.set, command.camera}, registry, command.quiet);
+    checkModelOptions(command);
+    p.world = load(command.scene, {command.set, command.camera, modelSceneOptions(command.model, command.size)},
+                   registry, command.quiet);
     if (!p.world) return p;
     if (!command.size.empty()) p.world->image = parseSize(command.size);
     const OxRenderingObject& ro = *p.world->renderingObject;

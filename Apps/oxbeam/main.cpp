@@ -19,6 +19,7 @@ namespace {
 struct Arguments {
     std::vector<std::string> packagePaths;
     RenderCommand render;
+    SceneCommand scene;
     std::string checkScene;
     std::vector<std::string> checkSet;
     std::vector<std::string> pictures;
@@ -29,9 +30,18 @@ struct Arguments {
     SweepCommand sweep;
 };
 
+void addModelOptions(CLI::App& c, ModelCommand& m) {
+    c.add_option("--shader", m.shader, "Of a model: show all of it with this surface")->type_name("OBJECT");
+    c.add_option("--environment", m.environment, "Of a model: light it with this equirectangular picture")
+        ->type_name("PICTURE");
+    c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("KIND");
+    c.add_option("--view", m.view, "Of a model: look at it from iso, front, left or top")->type_name("NAME");
+}
+
 void addRender(CLI::App& app, RenderCommand& r) {
-    CLI::App* c = app.add_subcommand("render", "Render a scene to a picture");
-    c->add_option("SCENE", r.scene, "Scene file (TOML)")->required();
+    CLI::App* c = app.add_subcommand("render", "Render a scene or a model to a picture");
+    c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
+    addModelOptions(*c, r.model);
     c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required()->type_name("FILE");
     c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
     c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
@@ -50,6 +60,14 @@ void addRender(CLI::App& app, RenderCommand& r) {
     c->add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
         ->type_name("sse2|sse4.2|avx|avx2|avx512");
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
+}
+
+void addScene(CLI::App& app, SceneCommand& s) {
+    CLI::App* c = app.add_subcommand("scene", "Write the scene that render makes around a model, to edit it");
+    c->add_option("MODEL", s.model, "Model file")->required();
+    c->add_option("-o,--output", s.output, "Scene file to write, instead of standard output");
+    c->add_option("--size", s.size, "Size of the picture in pixels")->type_name("WxH");
+    addModelOptions(*c, s.options);
 }
 
 void addOthers(CLI::App& app, Arguments& a) {
@@ -88,6 +106,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     }
     registry.loadPackages(folders);
     if (app.got_subcommand("render")) return runRender(a.render, registry);
+    if (app.got_subcommand("scene")) return runScene(a.scene, registry);
     if (app.got_subcommand("check")) return runCheck(a.checkScene, a.checkSet, registry);
     if (app.got_subcommand("sweep")) return runSweep(a.sweep, registry);
     if (app.got_subcommand("completion")) return runCompletion(app, registry);
@@ -106,6 +125,7 @@ int parseAndRun(int argc, char** argv) {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addRender(app, arguments.render);
+    addScene(app, arguments.scene);
     addOthers(app, arguments);
     try {
         app.parse(argc, argv);

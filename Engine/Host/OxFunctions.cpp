@@ -153,7 +153,13 @@ Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, RGBAFloat& color)
     const Texture* texture = textureOf(textureId);
     if (!texture || !state->object) return;
     const R2 st = textureCoordinates(state);
-    color = combine(texture->textureModel, color, texture->lookUp(st.x, st.y));
+    RGBAFloat texel = texture->lookUp(st.x, st.y);
+    if (texture->withVertexColors) {
+        R3 own;
+        oxsInterpolateColor(state, own);
+        texel = RGBAFloat(own * texel.rgb(), texel.a);
+    }
+    color = combine(texture->textureModel, color, texel);
 }
 
 Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, R3& color) {

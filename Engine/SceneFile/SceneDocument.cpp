@@ -134,15 +134,63 @@ static std::optional<toml::table> parseSetting(const std::string& setting, Diagn
     return parse(quoted, source, diagnostics);
 }
 
-std::optional<toml::table> readSceneDocument(const fs::path& file, const std::vector<std::string>& set,
-                                             Diagnostics& diagnostics) {
-    const auto text = readText(file, diagnostics);
-    auto document = text ? parse(*text, file.string(), diagnostics) : std::nullopt;
-    for (const std::string& setting : set) {
-        auto over = parseSetting(setting, diagnostics);
-        if (document && over) merge(*document, *over, "", diagnostics);
+// ---- Settings for all
+
+// The entries of a section, by their names or numbers.
+static std::vector<std::pair<std::string, const toml::table*>> entriesOf(const toml::table& document,
+                                                                         const std::string& section) {
+    std::vector<std::pair<std::string, const toml::table*>> entries;
+    const toml::node* node = document.get(section);
+    if (const toml::table* tables = node ? node->as_table() : nullptr)
+        for (const auto& [key, entry] : *tables)
+            if (entry.is_table()) entries.emplace_back(fmt::format("'{}'", key.str()), entry.as_table());
+    if (const toml::array* list = node ? node->as_array() : nullptr)
+        for (std::size_t i = 0; i < list->size(); ++i)
+            if (list->get(i)->is_table()) entries.emplace_back(std::to_string(i), list->get(i)->as_table());
+    return entries;
+}
+
+// "shader.*.samples=64" as one setting for each entry that takes it; any other setting as it is.
+static std::vector<std::string> expanded(const std::string& setting, const toml::table& document,
+                                         const Registry& registry, Diagnostics& diagnostics) {
+    const std::string key = setting.substr(0, setting.find('='));
+    const std::size_t star = key.find(".*.");
+    if (star == std::string::npos) return {setting};
+    const std::string section = key.substr(0, star), rest = setting.substr(star + 3);
+    const std::string parameter = key.substr(star + 3, key.find_last_not_of(' ') - star - 2);
+    std::vector<std::string> settings, known;
+    for (const auto& [name, entry] : entriesOf(document, section)) {
+        const ObjectClass* object = registry.find(entry->get("object") ? entry->at("object").value_or("") : "");
+        if (object && !object->find(parameter) && !entry->contains(parameter)) {
+            for (const std::string& other : object->parameterNames()) known.push_back(other);
+        } else {
+            settings.push_back(fmt::format("{}.{}.{}", section, name, rest));
+        }
     }
+    if (settings.empty())
+        diagnostics.error({"--set " + setting, 0, 0}, fmt::format("no {} of the scene has a parameter '{}'{}", section,
+                                                                  parameter, didYouMean(parameter, known)));
+    return settings;
+}
+
+std::optional<toml::table> parseSceneDocument(const std::string& text, const std::string& source,
+                                              const std::vector<std::string>& set, const Registry& registry,
+                                              Diagnostics& diagnostics) {
+    auto document = parse(text, source, diagnostics);
+    static const toml::table nothing;
+    for (const std::string& given : set)
+        for (const std::string& setting : expanded(given, document ? *document : nothing, registry, diagnostics)) {
+            auto over = parseSetting(setting, diagnostics);
+            if (document && over) merge(*document, *over, "", diagnostics);
+        }
     return document;
+}
+
+std::optional<toml::table> readSceneDocument(const fs::path& file, const std::vector<std::string>& set,
+                                             const Registry& registry, Diagnostics& diagnostics) {
+    const auto text = readText(file, diagnostics);
+    if (!text) return std::nullopt;
+    return parseSceneDocument(*text, file.string(), set, registry, diagnostics);
 }
 
 }  // namespace oxbeam

@@ -1,13 +1,12 @@
 #include "Engine/SceneFile/SceneFile.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Import/ModelFile.h"
 #include "Engine/Packages/ParameterValue.h"
-#include "Engine/Scene/Shapes.h"
+#include "Engine/SceneFile/MeshSection.h"
 #include "Engine/SceneFile/SceneDocument.h"
 #include "Engine/SceneFile/ScenePlaces.h"
 #include "Engine/Textures/Projection.h"
-#include "Engine/Textures/TextureFile.h"
+#include "Engine/Textures/Studio.h"
 
 #include <fmt/format.h>
 
@@ -38,10 +37,10 @@ Layout layoutFor(const std::string& object) {
 // Reads one scene into a world, section by section; what later sections refer to comes first.
 class SceneLoader {
 public:
-    SceneLoader(const fs::path& file, const toml::table& document, const Registry& registry, Diagnostics& diagnostics,
-                World& world)
-        : m_file(file.string()), m_folder(file.parent_path()), m_document(document), m_registry(registry),
-          m_diagnostics(diagnostics), m_world(world) {}
+    SceneLoader(const std::string& source, const fs::path& folder, const toml::table& document,
+                const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics, World& world)
+        : m_file(source), m_folder(folder), m_document(document), m_registry(registry), m_diagnostics(diagnostics),
+          m_world(world), m_assets(assets), m_meshes(m_folder, m_shaders, assets, world, diagnostics) {}
 
     void load(const std::string& camera) {
         readTextures();
@@ -51,11 +50,11 @@ public:
         readCameras(camera);
         readEnvironment();
         readLights();
-        readMeshes();
+        eachEntry("mesh", [&](TableReader& reader) { m_meshes.read(reader); });
         reportUnknownSections();
         m_world.geometry.prepare();
         focusCamera();
-        reportDroppedTriangles();
+        m_meshes.reportDroppedTriangles();
     }
 
 private:
@@ -72,10 +71,7 @@ private:
     void focusCamera();
     void readEnvironment();
     void readLights();
-    void readMeshes();
-    void readMesh(TableReader& reader);
     void reportUnknownSections();
-    void reportDroppedTriangles();
 
     const toml::table* section(std::string_view name);
     // Of a section that need not be there.
@@ -90,12 +86,6 @@ private:
     // Id of a texture by name, in the layout that an object reads.
     std::optional<int> textureFor(const std::string& name, const ObjectClass& object);
 
-    std::optional<unsigned> shaderOf(TableReader& reader);
-    std::vector<ModelPart> partsOf(TableReader& reader);
-    std::vector<ModelPart> addModel(const std::string& key, Model model, const SourceLocation& where);
-    Matrix placementOf(TableReader& reader);
-    Oxuint visibilityOf(TableReader& reader);
-
     std::string m_file;
     fs::path m_folder;
     const toml::table& m_document;
@@ -109,12 +99,10 @@ private:
     std::map<std::pair<std::string, Layout>, int> m_converted;  // and what they were turned into
     std::optional<std::variant<R3, std::string>> m_focus;       // of the camera: a point, or a mesh's name
     SourceLocation m_focusPlace;
-    std::string m_focusLabel;                                    // of the camera, for messages
-    std::map<std::string, std::vector<unsigned>> m_namedMeshes;  // their instances
-    std::map<std::string, std::optional<unsigned>> m_shaders;    // nothing: defined, but wrongly
-    std::map<std::string, std::vector<ModelPart>>
-        m_models;                              // by what they were made from; parts name the world's meshes
-    std::vector<SourceLocation> m_meshPlaces;  // by the world's meshes
+    std::string m_focusLabel;  // of the camera, for messages
+    MeshSection::Shaders m_shaders;
+    SceneAssets& m_assets;
+    MeshSection m_meshes;
 };
 
 // ---- Sections
@@ -237,6 +225,10 @@ void SceneLoader::readTextures() {
     });
 }
 
+static std::unique_ptr<Texture> whiteTexel() {
+    return std::make_unique<Texture>(1u, 1u, 3u, std::vector<std::uint8_t>{255, 255, 255}, ColorSpace::Linear);
+}
+
 void SceneLoader::readTexture(const std::string& name, TableReader& reader) {
     static const Oxuint wraps[] = {OX_GL_REPEAT, OX_GL_CLAMP_TO_EDGE, OX_GL_MIRRORED_REPEAT};
     static const Oxuint filters[] = {OX_GL_LINEAR, OX_GL_NEAREST};
@@ -248,14 +240,25 @@ void SceneLoader::readTexture(const std::string& name, TableReader& reader) {
     const auto space = reader.word("colorSpace", {"linear", "srgb"});
     const auto bump = reader.word("bump", {"height", "normal"});
     const auto bumpScale = reader.number("bumpScale");
-    if (reader.word("projection", {"equirectangular"})) m_equirectangular.insert(name);
+    const auto image = reader.count("image", 0, 1u << 20);
+    const auto alpha = reader.word("alpha", {"blend", "mask", "ignore"});
+    const auto cutoff = reader.number("alphaCutoff");
+    const bool vertexColors = reader.flag("vertexColors").value_or(false);
+    const auto generated = reader.word("generate", {"studio"});
+    if (generated || reader.word("projection", {"equirectangular"})) m_equirectangular.insert(name);
     reader.finish();
-    if (!file && !reader.has("file")) reader.error("file", "has no 'file'");
-    if (!file) return;
+    if (!file && !reader.has("file") && !vertexColors && !generated) reader.error("file", "has no 'file'");
+    if (image && !file) reader.error("image", "'image' is for the images within a model's 'file'");
+    if (!file && !vertexColors && !generated) return;
     try {
-        auto texture =
-            loadTexture(m_folder / *file,
-                        space ? std::optional(*space == 0 ? ColorSpace::Linear : ColorSpace::SRGB) : std::nullopt);
+        TextureSource source;
+        if (file) source.file = m_folder / *file;
+        if (image) source.image = static_cast<int>(*image);
+        if (space) source.space = *space == 0 ? ColorSpace::Linear : ColorSpace::SRGB;
+        auto texture = file ? m_assets.texture(source) : generated ? studioPicture() : whiteTexel();
+        texture->withVertexColors = vertexColors;
+        if (alpha == 1u) texture->thresholdAlpha(cutoff.value_or(0.5f));
+        if (alpha == 2u) texture->thresholdAlpha(0.0f);
         texture->m_wrapS = texture->m_wrapT = static_cast<Oxint>(wraps[wrap.value_or(0)]);
         texture->filterMode = static_cast<Oxint>(filters[filter.value_or(0)]);
         texture->textureModel = models[model.value_or(0)];
@@ -376,10 +379,10 @@ void SceneLoader::focusCamera() {
     if (!m_focus || !m_world.camera) return;
     R3 point;
     if (const auto* name = std::get_if<std::string>(&*m_focus)) {
-        const auto found = m_namedMeshes.find(*name);
-        if (found == m_namedMeshes.end()) {
+        const auto found = m_meshes.named().find(*name);
+        if (found == m_meshes.named().end()) {
             std::vector<std::string> names;
-            for (const auto& [known, instances] : m_namedMeshes) names.push_back(known);
+            for (const auto& [known, instances] : m_meshes.named()) names.push_back(known);
             return m_diagnostics.error(m_focusPlace, fmt::format("{}: 'focus' names mesh '{}', which is not defined{}",
                                                                  m_focusLabel, *name, didYouMean(*name, names)));
         }
@@ -410,152 +413,34 @@ void SceneLoader::readLights() {
     });
 }
 
-// ---- Meshes
+}  // namespace
 
-void SceneLoader::readMeshes() {
-    eachEntry("mesh", [&](TableReader& reader) { readMesh(reader); });
+// What messages call the scene.
+static std::string sourceOf(const fs::path& file) {
+    return isSceneFile(file) ? file.string() : file.string() + " as a scene";
 }
 
-void SceneLoader::readMesh(TableReader& reader) {
-    const auto name = reader.text("name");
-    const auto shader = shaderOf(reader);
-    const auto parts = partsOf(reader);
-    const Matrix placement = placementOf(reader);
-    const Oxuint visibility = visibilityOf(reader);
-    reader.finish();
-    if (!shader) return;
-    for (const ModelPart& part : parts) {
-        const unsigned instance =
-            m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, *shader, visibility);
-        if (name) m_namedMeshes[*name].push_back(instance);
-    }
-}
-
-std::optional<unsigned> SceneLoader::shaderOf(TableReader& reader) {
-    const auto name = reader.text("shader");
-    if (!name) {
-        if (!reader.has("shader")) reader.error("shader", "has no 'shader'");
+std::optional<toml::table> readSceneOrModel(const fs::path& file, const Registry& registry, SceneAssets& assets,
+                                            Diagnostics& diagnostics, const SceneFileOptions& options) {
+    if (isSceneFile(file)) return readSceneDocument(file, options.set, registry, diagnostics);
+    try {
+        const std::string text =
+            describeModelScene(file, file.parent_path(), options.model, registry, assets, diagnostics);
+        return parseSceneDocument(text, sourceOf(file), options.set, registry, diagnostics);
+    } catch (const Error& e) {
+        if (e.status() != ExitStatus::BadScene) throw;
+        diagnostics.error({file.string(), 0, 0}, e.what());
         return std::nullopt;
     }
-    const auto found = m_shaders.find(*name);
-    if (found != m_shaders.end()) return found->second;
-    std::vector<std::string> names;
-    for (const auto& [known, number] : m_shaders) names.push_back(known);
-    reader.error("shader", fmt::format("no shader '{}' is defined{}", *name, didYouMean(*name, names)));
-    return std::nullopt;
 }
-
-// Adds a model's meshes to the world once, however often the scene places it.
-std::vector<ModelPart> SceneLoader::addModel(const std::string& key, Model model, const SourceLocation& where) {
-    std::vector<unsigned> numbers;
-    for (MeshData& mesh : model.meshes) {
-        numbers.push_back(m_world.geometry.addMesh(std::move(mesh)));
-        m_meshPlaces.push_back(where);
-    }
-    for (ModelPart& part : model.parts) part.mesh = numbers[part.mesh];
-    return m_models[key] = std::move(model.parts);
-}
-
-static Model shapeModel(unsigned shape, unsigned segments, const R2& uvScale) {
-    Model model;
-    model.parts.push_back({});
-    model.meshes.push_back(shape == 0 ? planeMesh() : shape == 1 ? boxMesh() : sphereMesh(segments));
-    for (R2& st : model.meshes.back().texCoords) st = R2(st.x * uvScale.x, st.y * uvScale.y);
-    return model;
-}
-
-std::vector<ModelPart> SceneLoader::partsOf(TableReader& reader) {
-    const auto file = reader.text("file");
-    const auto shape = reader.word("shape", {"plane", "box", "sphere"});
-    const auto segments = reader.count("segments", 4, 4096);
-    const auto uvScale = reader.pair("uvScale");
-    if (reader.has("file") == reader.has("shape")) {
-        reader.error("shape", "needs either a 'file' or a 'shape'");
-        return {};
-    }
-    if (segments && shape != 2u) reader.error("segments", "'segments' is for spheres");
-    if (uvScale && !shape) reader.error("uvScale", "'uvScale' is for shapes");
-    if (shape) {
-        const R2 scale = uvScale.value_or(R2(1.0f, 1.0f));
-        const std::string key = fmt::format("{}\n{}\n{} {}", *shape, segments.value_or(96), scale.x, scale.y);
-        if (const auto known = m_models.find(key); known != m_models.end()) return known->second;
-        return addModel(key, shapeModel(*shape, segments.value_or(96), scale), reader.where());
-    }
-    if (!file) return {};
-    const fs::path path = m_folder / *file;
-    if (const auto known = m_models.find(path.string()); known != m_models.end()) return known->second;
-    try {
-        return addModel(path.string(), loadModel(path), reader.where("file"));
-    } catch (const Error& e) {
-        m_diagnostics.error(reader.where("file"), e.what());
-        return m_models[path.string()] = {};
-    }
-}
-
-// Scaled first, then rotated about x, y and z, then moved.
-Matrix SceneLoader::placementOf(TableReader& reader) {
-    const auto matrix = reader.numbers("matrix", 16);
-    const auto translate = reader.vector("translate"), rotate = reader.vector("rotate");
-    R3 scale(1.0f, 1.0f, 1.0f);
-    if (reader.isList("scale"))
-        scale = reader.vector("scale").value_or(scale);
-    else if (const auto uniform = reader.number("scale"))
-        scale = R3(*uniform, *uniform, *uniform);
-    Matrix placement;
-    if (matrix) {
-        if (translate || rotate || reader.has("scale"))
-            reader.error("matrix", "'matrix' cannot stand beside 'translate', 'rotate' or 'scale'");
-        const auto& m = *matrix;
-        if (m[12] != 0.0f || m[13] != 0.0f || m[14] != 0.0f || m[15] != 1.0f)
-            reader.error("matrix", "the last four numbers of 'matrix', its last row, must be 0, 0, 0, 1");
-        for (unsigned i = 0; i < 12; ++i) placement.m[i / 4][i % 4] = m[i];
-        return placement;
-    }
-    placement = ScaleMatrix(scale);
-    if (rotate)
-        for (unsigned axis = 0; axis < 3; ++axis)
-            placement = RotationMatrix(axis, (*rotate)[axis] * 3.14159265f / 180.0f) * placement;
-    return TranslationMatrix(translate.value_or(R3())) * placement;
-}
-
-Oxuint SceneLoader::visibilityOf(TableReader& reader) {
-    static const std::vector<std::string> names = {"primary", "shadow", "transparency", "refraction", "reflection"};
-    const auto kinds = reader.texts("visibleTo");
-    if (!kinds) return RAY_ALL;
-    Oxuint mask = 0;
-    for (const std::string& kind : *kinds) {
-        const auto found = std::find(names.begin(), names.end(), kind);
-        if (found == names.end())
-            reader.error("visibleTo", fmt::format("'visibleTo' names '{}'; expected some of {}{}", kind,
-                                                  fmt::join(names, ", "), didYouMean(kind, names)));
-        else
-            mask |= 1u << (found - names.begin());
-    }
-    return mask;
-}
-
-void SceneLoader::reportDroppedTriangles() {
-    const SceneGeometry& geometry = m_world.geometry;
-    for (unsigned mesh = 0; mesh < geometry.meshCount(); ++mesh) {
-        const DroppedTriangles& dropped = geometry.dropped()[mesh];
-        if (dropped.total() == 0) continue;
-        m_diagnostics.warning(
-            m_meshPlaces[geometry.meshOrigin(mesh)],
-            fmt::format("mesh '{}': {} left out ({} with vertices that are not finite or too far out, {} with indices "
-                        "beyond the mesh's vertices)",
-                        geometry.meshName(mesh),
-                        dropped.total() == 1 ? "1 triangle was" : fmt::format("{} triangles were", dropped.total()),
-                        dropped.badVertices, dropped.badIndices));
-    }
-}
-
-}  // namespace
 
 std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry, Diagnostics& diagnostics,
                                  const SceneFileOptions& options) {
     auto world = std::make_unique<World>();
-    if (const auto document = readSceneDocument(file, options.set, diagnostics))
-        SceneLoader(file, *document, registry, diagnostics, *world).load(options.camera);
+    SceneAssets assets;
+    if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options))
+        SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world)
+            .load(options.camera);
     return world;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/SceneFile/ModelScene.h"
 #include "Engine/World.h"
 
 #include <filesystem>
@@ -14,12 +15,14 @@ namespace oxbeam {
 struct SceneFileOptions {
     // "PLACE.PARAM=VALUE", each laid over the file: "shader.table.shininess=64", "light.0.intensity=[1, 1, 1]". A value
     // that is no TOML is a text.
-    std::vector<std::string> set;
+    std::vector<std::string> set = {};
     // One of the scene's named cameras; nothing for the unnamed one.
-    std::string camera;
+    std::string camera = {};
+    // For a model in place of a scene file.
+    ModelSceneOptions model = {};
 };
 
-// Reads a scene and loads its textures and models; the geometry is prepared but not built. Everything that is wrong with
+// Reads a scene, or makes one around a model, and loads its textures and models; the geometry is prepared but not built. Everything that is wrong with
 // it goes to the diagnostics; where there were errors the world must not be rendered. Never throws for what a file
 // contains.
 OXBEAM_API std::unique_ptr<World> loadScene(const std::filesystem::path& file, const Registry& registry,

@@ -1,6 +1,7 @@
 #include "Engine/SceneFile/ScenePlaces.h"
 
 #include "Engine/SceneFile/SceneDocument.h"
+#include "Engine/SceneFile/SceneFile.h"
 
 #include <fmt/format.h>
 
@@ -66,7 +67,10 @@ private:
 
 std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Registry& registry,
                                     Diagnostics& diagnostics, const std::vector<std::string>& set) {
-    const auto document = readSceneDocument(file, set, diagnostics);
+    SceneAssets assets;
+    SceneFileOptions options;
+    options.set = set;
+    const auto document = readSceneOrModel(file, registry, assets, diagnostics, options);
     return document ? PlaceFinder(*document, registry).find() : std::vector<ScenePlace>();
 }
 

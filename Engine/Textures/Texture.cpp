@@ -167,7 +167,22 @@ RGBAFloat Texture::texelBlend(Oxint x0, Oxint y0, Oxint x1, Oxint y1, float rx, 
 }
 
 RGBAFloat Texture::lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const {
-    return sample(Meaning::Color, s, t, wrapS, wrapT, filter);
+    RGBAFloat texel = sample(Meaning::Color, s, t, wrapS, wrapT, filter);
+    if (m_alphaThreshold) texel.a = texel.a >= *m_alphaThreshold ? 1.0f : 0.0f;
+    return texel;
+}
+
+void Texture::thresholdAlpha(float least) {
+    m_alphaThreshold = least;
+    m_hasTransparency = m_hasTransparency && least > 0.0f;
+}
+
+R3 Texture::rawMean() const {
+    constexpr unsigned probes = 64;
+    R3 sum;
+    for (unsigned i = 0; i < probes * probes; ++i)
+        sum += rawTexel(i % probes * m_width / probes, i / probes * m_height / probes).rgb();
+    return sum / static_cast<float>(probes * probes);
 }
 
 // Heights give their slope by central differences over one texel to either side.

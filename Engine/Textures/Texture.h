@@ -5,6 +5,7 @@
 #include "Primitives/Vec.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,7 @@ public:
     // Strength as a bump map. Heights: white rises above black by this times 2% of the picture's width. Normals: factor
     // on their slope.
     float bumpScale = 1.0f;
+    bool withVertexColors = false;  // where it is applied to a surface, the mesh's own colours modulate it
 
     // Texels row by row from the bottom up, `channels` values each: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA (alpha not
     // premultiplied). Bytes and words stand for 0 to 1.
@@ -44,6 +46,10 @@ public:
                       static_cast<unsigned>(filterMode));
     }
     RGBAFloat lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
+    // Makes alpha 1 where it is at least this, and 0 elsewhere; 0 makes all of the picture opaque.
+    void thresholdAlpha(float least);
+    // The mean of the picture's numbers as they are stored, from a grid of probes.
+    R3 rawMean() const;
     // The picture as a bump map: the normal in the frame of the texture's axes and the surface's normal.
     R3 tangentNormal(float s, float t) const;
 
@@ -64,6 +70,7 @@ private:
     std::vector<std::uint16_t> m_words;
     std::vector<float> m_floats;
     bool m_hasTransparency = false;
+    std::optional<float> m_alphaThreshold;
 };
 
 }  // namespace oxbeam

@@ -5,6 +5,9 @@
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <fstream>
 #include <iterator>
 
@@ -107,6 +110,29 @@ std::unique_ptr<Texture> loadTexture(const fs::path& file, std::optional<ColorSp
             w, h, n, readTexels<std::uint16_t>(file, *input, channels, OIIO::TypeDesc::UINT16), meant);
     return std::make_unique<Texture>(w, h, n, readTexels<std::uint8_t>(file, *input, channels, OIIO::TypeDesc::UINT8),
                                      meant);
+}
+
+// Readers want a file, and not all of them take another source of bytes: they get a file in memory.
+std::unique_ptr<Texture> loadTexture(const std::vector<std::uint8_t>& bytes, const std::string& name,
+                                     std::optional<ColorSpace> space) {
+    struct MemoryFile {
+        int descriptor = memfd_create("oxbeam-texture", MFD_CLOEXEC);
+        ~MemoryFile() { close(descriptor); }
+    } memory;
+    const fs::path file = fmt::format("/proc/self/fd/{}", memory.descriptor);
+    if (memory.descriptor < 0 ||
+        !std::ofstream(file, std::ios::binary)
+             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))
+             .flush())
+        throw badTexture(name, "cannot be put into a file in memory");
+    try {
+        return loadTexture(file, space);
+    } catch (const Error& e) {
+        std::string message = e.what();
+        if (const auto at = message.find(file.string()); at != std::string::npos)
+            message.replace(at, file.string().size(), name);
+        throw Error(e.status(), message);
+    }
 }
 
 }  // namespace oxbeam

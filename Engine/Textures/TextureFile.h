@@ -13,5 +13,8 @@ namespace oxbeam {
 // overrides both. Throws Error(BadScene): the file is missing, no regular file, no picture, cut off, or absurdly large.
 OXBEAM_API std::unique_ptr<Texture> loadTexture(const std::filesystem::path& file,
                                                 std::optional<ColorSpace> space = std::nullopt);
+// The same from the bytes of such a file; `name` is for messages.
+OXBEAM_API std::unique_ptr<Texture> loadTexture(const std::vector<std::uint8_t>& bytes, const std::string& name,
+                                                std::optional<ColorSpace> space = std::nullopt);
 
 }  // namespace oxbeam

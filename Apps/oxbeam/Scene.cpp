@@ -1,0 +1,54 @@
+#include "Apps/oxbeam/Commands.h"
+#include "Engine/Diagnostics/Diagnostics.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::string& size) {
+    if (command.ground != "shadow" && command.ground != "none")
+        throw Error(ExitStatus::Usage, fmt::format("--ground {}: expected shadow or none", command.ground));
+    if (!command.environment.empty()) checkInput(command.environment);
+    ModelSceneOptions options{command.shader, command.environment, command.view, command.ground == "shadow", {}};
+    if (!size.empty()) options.size = parseSize(size);
+    return options;
+}
+
+// Written beside its place and then renamed: a half-written scene never replaces a whole one.
+static void writeText(const fs::path& file, const std::string& text) {
+    const fs::path temporary = file.string() + ".part";
+    std::error_code problem;
+    const bool written = static_cast<bool>((std::ofstream(temporary, std::ios::binary) << text).flush());
+    if (written) fs::rename(temporary, file, problem);
+    if (written && !problem) return;
+    fs::remove(temporary, problem);
+    throw Error(ExitStatus::InputOutput, fmt::format("cannot write '{}'", file.string()));
+}
+
+ExitStatus runScene(const SceneCommand& command, const Registry& registry) {
+    checkInput(command.model);
+    if (isSceneFile(command.model))
+        throw Error(ExitStatus::Usage, fmt::format("'{}' is a scene file already; expected a model", command.model));
+    if (!command.output.empty()) checkWritable(command.output);
+    SceneAssets assets;
+    Diagnostics diagnostics;
+    const std::string text =
+        describeModelScene(command.model, fs::path(command.output).parent_path(),
+                           modelSceneOptions(command.options, command.size), registry, assets, diagnostics);
+    for (const Diagnostic& d : diagnostics.sorted()) std::cerr << d.text() << '\n';
+    if (command.output.empty()) {
+        std::cout << text;
+    } else {
+        writeText(command.output, text);
+        std::cerr << fmt::format("wrote {}\n", command.output);
+    }
+    return ExitStatus::Done;
+}
+
+}  // namespace oxbeam

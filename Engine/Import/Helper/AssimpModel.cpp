@@ -1,0 +1,213 @@
+#include "Engine/Import/Helper/AssimpModel.h"
+
+#include "Engine/Import/Helper/Materials.h"
+
+#include <assimp/Importer.hpp>
+#include <assimp/config.h>
+#include <assimp/postprocess.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <stdexcept>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+static R3 toR3(const aiVector3D& v) { return {v.x, v.y, v.z}; }
+
+static Matrix toMatrix(const aiMatrix4x4& a) {
+    Matrix r;
+    for (unsigned i = 0; i < 3; ++i)
+        for (unsigned j = 0; j < 4; ++j) r.m[i][j] = a[i][j];
+    return r;
+}
+
+// ---- Which way is up
+
+// Formats whose files have z upwards and whose importer leaves it at that. Those that it turns itself (3DS, Blender,
+// IFC, MD2, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up
+// by definition or custom are not in it.
+static const std::map<std::string, Model::Axis> UpAxes = {
+    {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z}, {".ase", Model::Z}, {".ask", Model::Z},
+    {".cob", Model::Z}, {".dxf", Model::Z}, {".hmp", Model::Z}, {".nff", Model::Z}, {".q3o", Model::Z},
+    {".q3s", Model::Z}, {".smd", Model::Z}, {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
+};
+
+static Model::Axis upAxis(const aiScene& scene, std::string ending) {
+    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    int axis = 1;
+    if (ending == ".fbx" && scene.mMetaData && scene.mMetaData->Get("UpAxis", axis))
+        return axis == 2 ? Model::Z : axis == 0 ? Model::X : Model::Y;
+    const auto known = UpAxes.find(ending);
+    return known == UpAxes.end() ? Model::Y : known->second;
+}
+
+// ---- Meshes and nodes
+
+static MeshData toMesh(const aiMesh& from, unsigned coordinateSet, const Matrix& coordinates) {
+    MeshData mesh;
+    mesh.name = from.mName.C_Str();
+    const unsigned set = from.HasTextureCoords(coordinateSet) ? coordinateSet : 0;
+    for (unsigned i = 0; i < from.mNumVertices; ++i) {
+        mesh.positions.push_back(toR3(from.mVertices[i]));
+        if (from.HasNormals()) mesh.normals.push_back(toR3(from.mNormals[i]));
+        if (from.HasTextureCoords(set)) {
+            const aiVector3D& st = from.mTextureCoords[set][i];
+            const R3 moved = TransformPoint(coordinates, R3(st.x, st.y, 0.0f));
+            mesh.texCoords.emplace_back(moved.x, moved.y);
+        }
+        if (const aiColor4D* c = from.mColors[0]) mesh.colors.emplace_back(c[i].r, c[i].g, c[i].b);
+    }
+    for (unsigned i = 0; i < from.mNumFaces; ++i)
+        if (const aiFace& face = from.mFaces[i]; face.mNumIndices == 3)
+            mesh.indices.insert(mesh.indices.end(), face.mIndices, face.mIndices + 3);
+    return mesh;
+}
+
+// Walks the nodes without recursion: a file may nest them arbitrarily deep.
+template <class Use>
+static void eachNode(const aiNode* root, Use use) {
+    std::vector<std::pair<const aiNode*, Matrix>> open;
+    if (root) open.emplace_back(root, Matrix());
+    while (!open.empty()) {
+        const auto [node, parent] = open.back();
+        open.pop_back();
+        const Matrix toModel = parent * toMatrix(node->mTransformation);
+        use(*node, toModel);
+        for (unsigned i = node->mNumChildren; i-- > 0;) open.emplace_back(node->mChildren[i], toModel);
+    }
+}
+
+// Meshes with triangles that some node places, and the materials that these use.
+static void addGeometry(const aiScene& scene, MaterialReader& materials, Model& model) {
+    std::map<unsigned, unsigned> meshes, used;
+    eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix& toModel) {
+        for (unsigned i = 0; i < node.mNumMeshes; ++i) {
+            const unsigned number = node.mMeshes[i];
+            if (number >= scene.mNumMeshes) continue;
+            const aiMesh& from = *scene.mMeshes[number];
+            const auto [known, isNew] = meshes.try_emplace(number, static_cast<unsigned>(model.meshes.size()));
+            if (isNew) {
+                const unsigned own = std::min(from.mMaterialIndex, scene.mNumMaterials - 1);
+                model.meshes.push_back(toMesh(from, materials.coordinateSet(own), materials.coordinateTransform(own)));
+                const auto [material, first] = used.try_emplace(own, static_cast<unsigned>(model.materials.size()));
+                if (first) model.materials.push_back(materials.read(own));
+                model.meshMaterials.push_back(material->second);
+                model.materials[material->second].vertexColors |= !model.meshes.back().colors.empty();
+            }
+            if (!model.meshes[known->second].indices.empty()) model.parts.push_back({known->second, toModel});
+        }
+    });
+}
+
+// ---- Cameras and lights
+
+static std::map<std::string, Matrix> placesOf(const aiScene& scene) {
+    std::map<std::string, Matrix> places;
+    eachNode(scene.mRootNode,
+             [&](const aiNode& node, const Matrix& toModel) { places.try_emplace(node.mName.C_Str(), toModel); });
+    return places;
+}
+
+// The importer's angle is the whole horizontal one; of a glTF whose aspect ratio is 1, the vertical one.
+static float verticalAngle(const aiCamera& camera, bool gltf) {
+    constexpr float degrees = 57.2957795f;
+    if (gltf) return camera.mHorizontalFOV * degrees;
+    const float aspect = camera.mAspect > 0.0f ? camera.mAspect : 1.5f;
+    return 2.0f * std::atan(std::tan(0.5f * camera.mHorizontalFOV) / aspect) * degrees;
+}
+
+static void addCameras(const aiScene& scene, const std::map<std::string, Matrix>& places, bool gltf, Model& model) {
+    for (unsigned i = 0; i < scene.mNumCameras; ++i) {
+        const aiCamera& from = *scene.mCameras[i];
+        const auto place = places.find(from.mName.C_Str());
+        const Matrix toModel = place == places.end() ? Matrix() : place->second;
+        ModelCamera camera;
+        camera.name = from.mName.C_Str();
+        // Of a glTF the importer puts the node's translation into the camera as well.
+        camera.position = TransformPoint(toModel, gltf ? R3() : toR3(from.mPosition));
+        camera.lookAt = camera.position + TransformVector(toModel, toR3(from.mLookAt));
+        camera.lookUp = Normalize(TransformVector(toModel, toR3(from.mUp)));
+        camera.fov = verticalAngle(from, gltf);
+        model.cameras.push_back(camera);
+    }
+}
+
+static void addLights(const aiScene& scene, const std::map<std::string, Matrix>& places, bool gltf, Model& model) {
+    for (unsigned i = 0; i < scene.mNumLights; ++i) {
+        const aiLight& from = *scene.mLights[i];
+        if (from.mType == aiLightSource_AMBIENT || from.mType == aiLightSource_UNDEFINED) continue;
+        const auto place = places.find(from.mName.C_Str());
+        const Matrix toModel = place == places.end() ? Matrix() : place->second;
+        ModelLight light;
+        light.name = from.mName.C_Str();
+        light.kind = from.mType == aiLightSource_DIRECTIONAL ? ModelLight::Directional
+                     : from.mType == aiLightSource_SPOT      ? ModelLight::Spot
+                                                             : ModelLight::Point;
+        light.position = TransformPoint(toModel, toR3(from.mPosition));
+        light.direction = TransformVector(toModel, toR3(from.mDirection));
+        light.intensity = R3(from.mColorDiffuse.r, from.mColorDiffuse.g, from.mColorDiffuse.b);
+        const float attenuation[3] = {from.mAttenuationConstant, from.mAttenuationLinear, from.mAttenuationQuadratic};
+        const bool any = attenuation[0] > 0.0f || attenuation[1] > 0.0f || attenuation[2] > 0.0f;
+        if (any) std::copy_n(attenuation, 3, light.attenuation);
+        const float half = gltf ? 1.0f : 0.5f;  // its angles are measured from the axis
+        light.outerAngle = std::min(half * from.mAngleOuterCone, 1.57f);
+        light.innerAngle = std::min(half * from.mAngleInnerCone, 0.98f * light.outerAngle);
+        model.lights.push_back(light);
+    }
+}
+
+// ---- Images
+
+static ModelImage toImage(const aiTexture& from) {
+    ModelImage image;
+    if (from.mHeight == 0) {
+        const auto* bytes = reinterpret_cast<const std::uint8_t*>(from.pcData);
+        if (bytes) image.bytes.assign(bytes, bytes + from.mWidth);
+        return image;
+    }
+    image.width = from.mWidth, image.height = from.mHeight;
+    const std::size_t texels = std::size_t{from.mWidth} * from.mHeight;
+    for (std::size_t i = 0; i < texels; ++i) {
+        const aiTexel& t = from.pcData[i];
+        image.bytes.insert(image.bytes.end(), {t.r, t.g, t.b, t.a});
+    }
+    return image;
+}
+
+// ---- All of it
+
+Model readModel(const fs::path& file) {
+    Assimp::Importer importer;
+    auto* folder = new ModelFolder(file);  // owned by the importer
+    importer.SetIOHandler(folder);
+    std::optional<GltfDocument> gltf;
+    if (const std::string ending = file.extension().string(); ending == ".gltf" || ending == ".glb")
+        gltf = GltfDocument::read(folder->model());
+    if (gltf) folder->replaceModel(gltf->corrected());
+
+    importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
+    importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, 45.0f);
+    const aiScene* scene = importer.ReadFile((folder->folder() / file.filename()).string(),
+                                             aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
+                                                 aiProcess_GenSmoothNormals | aiProcess_SortByPType);
+    if (!scene) throw std::runtime_error(importer.GetErrorString());
+    Model model;
+    if (gltf)
+        for (const std::string& name : gltf->unknownRequiredExtensions())
+            model.warnings.push_back("the file requires the extension '" + name +
+                                     "', which is not known here; the picture may be wrong");
+    model.up = upAxis(*scene, file.extension().string());
+    MaterialReader materials(*scene, *folder, gltf, model.warnings);
+    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, model);
+    const auto places = placesOf(*scene);
+    addCameras(*scene, places, gltf.has_value(), model);
+    addLights(*scene, places, gltf.has_value(), model);
+    for (unsigned i = 0; i < scene->mNumTextures; ++i) model.images.push_back(toImage(*scene->mTextures[i]));
+    if (model.parts.empty()) throw std::runtime_error("it has no triangles");
+    return model;
+}
+
+}  // namespace oxbeam

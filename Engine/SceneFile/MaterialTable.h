@@ -1,0 +1,33 @@
+// Which shading object shows a model's material, with which parameters.
+#pragma once
+
+#include "Engine/Import/ModelFile.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace oxbeam {
+
+// A material, and what the scene made of its textures: their names there, or nothing.
+struct Surface {
+    const ModelMaterial& material;
+    std::string texture, bumpMap;
+    R3 color;            // base colour, times the mean of the texture where the object takes none
+    float size = 1.0f;   // of the model, for a length that the material leaves open
+    float scale = 1.0f;  // of the scene's lengths to the model's
+};
+
+struct ShaderTable {
+    std::string object;
+    std::vector<std::pair<std::string, std::string>> parameters;  // as a scene file has them
+};
+
+ShaderTable shaderFor(const Surface& surface);
+
+// Values as a scene file has them.
+std::string tomlValue(float value);
+std::string tomlValue(const R3& value);
+std::string tomlValue(const std::string& text);
+
+}  // namespace oxbeam

@@ -1,0 +1,186 @@
+#include "Engine/SceneFile/MeshSection.h"
+
+#include "Engine/Diagnostics/Error.h"
+#include "Engine/Scene/Shapes.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+void MeshSection::read(TableReader& reader) {
+    const auto name = reader.text("name");
+    const auto shaders = shadersOf(reader);
+    const auto parts = partsOf(reader);
+    const Matrix placement = placementOf(reader);
+    const Oxuint visibility = visibilityOf(reader);
+    reader.finish();
+    if (shaders.empty()) return;
+    for (const PlacedPart& part : parts) {
+        const unsigned shader = shaders.size() == 1              ? shaders[0]
+                                : part.material < shaders.size() ? shaders[part.material]
+                                                                 : 0;
+        const unsigned instance =
+            m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, shader, visibility);
+        if (name) m_namedMeshes[*name].push_back(instance);
+    }
+}
+
+std::optional<unsigned> MeshSection::shaderNamed(TableReader& reader, const char* key, const std::string& name) {
+    const auto found = m_shaders.find(name);
+    if (found != m_shaders.end()) return found->second;
+    std::vector<std::string> names;
+    for (const auto& [known, number] : m_shaders) names.push_back(known);
+    reader.error(key, fmt::format("no shader '{}' is defined{}", name, didYouMean(name, names)));
+    return std::nullopt;
+}
+
+// One shader for all, or one for each of the file's materials; nothing where one of them is missing.
+std::vector<unsigned> MeshSection::shadersOf(TableReader& reader) {
+    if (reader.has("shader") && reader.has("shaders"))
+        reader.error("shaders", "'shaders' cannot stand beside 'shader'");
+    const char* key = reader.has("shaders") ? "shaders" : "shader";
+    std::vector<std::string> names;
+    if (reader.has("shaders")) {
+        names = reader.texts("shaders").value_or(names);
+    } else if (const auto name = reader.text("shader")) {
+        names.push_back(*name);
+    } else if (!reader.has("shader")) {
+        reader.error("shader", "has no 'shader'");
+    }
+    std::vector<unsigned> numbers;
+    for (const std::string& name : names)
+        if (const auto number = shaderNamed(reader, key, name)) numbers.push_back(*number);
+    return numbers.size() == names.size() ? numbers : std::vector<unsigned>();
+}
+
+// Adds a model's meshes to the world once, however often the scene places it.
+const std::vector<PlacedPart>& MeshSection::addModel(const std::string& key, Model& model,
+                                                     const SourceLocation& where) {
+    std::vector<unsigned> numbers;
+    for (MeshData& mesh : model.meshes) {
+        numbers.push_back(m_world.geometry.addMesh(std::move(mesh)));
+        m_meshPlaces.push_back(where);
+    }
+    std::vector<PlacedPart>& parts = m_models[key];
+    for (const ModelPart& part : model.parts)
+        parts.push_back({numbers[part.mesh], part.meshToModel, model.meshMaterials[part.mesh]});
+    return parts;
+}
+
+static Model shapeModel(unsigned shape, unsigned segments, const R2& uvScale) {
+    Model model;
+    model.parts.push_back({});
+    model.meshMaterials.push_back(0);
+    model.meshes.push_back(shape == 0 ? planeMesh() : shape == 1 ? boxMesh() : sphereMesh(segments));
+    for (R2& st : model.meshes.back().texCoords) st = R2(st.x * uvScale.x, st.y * uvScale.y);
+    return model;
+}
+
+std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
+    const auto file = reader.text("file");
+    const auto shape = reader.word("shape", {"plane", "box", "sphere"});
+    const auto segments = reader.count("segments", 4, 4096);
+    const auto uvScale = reader.pair("uvScale");
+    if (reader.has("file") == reader.has("shape")) {
+        reader.error("shape", "needs either a 'file' or a 'shape'");
+        return {};
+    }
+    if (segments && shape != 2u) reader.error("segments", "'segments' is for spheres");
+    if (uvScale && !shape) reader.error("uvScale", "'uvScale' is for shapes");
+    if (shape) {
+        const R2 scale = uvScale.value_or(R2(1.0f, 1.0f));
+        const std::string key = fmt::format("{}\n{}\n{} {}", *shape, segments.value_or(96), scale.x, scale.y);
+        if (const auto known = m_models.find(key); known != m_models.end()) return known->second;
+        Model model = shapeModel(*shape, segments.value_or(96), scale);
+        return addModel(key, model, reader.where());
+    }
+    if (!file) return {};
+    const fs::path path = m_folder / *file;
+    if (const auto known = m_models.find(path.string()); known != m_models.end()) return known->second;
+    try {
+        Model& model = m_assets.model(path);
+        for (const std::string& warning : model.warnings) m_diagnostics.warning(reader.where("file"), warning);
+        return addModel(path.string(), model, reader.where("file"));
+    } catch (const Error& e) {
+        m_diagnostics.error(reader.where("file"), e.what());
+        return m_models[path.string()] = {};
+    }
+}
+
+// A turn that brings an axis of the file upwards, without the rounding of sines.
+static Matrix turnedUp(unsigned axis) {
+    Matrix turn;
+    if (axis == 1) return turn;
+    for (auto& row : turn.m) std::fill(std::begin(row), std::end(row), 0.0f);
+    if (axis == 2)
+        turn.m[0][0] = turn.m[1][2] = 1.0f, turn.m[2][1] = -1.0f;
+    else
+        turn.m[1][0] = turn.m[2][2] = 1.0f, turn.m[0][1] = -1.0f;
+    return turn;
+}
+
+// Turned up and scaled first, then rotated about x, y and z, then moved.
+Matrix MeshSection::placementOf(TableReader& reader) {
+    const auto matrix = reader.numbers("matrix", 16);
+    const Matrix turn = turnedUp(reader.word("up", {"x", "y", "z"}).value_or(1));
+    const auto translate = reader.vector("translate"), rotate = reader.vector("rotate");
+    R3 scale(1.0f, 1.0f, 1.0f);
+    if (reader.isList("scale"))
+        scale = reader.vector("scale").value_or(scale);
+    else if (const auto uniform = reader.number("scale"))
+        scale = R3(*uniform, *uniform, *uniform);
+    Matrix placement;
+    if (matrix) {
+        if (translate || rotate || reader.has("scale"))
+            reader.error("matrix", "'matrix' cannot stand beside 'translate', 'rotate' or 'scale'");
+        const auto& m = *matrix;
+        if (m[12] != 0.0f || m[13] != 0.0f || m[14] != 0.0f || m[15] != 1.0f)
+            reader.error("matrix", "the last four numbers of 'matrix', its last row, must be 0, 0, 0, 1");
+        for (unsigned i = 0; i < 12; ++i) placement.m[i / 4][i % 4] = m[i];
+        return placement * turn;
+    }
+    placement = ScaleMatrix(scale) * turn;
+    if (rotate)
+        for (unsigned axis = 0; axis < 3; ++axis)
+            placement = RotationMatrix(axis, (*rotate)[axis] * 3.14159265f / 180.0f) * placement;
+    return TranslationMatrix(translate.value_or(R3())) * placement;
+}
+
+Oxuint MeshSection::visibilityOf(TableReader& reader) {
+    static const std::vector<std::string> names = {"primary", "shadow", "transparency", "refraction", "reflection"};
+    const auto kinds = reader.texts("visibleTo");
+    if (!kinds) return RAY_ALL;
+    Oxuint mask = 0;
+    for (const std::string& kind : *kinds) {
+        const auto found = std::find(names.begin(), names.end(), kind);
+        if (found == names.end())
+            reader.error("visibleTo", fmt::format("'visibleTo' names '{}'; expected some of {}{}", kind,
+                                                  fmt::join(names, ", "), didYouMean(kind, names)));
+        else
+            mask |= 1u << (found - names.begin());
+    }
+    return mask;
+}
+
+void MeshSection::reportDroppedTriangles() {
+    const SceneGeometry& geometry = m_world.geometry;
+    for (unsigned mesh = 0; mesh < geometry.meshCount(); ++mesh) {
+        const DroppedTriangles& dropped = geometry.dropped()[mesh];
+        if (dropped.total() == 0) continue;
+        m_diagnostics.warning(
+            m_meshPlaces[geometry.meshOrigin(mesh)],
+            fmt::format("mesh '{}': {} left out ({} with vertices that are not finite or too far out, {} with indices "
+                        "beyond the mesh's vertices)",
+                        geometry.meshName(mesh),
+                        dropped.total() == 1 ? "1 triangle was" : fmt::format("{} triangles were", dropped.total()),
+                        dropped.badVertices, dropped.badIndices));
+    }
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,56 @@
+// The [[mesh]] tables of a scene file.
+#pragma once
+
+#include "Engine/SceneFile/SceneAssets.h"
+#include "Engine/SceneFile/TableReader.h"
+#include "Engine/World.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+// A part of a model whose mesh is one of the world's.
+struct PlacedPart {
+    unsigned mesh = 0;
+    Matrix meshToModel;
+    unsigned material = 0;  // of the model
+};
+
+class MeshSection {
+public:
+    // Numbers of the world's shaders by their names; nothing: defined, but wrongly.
+    using Shaders = std::map<std::string, std::optional<unsigned>>;
+
+    MeshSection(std::filesystem::path folder, const Shaders& shaders, SceneAssets& assets, World& world,
+                Diagnostics& diagnostics)
+        : m_folder(std::move(folder)), m_shaders(shaders), m_assets(assets), m_world(world),
+          m_diagnostics(diagnostics) {}
+
+    // One table.
+    void read(TableReader& reader);
+    // When the geometry is prepared.
+    void reportDroppedTriangles();
+    // The instances of meshes that have a name.
+    const std::map<std::string, std::vector<unsigned>>& named() const { return m_namedMeshes; }
+
+private:
+    std::optional<unsigned> shaderNamed(TableReader& reader, const char* key, const std::string& name);
+    std::vector<unsigned> shadersOf(TableReader& reader);
+    std::vector<PlacedPart> partsOf(TableReader& reader);
+    const std::vector<PlacedPart>& addModel(const std::string& key, Model& model, const SourceLocation& where);
+    Matrix placementOf(TableReader& reader);
+    Oxuint visibilityOf(TableReader& reader);
+
+    std::filesystem::path m_folder;
+    const Shaders& m_shaders;
+    SceneAssets& m_assets;
+    World& m_world;
+    Diagnostics& m_diagnostics;
+    std::map<std::string, std::vector<unsigned>> m_namedMeshes;
+    std::map<std::string, std::vector<PlacedPart>> m_models;  // by what they were made from
+    std::vector<SourceLocation> m_meshPlaces;                 // by the world's meshes
+};
+
+}  // namespace oxbeam

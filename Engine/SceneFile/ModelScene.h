@@ -1,0 +1,31 @@
+// A scene around a model that nobody prepared: the text of a scene file.
+#pragma once
+
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/Packages/Registry.h"
+#include "Engine/SceneFile/SceneAssets.h"
+#include "Engine/World.h"
+
+#include <filesystem>
+#include <string>
+
+namespace oxbeam {
+
+struct ModelSceneOptions {
+    std::string shader;             // a registered surface instead of every material; or nothing
+    std::string environment;        // an equirectangular picture to light it with; or nothing for a studio
+    std::string view;               // "iso", "front", "left", "top"; or nothing for the file's camera, else iso
+    bool ground = true;             // catches the shadow
+    std::optional<ImageSize> size;  // of the picture that it is framed for
+};
+
+// Whether a file is taken for a scene and not for a model: it ends in .toml, or in nothing.
+OXBEAM_API bool isSceneFile(const std::filesystem::path& file);
+
+// Commented, with every shader, light and camera. Paths in it are relative to `folder`. What is missing or left out is
+// warned of. The files that it names are loaded into `assets`. Throws Error: the model is none, or an option is wrong.
+OXBEAM_API std::string describeModelScene(const std::filesystem::path& model, const std::filesystem::path& folder,
+                                          const ModelSceneOptions& options, const Registry& registry,
+                                          SceneAssets& assets, Diagnostics& diagnostics);
+
+}  // namespace oxbeam

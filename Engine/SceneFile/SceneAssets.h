@@ -1,0 +1,37 @@
+// The files that a scene is made of, each read once.
+#pragma once
+
+#include "Engine/Import/ModelFile.h"
+#include "Engine/Textures/Texture.h"
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+
+namespace oxbeam {
+
+// A picture file, or an image within a model file.
+struct TextureSource {
+    std::filesystem::path file;
+    int image = -1;
+    std::optional<ColorSpace> space;  // none: as the file says
+
+    auto operator<=>(const TextureSource&) const = default;
+};
+
+class SceneAssets {
+public:
+    // Both throw Error where the file is no good.
+    Model& model(const std::filesystem::path& file);
+    // Gives away the one that was kept, if there is one.
+    std::unique_ptr<Texture> texture(const TextureSource& source);
+    // Loads a texture to look at now and to give away later.
+    const Texture& keepTexture(const TextureSource& source);
+
+private:
+    std::map<std::filesystem::path, Model> m_models;
+    std::map<TextureSource, std::unique_ptr<Texture>> m_textures;
+};
+
+}  // namespace oxbeam

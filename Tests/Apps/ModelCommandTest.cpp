@@ -1,0 +1,57 @@
+// Models in place of scene files.
+#include "Tests/Support/Command.h"
+#include "Tests/Support/Gltf.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
+    const std::string model =
+        (writeGltf("model.gltf", R"("name": "skin", "pbrMetallicRoughness": {"metallicFactor": 0,
+ "baseColorTexture": {"index": 0}})",
+                   R"(, "textures": [{"source": 0}], "images": [{"uri": "wood.png"}],
+ "cameras": [{"type": "perspective", "name": "eye", "perspective": {"yfov": 0.9, "znear": 0.1}}])",
+                   R"(, "children": [1]}, {"name": "eye", "camera": 0, "translation": [0, 0, 3])"))
+            .filename();
+    writeImage(scratch() / "wood.png", 2, 1, {White, Color(0.8f, 0.1f, 0.1f)});
+    fs::create_directory(scratch() / "elsewhere");
+    for (const char* options : {"", "--view top", "--shader KelDiffuse --ground none"}) {
+        const std::string rest = std::string(" --size 40x30 ") + options;
+        ASSERT_EQ(run("render " + model + " -q --samples 2 -o one.png" + rest).status, 0);
+        ASSERT_EQ(run("scene " + model + " -o elsewhere/made.toml" + rest).status, 0);
+        const Outcome again = run("render elsewhere/made.toml -q --samples 2 -o two.png");
+        ASSERT_EQ(again.status, 0) << again.err;
+        EXPECT_EQ(contentOf("one.png"), contentOf("two.png")) << options;
+    }
+    EXPECT_EQ(run("render " + model + " -q --samples 1 -o eye.png --size 40x30 --camera eye").status, 0);
+    EXPECT_THAT(run("render " + model + " -o eye.png --camera ear").err, HasSubstr("did you mean 'eye'?"));
+    EXPECT_GT(pixel("eye.png", 15, 15).y, 1.5f * pixel("eye.png", 25, 15).y)
+        << "the file's camera looks straight at the middles of the two texels";
+}
+
+TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
+    const std::string model = writeGltf("model.gltf", R"("name": "skin")").filename();
+    const struct {
+        std::string arguments;
+        int status;
+        const char* message;
+    } cases[] = {
+        {"render scene.toml -o x.png --view top", 2, "--view is for models; 'scene.toml' is a scene file"},
+        {"render " + model + " -o x.png --view tpo", 2, "expected one of iso, front, left, top; did you mean 'top'?"},
+        {"render " + model + " -o x.png --shader KelDifuse", 2, "did you mean 'KelDiffuse'?"},
+        {"render " + model + " -o x.png --ground grass", 2, "--ground grass: expected shadow or none"},
+        {"render " + model + " -o x.png --environment none.exr", 5, "none.exr: no such"},
+        {"scene scene.toml", 2, "'scene.toml' is a scene file already; expected a model"},
+        {"scene " + model + " -o nowhere/x.toml", 5, "there is no directory 'nowhere'"},
+    };
+    for (const auto& c : cases) {
+        const Outcome outcome = run(c.arguments);
+        EXPECT_EQ(outcome.status, c.status) << c.arguments;
+        EXPECT_THAT(outcome.err, HasSubstr(c.message));
+    }
+}

@@ -1,0 +1,46 @@
+// Small glTF files written by tests.
+#pragma once
+
+#include "Tests/Support/SceneText.h"
+
+#include <cstring>
+
+namespace oxbeam::test {
+
+inline std::string base64(const std::string& bytes) {
+    static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        unsigned group = 0;
+        for (std::size_t j = 0; j < 3; ++j)
+            group = group << 8 | (i + j < bytes.size() ? static_cast<unsigned char>(bytes[i + j]) : 0u);
+        for (unsigned j = 0; j < 4; ++j) text += i + j <= bytes.size() ? digits[group >> (18 - 6 * j) & 63] : '=';
+    }
+    return text;
+}
+
+// A square of side 2 in the plane z = 0 with texture coordinates from the top left. `material` is the body of its
+// material, `more` further members of the document, each with a comma before it.
+inline std::filesystem::path writeGltf(const std::string& name, const std::string& material,
+                                       const std::string& more = {}, const std::string& node = {},
+                                       float firstX = -1.0f) {
+    const float numbers[] = {firstX, -1, 0, 1, -1, 0, 1, 1, 0, -1, 1, 0, 0, 1, 1, 1, 1, 0, 0, 0};
+    const std::uint16_t indices[] = {0, 1, 2, 0, 2, 3};
+    std::string bytes(sizeof numbers + sizeof indices, '\0');
+    std::memcpy(bytes.data(), numbers, sizeof numbers);
+    std::memcpy(bytes.data() + sizeof numbers, indices, sizeof indices);
+    return writeFile(name, R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
+"nodes": [{"mesh": 0 )" + node +
+                               R"(}],
+"meshes": [{"primitives": [{"attributes": {"POSITION": 0, "TEXCOORD_0": 1}, "indices": 2, "material": 0}]}],
+"materials": [{)" + material + R"(}],
+"accessors": [{"bufferView": 0, "componentType": 5126, "count": 4, "type": "VEC3"},
+ {"bufferView": 1, "componentType": 5126, "count": 4, "type": "VEC2"},
+ {"bufferView": 2, "componentType": 5123, "count": 6, "type": "SCALAR"}],
+"bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 48}, {"buffer": 0, "byteOffset": 48, "byteLength": 32},
+ {"buffer": 0, "byteOffset": 80, "byteLength": 12}],
+"buffers": [{"byteLength": 92, "uri": "data:application/octet-stream;base64,)" +
+                               base64(bytes) + "\"}]" + more + "}");
+}
+
+}  // namespace oxbeam::test
