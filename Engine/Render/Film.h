@@ -4,6 +4,10 @@
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
 #include <vector>
 
 namespace oxbeam {
@@ -21,28 +25,42 @@ struct Window {
 // Sums up samples. Each pixel belongs to one thread at a time.
 class OXBEAM_API Film {
 public:
+    // Throws std::bad_alloc.
     explicit Film(const Window& window)
-        : m_window(window), m_sums(std::size_t{window.width()} * window.height()), m_samples(m_sums.size()) {}
+        : m_window(window),
+          m_pixels(static_cast<Pixel*>(std::calloc(std::max<std::size_t>(size(), 1), sizeof(Pixel)))) {
+        if (!m_pixels) throw std::bad_alloc();
+    }
 
     const Window& window() const { return m_window; }
     // (x, y) in the full picture.
     void add(unsigned x, unsigned y, const R3& color) {
-        const std::size_t i = std::size_t{y - m_window.y0} * m_window.width() + (x - m_window.x0);
-        m_sums[i] += color;
-        ++m_samples[i];
+        Pixel& pixel = m_pixels[std::size_t{y - m_window.y0} * m_window.width() + (x - m_window.x0)];
+        pixel.sum += color;
+        ++pixel.samples;
     }
     // Mean of each pixel's samples, row by row from the top; black where there is none.
     std::vector<R3> pixels() const {
-        std::vector<R3> result(m_sums.size());
+        std::vector<R3> result(size());
         for (std::size_t i = 0; i < result.size(); ++i)
-            if (m_samples[i]) result[i] = m_sums[i] * (1.0f / static_cast<float>(m_samples[i]));
+            if (m_pixels[i].samples) result[i] = m_pixels[i].sum * (1.0f / static_cast<float>(m_pixels[i].samples));
         return result;
     }
 
 private:
+    struct Pixel {
+        R3 sum;
+        unsigned samples;
+    };
+    struct Free {
+        void operator()(void* memory) const { std::free(memory); }
+    };
+
+    std::size_t size() const { return std::size_t{m_window.width()} * m_window.height(); }
+
     Window m_window;
-    std::vector<R3> m_sums;
-    std::vector<unsigned> m_samples;
+    // Zeros that the system makes page by page where they are first written, on all threads, and not here on one.
+    std::unique_ptr<Pixel[], Free> m_pixels;
 };
 
 }  // namespace oxbeam

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <optional>
 #include <string>
 
 // oneTBB schedules; under the thread sanitizer, which cannot see through the stock library, plain threads do.
@@ -75,14 +76,20 @@ static unsigned processors() {
 
 #else
 
-// The scheduler makes no more threads than there are processors unless it is told that more are wanted.
+// The scheduler makes no more threads than there are processors unless it is told that more are wanted. Of several
+// such words the smallest counts, so that none is said without need.
 struct Workers::Arena {
     unsigned threads;
-    tbb::global_control control{tbb::global_control::max_allowed_parallelism, threads};
+    std::optional<tbb::global_control> more;
     tbb::task_arena arena{static_cast<int>(threads)};
+
+    explicit Arena(unsigned wanted) : threads(wanted) {
+        if (wanted > static_cast<unsigned>(tbb::info::default_concurrency()))
+            more.emplace(tbb::global_control::max_allowed_parallelism, wanted);
+    }
 };
 
-Workers::Workers(unsigned threads) : m_arena(new Arena{threads}) {}
+Workers::Workers(unsigned threads) : m_arena(new Arena(threads)) {}
 
 void Workers::run(unsigned items, const std::function<void(unsigned, unsigned)>& work) {
     m_arena->arena.execute([&] {

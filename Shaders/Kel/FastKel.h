@@ -185,10 +185,8 @@ KEL_SERVICE R3 kelGetTransparentIntensity(OxState* state, float transparency) {
     return kelTrace(&transparent);
 }
 
-KEL_SERVICE R3 kelGetReflectiveIntensity(OxState* state, float& distance, float reflectivity, const R3& shdNormal,
-                                         float exponent, bool traceDistance, int numFuzzySamples) {
-    distance = 0.0f;
-    if (!kelChildMatters(state, reflectivity, kelRecord(state).m_ro->m_reflectiveAccuracy)) return Black;
+inline R3 kelTraceReflection(OxState* state, float& distance, float reflectivity, const R3& shdNormal, float exponent,
+                             bool traceDistance, int numFuzzySamples) {
     KelRay child = kelChildRecord(state);
     OxState reflect;
     kelReflectionRay(state, &reflect, shdNormal);
@@ -212,6 +210,13 @@ KEL_SERVICE R3 kelGetReflectiveIntensity(OxState* state, float& distance, float 
         c += trace();
     }
     return c * (1.0f / static_cast<float>(numFuzzySamples));
+}
+
+KEL_SERVICE R3 kelGetReflectiveIntensity(OxState* state, float& distance, float reflectivity, const R3& shdNormal,
+                                         float exponent, bool traceDistance, int numFuzzySamples) {
+    distance = 0.0f;
+    if (!kelChildMatters(state, reflectivity, kelRecord(state).m_ro->m_reflectiveAccuracy)) return Black;
+    return kelTraceReflection(state, distance, reflectivity, shdNormal, exponent, traceDistance, numFuzzySamples);
 }
 
 KEL_SERVICE R3 kelGetReflectiveIntensity(OxState* state, float reflectivity, const R3& shdNormal, float shininess,
@@ -294,14 +299,19 @@ KEL_SERVICE sse_t kelShadowRay4(OxState4& state, OxState4& shadow, const ISSEVec
     return res;
 }
 
-KEL_SERVICE bool kelShootShadowRay(OxState* state, OxLight* light, KelShader* shader) {
-    if (!shader->softShadows(state) || shader->fuzzyLights(state)) return oxsShootRay(state);
+// Shoots a shadow ray that a light of the package jitters; its direction is afterwards what it was.
+inline bool kelShootJittered(OxState* state, OxLight* light) {
     R3 direction;
     oxsGetRayDirection(state, direction);
     if (KelLight* kelLight = kelAsKelLight(light)) kelLight->deflectRay(state);
     const bool shot = oxsShootRay(state);
     oxsSetRayDirection(state, direction);
     return shot;
+}
+
+KEL_SERVICE bool kelShootShadowRay(OxState* state, OxLight* light, KelShader* shader) {
+    const bool soft = shader->softShadows(state) && !shader->fuzzyLights(state);
+    return soft ? kelShootJittered(state, light) : oxsShootRay(state);
 }
 
 KEL_SERVICE bool kelLightTransparency(OxState* state, R3& color, float alpha, float& distance) {

@@ -8,7 +8,9 @@ class KelRenderingObject;
 
 // Travels with a ray through the host's private pointer. A record for a child ray is a copy on the stack; copies
 // share the sampler and never own it.
-struct KelRay {
+//
+// On cache lines of its own: threads write to theirs at every ray, and they lie side by side.
+struct alignas(64) KelRay {
     KelRenderingObject* m_ro = nullptr;  // the rendering object that the record belongs to
     Oxuint depth = 0;                    // 0 for a primary ray
     Oxuint insideFlag = 0;               // nonzero inside a refracting body

@@ -182,9 +182,10 @@ Oxvoid KelPhongShader::Shade(OxState* state, R3& diffuse, R3& shdNormal, R3&) {
 
     R3 direction;
     oxsGetRayDirection(state, direction);
-    Lit lit{diffuse, shdNormal, {}, false, replaceFragment};
+    Lit lit{diffuse, shdNormal, {}, false, false, replaceFragment};
     oxsReflect(lit.reflectedView, direction, shdNormal);
     lit.testShadows = kelRecord(state).depth < static_cast<Oxuint>(kelRecursionLimit(state)) && receiveShadow(state);
+    lit.softShadows = lit.testShadows && softShadows(state) && !fuzzyLights(state);
     OxState shadow;  // one for all lights: what a light does not set anew, it does not read
     for (int i = 0; i < getNumLights(); ++i)
         if (addLight(state, &shadow, getLight(i), lit, shadeColor)) break;
@@ -213,7 +214,7 @@ bool KelPhongShader::addLight(OxState* state, OxState* shadow, OxLight* light, c
         if (lit.replaceFragment) shadeColor = lit.diffuse;
         return false;
     }
-    if (lit.testShadows && kelCastShadow(light) && !lightPasses(shadow, light)) return false;
+    if (lit.testShadows && kelCastShadow(light) && !lightPasses(shadow, light, lit.softShadows)) return false;
     if (lit.replaceFragment) {
         shadeColor = lit.diffuse;
         return true;

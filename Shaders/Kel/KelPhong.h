@@ -56,7 +56,7 @@ private:
     struct Lit {
         const R3 &diffuse, &shdNormal;
         R3 reflectedView;
-        bool testShadows, replaceFragment;
+        bool testShadows, softShadows, replaceFragment;
     };
     // Adds one light, using `shadow` for its ray. In replace mode answers true when the loop over the lights is over.
     bool addLight(OxState* state, OxState* shadow, OxLight* light, const Lit& lit, R3& shadeColor);

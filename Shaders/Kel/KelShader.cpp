@@ -63,7 +63,12 @@ bool KelShader::shadeHole(OxState* state) {
 }
 
 bool KelShader::lightPasses(OxState* shadow, OxLight* light) {
-    return !kelShootShadowRay(shadow, light, this) || oxsGetShader(shadow)->LightTransparency(shadow);
+    return lightPasses(shadow, light, softShadows(shadow) && !fuzzyLights(shadow));
+}
+
+bool KelShader::lightPasses(OxState* shadow, OxLight* light, bool soft) {
+    const bool blocked = soft ? kelShootJittered(shadow, light) : oxsShootRay(shadow);
+    return !blocked || oxsGetShader(shadow)->LightTransparency(shadow);
 }
 
 bool KelShader::checkWireFrameLightTransparency(OxState* state, bool& transparent) {

@@ -45,4 +45,6 @@ protected:
     bool shadeHole(OxState* state);
     // Shoots a shadow ray and asks the occluder, if any, whether the light passes. False: the light is blocked.
     bool lightPasses(OxState* shadow, OxLight* light);
+    // The same where the caller knows whether its shadows are soft.
+    bool lightPasses(OxState* shadow, OxLight* light, bool soft);
 };
