@@ -62,7 +62,7 @@ static R3 worldNormal(const OxState* state) {
 // Turns unit normal n to the side that the ray comes from; `own` is the surface's unperturbed normal. The side is that
 // of the geometric normal: at a silhouette the interpolated normal may lean away from the viewer, and is then laid
 // down onto the plane across the ray instead of being flipped, which would show as a rim of wrong light.
-static R3 faceRay(const OxState* state, R3 n, const R3& own) {
+static inline R3 faceRay(const OxState* state, R3 n, const R3& own) {
     const R3& D = state->ray.direction;
     const R3& geometric = state->hit.normal;
     if ((Dot(D, geometric) > 0.0f) == (Dot(own, geometric) > 0.0f)) n = -n;

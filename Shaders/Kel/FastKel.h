@@ -175,14 +175,19 @@ inline KelRay kelChildRecord(OxState* state) {
     return child;
 }
 
-KEL_SERVICE R3 kelGetTransparentIntensity(OxState* state, float transparency) {
-    if (!kelChildMatters(state, transparency, kelRecord(state).m_ro->m_transparentAccuracy)) return Black;
+inline R3 kelTraceTransparency(OxState* state, float transparency) {
     KelRay child = kelChildRecord(state);
     OxState transparent;
     kelTransparencyRay(state, &transparent);
     child.opacity = transparency * child.opacity;
     oxsSetPrivatePtr(&transparent, &child);
     return kelTrace(&transparent);
+}
+
+// What is culled, as most rays are, costs its callers no call.
+KEL_SERVICE R3 kelGetTransparentIntensity(OxState* state, float transparency) {
+    if (!kelChildMatters(state, transparency, kelRecord(state).m_ro->m_transparentAccuracy)) return Black;
+    return kelTraceTransparency(state, transparency);
 }
 
 inline R3 kelTraceReflection(OxState* state, float& distance, float reflectivity, const R3& shdNormal, float exponent,

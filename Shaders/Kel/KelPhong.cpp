@@ -240,15 +240,14 @@ float KelPhongShader::highlight(float cosViewLight) const {
 
 // The glossy lobe takes `exponent`, far sharper than the highlight of the same shininess.
 Oxvoid KelPhongShader::computeReflectivity(OxState* state, R3& shadeColor, const R3& shdNormal) {
-    float expo = 0.0f;
-    int numSamples = 1;
-    if (glossySurfaces(state)) {
-        expo = exponent;
-        numSamples = numFuzzySamples(state);
+    R3 reflected = Black;
+    if (kelChildMatters(state, isReflective, kelRecord(state).m_ro->m_reflectiveAccuracy)) {
+        const bool glossy = glossySurfaces(state);
+        float distance;
+        reflected = kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, glossy ? exponent : 0.0f, false,
+                                              glossy ? numFuzzySamples(state) : 1);
     }
-    float distance;
-    shadeColor +=
-        kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, expo, false, numSamples) * reflectiveColor;
+    shadeColor += reflected * reflectiveColor;
 }
 
 // A transparent material keeps its whole lit colour; a clear texel takes its share away.

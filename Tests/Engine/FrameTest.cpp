@@ -1,0 +1,73 @@
+// Frames as a whole: nothing that makes them faster may change them, and they take no memory while they are rendered.
+#include "Engine/SceneFile/SceneFile.h"
+#include "Tests/Support/SceneText.h"
+#include "Tests/Support/TestWorld.h"
+
+#include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+namespace fs = std::filesystem;
+
+static std::atomic<bool> s_counting{false};
+static std::atomic<unsigned> s_allocations{0};
+
+void* operator new(std::size_t size) {
+    if (s_counting) ++s_allocations;
+    if (void* memory = std::malloc(size ? size : 1)) return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+static const fs::path folder = TEST_REFERENCE;
+
+static std::unique_ptr<World> referenceScene() {
+    Diagnostics diagnostics;
+    auto world = loadScene(folder / "frame.toml", registry(), diagnostics);
+    EXPECT_FALSE(diagnostics.hasErrors());
+    return world;
+}
+
+static RenderResult renderScene(World& world, unsigned threads, RenderOptions options) {
+    Workers workers(threads);
+    workers.within([&] { world.geometry.build(); });
+    return render(world, workers, options);
+}
+
+// The reference was rendered before anything was made faster. Where the picture differs, it and the difference stay in
+// the working directory.
+TEST(Frame, ThePictureIsTheReferenceBitForBit) {
+    OIIO::ImageBuf reference((folder / "frame.exr").string());
+    ASSERT_TRUE(reference.read(0, 0, true, OIIO::TypeDesc::FLOAT)) << reference.geterror();
+    for (const unsigned threads : {1u, 2u, 48u}) {
+        RenderOptions options;
+        options.samples = 2;
+        const auto world = referenceScene();
+        auto pixels = renderScene(*world, threads, options).film.pixels();
+        const OIIO::ImageSpec spec(static_cast<int>(world->image.width), static_cast<int>(world->image.height), 3,
+                                   OIIO::TypeDesc::FLOAT);
+        const OIIO::ImageBuf picture(spec, pixels.data());
+        const auto same = OIIO::ImageBufAlgo::compare(picture, reference, 0.0f, 0.0f);
+        EXPECT_EQ(same.nfail, 0u) << threads << " threads; largest difference " << same.maxerror;
+        if (same.nfail == 0) continue;
+        picture.write("frame_rendered.exr");
+        OIIO::ImageBufAlgo::absdiff(picture, reference).write("frame_difference.exr");
+    }
+}
+
+TEST(Frame, NothingIsAllocatedAfterTheFirstTile) {
+    const auto world = referenceScene();
+    RenderOptions options;
+    options.progress = [](const Progress& progress) { s_counting = progress.done < 1.0; };
+    s_allocations = 0;
+    renderScene(*world, 1, options);
+    EXPECT_EQ(s_allocations, 0u);
+}
