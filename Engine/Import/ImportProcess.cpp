@@ -30,7 +30,7 @@ static fs::path helperProgram() {
         throw Error(ExitStatus::InputOutput, "cannot find out where the library is");
     const fs::path folder = fs::absolute(info.dli_fname).parent_path();
     for (const char* place : {"oxbeam-import", "../bin/oxbeam-import", "../libexec/oxbeam/oxbeam-import"})
-        if (const fs::path program = folder / place; access(program.c_str(), X_OK) == 0) return program;
+        if (fs::path program = folder / place; access(program.c_str(), X_OK) == 0) return program;
     throw Error(ExitStatus::InputOutput, fmt::format("models are read by the program 'oxbeam-import', which is neither "
                                                      "in '{}' nor in '../bin' or '../libexec/oxbeam' beside it",
                                                      folder.string()));

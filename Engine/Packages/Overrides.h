@@ -3,9 +3,8 @@
 // function to find out would have effects.
 #pragma once
 
-#include <array>
-#include <bit>
 #include <cstddef>
+#include <cstring>
 #include <typeinfo>
 
 namespace oxbeam {
@@ -13,9 +12,10 @@ namespace oxbeam {
 // What an object calls for a virtual function of a class of the interface.
 template <class Class, class Function>
 const void* virtualFunction(const Class& object, Function Class::*function) {
-    const auto offset = std::bit_cast<std::array<std::ptrdiff_t, 2>>(function)[0] - 1;
+    std::ptrdiff_t entry = 0;  // the pointer's first word: one more than the offset in the table
+    std::memcpy(&entry, &function, sizeof entry);
     const auto* table = *reinterpret_cast<const std::byte* const*>(&object);
-    return *reinterpret_cast<const void* const*>(table + offset);
+    return *reinterpret_cast<const void* const*>(table + entry - 1);
 }
 
 // The object's class, or one between it and the interface's, replaces the function.

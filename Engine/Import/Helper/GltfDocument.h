@@ -12,7 +12,7 @@
 
 namespace oxbeam {
 
-class GltfDocument {
+class GltfDocument {  // NOLINT(bugprone-exception-escape): the parts that it moves do not throw
 public:
     // Nothing where the file is no glTF 2.0, be it text or binary.
     static std::optional<GltfDocument> read(const std::filesystem::path& file);

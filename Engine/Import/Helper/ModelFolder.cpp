@@ -29,7 +29,8 @@ Assimp::IOStream* ModelFolder::Open(const char* name, const char* mode) {
     if (m_replacement && *file == m_model)
         return new Assimp::MemoryIOStream(reinterpret_cast<const uint8_t*>(m_replacement->data()),
                                           m_replacement->size());
-    return DefaultIOSystem::Open(file->c_str(), mode);
+    const std::string path = file->string();
+    return DefaultIOSystem::Open(path.c_str(), mode);
 }
 
 }  // namespace oxbeam
