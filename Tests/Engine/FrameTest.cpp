@@ -24,6 +24,10 @@ void* operator new(std::size_t size) {
     if (void* memory = std::malloc(size ? size : 1)) return memory;
     throw std::bad_alloc();
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (s_counting) ++s_allocations;
+    return std::malloc(size ? size : 1);
+}
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
@@ -64,7 +68,10 @@ TEST(Frame, ThePictureIsTheReferenceBitForBit) {
 }
 
 TEST(Frame, NothingIsAllocatedAfterTheFirstTile) {
+    s_counting = true;
     const auto world = referenceScene();
+    s_counting = false;
+    EXPECT_GT(s_allocations, 100u) << "those of the library are counted";
     RenderOptions options;
     options.progress = [](const Progress& progress) { s_counting = progress.done < 1.0; };
     s_allocations = 0;
