@@ -60,7 +60,7 @@ private:
     void writeCameras();
     void writeEnvironment();
     void writeLights();
-    void light(const std::string& about, const std::string& object, SceneText::Values values);
+    void light(const std::string& about, const std::string& object, const SceneText::Values& values);
     void writeStudioLights();
     void writeOwnLights();
     void writeEnvironmentLight();
@@ -203,7 +203,7 @@ void ModelSceneWriter::writeEnvironment() {
 
 // ---- Lights
 
-void ModelSceneWriter::light(const std::string& about, const std::string& object, SceneText::Values values) {
+void ModelSceneWriter::light(const std::string& about, const std::string& object, const SceneText::Values& values) {
     m_text.comment(about);
     m_text.object("[[light]]", object, values);
 }
@@ -213,8 +213,9 @@ float jitteredCosine(float extent) {
     constexpr int steps = 32;
     float sum = 0.0f;
     for (int i = 0; i < steps * steps; ++i) {
-        const float x = extent * ((static_cast<float>(i % steps) + 0.5f) / steps - 0.5f);
-        const float y = extent * ((static_cast<float>(i / steps) + 0.5f) / steps - 0.5f);
+        const int column = i % steps, row = i / steps;
+        const float x = extent * ((static_cast<float>(column) + 0.5f) / steps - 0.5f);
+        const float y = extent * ((static_cast<float>(row) + 0.5f) / steps - 0.5f);
         sum += 1.0f / std::sqrt(1.0f + x * x + y * y);
     }
     return sum / static_cast<float>(steps * steps);
@@ -281,9 +282,10 @@ float skyBrightness(const Texture& picture) {
     constexpr unsigned side = 64;
     float sum = 0.0f, weights = 0.0f;
     for (unsigned i = 0; i < side * side; ++i) {
-        const float t = 0.5f + 0.5f * (static_cast<float>(i / side) + 0.5f) / side;
+        const unsigned column = i % side, row = i / side;
+        const float t = 0.5f + 0.5f * (static_cast<float>(row) + 0.5f) / side;
         const float weight = std::cos(3.14159265f * (t - 0.5f));
-        sum += weight * Avg(picture.lookUp((static_cast<float>(i % side) + 0.5f) / side, t).rgb());
+        sum += weight * Avg(picture.lookUp((static_cast<float>(column) + 0.5f) / side, t).rgb());
         weights += weight;
     }
     return sum / weights;
@@ -360,7 +362,7 @@ void ModelSceneWriter::takeMeans(ModelMaterial& m) {
 std::string ModelSceneWriter::writeShader(const ModelMaterial& original, std::size_t number) {
     ModelMaterial material = original;
     takeMeans(material);
-    const std::string name = m_text.name("shader", material.name, fmt::format("material{}", number));
+    std::string name = m_text.name("shader", material.name, fmt::format("material{}", number));
     static const char* const alphas[] = {"\"ignore\"", "\"mask\"", ""};  // by mode
     const bool masked = material.alphaMode == ModelMaterial::Mask;
     Surface surface{material, {}, {}, material.baseColor, m_size, m_placement.scale};
