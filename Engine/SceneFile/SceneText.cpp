@@ -73,7 +73,8 @@ std::string SceneText::name(const std::string& kind, const std::string& wanted, 
     for (const char c : wanted.substr(0, 60)) base += std::isalnum(static_cast<unsigned char>(c)) || c == '-' ? c : '_';
     if (base.find_first_not_of('_') == std::string::npos) base = otherwise;
     std::string unique = base;
-    for (unsigned n = 2; !m_names.insert(kind + '.' + unique).second; ++n) unique = fmt::format("{}-{}", base, n);
+    for (unsigned n = 2; !m_names.insert(fmt::format("{}.{}", kind, unique)).second; ++n)
+        unique = fmt::format("{}-{}", base, n);
     return unique;
 }
 

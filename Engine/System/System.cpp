@@ -29,8 +29,8 @@ static std::string embreeVersion() {
     const auto part = [&](RTCDeviceProperty property) {
         return static_cast<unsigned>(rtcGetDeviceProperty(device, property));
     };
-    const std::string version = dotted(part(RTC_DEVICE_PROPERTY_VERSION_MAJOR), part(RTC_DEVICE_PROPERTY_VERSION_MINOR),
-                                       part(RTC_DEVICE_PROPERTY_VERSION_PATCH));
+    std::string version = dotted(part(RTC_DEVICE_PROPERTY_VERSION_MAJOR), part(RTC_DEVICE_PROPERTY_VERSION_MINOR),
+                                 part(RTC_DEVICE_PROPERTY_VERSION_PATCH));
     rtcReleaseDevice(device);
     return version;
 }
