@@ -26,9 +26,10 @@ bool ModelFolder::Exists(const char* name) const { return find(name).has_value()
 Assimp::IOStream* ModelFolder::Open(const char* name, const char* mode) {
     const auto file = find(name);
     if (!file || std::string_view(mode).find_first_of("wa+") != std::string_view::npos) return nullptr;
-    if (m_replacement && *file == m_model)
-        return new Assimp::MemoryIOStream(reinterpret_cast<const uint8_t*>(m_replacement->data()),
-                                          m_replacement->size());
+    if (m_replacement && *file == m_model) {
+        const std::string& text = *m_replacement;
+        return new Assimp::MemoryIOStream(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    }
     const std::string path = file->string();
     return DefaultIOSystem::Open(path.c_str(), mode);
 }
