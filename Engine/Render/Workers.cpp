@@ -7,7 +7,6 @@
 #include <cmath>
 #include <fstream>
 #include <optional>
-#include <string>
 
 // oneTBB schedules; under the thread sanitizer, which cannot see through the stock library, plain threads do.
 #ifdef OXBEAM_PLAIN_THREADS
@@ -113,15 +112,18 @@ Workers::~Workers() = default;
 
 unsigned Workers::threads() const { return m_arena->threads; }
 
-// The scheduler sees the processors of the machine, not the share of them that a control group grants.
-static unsigned quota() {
+// "max 100000" or "150000 100000": microseconds granted of each period.
+std::optional<double> processorQuota() {
     std::ifstream file("/sys/fs/cgroup/cpu.max");
-    std::string granted;
-    double period = 0.0;
-    if (!(file >> granted >> period) || granted == "max" || !(period > 0.0)) return ~0u;
-    return static_cast<unsigned>(std::max(1.0, std::ceil(std::strtod(granted.c_str(), nullptr) / period)));
+    double granted = 0.0, period = 0.0;
+    if (!(file >> granted >> period) || !(period > 0.0)) return std::nullopt;
+    return granted / period;
 }
 
-unsigned availableThreads() { return std::max(1u, std::min(processors(), quota())); }
+// The scheduler sees the processors of the machine, not the share of them that a control group grants.
+unsigned availableThreads() {
+    const double share = std::ceil(std::max(1.0, processorQuota().value_or(1e6)));
+    return std::max(1u, std::min(processors(), static_cast<unsigned>(std::min(share, 1e6))));
+}
 
 }  // namespace oxbeam

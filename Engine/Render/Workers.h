@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace oxbeam {
 
@@ -27,6 +28,8 @@ private:
     std::unique_ptr<Arena> m_arena;
 };
 
+// Processors' worth of time that the control group of this process grants; nothing where there is no limit.
+OXBEAM_API std::optional<double> processorQuota();
 // Threads that this process may use: its processors, or the quota that its container sets where that is lower.
 OXBEAM_API unsigned availableThreads();
 

@@ -61,21 +61,13 @@ Processor processor() {
     return found;
 }
 
-// "max 100000" or "150000 100000": microseconds granted of each period.
-static std::optional<double> cpuQuota() {
-    std::ifstream file("/sys/fs/cgroup/cpu.max");
-    double granted = 0.0, period = 0.0;
-    if (!(file >> granted >> period) || !(period > 0.0)) return std::nullopt;
-    return granted / period;
-}
-
 ThreadBudget threadBudget() {
     cpu_set_t set;
     ThreadBudget budget;
     budget.hardware = std::max(1u, std::thread::hardware_concurrency());
     budget.affinity =
         sched_getaffinity(0, sizeof set, &set) == 0 ? static_cast<unsigned>(CPU_COUNT(&set)) : budget.hardware;
-    budget.quota = cpuQuota();
+    budget.quota = processorQuota();
     budget.rendering = std::min(availableThreads(), OxRenderingObject::MaxThreads);
     return budget;
 }
