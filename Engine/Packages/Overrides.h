@@ -14,7 +14,8 @@ template <class Class, class Function>
 const void* virtualFunction(const Class& object, Function Class::*function) {
     std::ptrdiff_t entry = 0;  // the pointer's first word: one more than the offset in the table
     std::memcpy(&entry, &function, sizeof entry);
-    const auto* table = *reinterpret_cast<const std::byte* const*>(&object);
+    const std::byte* table = nullptr;
+    std::memcpy(&table, static_cast<const void*>(&object), sizeof table);
     return *reinterpret_cast<const void* const*>(table + entry - 1);
 }
 

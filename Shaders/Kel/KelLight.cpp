@@ -51,9 +51,9 @@ bool KelLight::deflectRayDirection(OxState* state) const {
 KelLightOffsets KelLightOffsets::instance;
 
 KelLight* KelLightOffsets::find(OxLight* light) {
+    const std::uint64_t table = *reinterpret_cast<const std::uintptr_t*>(light);
     auto* kelLight = dynamic_cast<KelLight*>(light);
     const auto distance = kelLight ? reinterpret_cast<char*>(kelLight) - reinterpret_cast<char*>(light) : 0;
-    const std::uint64_t table = *reinterpret_cast<const std::uintptr_t*>(light);
     const bool fits = table >> 48 == 0 && distance == static_cast<std::int16_t>(distance);
     if (fits)
         m_known[table / 16 % Size].store(table << 16 | static_cast<std::uint16_t>(distance), std::memory_order_relaxed);
