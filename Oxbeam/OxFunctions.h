@@ -119,7 +119,8 @@ OXBEAM_API Oxvoid oxsAddLight(OxLight* light);
 OX_SERVICE bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader) {
     // Straight into the shadow state: where the light does not reach, nobody looks at what stands there.
     Ray& ray = shadow->ray;
-    ray.direction = zeroVector;  // of lights that set none
+    ray.direction = zeroVector;  // of lights that set none, as the distance
+    ray.maxDist = RayInfinity;
     if (!static_cast<OxLight*>(light)->Illuminate(point, ray.direction, ray.maxDist, shadow->color, state, shader))
         return false;
     ray.origin = point;

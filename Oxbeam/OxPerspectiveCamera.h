@@ -15,6 +15,9 @@ public:
     bool InitPrimaryRays(int x, int y, unsigned width, const float* patternX, const float* patternY,
                          const float* maxDist, ISSERay4* ray4) const override;
 
+    // Of unit length, through a place in the picture, in pixels from its left top corner.
+    R3 direction(float x, float y) const { return Normalize(m_corner + x * m_stepX + y * m_stepY); }
+
 private:
     R3 m_corner;  // from the eye to the left top corner of the window
     R3 m_stepX;   // from one pixel to the next

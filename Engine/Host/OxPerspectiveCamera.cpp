@@ -29,7 +29,7 @@ void OxPerspectiveCamera::InitCamera(const R3& eye, const R3& at, const R3& up, 
 bool OxPerspectiveCamera::InitPrimaryRay(OxState* state, int x, int y, const float* pattern) const {
     const float dx = static_cast<float>(x) + pattern[0];
     const float dy = static_cast<float>(y) + pattern[1];
-    oxsSetRay(state, position, Normalize(m_corner + dx * m_stepX + dy * m_stepY), RayInfinity);
+    oxsSetRay(state, position, direction(dx, dy), RayInfinity);
     return true;
 }
 
@@ -39,7 +39,7 @@ bool OxPerspectiveCamera::InitPrimaryRays(int x, int y, unsigned width, const fl
     for (unsigned i = 0; i < 4; ++i) {
         const float dx = static_cast<float>(x + static_cast<int>(i % width)) + patternX[i];
         const float dy = static_cast<float>(y + static_cast<int>(i / width)) + patternY[i];
-        ray4->direction.setLane(i, Normalize(m_corner + dx * m_stepX + dy * m_stepY));
+        ray4->direction.setLane(i, direction(dx, dy));
         ray4->maxDist[i] = maxDist[i];
     }
     return true;

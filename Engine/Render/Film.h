@@ -4,8 +4,9 @@
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <vector>
@@ -25,12 +26,9 @@ struct Window {
 // Sums up samples. Each pixel belongs to one thread at a time.
 class OXBEAM_API Film {
 public:
-    // Throws std::bad_alloc.
+    // Of at least one pixel. Throws std::bad_alloc.
     explicit Film(const Window& window)
-        : m_window(window),
-          m_pixels(static_cast<Pixel*>(std::calloc(std::max<std::size_t>(size(), 1), sizeof(Pixel)))) {
-        if (!m_pixels) throw std::bad_alloc();
-    }
+        : m_window(window), m_pixels(zeroPages(size()), Unmap{size() * sizeof(Pixel)}) {}
 
     const Window& window() const { return m_window; }
     // (x, y) in the full picture.
@@ -52,15 +50,25 @@ private:
         R3 sum;
         unsigned samples;
     };
-    struct Free {
-        void operator()(void* memory) const { std::free(memory); }
+    struct Unmap {
+        std::size_t bytes;
+        void operator()(void* memory) const { munmap(memory, bytes); }
     };
+
+    // The system makes the zeros where they are first written, on all threads and not here on one; in pages as large
+    // as it can, each of which is a fault.
+    static Pixel* zeroPages(std::size_t count) {
+        const std::size_t bytes = count * sizeof(Pixel);
+        void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) throw std::bad_alloc();
+        madvise(memory, bytes, MADV_HUGEPAGE);
+        return static_cast<Pixel*>(memory);
+    }
 
     std::size_t size() const { return std::size_t{m_window.width()} * m_window.height(); }
 
     Window m_window;
-    // Zeros that the system makes page by page where they are first written, on all threads, and not here on one.
-    std::unique_ptr<Pixel[], Free> m_pixels;
+    std::unique_ptr<Pixel[], Unmap> m_pixels;
 };
 
 }  // namespace oxbeam

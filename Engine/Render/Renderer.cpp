@@ -4,6 +4,8 @@
 #include "Engine/Host/ThreadRecord.h"
 #include "Engine/Render/PacketPath.h"
 #include "Engine/Render/Session.h"
+#include "Oxbeam/OxFunctions.h"
+#include "Oxbeam/OxPerspectiveCamera.h"
 
 #include <fmt/format.h>
 
@@ -11,6 +13,7 @@
 #include <array>
 #include <bit>
 #include <mutex>
+#include <typeinfo>
 #include <vector>
 
 namespace oxbeam {
@@ -46,6 +49,8 @@ public:
         if (options.packets) m_packets.emplace(world, session);
         m_statistics.packetsRefused = m_packets ? m_packets->whyNot() : "";
         if (!m_statistics.packetsRefused.empty()) m_packets.reset();
+        if (typeid(*world.camera) == typeid(OxPerspectiveCamera))
+            m_pinhole = static_cast<const OxPerspectiveCamera*>(world.camera);
         world.renderingObject->m_tilesPerFrame = m_tiles.count();
         for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
             if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
@@ -69,6 +74,8 @@ private:
     bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
     R3 samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const;
+    void sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place,
+                   R3* colors) const;
     std::uint64_t keep(const Window& window, const TileColors& colors);
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
 
@@ -79,6 +86,7 @@ private:
     Tiles m_tiles;
     std::vector<unsigned> m_wanted;  // tiles that the film sees
     std::optional<PacketPath> m_packets;
+    const OxPerspectiveCamera* m_pinhole = nullptr;  // the camera, where it is exactly the host's own
 
     std::mutex m_mutex;  // of all that follows
     RenderStatistics m_statistics;
@@ -98,7 +106,10 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
         R3* color = colors.data() + std::size_t{y - window.y0} * TileSize;
         unsigned x = window.x0;
         for (; m_packets && x + 4 <= window.x1; x += 4, color += 4) m_packets->trace(thread, x, y, pass, place, color);
-        for (; x < window.x1; ++x) *color++ = samplePixel(thread, x, y, pass, place);
+        if (m_pinhole)
+            sampleRow(thread, x, window.x1, y, pass, place, color);
+        else
+            for (; x < window.x1; ++x) *color++ = samplePixel(thread, x, y, pass, place);
     }
     finishTile(record, keep(window, colors));
 }
@@ -122,6 +133,21 @@ R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, co
     const float pattern[2] = {place.x, place.y};
     if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) return Black;
     return Session::trace(state);
+}
+
+// Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers and are made before any of
+// them is traced, so that their roots and divisions overlap.
+void Frame::sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place,
+                      R3* colors) const {
+    std::array<R3, TileSize> directions;
+    const unsigned count = end - x;
+    for (unsigned i = 0; i < count; ++i)
+        directions[i] = m_pinhole->direction(static_cast<float>(x + i) + place.x, static_cast<float>(y) + place.y);
+    for (unsigned i = 0; i < count; ++i) {
+        OxState state = m_session.primaryState(thread, pass);
+        oxsSetRay(&state, m_pinhole->position, directions[i], RayInfinity);
+        colors[i] = Session::trace(state);
+    }
 }
 
 void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
