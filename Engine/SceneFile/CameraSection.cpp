@@ -73,6 +73,7 @@ std::optional<R3> CameraSection::focusPoint(const std::map<std::string, std::vec
     const auto found = instances.find(name);
     if (found == instances.end()) {
         std::vector<std::string> names;
+        names.reserve(instances.size());
         for (const auto& [known, numbers] : instances) names.push_back(known);
         focusError(fmt::format("names mesh '{}', which is not defined{}", name, didYouMean(name, names)));
         return std::nullopt;
