@@ -41,7 +41,7 @@ static std::string parameterText(const ParameterDeclaration& p, std::size_t widt
 }
 
 static std::string objectText(const ObjectClass& object) {
-    std::string text = fmt::format("{}, a {}", object.name, kindName(object.kind));
+    std::string text = fmt::format("{}, {}", object.name, oneOf(object.kind));
     if (!object.info.longname.empty()) text += ": " + object.info.longname;
     text += fmt::format("\nfrom {}\n", object.package);
     if (object.parameters.empty()) text += "It has no parameters.\n";

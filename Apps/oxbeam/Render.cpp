@@ -74,7 +74,7 @@ static Window parseCrop(const std::string& text, const ImageSize& image) {
 }
 
 void checkInput(const std::string& scene) {
-    if (!fs::exists(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: no such scene file", scene));
+    if (!fs::exists(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: no such file", scene));
     if (!fs::is_regular_file(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: not a regular file", scene));
     if (access(scene.c_str(), R_OK) != 0)
         throw Error(ExitStatus::InputOutput, fmt::format("{}: cannot be read", scene));

@@ -11,7 +11,10 @@ namespace oxbeam {
 ExitStatus runSheet(const std::vector<std::string>& pictures, const std::string& output, unsigned columns) {
     checkImageFormat(output);
     ContactSheet contacts(static_cast<unsigned>(pictures.size()), columns, 320, 214);
-    for (const std::string& file : pictures) contacts.add(file, std::filesystem::path(file).stem().string());
+    for (const std::string& file : pictures) {
+        checkInput(file);
+        contacts.add(file, std::filesystem::path(file).stem().string());
+    }
     const Sheet sheet = contacts.sheet();
     writeImage(output, sheet.width, sheet.height, sheet.pixels);
     std::cerr << fmt::format("wrote {} ({} x {})\n", output, sheet.width, sheet.height);

@@ -4,6 +4,7 @@
 #include "Apps/oxbeam/Describe.h"
 #include "Apps/oxbeam/Doctor.h"
 #include "Apps/oxbeam/Sweep.h"
+#include "Apps/oxbeam/Usage.h"
 
 #include <CLI/CLI.hpp>
 
@@ -130,7 +131,8 @@ int parseAndRun(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : static_cast<int>(ExitStatus::Usage);
+        if (e.get_exit_code() == 0) return app.exit(e);  // help was asked for
+        throw Error(ExitStatus::Usage, usageError(app, e) + "\nRun with --help for more information.");
     }
     const ExitStatus status = run(app, arguments);
     if (!std::cout.flush()) throw Error(ExitStatus::InputOutput, "cannot write to standard output");

@@ -52,6 +52,11 @@ const char* kindName(ObjectKind kind) {
     return "object";
 }
 
+std::string oneOf(ObjectKind kind) {
+    const std::string name = kindName(kind);
+    return fmt::format("{} {}", std::string_view("aeiou").find(name[0]) == std::string_view::npos ? "a" : "an", name);
+}
+
 // ---- ObjectClass
 
 const ParameterDeclaration* ObjectClass::find(std::string_view wanted) const {

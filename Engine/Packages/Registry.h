@@ -37,6 +37,8 @@ enum class ObjectKind { RenderingObject, Camera, Light, Surface, Environment, Sh
 
 // "rendering object", "camera", ...; Shader is one whose document does not say what it shades.
 OXBEAM_API const char* kindName(ObjectKind kind);
+// "a light", "an environment"
+OXBEAM_API std::string oneOf(ObjectKind kind);
 
 struct ObjectClass {
     std::string name;

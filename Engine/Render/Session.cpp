@@ -4,23 +4,31 @@
 
 #include <cmath>
 #include <mutex>
+#include <stdexcept>
 
 namespace oxbeam {
 
 static std::mutex s_mutex;
+static thread_local bool s_locked = false;  // by this thread
+
+Session::Turn::Turn() {
+    if (s_locked) throw std::logic_error("this thread has a session already; end that one first");
+    s_mutex.lock();
+    s_locked = true;
+}
+
+Session::Turn::~Turn() {
+    OxContext::current = nullptr;
+    TextureList::current = nullptr;
+    s_locked = false;
+    s_mutex.unlock();
+}
 
 Session::Session(World& world, Intersector* standIn)
     : m_world(world), m_intersector(standIn ? *standIn : world.geometry.intersector()) {
-    s_mutex.lock();
     OxContext::current = &m_context;
     TextureList::current = &world.textures;
     newFrame();
-}
-
-Session::~Session() {
-    OxContext::current = nullptr;
-    TextureList::current = nullptr;
-    s_mutex.unlock();
 }
 
 static void aimCamera(World& world) {

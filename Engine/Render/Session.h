@@ -8,12 +8,12 @@
 namespace oxbeam {
 
 // While it exists, the services that take no state answer from this world, whose geometry must be built. There is one
-// at a time in a process; a second one waits. It runs NewFrame on every object.
+// at a time in a process; a second one waits for the first to end, and on the same thread, where that would be for ever,
+// throws std::logic_error. It runs NewFrame on every object.
 class OXBEAM_API Session {
 public:
     // Rays are traced by the world's geometry, or by another intersector that stands in for it.
     explicit Session(World& world, Intersector* standIn = nullptr);
-    ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -29,6 +29,15 @@ public:
     static R3 shade(OxState& state);
 
 private:
+    // The process' one session, while it exists.
+    struct Turn {
+        Turn();
+        ~Turn();
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+    };
+
+    Turn m_turn;
     World& m_world;
     Intersector& m_intersector;
     OxContext m_context;

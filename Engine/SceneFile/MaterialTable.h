@@ -25,9 +25,4 @@ struct ShaderTable {
 
 ShaderTable shaderFor(const Surface& surface);
 
-// Values as a scene file has them.
-std::string tomlValue(float value);
-std::string tomlValue(const R3& value);
-std::string tomlValue(const std::string& text);
-
 }  // namespace oxbeam

@@ -1,7 +1,8 @@
 #include "Engine/SceneFile/ModelScene.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/SceneFile/MaterialTable.h"
+#include "Engine/SceneFile/ModelLights.h"
+#include "Engine/SceneFile/ModelMaterials.h"
 #include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneText.h"
 
@@ -26,8 +27,6 @@ constexpr float FieldOfView = 30.0f;
 constexpr float Ambient = 0.12f;  // of all materials, see their table
 constexpr R3 Backdrop(0.42f, 0.43f, 0.45f);
 
-R3 grey(float value) { return White * value; }
-
 // The axis of the file that is up turned upwards, and models of extreme size brought to where single precision and the
 // parameters' bounds are at ease.
 struct Placement {
@@ -35,7 +34,7 @@ struct Placement {
     float scale = 1.0f;
 
     Matrix matrix() const {
-        Matrix m = ScaleMatrix(grey(scale));
+        Matrix m = ScaleMatrix(scale * White);
         if (up == Model::Z) std::swap(m.m[1], m.m[2]), m.m[2][1] = -m.m[2][1];
         if (up == Model::X) std::swap(m.m[0], m.m[1]), m.m[0][1] = -m.m[0][1];
         return m;
@@ -60,22 +59,10 @@ private:
     void writeCameras();
     void writeEnvironment();
     void writeLights();
-    void light(const std::string& about, const std::string& object, const SceneText::Values& values);
-    void writeStudioLights();
-    void writeOwnLights();
-    void writeEnvironmentLight();
     void writeShaders();
     std::string writeOverride();
-    std::string writeShader(const ModelMaterial& material, std::size_t number);
-    std::string texture(const ModelTexture& from, const std::string& name, SceneText::Values values, ColorSpace space,
-                        bool colors);
-    const Texture* picture(const ModelTexture& from, std::optional<ColorSpace> space);
-    void takeMeans(ModelMaterial& material);
     void writeMeshes();
     void warn(const std::string& message) { m_diagnostics.warning({m_file.string(), 0, 0}, message); }
-    std::string relative(const fs::path& path) const {
-        return fs::absolute(path).lexically_normal().lexically_proximate(fs::absolute(m_folder).lexically_normal());
-    }
 
     fs::path m_file, m_folder;
     const ModelSceneOptions& m_options;
@@ -92,9 +79,8 @@ private:
     View m_view;
     float m_fov = FieldOfView;
     bool m_ground = true;
-    float m_groundLight = Ambient;  // what arrives on it from all lights
+    float m_groundLight = 0.0f;  // what arrives on it from all lights
     std::vector<std::string> m_shaders;
-    std::map<std::string, std::string> m_textures;  // names by what stands in their tables
 };
 
 // ---- Geometry
@@ -187,7 +173,7 @@ void ModelSceneWriter::writeCameras() {
 void ModelSceneWriter::writeEnvironment() {
     if (!m_options.environment.empty()) {
         m_text.comment("Surroundings that light the model and show in it.");
-        m_text.table("[texture.surroundings]", {{"file", tomlValue(relative(m_options.environment))},
+        m_text.table("[texture.surroundings]", {{"file", tomlValue(relativeTo(m_folder, m_options.environment))},
                                                 {"projection", tomlValue(std::string("equirectangular"))}});
         m_text.object("[environment]", "KelEnvironment", {{"texture", "\"surroundings\""}});
         return;
@@ -201,189 +187,19 @@ void ModelSceneWriter::writeEnvironment() {
                    {"color", tomlValue(Backdrop)}});
 }
 
-// ---- Lights
-
-void ModelSceneWriter::light(const std::string& about, const std::string& object, const SceneText::Values& values) {
-    m_text.comment(about);
-    m_text.object("[[light]]", object, values);
-}
-
-// Mean cosine to the vertical of a light from above whose direction is jittered over a square.
-float jitteredCosine(float extent) {
-    constexpr int steps = 32;
-    float sum = 0.0f;
-    for (int i = 0; i < steps * steps; ++i) {
-        const int column = i % steps, row = i / steps;
-        const float x = extent * ((static_cast<float>(column) + 0.5f) / steps - 0.5f);
-        const float y = extent * ((static_cast<float>(row) + 0.5f) / steps - 0.5f);
-        sum += 1.0f / std::sqrt(1.0f + x * x + y * y);
-    }
-    return sum / static_cast<float>(steps * steps);
-}
-
-// A key light from behind the viewer's left shoulder, the ceiling, and a weak light from the viewer.
-void ModelSceneWriter::writeStudioLights() {
-    const R3 forward = Normalize(m_view.lookAt - m_view.position), right = Normalize(Cross(forward, m_view.lookUp));
-    R3 back = Cross(right, R3(0.0f, 1.0f, 0.0f));  // level
-    if (Length(back) < 0.1f) back = R3(0.0f, 0.0f, 1.0f);
-    const bool own = !m_model.lights.empty();
-    if (!own) {
-        const R3 key = Normalize(R3(0.0f, -1.0f, 0.0f) + 0.6f * right - 0.65f * Normalize(back));
-        light(
-            "Key light", "KelDirectionalLight",
-            {{"direction", tomlValue(key)}, {"intensity", tomlValue(R3(0.56f, 0.54f, 0.51f))}, {"fuzzyness", "0.12"}});
-        m_groundLight += 0.54f * -key.y;
-    }
-    constexpr float extent = 2.0f;
-    const float ceiling = own ? 0.18f : 0.28f, fill = own ? 0.05f : 0.1f;
-    light(
-        "Ceiling", "KelDirectionalLight",
-        {{"direction", "[0.0, -1.0, 0.0]"}, {"intensity", tomlValue(grey(ceiling))}, {"fuzzyness", tomlValue(extent)}});
-    light("Fill from the viewer", "KelDirectionalLight",
-          {{"direction", tomlValue(forward)}, {"intensity", tomlValue(grey(fill))}, {"castShadow", "0"}});
-    m_groundLight += ceiling * jitteredCosine(extent) + fill * std::fabs(forward.y);
-}
-
-// Formats agree on no unit of light: all are scaled alike, so that what arrives in the middle of the model is right.
-void ModelSceneWriter::writeOwnLights() {
-    const Matrix toScene = m_placement.matrix();
-    const auto loss = [&](const ModelLight& l) {
-        const float d = Length(m_bounds.center() - TransformPoint(toScene, l.position)) / m_placement.scale;
-        return l.kind == ModelLight::Directional
-                   ? 1.0f
-                   : std::max(l.attenuation[0] + d * l.attenuation[1] + d * d * l.attenuation[2], 1e-12f);
-    };
-    float arriving = 0.0f;
-    for (const ModelLight& l : m_model.lights) arriving += Max(l.intensity) / loss(l);
-    const float factor = arriving > 0.0f && std::isfinite(arriving) ? 0.75f / arriving : 1.0f;
-    for (const ModelLight& l : m_model.lights) {
-        const float own = loss(l), s = m_placement.scale;
-        SceneText::Values values = {{"intensity", tomlValue(l.intensity * (factor / own))}};
-        if (l.kind != ModelLight::Point)
-            values.emplace_back("direction", tomlValue(Normalize(TransformVector(toScene, l.direction))));
-        if (l.kind != ModelLight::Directional) {
-            values.emplace_back("position", tomlValue(TransformPoint(toScene, l.position)));
-            values.emplace_back("atten0", tomlValue(l.attenuation[0] / own));
-            values.emplace_back("atten1", tomlValue(l.attenuation[1] / own / s));
-            values.emplace_back("atten2", tomlValue(l.attenuation[2] / own / (s * s)));
-        }
-        if (l.kind == ModelLight::Spot) {
-            values.emplace_back("minAngle", tomlValue(l.innerAngle));
-            values.emplace_back("maxAngle", tomlValue(l.outerAngle));
-        }
-        static const char* const objects[] = {"KelDirectionalLight", "KelPointLight", "KelSpotLight"};
-        light(fmt::format("The file's light '{}', scaled by {:g}", l.name, factor / own), objects[l.kind], values);
-    }
-    m_groundLight += 0.4f;
-}
-
-// Mean over the upper half of the picture, every direction counting alike.
-float skyBrightness(const Texture& picture) {
-    constexpr unsigned side = 64;
-    float sum = 0.0f, weights = 0.0f;
-    for (unsigned i = 0; i < side * side; ++i) {
-        const unsigned column = i % side, row = i / side;
-        const float t = 0.5f + 0.5f * (static_cast<float>(row) + 0.5f) / side;
-        const float weight = std::cos(3.14159265f * (t - 0.5f));
-        sum += weight * Avg(picture.lookUp((static_cast<float>(column) + 0.5f) / side, t).rgb());
-        weights += weight;
-    }
-    return sum / weights;
-}
-
-// Strong enough that a white surface that all of the sky reaches is nearly white.
-void ModelSceneWriter::writeEnvironmentLight() {
-    TextureSource source;
-    source.file = m_folder / relative(m_options.environment);
-    const float brightness = std::max(skyBrightness(m_assets.keepTexture(source)), 1e-6f);
-    light("Light from the surroundings", "KelEnvMapLight",
-          {{"texture", "\"surroundings\""}, {"numLights", "24"}, {"intensity", tomlValue(grey(0.26f / brightness))}});
-    m_groundLight = 1.0f;
-}
-
 void ModelSceneWriter::writeLights() {
-    if (!m_options.environment.empty()) writeEnvironmentLight();
-    if (!m_model.lights.empty()) writeOwnLights();
-    if (m_options.environment.empty()) writeStudioLights();
-}
-
-// ---- Shaders and textures
-
-const Texture* ModelSceneWriter::picture(const ModelTexture& from, std::optional<ColorSpace> space) {
-    TextureSource source;
-    source.file = m_folder / relative(from.image >= 0 ? m_file : m_file.parent_path() / from.file);
-    source.image = from.image;
-    source.space = space;
-    try {
-        return &m_assets.keepTexture(source);
-    } catch (const Error& e) {
-        warn(fmt::format("{}; rendered without it", e.what()));
-        return nullptr;
+    ModelLights lights(m_text, m_model, m_placement.matrix(), m_placement.scale, m_bounds.center(), m_view, Ambient);
+    if (!m_options.environment.empty()) {
+        TextureSource source;
+        source.file = m_folder / relativeTo(m_folder, m_options.environment);
+        lights.writeSurroundings(m_assets.keepTexture(source));
     }
+    if (!m_model.lights.empty()) lights.writeOwn();
+    if (m_options.environment.empty()) lights.writeStudio();
+    m_groundLight = lights.onGround();
 }
 
-// Name of a texture in the scene; nothing where there is none, or none that can be read.
-std::string ModelSceneWriter::texture(const ModelTexture& from, const std::string& name, SceneText::Values values,
-                                      ColorSpace space, bool colors) {
-    const bool linear = space == ColorSpace::Linear;
-    const bool there = from.given() && picture(from, linear ? std::optional(space) : std::nullopt);
-    if (!there && !colors) return {};
-    static const char* const wraps[] = {"", "\"clamp\"", "\"mirror\""};
-    SceneText::Values all;
-    if (there) {
-        all.emplace_back("file", tomlValue(relative(from.image >= 0 ? m_file : m_file.parent_path() / from.file)));
-        all.emplace_back("image", from.image >= 0 ? std::to_string(from.image) : "");
-        all.emplace_back("wrap", wraps[from.wrap]);
-        all.emplace_back("colorSpace", linear ? "\"linear\"" : "");
-        all.insert(all.end(), values.begin(), values.end());
-    }
-    if (colors) all.emplace_back("vertexColors", "true");
-    std::string contents;
-    for (const auto& [key, value] : all) contents += fmt::format("{}={}\n", key, value);
-    std::string& known = m_textures[contents];
-    if (known.empty()) {
-        known = m_text.name("texture", name, "texture");
-        m_text.table(fmt::format("[texture.{}]", known), all);
-    }
-    return known;
-}
-
-// Where a picture drives what no object takes from a picture, its mean must do.
-void ModelSceneWriter::takeMeans(ModelMaterial& m) {
-    if (const Texture* p = m.metalRoughTexture.given() ? picture(m.metalRoughTexture, ColorSpace::Linear) : nullptr) {
-        const R3 mean = p->rawMean();
-        m.metallic *= mean.z;
-        m.roughness *= mean.y;
-    }
-    if (Max(m.emissive) <= 0.0f || !m.emissiveTexture.given()) return;
-    if (const Texture* p = picture(m.emissiveTexture, std::nullopt)) m.emissive *= p->rawMean() * p->rawMean();
-}
-
-std::string ModelSceneWriter::writeShader(const ModelMaterial& original, std::size_t number) {
-    ModelMaterial material = original;
-    takeMeans(material);
-    std::string name = m_text.name("shader", material.name, fmt::format("material{}", number));
-    static const char* const alphas[] = {"\"ignore\"", "\"mask\"", ""};  // by mode
-    const bool masked = material.alphaMode == ModelMaterial::Mask;
-    Surface surface{material, {}, {}, material.baseColor, m_size, m_placement.scale};
-    surface.texture =
-        texture(material.texture, name,
-                {{"alpha", alphas[material.alphaMode]}, {"alphaCutoff", masked ? tomlValue(material.alphaCutoff) : ""}},
-                ColorSpace::SRGB, material.vertexColors);
-    surface.bumpMap = texture(material.bumpMap, fmt::format("{}-bumps", name),
-                              {{"bump", material.bumpIsNormal ? "\"normal\"" : "\"height\""},
-                               {"bumpScale", material.bumpScale != 1.0f ? tomlValue(material.bumpScale) : ""}},
-                              ColorSpace::Linear, false);
-    if (material.texture.given() && !surface.texture.empty())
-        if (const Texture* p = picture(material.texture, std::nullopt)) {
-            const R3 mean = p->rawMean();
-            surface.color *= mean * mean;  // about what decoding sRGB does
-        }
-    const ShaderTable table = shaderFor(surface);
-    m_text.comment(fmt::format("Material {} of the file: '{}'", number, material.name));
-    m_text.object(fmt::format("[shader.{}]", name), table.object, table.parameters);
-    return name;
-}
+// ---- Shaders
 
 // Lengths among an object's parameters follow the size of the model.
 std::string ModelSceneWriter::writeOverride() {
@@ -396,7 +212,7 @@ std::string ModelSceneWriter::writeOverride() {
     const auto set = [&](const char* parameter, const std::string& value) {
         if (object->find(parameter)) values.emplace_back(parameter, value);
     };
-    set("diffuseColor", tomlValue(grey(0.8f)));
+    set("diffuseColor", tomlValue(0.8f * White));
     set("maxDistance", tomlValue(object->find("scaleDistance") ? m_size : 0.4f * m_size));
     set("scaleDistance", tomlValue(1.2f / m_size));
     m_text.comment("Instead of the file's materials");
@@ -408,8 +224,9 @@ void ModelSceneWriter::writeShaders() {
     if (!m_options.shader.empty()) {
         m_shaders.push_back(writeOverride());
     } else {
+        ModelMaterials materials(m_text, m_file, m_folder, m_size, m_placement.scale, m_assets, m_diagnostics);
         for (std::size_t i = 0; i < m_model.materials.size(); ++i)
-            m_shaders.push_back(writeShader(m_model.materials[i], i));
+            m_shaders.push_back(materials.write(m_model.materials[i], i));
     }
     if (!m_ground) return;
     const R3 color = Backdrop / m_groundLight;
@@ -424,7 +241,8 @@ void ModelSceneWriter::writeShaders() {
 void ModelSceneWriter::writeMeshes() {
     const std::string scale = m_placement.scale == 1.0f ? "" : tomlValue(m_placement.scale);
     static const char* const axes[] = {"\"x\"", "", "\"z\""};
-    SceneText::Values values = {{"file", tomlValue(relative(m_file))}, {"up", axes[m_placement.up]}, {"scale", scale}};
+    SceneText::Values values = {
+        {"file", tomlValue(relativeTo(m_folder, m_file))}, {"up", axes[m_placement.up]}, {"scale", scale}};
     const std::size_t own = m_shaders.size() - (m_ground ? 1 : 0);
     if (own == 1) {
         values.emplace_back("shader", tomlValue(m_shaders[0]));

@@ -61,6 +61,13 @@ static bool hasEndlessKey(const std::string& text, const std::string& source, Di
     return false;
 }
 
+// What has most often led to a message of the parser.
+static std::string_view hintFor(std::string_view message) {
+    if (message.find("could not determine value type") != message.npos) return "; a text stands in quotes";
+    if (message.find("unescaped control characters") != message.npos) return "; is the closing quote missing?";
+    return "";
+}
+
 static std::optional<toml::table> parse(const std::string& text, const std::string& source, Diagnostics& diagnostics) {
     if (hasEndlessKey(text, source, diagnostics)) return std::nullopt;
     try {
@@ -68,7 +75,7 @@ static std::optional<toml::table> parse(const std::string& text, const std::stri
     } catch (const toml::parse_error& e) {
         SourceLocation where = locationOf(e.source());
         where.file = source;
-        diagnostics.error(where, std::string(e.description()));
+        diagnostics.error(where, fmt::format("{}{}", e.description(), hintFor(e.description())));
         return std::nullopt;
     }
 }
@@ -89,6 +96,12 @@ static void mergeEntries(toml::array& under, toml::table& over, const std::strin
         std::size_t index = 0;
         const std::string_view digits = key.str();
         const auto [end, problem] = std::from_chars(digits.data(), digits.data() + digits.size(), index);
+        if (end == digits.data()) {
+            diagnostics.error(
+                locationOf(key.source()),
+                fmt::format("'{0}' is a list; expected the number of an entry, as {0}.0.{1}", path, digits));
+            continue;
+        }
         toml::table* entry = problem == std::errc() && end == digits.data() + digits.size() && index < under.size()
                                  ? under[index].as_table()
                                  : nullptr;

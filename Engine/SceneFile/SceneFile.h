@@ -22,9 +22,9 @@ struct SceneFileOptions {
     ModelSceneOptions model = {};
 };
 
-// Reads a scene, or makes one around a model, and loads its textures and models; the geometry is prepared but not built. Everything that is wrong with
-// it goes to the diagnostics; where there were errors the world must not be rendered. Never throws for what a file
-// contains.
+// Reads a scene, or makes one around a model, and loads its textures and models; the geometry is prepared but not
+// built. Everything that is wrong with it goes to the diagnostics; where there were errors the world must not be
+// rendered. Never throws for what a file contains.
 OXBEAM_API std::unique_ptr<World> loadScene(const std::filesystem::path& file, const Registry& registry,
                                             Diagnostics& diagnostics, const SceneFileOptions& options = {});
 

@@ -9,53 +9,39 @@ namespace oxbeam {
 
 namespace {
 
-using Keys = std::vector<std::string>;
-
-const Keys ImageKeys = {"width", "height", "samples"};
-const Keys CameraKeys = {"object", "position", "lookAt", "lookUp", "fov", "focus"};
-const Keys TextureKeys = {"file", "wrap", "filter", "model", "colorSpace", "projection", "bump", "bumpScale"};
-const Keys MeshKeys = {"file",  "shape",  "segments",  "uvScale", "shader",   "name",
-                       "scale", "rotate", "translate", "matrix",  "visibleTo"};
-const Keys ObjectKeys = {"object"};
-
 class PlaceFinder {
 public:
     PlaceFinder(const toml::table& document, const Registry& registry) : m_document(document), m_registry(registry) {}
 
     std::vector<ScenePlace> find() {
-        addSection("image", nullptr, ImageKeys);
-        addSection("render", DefaultRenderingObject, ObjectKeys);
-        addSection("environment", DefaultEnvironment, ObjectKeys);
-        addSection("camera", DefaultCamera, CameraKeys);
-        addNamed("camera", DefaultCamera, CameraKeys);
-        addNamed("shader", nullptr, ObjectKeys);
-        addNamed("texture", nullptr, TextureKeys);
-        addEntries("light", ObjectKeys);
-        addEntries("mesh", MeshKeys);
+        for (const SceneSection& section : sceneSections()) {
+            const toml::node* node = m_document.get(section.name);
+            if (section.form == SceneSection::List) {
+                if (node && node->is_array()) addEntries(section, *node->as_array());
+                continue;
+            }
+            const toml::table* table = node ? node->as_table() : nullptr;
+            if (section.form != SceneSection::Named) add(section.name, section, table);
+            if (section.form != SceneSection::Table && table) addNamed(section, *table);
+        }
         return std::move(m_places);
     }
 
 private:
-    void add(std::string path, const toml::table* table, const char* preset, const Keys& keys) {
+    void add(std::string path, const SceneSection& section, const toml::table* table) {
         const auto given = table ? (*table)["object"].value<std::string>() : std::nullopt;
-        const std::string name = given.value_or(preset ? preset : "");
-        m_places.push_back({std::move(path), m_registry.find(name), keys});
+        const std::string name = given ? *given : section.preset ? section.preset : "";
+        m_places.push_back({std::move(path), m_registry.find(name), section.keys});
     }
 
-    void addSection(const std::string& name, const char* preset, const Keys& keys) {
-        add(name, m_document[name].as_table(), preset, keys);
+    void addNamed(const SceneSection& section, const toml::table& tables) {
+        for (const auto& [key, node] : tables)
+            if (node.is_table()) add(fmt::format("{}.{}", section.name, key.str()), section, node.as_table());
     }
 
-    void addNamed(const std::string& section, const char* preset, const Keys& keys) {
-        if (const toml::table* tables = m_document[section].as_table())
-            for (const auto& [key, node] : *tables)
-                if (node.is_table()) add(fmt::format("{}.{}", section, key.str()), node.as_table(), preset, keys);
-    }
-
-    void addEntries(const std::string& section, const Keys& keys) {
-        const toml::array* entries = m_document[section].as_array();
-        for (std::size_t i = 0; entries && i < entries->size(); ++i)
-            add(fmt::format("{}.{}", section, i), entries->get(i)->as_table(), nullptr, keys);
+    void addEntries(const SceneSection& section, const toml::array& entries) {
+        for (std::size_t i = 0; i < entries.size(); ++i)
+            add(fmt::format("{}.{}", section.name, i), section, entries.get(i)->as_table());
     }
 
     const toml::table& m_document;

@@ -11,11 +11,6 @@
 
 namespace oxbeam {
 
-// What stands at a place whose table names no object.
-inline constexpr const char* DefaultRenderingObject = "Kel";
-inline constexpr const char* DefaultCamera = "OxPerspectiveCamera";
-inline constexpr const char* DefaultEnvironment = "OxBackground";
-
 struct ScenePlace {
     std::string path;                     // "shader.table", "light.0", "camera", ...
     const ObjectClass* object = nullptr;  // null: none, or one that no package offers

@@ -1,15 +1,35 @@
 #include "Engine/SceneFile/SceneText.h"
 
-#include "Engine/SceneFile/MaterialTable.h"
-
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 
 namespace oxbeam {
+
+std::string tomlValue(float value) {
+    std::string text = fmt::format("{}", std::isfinite(value) ? value : 0.0f);
+    return text.find_first_of(".e") == std::string::npos ? text + ".0" : text;
+}
+
+std::string tomlValue(const R3& v) {
+    return fmt::format("[{}, {}, {}]", tomlValue(v.x), tomlValue(v.y), tomlValue(v.z));
+}
+
+std::string tomlValue(const std::string& text) {
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') quoted += '\\';
+        if (static_cast<unsigned char>(c) < 32 || c == 127)
+            quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
+        else
+            quoted += c;
+    }
+    return quoted + '"';
+}
 
 void SceneText::comment(const std::string& text) {
     std::string line = text;

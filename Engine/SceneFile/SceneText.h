@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Engine/Packages/Registry.h"
+#include "Primitives/Vec.h"
 
 #include <set>
 #include <string>
@@ -9,6 +10,11 @@
 #include <vector>
 
 namespace oxbeam {
+
+// Values as a scene file has them.
+std::string tomlValue(float value);
+std::string tomlValue(const R3& value);
+std::string tomlValue(const std::string& text);
 
 class SceneText {
 public:

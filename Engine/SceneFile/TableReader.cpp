@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <cmath>
+#include <stdexcept>
 
 namespace oxbeam {
 
@@ -11,8 +12,10 @@ SourceLocation locationOf(const toml::source_region& region) {
     return {region.path ? *region.path : std::string(), region.begin.line, region.begin.column};
 }
 
-TableReader::TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics, std::string file)
-    : m_table(table), m_label(std::move(label)), m_diagnostics(diagnostics), m_unwritten{std::move(file), 0, 0} {}
+TableReader::TableReader(const toml::table& table, const SceneSection& section, std::string label,
+                         Diagnostics& diagnostics, std::string file)
+    : m_table(table), m_section(section), m_label(std::move(label)),
+      m_diagnostics(diagnostics), m_unwritten{std::move(file), 0, 0} {}
 
 SourceLocation TableReader::where(std::string_view key) const {
     const toml::node* node = m_table.get(key);
@@ -20,7 +23,7 @@ SourceLocation TableReader::where(std::string_view key) const {
 }
 
 const toml::node* TableReader::take(std::string_view key) {
-    m_asked.emplace(key);
+    if (!m_section.knows(key)) throw std::logic_error(fmt::format("{} has no key '{}'", m_section.name, key));
     return m_table.get(key);
 }
 
@@ -127,24 +130,22 @@ std::optional<std::vector<std::string>> TableReader::texts(std::string_view key)
 }
 
 std::vector<std::pair<std::string, const toml::table*>> TableReader::tables() {
+    m_tablesAsked = true;
     std::vector<std::pair<std::string, const toml::table*>> found;
     for (const auto& [key, node] : m_table)
-        if (const toml::table* table = node.as_table()) {
-            found.emplace_back(key.str(), table);
-            m_asked.emplace(key.str());
-        }
+        if (const toml::table* table = node.as_table()) found.emplace_back(key.str(), table);
     return found;
 }
 
 void TableReader::rest(const std::function<void(const std::string&, const SourceLocation&, const toml::node&)>& use) {
     for (const auto& [key, node] : m_table)
-        if (!m_asked.contains(key.str())) use(std::string(key.str()), locationOf(key.source()), node);
+        if (!m_section.knows(key.str()) && !(m_tablesAsked && node.is_table()))
+            use(std::string(key.str()), locationOf(key.source()), node);
 }
 
 void TableReader::finish() {
     rest([&](const std::string& key, const SourceLocation& at, const toml::node&) {
-        m_diagnostics.error(
-            at, fmt::format("{} has no key '{}'{}", m_label, key, didYouMean(key, {m_asked.begin(), m_asked.end()})));
+        m_diagnostics.error(at, fmt::format("{} has no key '{}'{}", m_label, key, didYouMean(key, m_section.keys)));
     });
 }
 

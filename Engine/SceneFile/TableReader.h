@@ -1,8 +1,9 @@
-// Reading a table of a scene file key by key, keeping account of what was asked for.
+// Reading a table of a scene file key by key.
 #pragma once
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Packages/ParameterValue.h"
+#include "Engine/SceneFile/SceneSections.h"
 #include "Primitives/Matrix.h"
 
 #define TOML_HEADER_ONLY 0
@@ -10,7 +11,6 @@
 
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,13 +20,14 @@ namespace oxbeam {
 
 SourceLocation locationOf(const toml::source_region& region);
 
-// Getters answer nothing where the key is missing, and report an error where its value is of another kind or out of
-// range.
+// Getters are for the keys of the table's section. They answer nothing where the key is missing, and report an error
+// where its value is of another kind or out of range.
 class TableReader {
 public:
     // `label` names the table for messages, for example "shader 'table'"; `file` is where it would stand if it is not
     // written anywhere.
-    TableReader(const toml::table& table, std::string label, Diagnostics& diagnostics, std::string file = {});
+    TableReader(const toml::table& table, const SceneSection& section, std::string label, Diagnostics& diagnostics,
+                std::string file = {});
 
     std::optional<bool> flag(std::string_view key);
     std::optional<unsigned> count(std::string_view key, unsigned least, unsigned most);
@@ -39,7 +40,7 @@ public:
     std::optional<R3> vector(std::string_view key);
     std::optional<std::vector<std::string>> texts(std::string_view key);
 
-    // The tables within this one, by their names.
+    // The tables within this one, by their names; they count as the section's.
     std::vector<std::pair<std::string, const toml::table*>> tables();
 
     bool has(std::string_view key) const { return m_table.contains(key); }
@@ -48,11 +49,12 @@ public:
     SourceLocation where() const { return m_table.source().path ? locationOf(m_table.source()) : m_unwritten; }
     SourceLocation where(std::string_view key) const;
     const std::string& label() const { return m_label; }
+    const SceneSection& section() const { return m_section; }
 
-    // Hands over every key that was not asked for.
+    // Hands over every key that is not the section's.
     void
     rest(const std::function<void(const std::string& key, const SourceLocation& at, const toml::node& value)>& use);
-    // Reports every key that was not asked for.
+    // Reports every key that is not.
     void finish();
     void error(std::string_view key, const std::string& message);
 
@@ -61,10 +63,11 @@ private:
     void wrongKind(std::string_view key, const std::string& expected);
 
     const toml::table& m_table;
+    const SceneSection& m_section;
     std::string m_label;
     Diagnostics& m_diagnostics;
     SourceLocation m_unwritten;
-    std::set<std::string, std::less<>> m_asked;
+    bool m_tablesAsked = false;
 };
 
 // A value for a parameter; nothing, and an error, for what no parameter can hold.

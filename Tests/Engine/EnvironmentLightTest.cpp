@@ -101,7 +101,7 @@ struct LightCounter : OxShader {
 TEST(EnvironmentLight, LightsAreInTheListForTheFramesThatWantThem) {
     TestWorld world;
     world.steadyLight(R3(0, 1, 0));
-    auto& sky = static_cast<KelEnvironmentShader&>(world.setEnvironment(*registry().find("KelEnvironment")));
+    auto& sky = world.surroundings<KelEnvironmentShader>("KelEnvironment");
     const auto& counter = world.own<LightCounter>();
     const Oxint map = world.textures.add(angularMap(32, smooth));
     const auto lightsWith = [&](Oxint texture, Oxint count) {

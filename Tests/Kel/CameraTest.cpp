@@ -75,14 +75,6 @@ TEST(DOFCamera, RaysOfAPlaceMeetInThePlaneInFocus) {
 
 // ---- In scene files
 
-static LoadedScene loadCamera(const std::string& toml, const std::string& chosen = {}) {
-    Diagnostics diagnostics;
-    LoadedScene loaded;
-    loaded.world = loadScene(writeFile("scene.toml", toml), registry(), diagnostics, {{}, chosen});
-    for (const Diagnostic& d : diagnostics.sorted()) loaded.said.push_back(withoutFolder(d.text()));
-    return loaded;
-}
-
 static const std::string lens = "[camera]\nobject = 'KelDOFCamera'\nfocalDistance = 9\n",
                          view = "position = [0, 0, 5]\nlookAt = [0, 0, 3]\n",
                          balls =
@@ -94,7 +86,7 @@ TEST(CameraInAScene, FocusesOnPointsAndMeshes) {
     const std::pair<const char*, float> cases[] = {
         {"", 9}, {"focus = [1, 2, 1]", 4}, {"focus = [7, 7, 4.5]", 0.5f}, {"focus = 'ball'", 8}};
     for (const auto& [focus, distance] : cases) {
-        const LoadedScene scene = loadCamera(lens + view + focus + "\n" + balls);
+        const LoadedScene scene = loadText(lens + view + focus + "\n" + balls);
         EXPECT_THAT(scene.said, IsEmpty());
         EXPECT_NEAR(static_cast<KelDOFCamera&>(*scene.world->camera).focalDistance, distance, 1e-5f) << focus;
     }
@@ -106,14 +98,14 @@ TEST(CameraInAScene, FocusesOnPointsAndMeshes) {
         {"focus = 'ball'", "4:9: error: camera: 'focus' needs 'position' and 'lookAt'"},
     };
     for (const auto& [focus, said] : wrong)
-        EXPECT_THAT(loadCamera(lens + focus + "\n" + balls).said, ElementsAre(std::string("scene.toml:") + said));
+        EXPECT_THAT(loadText(lens + focus + "\n" + balls).said, ElementsAre(std::string("scene.toml:") + said));
 }
 
 TEST(CameraInAScene, OneOfSeveralIsChosenByItsName) {
     const std::string text = lens + view + "fov = 20\nfocus = [0, 0, 4]\n[camera.side]\nposition = [7, 0, 0]\n" +
                              "lookAt = [0, 0, 0]\n[camera.close]\nobject = 'KelDOFCamera'\nfov = 60\n" +
                              "position = [0, 0, 1]\nlookAt = [0, 0, 0]\nfocus = 'none'\n";
-    const LoadedScene plain = loadCamera(text), side = loadCamera(text, "side");
+    const LoadedScene plain = loadText(text), side = loadText(text, {}, registry(), "side");
     EXPECT_THAT(plain.said, IsEmpty());
     EXPECT_EQ(plain.world->fov, 20.0f);
     EXPECT_EQ(static_cast<KelDOFCamera&>(*plain.world->camera).focalDistance, 1.0f);
@@ -121,8 +113,8 @@ TEST(CameraInAScene, OneOfSeveralIsChosenByItsName) {
     EXPECT_EQ(side.world->view->position, R3(7, 0, 0));
     EXPECT_EQ(side.world->fov, 40.0f) << "nothing of the unnamed one's";
     EXPECT_THAT(side.world->camera->GetShaderInfo(), testing::HasSubstr("OxPerspectiveCamera"));
-    EXPECT_THAT(loadCamera(text, "close").said,
+    EXPECT_THAT(loadText(text, {}, registry(), "close").said,
                 ElementsAre("scene.toml:16:9: error: camera 'close': 'focus' names mesh 'none', which is not defined"));
-    EXPECT_THAT(loadCamera(text, "sid").said,
+    EXPECT_THAT(loadText(text, {}, registry(), "sid").said,
                 ElementsAre("scene.toml: error: the scene has no camera 'sid'; did you mean 'side'?"));
 }

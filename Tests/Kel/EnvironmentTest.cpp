@@ -35,8 +35,7 @@ template <class Shader>
 struct EnvironmentWorld : TestWorld {
     Shader& shader;
 
-    explicit EnvironmentWorld(const char* name)
-        : shader(static_cast<Shader&>(setEnvironment(*registry().find(name)))) {}
+    explicit EnvironmentWorld(const char* name) : shader(surroundings<Shader>(name)) {}
 
     R3 seen(const R3& direction, Oxuint kind = RAY_PRIMARY, int triangle = TRI_NONE) {
         OxState state = session().primaryState();

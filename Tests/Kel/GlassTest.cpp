@@ -51,6 +51,22 @@ TEST(Glass, RaysSplitAtEveryBounce) {
     }
 }
 
+TEST(Glass, ASlabShiftsARayAndKeepsItsDirection) {
+    GlassWorld world(2);
+    world.glass.bindex = 1.5f;
+    world.glass.reflectivity = 0.1f;
+    world.ro().m_reflectiveAccuracy = 1.0f;
+    Probe& below = world.own<Probe>();
+    world.addSquare(R3(0, -5, 0), R3(0, 1, 0));
+    world.fromOrigin(30);
+    const float sine = 0.5f / 1.5f, reflectance = 0.04152f + 0.1f;  // by Fresnel's equations, and what is added
+    ASSERT_EQ(below.seen.size(), 1u);
+    expectNear(below.seen[0].ray.direction, R3(0.5f, -std::cos(30 * Radian), 0));
+    expectNear(below.seen[0].ray.origin, R3(2.0f * sine / std::sqrt(1.0f - sine * sine), -2, 0));
+    EXPECT_EQ(below.seen[0].insideFlag, 0u);
+    EXPECT_NEAR(below.seen[0].opacity, (1.0f - reflectance) * (1.0f - reflectance), 2e-3f);
+}
+
 TEST(Glass, OneSidedGlassLeavesTheRayOutside) {
     for (const Oxint oneSided : {0, 1}) {
         GlassWorld world(0);
@@ -109,10 +125,7 @@ TEST(Glass, LightIsFilteredByTheWayToTheNextSurface) {
         world.glass.refractionFilterAmount = 0.5f;
         world.glass.refractionFilter = body;
         world.glass.scale = 4.0f;
-        KelPhongShader& floor = world.phong();
-        floor.ambientIntensity = 0.0f;
-        floor.m_receiveShadow = 1;
-        world.addSquare(R3(0, -5, 0), R3(0, 1, 0));
+        world.floor(-5);
         world.steadyLight(R3(0, 10, 0));
         world.ro().m_refractiveAccuracy = c.accuracy;
         world.ro().m_recursionLimit = c.limit;

@@ -30,18 +30,6 @@ struct FloorWorld : TestWorld {
     R3 at(float x, float z) { return trace(R3(x, 1, z), R3(0, -1, 0)); }
 };
 
-TEST(Phong, DiffuseLightFallsOffByTheInverseSquare) {
-    TestWorld world;
-    world.phong(R3(0.5f, 0.25f, 1.0f)).ambientIntensity = 0.0f;
-    world.addSquare(R3(), R3(0, 1, 0));
-    world.pointLight(R3(0, 2, 0));
-    const R3 color = world.trace(R3(1, 1, 0), Normalize(R3(-1, -1, 0)));
-    const float arriving = 1.0f / (0.001f + 1e-9f + 4.0f);
-    EXPECT_FLOAT_EQ(color.x, 0.5f * arriving);
-    EXPECT_FLOAT_EQ(color.y, 0.25f * arriving);
-    EXPECT_FLOAT_EQ(color.z, arriving);
-}
-
 TEST(Phong, AmbientAndEmittedLightNeedNoLights) {
     FloorWorld world(White);
     world.floor->diffuseColor = R3(0.5f, 1, 0);
@@ -106,16 +94,6 @@ TEST(Phong, GlossySurfacesBlurByTheExponentialOfShininess) {
 
 // ---- Textures
 
-TEST(PhongTexture, MultipliesTheDiffuseColour) {
-    FloorWorld world;
-    world.floor->diffuseColor = R3(0.5f, 1, 0.25f);
-    world.floor->specularColor = R3(0.25f, 0, 0);
-    world.floor->shininess = 0.0f;
-    world.texture(1, 1, 3, {0.5f, 0, 1});
-    world.steadyLight(R3(1, 10, 1));
-    expectNear(world.at(1, 1), R3(0.25f + 0.25f, 0, 0.25f));
-}
-
 // One light reaches the point, one lies behind the surface, one is blocked.
 TEST(PhongTexture, ReplacingItIsBlackOnlyWhereAllLightsAreBlocked) {
     const R3 texel(0.5f, 0.25f, 1);
@@ -172,10 +150,7 @@ TEST(PhongTexture, AlphaLetsLightThrough) {
         FloorWorld world;
         world.floor->transparentColor = R3(0.2f, 0.4f, 0.6f);
         world.texture(2, 1, 4, {1, 1, 1, 1, 1, 1, 1, alphaTexture ? 0.25f : 1.0f});
-        KelPhongShader& ground = world.phong();
-        ground.m_receiveShadow = 1;
-        ground.ambientIntensity = 0.0f;
-        world.addSquare(R3(0, -5, 0), R3(0, 1, 0));
+        world.TestWorld::floor(-5);
         world.steadyLight(R3(0, 1e4f, 0));
         const auto groundAt = [&](float x) { return world.trace(R3(x, -4, 1), R3(0, -1, 0)); };
         expectNear(groundAt(-5), alphaTexture ? Black : world.floor->transparentColor, 1e-4f);
@@ -254,11 +229,8 @@ TEST(PhongWireframe, HolesShowAndLightWhatLiesBehindUntilTheRuleEndsThem) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         TestWorld world;
-        KelPhongShader& ground = world.phong();
-        ground.m_receiveShadow = 1;
-        ground.ambientIntensity = 0.0f;
+        KelPhongShader& ground = world.floor(-5);
         ground.emissiveColor = Green;
-        world.addSquare(R3(0, -5, 0), R3(0, 1, 0));
         KelPhongShader& frame = world.phong(Black);
         frame.m_wireframe = 1;
         world.add(triangle());

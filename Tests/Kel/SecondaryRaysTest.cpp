@@ -110,50 +110,6 @@ TEST(Culling, RaysMustBeShallowAndMatterMoreThanTheirAccuracy) {
         }
 }
 
-// Two mirrors that face each other, or a stack of transparent sheets: each glows, and passes on a share of what it
-// sees. Counts and colours follow from the rule alone.
-TEST(Culling, ChainsOfRaysEndWhereTheRuleSays) {
-    const struct {
-        float first, second;  // shares of the surfaces, in turn
-        float accuracy;
-        unsigned limit;
-    } cases[] = {
-        {0.5f, 0.5f, 0.26f, 25}, {0.9f, 0.9f, 0.01f, 25}, {1.0f, 1.0f, 0.15f, 40}, {0.3f, 0.9f, 0.31f, 25},
-        {0.2f, 0.9f, 0.15f, 25}, {0.9f, 0.9f, 0.01f, 1},  {0.9f, 0.9f, -1.0f, 2},  {0.9f, 0.2f, 0.001f, 25},
-    };
-    for (const RayKind kind : {RAY_REFLECTION, RAY_TRANSPARENCY})
-        for (const auto& c : cases) {
-            SCOPED_TRACE(testing::Message() << "kind " << kind << ": " << c.first << ", " << c.second << ", accuracy "
-                                            << c.accuracy << ", limit " << c.limit);
-            TestWorld world;
-            for (const bool floor : {true, false}) {
-                KelPhongShader& shader = world.phong(Black);
-                shader.emissiveColor = White;
-                const R3 share = (floor ? c.first : c.second) * White;
-                (kind == RAY_REFLECTION ? shader.reflectiveColor : shader.transparentColor) = share;
-                if (kind == RAY_REFLECTION)
-                    world.addSquare(R3(0, floor ? 0 : 10, 0), R3(0, floor ? 1 : -1, 0));
-                else
-                    for (int i = floor ? 0 : 1; i < 128; i += 2)
-                        world.addSquare(R3(0, -static_cast<float>(i), 0), R3(0, 1, 0));
-            }
-            KelRenderingObject& ro = world.ro();
-            ro.m_reflectiveAccuracy = ro.m_transparentAccuracy = c.accuracy;
-            ro.m_recursionLimit = c.limit;
-            const R3 color = world.trace(R3(0.3f, 5, 0.2f), R3(0, -1, 0));
-
-            unsigned rays = 0;
-            double weight = c.first, sum = 1.0;
-            while (rays + 1 < c.limit && weight > c.accuracy) {
-                ++rays;
-                sum += weight;
-                weight *= rays % 2 ? c.second : c.first;
-            }
-            EXPECT_EQ(raysShot(kind), rays);
-            EXPECT_NEAR(color.x, sum, 1e-4 * sum);
-        }
-}
-
 TEST(Culling, TotalReflectionTracesNothing) {
     ProbeWorld world(White);
     OxState state = world.arrival(60);
@@ -162,34 +118,6 @@ TEST(Culling, TotalReflectionTracesNothing) {
     EXPECT_EQ(kelGetRefractiveIntensity(&state, distance, 1.0f, R3(0, 1, 0), 1.0f, 1.5f, true, 0.0f, 1), Black);
     EXPECT_EQ(distance, 0.0f);
     EXPECT_EQ(raysShot(RAY_REFRACTION), 0u);
-}
-
-// A glass surface with nothing but refraction.
-struct Pane : OxShader {
-    Oxvoid Shade(OxState* state) override {
-        R3 n, position;
-        oxsFindShadingNormal(state, n);
-        oxsGetHitPosition(state, position);
-        oxsSetRayOrigin(state, position);
-        float distance;
-        oxsReturnColor(state, kelGetRefractiveIntensity(state, distance, 0.9f, n, 1.0f, 1.5f, true, 0.0f, 1));
-    }
-};
-
-TEST(SecondaryRays, ASlabShiftsARayAndKeepsItsDirection) {
-    TestWorld world;
-    world.own<Pane>();
-    world.addSquare(R3(), R3(0, 1, 0));
-    world.addSquare(R3(0, -2, 0), R3(0, -1, 0));
-    Probe& below = world.own<Probe>();
-    world.addSquare(R3(0, -5, 0), R3(0, 1, 0));
-    EXPECT_EQ(world.fromOrigin(30), White);
-    const float sine = 0.5f / 1.5f;
-    ASSERT_EQ(below.seen.size(), 1u);
-    expectNear(below.seen[0].ray.direction, R3(0.5f, -std::cos(30 * Radian), 0));
-    expectNear(below.seen[0].ray.origin, R3(2.0f * sine / std::sqrt(1.0f - sine * sine), -2, 0));
-    EXPECT_EQ(below.seen[0].insideFlag, 0u);
-    EXPECT_FLOAT_EQ(below.seen[0].opacity, 0.81f);
 }
 
 // ---- Glossy surfaces

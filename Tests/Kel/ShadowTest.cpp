@@ -9,16 +9,8 @@ using namespace oxbeam::test;
 
 // A floor that receives shadows, lit from straight above with intensity 1.
 struct ShadowWorld : TestWorld {
-    KelPhongShader* floor;
-    KelPointLight* light;
-
-    ShadowWorld() {
-        floor = &phong();
-        floor->ambientIntensity = 0.0f;
-        floor->m_receiveShadow = 1;
-        addSquare(R3(), R3(0, 1, 0));
-        light = &steadyLight(R3(0, 10, 0));
-    }
+    KelPhongShader* floor = &TestWorld::floor();
+    KelPointLight* light = &steadyLight(R3(0, 10, 0));
 
     // A level pane above the floor.
     KelPhongShader& pane(float y, const R3& transparency = Black, float x = 0.0f, Oxuint visibility = RAY_ALL) {

@@ -55,6 +55,25 @@ private:
 
 inline Outcome run(const std::string& arguments) { return Process(arguments).finish(); }
 
+struct Failure {
+    std::string arguments;
+    int status;
+    testing::Matcher<const std::string&> message;  // all of standard error
+};
+
+// Nothing else is printed or left behind.
+inline void expectFailures(const std::vector<Failure>& cases) {
+    writeFile("old.png", "an old picture");
+    for (const Failure& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const Outcome outcome = run(c.arguments);
+        EXPECT_EQ(outcome.status, c.status);
+        EXPECT_THAT(outcome.err, c.message);
+        EXPECT_EQ(outcome.out, "");
+        ASSERT_EQ(contentOf("old.png"), "an old picture");
+    }
+}
+
 inline R3 pixel(const std::filesystem::path& file, int x, int y) {
     OIIO::ImageBuf image((scratch() / file).string());
     EXPECT_TRUE(image.read(0, 0, true, OIIO::TypeDesc::FLOAT)) << image.geterror();

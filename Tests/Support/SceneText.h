@@ -55,20 +55,17 @@ struct LoadedScene {
     std::vector<std::string> said;  // the diagnostics' texts, sorted
 };
 
-inline LoadedScene loadFile(const std::filesystem::path& file, const std::vector<std::string>& set = {},
+inline LoadedScene loadFile(const std::filesystem::path& file, const SceneFileOptions& options = {},
                             const Registry& objects = registry()) {
     Diagnostics diagnostics;
-    LoadedScene loaded;
-    SceneFileOptions options;
-    options.set = set;
-    loaded.world = loadScene(file, objects, diagnostics, options);
+    LoadedScene loaded{loadScene(file, objects, diagnostics, options), {}};
     for (const Diagnostic& d : diagnostics.sorted()) loaded.said.push_back(withoutFolder(d.text()));
     return loaded;
 }
 
 inline LoadedScene loadText(const std::string& toml, const std::vector<std::string>& set = {},
-                            const Registry& objects = registry()) {
-    return loadFile(writeFile("scene.toml", toml), set, objects);
+                            const Registry& objects = registry(), const std::string& camera = {}) {
+    return loadFile(writeFile("scene.toml", toml), {set, camera}, objects);
 }
 
 }  // namespace oxbeam::test

@@ -37,17 +37,25 @@ fs::path scratch() {
 TestWorld::TestWorld(const R3& background) {
     setRenderingObject(*registry().find("Kel"));
     setCamera(*registry().find("OxPerspectiveCamera"));
-    static_cast<Background&>(setEnvironment(*registry().find("OxBackground"))).color = background;
+    surroundings<Background>("OxBackground").color = background;
 }
 
 KelPhongShader& TestWorld::phong(const R3& diffuse) {
-    auto& made = static_cast<KelPhongShader&>(addShader(*registry().find("KelPhong")));
+    auto& made = shader<KelPhongShader>("KelPhong");
     made.diffuseColor = diffuse;
     return made;
 }
 
+KelPhongShader& TestWorld::floor(float y) {
+    KelPhongShader& made = phong();
+    made.ambientIntensity = 0.0f;
+    made.m_receiveShadow = 1;
+    addSquare(R3(0.0f, y, 0.0f), R3(0.0f, 1.0f, 0.0f));
+    return made;
+}
+
 KelPointLight& TestWorld::pointLight(const R3& position, const R3& intensity) {
-    auto& made = static_cast<KelPointLight&>(addLight(*registry().find("KelPointLight")));
+    auto& made = light<KelPointLight>("KelPointLight");
     made.position = position;
     made.intensity = intensity;
     return made;

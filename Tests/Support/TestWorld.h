@@ -31,6 +31,8 @@ public:
 
     KelRenderingObject& ro() { return static_cast<KelRenderingObject&>(*renderingObject); }
     KelPhongShader& phong(const R3& diffuse = White);
+    // A level square, of its own shader, that shows the light that reaches it and nothing else.
+    KelPhongShader& floor(float y = 0.0f);
     KelPointLight& pointLight(const R3& position, const R3& intensity = White);
     // One without falloff: the same intensity at every distance.
     KelPointLight& steadyLight(const R3& position, const R3& intensity = White);
@@ -43,6 +45,10 @@ public:
     template <class T = OxLight>
     T& light(const std::string& name) {
         return static_cast<T&>(addLight(*registry().find(name)));
+    }
+    template <class T>
+    T& surroundings(const std::string& name) {
+        return static_cast<T&>(setEnvironment(*registry().find(name)));
     }
 
     // A shader or light of a class of the test's own.

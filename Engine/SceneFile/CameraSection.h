@@ -1,0 +1,36 @@
+// The camera of a scene file, and the others to choose from.
+#pragma once
+
+#include "Engine/SceneFile/ObjectReader.h"
+
+#include <variant>
+
+namespace oxbeam {
+
+class CameraSection {
+public:
+    CameraSection(std::string file, const ObjectReader& objects, World& world, Diagnostics& diagnostics)
+        : m_file(std::move(file)), m_objects(objects), m_world(world), m_diagnostics(diagnostics) {}
+
+    // [camera] is the camera, and the tables within it are others; `chosen` names one of them, or none.
+    void read(TableReader& reader, const std::string& chosen);
+    // When the geometry is prepared: sets the focal distance to where a point, or the middle of the instances of a
+    // name, is along the way that the camera looks.
+    void focus(const std::map<std::string, std::vector<unsigned>>& instances);
+
+private:
+    OxCamera* readCamera(TableReader& reader, bool chosen);
+    std::optional<View> viewOf(TableReader& reader);
+    std::optional<R3> focusPoint(const std::map<std::string, std::vector<unsigned>>& instances);
+    void focusError(const std::string& message);
+
+    std::string m_file;
+    const ObjectReader& m_objects;
+    World& m_world;
+    Diagnostics& m_diagnostics;
+    std::optional<std::variant<R3, std::string>> m_focus;  // of the camera: a point, or a mesh's name
+    SourceLocation m_focusPlace;
+    std::string m_focusLabel;  // of the camera, for messages
+};
+
+}  // namespace oxbeam

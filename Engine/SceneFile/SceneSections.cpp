@@ -1,0 +1,43 @@
+#include "Engine/SceneFile/SceneSections.h"
+
+#include <algorithm>
+
+namespace oxbeam {
+
+bool SceneSection::knows(std::string_view key) const { return std::find(keys.begin(), keys.end(), key) != keys.end(); }
+
+const std::vector<SceneSection>& sceneSections() {
+    using enum ObjectKind;
+    using enum SceneSection::Form;
+    static const std::vector<SceneSection> all = {
+        {"texture",
+         Named,
+         {},
+         nullptr,
+         {"file", "image", "wrap", "filter", "model", "colorSpace", "projection", "generate", "bump", "bumpScale",
+          "alpha", "alphaCutoff", "vertexColors"}},
+        {"shader", Named, {Surface, Shader}, nullptr, {"object"}},
+        {"render", Table, {RenderingObject}, "Kel", {"object"}},
+        {"image", Table, {}, nullptr, {"width", "height", "samples"}},
+        {"camera",
+         TableAndNamed,
+         {Camera},
+         "OxPerspectiveCamera",
+         {"object", "position", "lookAt", "lookUp", "fov", "focus"}},
+        {"environment", Table, {Environment, Shader}, "OxBackground", {"object"}},
+        {"light", List, {Light}, nullptr, {"object"}},
+        {"mesh",
+         List,
+         {},
+         nullptr,
+         {"file", "shape", "segments", "uvScale", "name", "shader", "shaders", "up", "scale", "rotate", "translate",
+          "matrix", "visibleTo"}}};
+    return all;
+}
+
+const SceneSection& sceneSection(std::string_view name) {
+    return *std::find_if(sceneSections().begin(), sceneSections().end(),
+                         [&](const SceneSection& section) { return section.name == name; });
+}
+
+}  // namespace oxbeam

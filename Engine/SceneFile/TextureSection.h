@@ -1,0 +1,41 @@
+// The [texture] tables of a scene file.
+#pragma once
+
+#include "Engine/SceneFile/SceneAssets.h"
+#include "Engine/SceneFile/TableReader.h"
+#include "Engine/World.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+class TextureSection {
+public:
+    TextureSection(std::filesystem::path folder, SceneAssets& assets, World& world, Diagnostics& diagnostics)
+        : m_folder(std::move(folder)), m_assets(assets), m_world(world), m_diagnostics(diagnostics) {}
+
+    // One table.
+    void read(const std::string& name, TableReader& reader);
+    // In the world, laid out as an object of that name reads it; nothing where no such texture is defined.
+    std::optional<int> idFor(const std::string& name, const std::string& object);
+    const std::vector<std::string>& names() const { return m_names; }
+
+private:
+    // How an environment picture is laid out for those who read it.
+    enum class Layout { AsItIs, AngularMap, VerticalCross };
+    static Layout layoutFor(const std::string& object);
+
+    std::filesystem::path m_folder;
+    SceneAssets& m_assets;
+    World& m_world;
+    Diagnostics& m_diagnostics;
+    std::map<std::string, int> m_ids;
+    std::vector<std::string> m_names;
+    std::set<std::string> m_equirectangular;                    // those whose picture is laid out like that
+    std::map<std::pair<std::string, Layout>, int> m_converted;  // and what they were turned into
+};
+
+}  // namespace oxbeam
