@@ -12,6 +12,7 @@ World::World() = default;
 World::~World() = default;
 
 OxLoadableObject& World::make(const ObjectClass& object) {
+    m_packages.insert(object.package);
     m_objects.push_back(object.make());
     return *m_objects.back();
 }
@@ -26,9 +27,29 @@ OxCamera& World::setCamera(const ObjectClass& object) {
     return *camera;
 }
 
+// Declarations are counted from the start of the object as one that can be loaded.
+template <class T>
+static const T* member(const OxLoadableObject& object, const ParameterDeclaration* p) {
+    if (!p || p->size != static_cast<int>(sizeof(T))) return nullptr;
+    return reinterpret_cast<const T*>(reinterpret_cast<const std::byte*>(&object) + p->offset);
+}
+
+// The names that surfaces commonly declare it under.
+static BaseColor declaredBaseColor(const ObjectClass& object, const OxLoadableObject& made) {
+    const auto first = [&](std::initializer_list<const char*> names) {
+        const ParameterDeclaration* found = nullptr;
+        for (const char* name : names)
+            if (!found) found = object.find(name);
+        return found;
+    };
+    return {member<R3>(made, first({"diffuseColor", "baseColor", "diffuse", "albedo"})),
+            member<Oxint>(made, first({"texture", "texture0", "diffuseTexture", "baseColorTexture"}))};
+}
+
 OxShader& World::makeShader(const ObjectClass& object) {
     auto& shader = dynamic_cast<OxShader&>(make(object));
     if (overrides(shader, &OxShader::Shade4) && !object.packetsInherited) m_packetShaders.insert(&shader);
+    m_baseColors[&shader] = declaredBaseColor(object, shader);
     return shader;
 }
 
@@ -42,6 +63,22 @@ OxLight& World::addLight(const ObjectClass& object) {
 OxShader& World::addShader(const ObjectClass& object) {
     shaders.push_back(&makeShader(object));
     return *shaders.back();
+}
+
+BaseColor World::baseColor(const OxShader* shader) const {
+    const auto found = m_baseColors.find(shader);
+    return found == m_baseColors.end() ? BaseColor() : found->second;
+}
+
+std::string World::objectName(unsigned instance) const {
+    const auto found = m_objectNames.find(instance);
+    return found != m_objectNames.end() ? found->second
+                                        : geometry.meshName(geometry.scene().instances[instance]->object);
+}
+
+R2 World::imageWindow() const {
+    const float top = std::tan(0.5f * fov * 3.14159265f / 180.0f);
+    return {top * static_cast<float>(image.width) / static_cast<float>(image.height), top};
 }
 
 View World::framingView() const {

@@ -10,9 +10,13 @@
 #include "Oxbeam/OxShader.h"
 #include "Oxbeam/OxTexture.h"
 
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -22,6 +26,13 @@ struct View {
     R3 position{0.0f, 0.0f, 5.0f};
     R3 lookAt;
     R3 lookUp{0.0f, 1.0f, 0.0f};
+};
+
+// Where a surface keeps the colour that it has before any light falls on it, by what it declares; null where it
+// declares none.
+struct BaseColor {
+    const R3* color = nullptr;
+    const Oxint* texture = nullptr;  // an id
 };
 
 // What no sensible picture exceeds. Rays nested deeper than the limit would run out of stack.
@@ -47,7 +58,8 @@ public:
     OxCamera* camera = nullptr;
     OxShader* environment = nullptr;
     std::vector<OxLight*> lights;
-    std::vector<OxShader*> shaders;  // surfaces, by the numbers that instances refer to
+    std::vector<OxShader*> shaders;                        // surfaces, by the numbers that instances refer to
+    std::map<std::filesystem::path, std::uint64_t> files;  // that were read for it, with hashes of what they held
 
     World();
     ~World();
@@ -63,8 +75,19 @@ public:
     // One of the world's shaders has a packet form of its own, not just that of a simpler shader which it derives from.
     bool shadesPackets(const OxShader* shader) const { return m_packetShaders.contains(shader); }
 
+    BaseColor baseColor(const OxShader* shader) const;
+    // Files of the packages that the world's objects come from.
+    const std::set<std::string>& packages() const { return m_packages; }
+    // What an instance is called: by the scene, else by its mesh.
+    void nameObject(unsigned instance, const std::string& name) { m_objectNames[instance] = name; }
+    std::string objectName(unsigned instance) const;
+
     // A view of all that is there, from the front, the right and above.
     View framingView() const;
+    // The world's own view, or that of all.
+    View viewInForce() const { return view ? *view : framingView(); }
+    // Half the width and height of the picture at distance 1 from the eye.
+    R2 imageWindow() const;
     // The epsilon in force once the geometry is built.
     float epsilon() const;
 
@@ -73,6 +96,9 @@ private:
 
     std::vector<std::unique_ptr<OxLoadableObject>> m_objects;
     std::unordered_set<const OxShader*> m_packetShaders;
+    std::unordered_map<const OxShader*, BaseColor> m_baseColors;
+    std::set<std::string> m_packages;
+    std::map<unsigned, std::string> m_objectNames;  // by instance
 };
 
 }  // namespace oxbeam

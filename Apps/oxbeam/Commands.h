@@ -18,6 +18,7 @@ struct ModelCommand {
 };
 
 struct RenderCommand {
+    std::string text;  // the command line
     std::string scene;
     ModelCommand model;
     std::string output;
@@ -29,6 +30,11 @@ struct RenderCommand {
     unsigned bits = 8;
     std::vector<std::string> set;
     std::string stats;  // file, or nothing
+    std::string aov;    // "depth,normal", or nothing
+    std::optional<double> seconds;
+    std::string checkpoint;  // file, or nothing
+    double checkpointEvery = 60.0;
+    bool resume = false;
     bool packets = false;
     std::string isa;  // or nothing for the default
     bool quiet = false;

@@ -96,6 +96,10 @@ _oxbeam() {
         compopt -o filenames 2>/dev/null
         ;;
     @scene) _oxbeam_from_scene "$option" ;;
+    @list*) # some of the words, with commas in between
+        mapfile -t COMPREPLY < <(compgen -P "${current%"${current##*,}"}" -W "${kind#@list}" -- "${current##*,}")
+        compopt -o nospace 2>/dev/null
+        ;;
     *) mapfile -t COMPREPLY < <(compgen -W "$kind" -- "$current") ;;
     esac
     return 0
@@ -111,6 +115,10 @@ static std::string kindOf(const CLI::Option& option, const Registry& registry) {
     if (type.find('|') != std::string::npos) {
         std::replace(type.begin(), type.end(), '|', ' ');
         return type;
+    }
+    if (type.find(',') != std::string::npos && type.find("x0") == std::string::npos) {
+        std::replace(type.begin(), type.end(), ',', ' ');
+        return "@list " + type;
     }
     const std::string name = option.get_positional() ? option.get_name() : type;
     if (name == "OBJECT") return fmt::format("{}", fmt::join(registry.names(), " "));

@@ -2,21 +2,11 @@
 #pragma once
 
 #include "Engine/Render/Renderer.h"
+#include "Engine/System/Stopwatch.h"
 
-#include <chrono>
 #include <string>
 
 namespace oxbeam {
-
-// Seconds since a moment.
-class Stopwatch {
-public:
-    double seconds() const { return std::chrono::duration<double>(Clock::now() - m_start).count(); }
-
-private:
-    using Clock = std::chrono::steady_clock;
-    Clock::time_point m_start = Clock::now();
-};
 
 // A line that is redrawn in place on a terminal; elsewhere only finished steps are said, a line each.
 class ProgressLine {

@@ -3,6 +3,7 @@
 #include "Apps/oxbeam/Completion.h"
 #include "Apps/oxbeam/Describe.h"
 #include "Apps/oxbeam/Doctor.h"
+#include "Apps/oxbeam/Metadata.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
 
@@ -39,6 +40,16 @@ void addModelOptions(CLI::App& c, ModelCommand& m) {
     c.add_option("--view", m.view, "Of a model: look at it from iso, front, left or top")->type_name("NAME");
 }
 
+void addCheckpoint(CLI::App& c, RenderCommand& r) {
+    CLI::Option* checkpoint = c.add_option("--checkpoint", r.checkpoint,
+                                           "Save the passes so far to this EXR file every minute, and at the end")
+                                  ->type_name("FILE");
+    c.add_option("--checkpoint-every", r.checkpointEvery, "Seconds between two such saves, instead of 60")
+        ->type_name("SECONDS")
+        ->needs(checkpoint);
+    c.add_flag("--resume", r.resume, "Go on from the checkpoint, to the very same picture")->needs(checkpoint);
+}
+
 void addRender(CLI::App& app, RenderCommand& r) {
     CLI::App* c = app.add_subcommand("render", "Render a scene or a model to a picture");
     c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
@@ -47,6 +58,11 @@ void addRender(CLI::App& app, RenderCommand& r) {
     c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
     c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
     c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
+    c->add_option("--time", r.seconds, "Render as many whole passes as fit into this time; --samples limits them")
+        ->type_name("SECONDS");
+    addCheckpoint(*c, r);
+    c->add_option("--aov", r.aov, "Layers beside the picture, in an EXR")
+        ->type_name("depth,normal,albedo,object,samples");
     c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
     c->add_option("--crop", r.crop, "Render a part only: left, top, right, bottom; the last two lie outside")
         ->type_name("x0,y0,x1,y1");
@@ -125,6 +141,7 @@ int parseAndRun(int argc, char** argv) {
         ->type_name("DIR")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    arguments.render.text = shellText({argv, argv + argc});
     addRender(app, arguments.render);
     addScene(app, arguments.scene);
     addOthers(app, arguments);

@@ -1,10 +1,10 @@
 #include "Engine/Import/ImportProcess.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/System/System.h"
 
 #include <fmt/format.h>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -25,10 +25,7 @@ using Clock = std::chrono::steady_clock;
 
 // Beside the library, in a build tree as well as where it is installed.
 static fs::path helperProgram() {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<const void*>(&runImport), &info) == 0 || !info.dli_fname)
-        throw Error(ExitStatus::InputOutput, "cannot find out where the library is");
-    const fs::path folder = fs::absolute(info.dli_fname).parent_path();
+    const fs::path folder = engineLibrary().parent_path();
     for (const char* place : {"oxbeam-import", "../bin/oxbeam-import", "../libexec/oxbeam/oxbeam-import"})
         if (fs::path program = folder / place; access(program.c_str(), X_OK) == 0) return program;
     throw Error(ExitStatus::InputOutput, fmt::format("models are read by the program 'oxbeam-import', which is neither "

@@ -3,6 +3,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ImportProcess.h"
 #include "Engine/Import/ModelStream.h"
+#include "Engine/System/Hash.h"
 
 #include <fmt/format.h>
 
@@ -36,6 +37,7 @@ Model loadModel(const fs::path& file) {
     if (!result->failure.empty()) throw badModel("cannot be read: " + tidy(result->failure));
     for (std::string& warning : result->model.warnings) warning = tidy(warning);
     if (result->model.parts.empty()) throw badModel("has no triangles in it");
+    result->model.hash = hashOf(outcome.bytes);
     return std::move(result->model);
 }
 

@@ -87,6 +87,7 @@ struct Model {
     std::vector<ModelLight> lights;
     std::vector<std::string> warnings;
     Axis up = Y;
+    std::uint64_t hash = 0;  // of all that was read
 };
 
 // Polygons are cut into triangles; normals are made where the file has none, smooth up to a crease of 45 degrees. Points

@@ -1,17 +1,41 @@
 // Writing pictures.
 #pragma once
 
+#include "Engine/Render/Aovs.h"
+#include "Engine/Render/ViewMatrices.h"
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
 #include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
 #include <vector>
 
 namespace oxbeam {
 
+// What is said of a picture in its header, by names that the field knows or that start with "oxbeam:".
+using Attribute = std::variant<std::string, int, float, Matrix44>;
+using Attributes = std::map<std::string, Attribute>;
+
+// A picture that is the part `window` of a whole one.
+struct Placement {
+    Window window;
+    ImageSize whole;
+};
+
 struct ImageOptions {
     unsigned bits = 8;  // of a PNG: 8 or 16
+    // What follows is kept by EXR alone; PNG and JPEG keep the attribute "Software".
+    std::optional<Placement> placement = {};  // none: the picture is whole
+    std::vector<Layer> layers = {};           // channels beside the colours
+    Attributes attributes = {};
+    bool compress = true;
 };
+
+// Whether a file's name is that of an EXR picture.
+OXBEAM_API bool isExr(const std::filesystem::path& file);
 
 // Throws Error(Usage) where nothing can be written under such a name: unknown extension, or bits that the format does
 // not have. For finding out before rendering.

@@ -7,8 +7,10 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <new>
+#include <span>
 #include <vector>
 
 namespace oxbeam {
@@ -19,56 +21,103 @@ struct Window {
 
     unsigned width() const { return x1 - x0; }
     unsigned height() const { return y1 - y0; }
+    std::size_t size() const { return std::size_t{width()} * height(); }
     bool contains(unsigned x, unsigned y) const { return x >= x0 && x < x1 && y >= y0 && y < y1; }
     bool overlaps(const Window& w) const { return w.x0 < x1 && x0 < w.x1 && w.y0 < y1 && y0 < w.y1; }
+};
+
+// What a primary ray tells beside its colour; as it is here, of one that hits nothing.
+struct AovSample {
+    R3 normal, albedo;
+    float depth = std::numeric_limits<float>::infinity();  // along the way that the camera looks
+    unsigned object = 0;                                   // number of the instance, from 1
 };
 
 // Sums up samples. Each pixel belongs to one thread at a time.
 class OXBEAM_API Film {
 public:
-    // Of at least one pixel. Throws std::bad_alloc.
-    explicit Film(const Window& window)
-        : m_window(window), m_pixels(zeroPages(size()), Unmap{size() * sizeof(Pixel)}) {}
-
-    const Window& window() const { return m_window; }
-    // (x, y) in the full picture.
-    void add(unsigned x, unsigned y, const R3& color) {
-        Pixel& pixel = m_pixels[std::size_t{y - m_window.y0} * m_window.width() + (x - m_window.x0)];
-        pixel.sum += color;
-        ++pixel.samples;
-    }
-    // Mean of each pixel's samples, row by row from the top; black where there is none.
-    std::vector<R3> pixels() const {
-        std::vector<R3> result(size());
-        for (std::size_t i = 0; i < result.size(); ++i)
-            if (m_pixels[i].samples) result[i] = m_pixels[i].sum * (1.0f / static_cast<float>(m_pixels[i].samples));
-        return result;
-    }
-
-private:
     struct Pixel {
         R3 sum;
         unsigned samples;
     };
+
+    // Of at least one pixel. Throws std::bad_alloc.
+    explicit Film(const Window& window, bool withAovs = false)
+        : m_window(window), m_pixels(zeros<Pixel>()), m_aovs(withAovs ? zeros<AovSample>() : Array<AovSample>()) {}
+
+    const Window& window() const { return m_window; }
+    bool hasAovs() const { return m_aovs != nullptr; }
+    // (x, y) in the full picture.
+    void add(unsigned x, unsigned y, const R3& color) {
+        Pixel& pixel = m_pixels[index(x, y)];
+        pixel.sum += color;
+        ++pixel.samples;
+    }
+    // Comes before the colour of the same sample. The first sample's depth and object are kept.
+    void addAovs(unsigned x, unsigned y, const AovSample& sample) {
+        AovSample& sum = m_aovs[index(x, y)];
+        sum.normal += sample.normal;
+        sum.albedo += sample.albedo;
+        if (m_pixels[index(x, y)].samples == 0) sum.depth = sample.depth, sum.object = sample.object;
+    }
+    unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }
+
+    // Passes that all pixels have been through, and that any has.
+    unsigned passes() const;
+    unsigned begunPasses() const;
+    // Mean of each pixel's samples, row by row from the top; black where there is none.
+    std::vector<R3> pixels() const {
+        std::vector<R3> result(m_window.size());
+        for (std::size_t i = 0; i < result.size(); ++i) result[i] = m_pixels[i].sum * share(i);
+        return result;
+    }
+    // What a pixel's sums are multiplied by.
+    float share(std::size_t pixel) const {
+        const unsigned samples = m_pixels[pixel].samples;
+        return samples ? 1.0f / static_cast<float>(samples) : 0.0f;
+    }
+
+    // All that the film holds, row by row from the top; no AOVs where it keeps none.
+    std::span<Pixel> sums() { return {m_pixels.get(), m_window.size()}; }
+    std::span<const Pixel> sums() const { return {m_pixels.get(), m_window.size()}; }
+    std::span<AovSample> aovSums() { return {m_aovs.get(), m_aovs ? m_window.size() : 0}; }
+    std::span<const AovSample> aovSums() const { return {m_aovs.get(), m_aovs ? m_window.size() : 0}; }
+
+private:
     struct Unmap {
-        std::size_t bytes;
+        std::size_t bytes = 0;
         void operator()(void* memory) const { munmap(memory, bytes); }
     };
+    template <class T>
+    using Array = std::unique_ptr<T[], Unmap>;
 
     // The system makes the zeros where they are first written, on all threads and not here on one; in pages as large
     // as it can, each of which is a fault.
-    static Pixel* zeroPages(std::size_t count) {
-        const std::size_t bytes = count * sizeof(Pixel);
+    template <class T>
+    Array<T> zeros() const {
+        const std::size_t bytes = m_window.size() * sizeof(T);
         void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (memory == MAP_FAILED) throw std::bad_alloc();
         madvise(memory, bytes, MADV_HUGEPAGE);
-        return static_cast<Pixel*>(memory);
+        return Array<T>(static_cast<T*>(memory), Unmap{bytes});
+    }
+    std::size_t index(unsigned x, unsigned y) const {
+        return std::size_t{y - m_window.y0} * m_window.width() + (x - m_window.x0);
     }
 
-    std::size_t size() const { return std::size_t{m_window.width()} * m_window.height(); }
-
     Window m_window;
-    std::unique_ptr<Pixel[], Unmap> m_pixels;
+    Array<Pixel> m_pixels;
+    Array<AovSample> m_aovs;
 };
+
+// Of a film that is still blank only the first pixel is looked at: reading would make its pages.
+inline unsigned Film::passes() const {
+    unsigned least = ~0u;
+    for (const Pixel& pixel : sums())
+        if ((least = std::min(least, pixel.samples)) == 0) break;
+    return least;
+}
+
+inline unsigned Film::begunPasses() const { return std::ranges::max(sums(), {}, &Pixel::samples).samples; }
 
 }  // namespace oxbeam

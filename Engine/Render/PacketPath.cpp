@@ -10,7 +10,8 @@
 
 namespace oxbeam {
 
-PacketPath::PacketPath(const World& world, const Session& session) : m_world(world), m_session(session) {
+PacketPath::PacketPath(const World& world, const Session& session, const AovSampler* aovs)
+    : m_world(world), m_session(session), m_aovs(aovs) {
     const OxContext& context = *OxContext::current;
     const bool lit = std::all_of(context.lights.begin(), context.lights.end(),
                                  [](const OxLight* light) { return overrides(*light, &OxLight::Illuminate4); });
@@ -93,7 +94,24 @@ void PacketPath::shadeTogether(Packet& packet, R3 colors[4]) const {
     packet.shade(*context.shaders[first], packet.hits, colors);
 }
 
-void PacketPath::trace(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4]) const {
+// Before anything is shaded: that may change the hits.
+void PacketPath::sampleAovs(const Packet& packet, AovSample aovs[4]) const {
+    for (unsigned i = 0; i < 4; ++i) {
+        OxState single;
+        oxsSetRay(&single, packet.ray.origin.lane(i), packet.ray.direction.lane(i), RayInfinity);
+        packet.giveHit(i, single);
+        aovs[i] = m_aovs->sample(single);
+    }
+}
+
+R3 PacketPath::traceSingle(OxState& state, AovSample* aovs) const {
+    oxsShootRay(&state);
+    if (aovs) *aovs = m_aovs->sample(state);
+    return Session::shade(state);
+}
+
+void PacketPath::trace(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4],
+                       AovSample aovs[4]) const {
     const float placeX[4] = {place.x, place.x, place.x, place.x}, placeY[4] = {place.y, place.y, place.y, place.y};
     const float maxDist[4] = {RayInfinity, RayInfinity, RayInfinity, RayInfinity};
     Packet packet;
@@ -106,6 +124,7 @@ void PacketPath::trace(unsigned thread, unsigned x, unsigned y, unsigned pass, c
         packet.state.intersector->Intersect4(packet.state);
         oxs4LoadGeometry(packet.state);
         for (unsigned i = 0; i < 4; ++i) packet.hits |= (packet.hit.tri[i] >= 0 ? 1u : 0u) << i;
+        if (aovs) sampleAovs(packet, aovs);
         shadeTogether(packet, colors);
     }
     for (unsigned i = 0; i < 4; ++i) {
@@ -115,7 +134,7 @@ void PacketPath::trace(unsigned thread, unsigned x, unsigned y, unsigned pass, c
         if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x + i), static_cast<int>(y), pattern)) {
             colors[i] = Black;
         } else if (!traced) {
-            colors[i] = Session::trace(state);
+            colors[i] = traceSingle(state, aovs ? &aovs[i] : nullptr);
         } else {
             packet.giveHit(i, state);
             colors[i] = Session::shade(state);

@@ -2,8 +2,10 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/ThreadRecord.h"
+#include "Engine/Render/Aovs.h"
 #include "Engine/Render/PacketPath.h"
 #include "Engine/Render/Session.h"
+#include "Engine/System/Stopwatch.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxPerspectiveCamera.h"
 
@@ -12,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdlib>
 #include <mutex>
 #include <typeinfo>
 #include <vector>
@@ -46,7 +49,8 @@ class Frame {
 public:
     Frame(World& world, const Session& session, Film& film, const RenderOptions& options)
         : m_world(world), m_session(session), m_film(film), m_options(options), m_tiles(world.image) {
-        if (options.packets) m_packets.emplace(world, session);
+        if (film.hasAovs()) m_aovs.emplace(world);
+        if (options.packets) m_packets.emplace(world, session, m_aovs ? &*m_aovs : nullptr);
         m_statistics.packetsRefused = m_packets ? m_packets->whyNot() : "";
         if (!m_statistics.packetsRefused.empty()) m_packets.reset();
         if (typeid(*world.camera) == typeid(OxPerspectiveCamera))
@@ -58,24 +62,32 @@ public:
 
     // Renders all passes; false where it was stopped from outside.
     bool render(Workers& workers) {
-        const auto items = static_cast<unsigned>(m_wanted.size());
-        for (unsigned pass = 0; pass < m_options.samples && !stopped(); ++pass) {
-            workers.run(items, [&](unsigned thread, unsigned item) {
-                if (!stopped()) renderTile(thread, m_wanted[item], pass);
-            });
-            if (!stopped()) m_statistics.passes = pass + 1;
+        unsigned pass = m_film.passes();
+        m_begun = pass * m_wanted.size();
+        for (const unsigned tile : m_wanted) m_begun += isDone(tile, pass);
+        double longest = 0.0;
+        const auto fits = [&] { return longest == 0.0 || m_clock.seconds() + longest <= *m_options.seconds; };
+        for (; pass < m_options.samples && !stopped() && (!m_options.seconds || fits()); ++pass) {
+            const double start = m_clock.seconds();
+            renderPass(workers, pass);
+            longest = std::max(longest, m_clock.seconds() - start);
         }
-        return m_statistics.passes == m_options.samples;
+        m_statistics.passes = m_film.passes();
+        return m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped());
     }
 
     const RenderStatistics& statistics() const { return m_statistics; }
 
 private:
+    void renderPass(Workers& workers, unsigned pass);
+    bool isDone(unsigned tile, unsigned pass) const;
     bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
-    R3 samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const;
-    void sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place,
-                   R3* colors) const;
+    R3 samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place);
+    void sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place, R3* colors);
+    R3 sampleRay(OxState& state, unsigned x, unsigned y);
+    void samplePacket(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4]);
+    void keepAovs(unsigned x, unsigned y, const AovSample& sample);
     std::uint64_t keep(const Window& window, const TileColors& colors);
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
 
@@ -85,13 +97,38 @@ private:
     const RenderOptions& m_options;
     Tiles m_tiles;
     std::vector<unsigned> m_wanted;  // tiles that the film sees
+    std::optional<AovSampler> m_aovs;
     std::optional<PacketPath> m_packets;
     const OxPerspectiveCamera* m_pinhole = nullptr;  // the camera, where it is exactly the host's own
+    std::size_t m_begun = 0;                         // tiles of all passes that were done before
+    std::atomic<bool> m_pause{false};                // no thread begins a tile: the film is to be saved
+    Stopwatch m_clock;
 
     std::mutex m_mutex;  // of all that follows
     RenderStatistics m_statistics;
     std::size_t m_finished = 0;
+    double m_saved = 0.0;  // when that was last
 };
+
+// The pixels of a tile are as far as its first one that is kept.
+bool Frame::isDone(unsigned tile, unsigned pass) const {
+    const Window window = m_tiles.window(tile), &kept = m_film.window();
+    return m_film.samplesAt(std::max(window.x0, kept.x0), std::max(window.y0, kept.y0)) > pass;
+}
+
+// Goes over the tiles again after each pause. At least one is done in between, since one has to be for a pause.
+void Frame::renderPass(Workers& workers, unsigned pass) {
+    const auto items = static_cast<unsigned>(m_wanted.size());
+    while (true) {
+        m_pause = false;
+        workers.run(items, [&](unsigned thread, unsigned item) {
+            if (!m_pause && !stopped() && !isDone(m_wanted[item], pass)) renderTile(thread, m_wanted[item], pass);
+        });
+        if (!m_pause || stopped()) return;
+        m_options.save(m_film);
+        m_saved = m_clock.seconds();
+    }
+}
 
 // A tile is rendered whole even where the film keeps a part of it: its pixels share a sequence of random numbers.
 void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
@@ -105,7 +142,7 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     for (unsigned y = window.y0; y < window.y1; ++y) {
         R3* color = colors.data() + std::size_t{y - window.y0} * TileSize;
         unsigned x = window.x0;
-        for (; m_packets && x + 4 <= window.x1; x += 4, color += 4) m_packets->trace(thread, x, y, pass, place, color);
+        for (; m_packets && x + 4 <= window.x1; x += 4, color += 4) samplePacket(thread, x, y, pass, place, color);
         if (m_pinhole)
             sampleRow(thread, x, window.x1, y, pass, place, color);
         else
@@ -128,17 +165,38 @@ std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
     return bad;
 }
 
-R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) const {
+R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) {
     OxState state = m_session.primaryState(thread, pass);
     const float pattern[2] = {place.x, place.y};
-    if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) return Black;
-    return Session::trace(state);
+    if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern))
+        return sampleRay(state, x, y);
+    if (m_aovs) keepAovs(x, y, AovSample());
+    return Black;
+}
+
+// The colour along a primary ray that is set up.
+R3 Frame::sampleRay(OxState& state, unsigned x, unsigned y) {
+    if (!m_aovs) return Session::trace(state);
+    oxsShootRay(&state);
+    keepAovs(x, y, m_aovs->sample(state));
+    return Session::shade(state);
+}
+
+void Frame::samplePacket(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4]) {
+    if (!m_aovs) return m_packets->trace(thread, x, y, pass, place, colors, nullptr);
+    AovSample aovs[4];
+    m_packets->trace(thread, x, y, pass, place, colors, aovs);
+    for (unsigned i = 0; i < 4; ++i) keepAovs(x + i, y, aovs[i]);
+}
+
+void Frame::keepAovs(unsigned x, unsigned y, const AovSample& sample) {
+    if (m_film.window().contains(x, y)) m_film.addAovs(x, y, sample);
 }
 
 // Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers and are made before any of
 // them is traced, so that their roots and divisions overlap.
 void Frame::sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place,
-                      R3* colors) const {
+                      R3* colors) {
     std::array<R3, TileSize> directions;
     const unsigned count = end - x;
     for (unsigned i = 0; i < count; ++i)
@@ -146,7 +204,7 @@ void Frame::sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, uns
     for (unsigned i = 0; i < count; ++i) {
         OxState state = m_session.primaryState(thread, pass);
         oxsSetRay(&state, m_pinhole->position, directions[i], RayInfinity);
-        colors[i] = Session::trace(state);
+        colors[i] = sampleRay(state, x + i, y);
     }
 }
 
@@ -163,17 +221,48 @@ void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
     m_statistics.refusedRays += record.refusedRays;
     m_statistics.badSamples += badSamples;
     ++m_finished;
+    if (m_options.save && m_clock.seconds() - m_saved >= m_options.saveEvery) m_pause = true;
     if (!m_options.progress) return;
-    const double all = static_cast<double>(m_wanted.size()) * m_options.samples;
-    m_options.progress({static_cast<double>(m_finished) / all, rays.total()});
+    const double all = static_cast<double>(m_wanted.size()) * m_options.samples - static_cast<double>(m_begun);
+    double done = static_cast<double>(m_finished) / all;
+    if (m_options.seconds) done = std::clamp(m_clock.seconds() / *m_options.seconds, done, 1.0);
+    m_options.progress({done, rays.total()});
+}
+
+// Zeros are only set to learn what was there.
+RandomState randomState() {
+    RandomState zeros{}, state;
+    std::copy_n(seed48(zeros.data()), state.size(), state.begin());
+    seed48(RandomState(state).data());
+    return state;
+}
+
+// What a package makes once, by the random numbers that are there at that time, it makes in the first pass. In a new
+// process it has to make it again, from the same numbers.
+static void repeatFirstPass(World& world, const Session& session, Workers& workers, const RenderOptions& options,
+                            const Window& window) {
+    Film film(window);
+    RenderOptions first;
+    first.packets = options.packets;
+    first.stop = options.stop;
+    Frame(world, session, film, first).render(workers);
 }
 
 RenderResult render(World& world, Workers& workers, const RenderOptions& options) {
+    const Window whole{0, 0, world.image.width, world.image.height};
+    return render(world, workers, options, {Film(options.crop.value_or(whole), options.aovs), randomState()});
+}
+
+RenderResult render(World& world, Workers& workers, const RenderOptions& options, Begun begun) {
     if (workers.threads() > OxRenderingObject::MaxThreads)
         throw Error(ExitStatus::Usage, fmt::format("{} threads; packages keep records for at most {}",
                                                    workers.threads(), OxRenderingObject::MaxThreads));
     const Session session(world, options.intersector);
-    RenderResult result{Film(options.crop.value_or(Window{0, 0, world.image.width, world.image.height})), {}, true};
+    if (begun.random != randomState()) {
+        repeatFirstPass(world, session, workers, options, begun.film.window());
+        seed48(begun.random.data());
+    }
+    RenderResult result{std::move(begun.film), {}, true};
     Frame frame(world, session, result.film, options);
     result.complete = frame.render(workers);
     result.statistics = frame.statistics();

@@ -24,11 +24,11 @@ struct RenderStatistics {
     RayCounts rays;
     std::uint64_t refusedRays = 0;  // that no hit can be found for: not finite, or absurdly far out
     std::uint64_t badSamples = 0;   // shaded to NaN or infinity, and counted as black
-    unsigned passes = 0;            // complete ones
+    unsigned passes = 0;            // complete ones, also those that were rendered before it went on
     std::string packetsRefused;     // why no packets were traced although they were asked for, else empty
 };
 
-// Done so far, of a whole of 1.
+// Done so far of what is to be done, a whole of 1.
 struct Progress {
     double done = 0.0;
     std::uint64_t rays = 0;
@@ -38,9 +38,24 @@ struct RenderOptions {
     unsigned samples = 1;                           // passes
     std::optional<Window> crop;                     // pixels outside are not kept; those inside are as without it
     bool packets = false;                           // primary rays four at a time where objects offer it
+    bool aovs = false;                              // the film keeps AOVs
+    std::optional<double> seconds;                  // only as many whole passes as fit, one at least
     Intersector* intersector = nullptr;             // traces in the geometry's stead, to watch what is traced
     const std::atomic<bool>* stop = nullptr;        // set from outside to end early
     std::function<void(const Progress&)> progress;  // called now and then, by one thread at a time
+    std::function<void(const Film&)> save;          // called while no thread renders, ...
+    double saveEvery = 60.0;                        // ... with this many seconds in between
+};
+
+// State of the random numbers that are the whole process' (drand48): those of packages that keep none of their own.
+using RandomState = std::array<unsigned short, 3>;
+
+OXBEAM_API RandomState randomState();
+
+// A rendering that ended early, to go on from. The film may hold a part of a pass: whole tiles of it.
+struct Begun {
+    Film film;
+    RandomState random{};
 };
 
 struct RenderResult {
@@ -55,6 +70,10 @@ struct RenderResult {
 // Every tile of every pass draws its own random numbers and a pixel's samples are summed in the order of the passes,
 // so that the picture does not depend on the number of threads.
 OXBEAM_API RenderResult render(World& world, Workers& workers, const RenderOptions& options);
+// Goes on from where another rendering of the same world with the same crop, packets and AOVs ended, and ends with the
+// very bits of one that did not stop; also where more passes are wanted now than were then. Random numbers of the whole
+// process repeat on one thread only, as without stopping.
+OXBEAM_API RenderResult render(World& world, Workers& workers, const RenderOptions& options, Begun begun);
 
 // Place in the pixel of a pass's sample, in [0, 1): the additive recurrence whose points keep apart best in two
 // dimensions (M. Roberts, "The unreasonable effectiveness of quasirandom sequences", 2018), from the centre on.

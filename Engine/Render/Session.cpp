@@ -2,7 +2,6 @@
 
 #include "Oxbeam/OxFunctions.h"
 
-#include <cmath>
 #include <mutex>
 #include <stdexcept>
 
@@ -32,11 +31,10 @@ Session::Session(World& world, Intersector* standIn)
 }
 
 static void aimCamera(World& world) {
-    const View view = world.view ? *world.view : world.framingView();
-    const float top = std::tan(0.5f * world.fov * 3.14159265f / 180.0f);
-    const float right = top * static_cast<float>(world.image.width) / static_cast<float>(world.image.height);
-    world.camera->InitCamera(view.position, view.lookAt, view.lookUp, world.image.width, world.image.height, -right,
-                             right, -top, top, 1.0f);
+    const View view = world.viewInForce();
+    const R2 window = world.imageWindow();
+    world.camera->InitCamera(view.position, view.lookAt, view.lookUp, world.image.width, world.image.height, -window.x,
+                             window.x, -window.y, window.y, 1.0f);
 }
 
 // The environment comes before the surfaces: it may add lights to the list that they read.

@@ -27,7 +27,9 @@ void MeshSection::read(TableReader& reader) {
                                                                  : 0;
         const unsigned instance =
             m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, shader, visibility);
-        if (name) m_namedMeshes[*name].push_back(instance);
+        if (!name) continue;
+        m_namedMeshes[*name].push_back(instance);
+        m_world.nameObject(instance, *name);
     }
 }
 

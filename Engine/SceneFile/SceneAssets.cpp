@@ -1,6 +1,7 @@
 #include "Engine/SceneFile/SceneAssets.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/System/Hash.h"
 #include "Engine/Textures/TextureFile.h"
 
 #include <fmt/format.h>
@@ -17,7 +18,10 @@ static fs::path keyOf(const fs::path& file) { return fs::absolute(file).lexicall
 Model& SceneAssets::model(const fs::path& file) {
     const fs::path key = keyOf(file);
     const auto known = m_models.find(key);
-    return known != m_models.end() ? known->second : m_models.emplace(key, loadModel(file)).first->second;
+    if (known != m_models.end()) return known->second;
+    Model& loaded = m_models.emplace(key, loadModel(file)).first->second;
+    m_files[key] = loaded.hash;
+    return loaded;
 }
 
 static std::unique_ptr<Texture> fromImage(const ModelImage& image, const std::string& name,
@@ -37,7 +41,11 @@ std::unique_ptr<Texture> SceneAssets::texture(const TextureSource& source) {
     key.file = keyOf(source.file);
     if (const auto kept = m_textures.find(key); kept != m_textures.end() && kept->second)
         return std::move(kept->second);
-    if (source.image < 0) return loadTexture(source.file, source.space);
+    if (source.image < 0) {
+        auto loaded = loadTexture(source.file, source.space);
+        m_files[key.file] = hashOfFile(key.file);
+        return loaded;
+    }
     const Model& owner = model(source.file);
     const auto number = static_cast<std::size_t>(source.image);
     if (number >= owner.images.size())

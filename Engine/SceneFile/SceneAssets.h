@@ -29,7 +29,11 @@ public:
     // Loads a texture to look at now and to give away later.
     const Texture& keepTexture(const TextureSource& source);
 
+    // What was read so far, with hashes: of a model all that its reader made of it and of the files that it refers to.
+    const std::map<std::filesystem::path, std::uint64_t>& files() const { return m_files; }
+
 private:
+    std::map<std::filesystem::path, std::uint64_t> m_files;
     std::map<std::filesystem::path, Model> m_models;
     std::map<TextureSource, std::unique_ptr<Texture>> m_textures;
 };

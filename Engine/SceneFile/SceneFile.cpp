@@ -139,6 +139,7 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
     if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options))
         SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world)
             .load(options.camera);
+    world->files = assets.files();
     return world;
 }
 

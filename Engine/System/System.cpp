@@ -1,5 +1,6 @@
 #include "Engine/System/System.h"
 
+#include "Engine/Diagnostics/Error.h"
 #include "Engine/Render/Workers.h"
 #include "Oxbeam/OxRenderingObject.h"
 
@@ -12,6 +13,7 @@
 #define TOML_HEADER_ONLY 0
 #include <toml++/toml.h>
 
+#include <dlfcn.h>
 #include <sched.h>
 
 #include <algorithm>
@@ -59,6 +61,13 @@ Processor processor() {
     has(__builtin_cpu_supports("avx2"), "avx2");
     has(__builtin_cpu_supports("avx512f"), "avx512");
     return found;
+}
+
+std::filesystem::path engineLibrary() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<const void*>(&engineLibrary), &info) == 0 || !info.dli_fname)
+        throw Error(ExitStatus::InputOutput, "cannot find out where the library is");
+    return std::filesystem::absolute(info.dli_fname);
 }
 
 ThreadBudget threadBudget() {

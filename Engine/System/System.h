@@ -3,6 +3,7 @@
 
 #include "Oxbeam/OxTypes.h"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +16,9 @@ struct LibraryVersion {
 };
 
 OXBEAM_API std::vector<LibraryVersion> libraryVersions();
+
+// The file that the engine was loaded from.
+OXBEAM_API std::filesystem::path engineLibrary();
 
 struct Processor {
     std::string model;

@@ -118,7 +118,7 @@ TEST_F(Command, SettingsAndTheCropReachThePicture) {
     ASSERT_EQ(run("render scene.toml -o part.exr --crop 7,9,29,25" + bright).status, 0);
     EXPECT_GT(pixel("whole.exr", 20, 14).z, 4.0f);
     for (const auto& [x, y] : {std::pair(0, 0), std::pair(13, 5), std::pair(21, 15)})
-        EXPECT_EQ(pixel("part.exr", x, y), pixel("whole.exr", x + 7, y + 9));
+        EXPECT_EQ(pixel("part.exr", x + 7, y + 9), pixel("whole.exr", x + 7, y + 9));
 }
 
 TEST_F(Command, StatisticsCountWhatWasDone) {

@@ -1,0 +1,57 @@
+#include "Apps/oxbeam/Checkpointing.h"
+
+#include "Apps/oxbeam/Metadata.h"
+#include "Engine/Output/Checkpoint.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <iostream>
+
+namespace oxbeam {
+
+static constexpr const char* const InputsName = "oxbeam:inputs";
+
+std::optional<Begun> Checkpointing::begun(const RenderOptions& options) {
+    const std::string& file = m_command.checkpoint;
+    if (!m_command.resume) {
+        if (!file.empty() && std::filesystem::exists(file))
+            std::cerr << fmt::format(
+                "oxbeam: warning: '{}' exists and will be replaced; --resume would go on from it\n", file);
+        return std::nullopt;
+    }
+    Checkpoint checkpoint(file);
+    requireSameInputs(checkpoint.text(InputsName), m_inputs, file);
+    if (options.aovs && !checkpoint.hasAovs())
+        throw Error(ExitStatus::Usage, fmt::format("cannot resume from '{}' with --aov: it was begun without", file));
+    const Window whole{0, 0, m_world.image.width, m_world.image.height};
+    Begun begun = checkpoint.begun(options.crop.value_or(whole));
+    if (const unsigned most = begun.film.begunPasses(); most > options.samples)
+        throw Error(ExitStatus::Usage, fmt::format("cannot resume from '{}' for {} passes: it holds {} already; "
+                                                   "--samples or --time asks for more",
+                                                   file, options.samples, most));
+    m_before = checkpoint.number("oxbeam:renderTime");
+    return begun;
+}
+
+void Checkpointing::attachTo(RenderOptions& options) {
+    if (m_command.checkpoint.empty()) return;
+    options.saveEvery = m_command.checkpointEvery;
+    options.save = [this](const Film& film) { save(film); };
+}
+
+bool Checkpointing::save(const Film& film) {
+    if (m_command.checkpoint.empty()) return true;
+    try {
+        Attributes attributes = attributesOf(m_command, m_world, m_inputs, film, seconds());
+        attributes[InputsName] = inputsText(m_inputs);
+        writeCheckpoint(m_command.checkpoint, m_world.image, film, attributes);
+        m_failing = false;
+    } catch (const Error& e) {
+        if (!m_failing) std::cerr << fmt::format("oxbeam: warning: {}\n", e.what());
+        m_failing = true;
+    }
+    return !m_failing;
+}
+
+}  // namespace oxbeam

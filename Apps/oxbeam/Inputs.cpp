@@ -1,0 +1,109 @@
+#include "Apps/oxbeam/Inputs.h"
+
+#include "Engine/System/Hash.h"
+#include "Engine/System/System.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <vector>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+static const std::string PackagePrefix = "package ";
+
+static std::string hex(std::uint64_t hash) { return fmt::format("{:016x}", hash); }
+
+static void addOptions(const RenderCommand& command, const World& world, const RenderOptions& options, Inputs& inputs) {
+    const ModelCommand& m = command.model;
+    const Window crop = options.crop.value_or(Window{0, 0, world.image.width, world.image.height});
+    inputs["--size"] = fmt::format("{}x{}", world.image.width, world.image.height);
+    inputs["--crop"] = fmt::format("{},{},{},{}", crop.x0, crop.y0, crop.x1, crop.y1);
+    inputs["--camera"] = command.camera;
+    inputs["--set"] = fmt::format("{}", fmt::join(command.set, " "));
+    inputs["--packets"] = options.packets ? "on" : "off";
+    inputs["--isa"] = command.isa.empty() ? SceneGeometry::defaultIsa() : command.isa;
+    inputs["--shader"] = m.shader;
+    inputs["--environment"] = m.environment;
+    inputs["--view"] = m.view;
+    inputs["--ground"] = m.ground;
+}
+
+// Files are named as seen from the scene, so that all of it can be moved to another place.
+Inputs inputsOf(const RenderCommand& command, const World& world, const RenderOptions& options) {
+    Inputs inputs;
+    const fs::path scene = fs::absolute(command.scene).lexically_normal();
+    inputs[fmt::format("scene '{}'", scene.filename().string())] = hex(hashOfFile(scene));
+    for (const auto& [file, hash] : world.files)
+        if (file != scene)
+            inputs[fmt::format("file '{}'", file.lexically_relative(scene.parent_path()).string())] = hex(hash);
+        else
+            inputs["model"] = hex(hash);  // with the files that it refers to
+    for (const std::string& package : world.packages())
+        if (fs::exists(package))
+            inputs[PackagePrefix + fs::path(package).filename().string()] = hex(hashOfFile(package));
+    std::string engine = fmt::format("{} ({})", OXBEAM_VERSION, hex(hashOfFile(engineLibrary())));
+    for (const LibraryVersion& library : libraryVersions())
+        engine += fmt::format(", {} {}", library.name, library.version);
+    inputs["engine"] = engine;
+    addOptions(command, world, options, inputs);
+    return inputs;
+}
+
+std::string inputsText(const Inputs& inputs) {
+    return nlohmann::json(inputs).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string hashOfInputs(const Inputs& inputs) { return hex(hashOf(inputsText(inputs))); }
+
+std::string packagesAmong(const Inputs& inputs) {
+    std::vector<std::string> packages;
+    for (const auto& [name, value] : inputs)
+        if (name.starts_with(PackagePrefix))
+            packages.push_back(fmt::format("{} {}", name.substr(PackagePrefix.size()), value));
+    return fmt::format("{}", fmt::join(packages, ", "));
+}
+
+static std::string valueOf(const Inputs& inputs, const std::string& name) {
+    const auto found = inputs.find(name);
+    return found == inputs.end() || found->second.empty() ? "not given" : found->second;
+}
+
+static bool isOption(const std::string& name) { return name.starts_with("--"); }
+
+// Options are said with both values; of contents, hashes would tell nobody anything.
+static std::string difference(const std::string& name, const Inputs& then, const Inputs& now) {
+    if (isOption(name)) return fmt::format("{} was {} and is {}", name, valueOf(then, name), valueOf(now, name));
+    const char* how = !then.contains(name) ? "is new" : !now.contains(name) ? "is gone" : "has changed";
+    return fmt::format("{} {}", name, how);
+}
+
+void requireSameInputs(const std::string& savedText, const Inputs& now, const std::string& checkpoint) {
+    Inputs then;
+    try {
+        nlohmann::json::parse(savedText).get_to(then);
+    } catch (const nlohmann::json::exception&) {
+        throw Error(ExitStatus::InputOutput,
+                    fmt::format("checkpoint '{}' is damaged: what it was made from cannot be read", checkpoint));
+    }
+    Inputs all = then;
+    all.insert(now.begin(), now.end());
+    std::vector<std::string> differences;
+    bool optionsOnly = true;
+    for (const auto& [name, either] : all) {
+        if (valueOf(then, name) == valueOf(now, name)) continue;
+        differences.push_back(difference(name, then, now));
+        optionsOnly = optionsOnly && isOption(name);
+    }
+    if (differences.empty()) return;
+    throw Error(optionsOnly ? ExitStatus::Usage : ExitStatus::BadScene,
+                fmt::format("cannot resume from '{}', which is of another picture: {}", checkpoint,
+                            fmt::join(differences, "; ")));
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,120 @@
+#include "Apps/oxbeam/RenderSteps.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iostream>
+#include <set>
+
+namespace oxbeam {
+
+// Nothing is said twice, not even of the many pictures of a sweep.
+static void say(const Diagnostic& diagnostic) {
+    static std::set<std::string> said;
+    if (said.insert(diagnostic.text()).second) std::cerr << diagnostic.text() << '\n';
+}
+
+std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& options, const Registry& registry,
+                            bool quiet) {
+    checkInput(scene);
+    Diagnostics diagnostics;
+    auto world = loadScene(scene, registry, diagnostics, options);
+    for (const Diagnostic& d : diagnostics.sorted())
+        if (!quiet || d.severity != Severity::Note) say(d);
+    return diagnostics.hasErrors() ? nullptr : std::move(world);
+}
+
+void warnOfBadResults(const RenderStatistics& s) {
+    if (s.refusedRays)
+        std::cerr << fmt::format("oxbeam: warning: {} rays were not finite or too far out, and counted as misses\n",
+                                 s.refusedRays);
+    if (s.badSamples)
+        std::cerr << fmt::format("oxbeam: warning: {} samples were not finite, and counted as black\n", s.badSamples);
+}
+
+void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
+                     unsigned threads) {
+    const RenderStatistics& s = result.statistics;
+    std::size_t dropped = 0;
+    for (const DroppedTriangles& d : world.geometry.dropped()) dropped += d.total();
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const nlohmann::ordered_json json = {
+        {"load_s", times.load},
+        {"build_s", times.build},
+        {"render_s", times.render},
+        {"write_s", times.write},
+        {"complete", result.complete},
+        {"passes", s.passes},
+        {"rays",
+         {{"primary", s.rays.primary},
+          {"shadow", s.rays.shadow},
+          {"transparency", s.rays.transparency},
+          {"refraction", s.rays.refraction},
+          {"reflection", s.rays.reflection},
+          {"other", s.rays.other},
+          {"total", s.rays.total()}}},
+        {"triangles", world.geometry.triangles()},
+        {"lights", world.lights.size()},
+        {"threads", threads},
+        {"peak_bytes", static_cast<std::uint64_t>(usage.ru_maxrss) * 1024},
+        {"dropped_triangles", dropped},
+        {"refused_rays", s.refusedRays},
+        {"bad_samples", s.badSamples},
+    };
+    std::ofstream stream(file);
+    stream << json.dump(2) << '\n';
+    if (!stream.flush()) throw Error(ExitStatus::InputOutput, fmt::format("cannot write '{}'", file));
+}
+
+Prepared prepare(const RenderCommand& command, const Registry& registry) {
+    Prepared p;
+    checkModelOptions(command);
+    p.world = load(command.scene, {command.set, command.camera, modelSceneOptions(command.model, command.size)},
+                   registry, command.quiet);
+    if (!p.world) return p;
+    if (!command.size.empty()) p.world->image = parseSize(command.size);
+    const OxRenderingObject& ro = *p.world->renderingObject;
+    // Where there is a time to be filled, nobody asked for the scene's own number.
+    const unsigned otherwise = command.seconds ? MaxSamples : static_cast<unsigned>(ro.m_samplesPerPixel);
+    p.options.samples = command.samples.value_or(otherwise);
+    p.options.seconds = command.seconds;
+    if (p.options.samples < 1 || p.options.samples > MaxSamples)
+        throw Error(ExitStatus::Usage, fmt::format("--samples {}: expected 1 to {}", p.options.samples, MaxSamples));
+    if (!command.crop.empty()) p.options.crop = parseCrop(command.crop, p.world->image);
+    p.options.packets = command.packets;
+    const std::vector<Aov> aovs = parseAovs(command.aov);
+    p.options.aovs = std::any_of(aovs.begin(), aovs.end(), [](Aov aov) { return aov != Aov::Samples; });
+    p.options.stop = &stopFlag();
+    p.threads = chooseThreads(command, ro);
+    return p;
+}
+
+void build(World& world, Workers& workers, const std::string& isa) {
+    workers.within([&] { world.geometry.build(isa.empty() ? SceneGeometry::defaultIsa() : isa); });
+}
+
+static unsigned scaled(unsigned pixels, double scale) {
+    return std::max(1u, static_cast<unsigned>(std::lround(pixels * scale)));
+}
+
+std::optional<Rendered> renderPicture(const RenderCommand& command, const Registry& registry, unsigned mostSide) {
+    Prepared p = prepare(command, registry);
+    if (!p.world) return std::nullopt;
+    ImageSize& image = p.world->image;
+    if (const double scale = mostSide / static_cast<double>(std::max(image.width, image.height));
+        command.size.empty() && scale < 1.0)
+        image = {scaled(image.width, scale), scaled(image.height, scale)};
+    Workers workers(p.threads);
+    build(*p.world, workers, command.isa);
+    const RenderResult result = render(*p.world, workers, p.options);
+    warnOfBadResults(result.statistics);
+    return Rendered{image.width, image.height, result.film.pixels()};
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,44 @@
+// Layers beside the picture ("arbitrary output variables"): what the primary rays' hits are, before any shading.
+#pragma once
+
+#include "Engine/Render/Film.h"
+#include "Engine/World.h"
+#include "Oxbeam/OxState.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+// Tells a primary ray's hit in numbers. Calls nothing of a package, so that what it shades is not changed.
+class OXBEAM_API AovSampler {
+public:
+    // Of a world whose session is there; it must outlive this.
+    explicit AovSampler(const World& world);
+
+    // Of a ray that was shot. What is not finite counts as zero.
+    AovSample sample(const OxState& state) const;
+
+private:
+    R3 albedo(const OxState& state) const;
+
+    R3 m_eye, m_forward;
+    std::vector<BaseColor> m_baseColors;  // by the context's numbers
+};
+
+enum class Aov { Depth, Normal, Albedo, Object, Samples };
+
+// Their names, in the order of the enumeration.
+OXBEAM_API const std::vector<std::string>& aovNames();
+
+// Channels of a picture, their values pixel by pixel.
+struct Layer {
+    std::vector<std::string> channels;
+    std::vector<float> values;
+};
+
+// A finished one. All but the samples need a film that keeps AOVs.
+OXBEAM_API Layer layerOf(Aov aov, const Film& film);
+
+}  // namespace oxbeam
