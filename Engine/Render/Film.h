@@ -85,7 +85,7 @@ public:
 
 private:
     struct Unmap {
-        std::size_t bytes = 0;
+        std::size_t bytes;
         void operator()(void* memory) const { munmap(memory, bytes); }
     };
     template <class T>
