@@ -2,17 +2,27 @@
 
 #include <atomic>
 #include <csignal>
+#include <ctime>
 
 namespace oxbeam {
 
 static std::atomic<bool> s_stop{false};
 static std::atomic<int> s_signal{0};
 
-// The first signal ends the rendering after the tiles at work; a second one ends the process at once.
+// The first signal ends the rendering after the tiles at work. One that comes a second or more after it ends the process
+// at once; what comes together is one wish, as of a terminal or a watchdog that signals the process and then its group.
 static void onSignal(int number) {
-    s_stop = true;
+    static std::atomic<std::time_t> first{0};
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    if (s_stop && now.tv_sec - first > 1) {
+        std::signal(number, SIG_DFL);
+        std::raise(number);
+    }
+    if (s_stop) return;
+    first = now.tv_sec;
     s_signal = number;
-    std::signal(number, SIG_DFL);
+    s_stop = true;
 }
 
 void stopOnSignals() {
