@@ -24,6 +24,8 @@ std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& op
     checkInput(scene);
     Diagnostics diagnostics;
     auto world = loadScene(scene, registry, diagnostics, options);
+    if (!diagnostics.hasErrors() && world->geometry.triangles() == 0)
+        diagnostics.warning({scene, 0, 0}, "has no triangles; the picture shows nothing but the environment");
     for (const Diagnostic& d : diagnostics.sorted())
         if (!quiet || d.severity != Severity::Note) say(d);
     return diagnostics.hasErrors() ? nullptr : std::move(world);

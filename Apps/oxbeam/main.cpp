@@ -9,6 +9,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -131,6 +134,13 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     return runDescribe(a.describe, registry);
 }
 
+// Where one is closed, the next file that is opened, perhaps a picture, would take its place and what is printed.
+void openStandardStreams() {
+    int opened = 0;
+    while (opened >= 0 && opened <= STDERR_FILENO) opened = open("/dev/null", O_RDONLY);
+    if (opened > STDERR_FILENO) close(opened);
+}
+
 int parseAndRun(int argc, char** argv) {
     Arguments arguments;
     CLI::App app("Renders scenes with shading packages.", "oxbeam");
@@ -164,6 +174,7 @@ int fail(ExitStatus status, const char* message) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    openStandardStreams();
     try {
         return parseAndRun(argc, argv);
     } catch (const Error& e) {

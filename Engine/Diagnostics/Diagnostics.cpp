@@ -12,7 +12,16 @@ namespace oxbeam {
 std::string Diagnostic::text() const {
     static constexpr const char* words[] = {"error", "warning", "note"};
     const std::string place = where.line ? fmt::format("{}:{}:{}", where.file, where.line, where.column) : where.file;
-    return fmt::format("{}{}{}: {}", place, place.empty() ? "" : ": ", words[static_cast<int>(severity)], message);
+    return oneLine(
+        fmt::format("{}{}{}: {}", place, place.empty() ? "" : ": ", words[static_cast<int>(severity)], message));
+}
+
+std::string oneLine(std::string text) {
+    constexpr std::size_t most = 1000;
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 32 || c == 127; }, ' ');
+    if (text.size() > most) text = text.substr(0, most) + "...";
+    return text;
 }
 
 void Diagnostics::error(const SourceLocation& where, std::string message) {

@@ -27,6 +27,9 @@ struct Diagnostic {
     OXBEAM_API std::string text() const;
 };
 
+// Without control characters, whatever a file or a library put into it, and not longer than anyone reads.
+OXBEAM_API std::string oneLine(std::string text);
+
 // Collects everything that is wrong, so that all of it can be reported in one go.
 class OXBEAM_API Diagnostics {
 public:

@@ -1,5 +1,6 @@
 #include "Engine/Import/ImportProcess.h"
 
+#include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/System/System.h"
 
@@ -8,12 +9,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <thread>
@@ -23,116 +25,127 @@ namespace oxbeam {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// Beside the library, in a build tree as well as where it is installed.
-static fs::path helperProgram() {
-    const fs::path folder = engineLibrary().parent_path();
-    for (const char* place : {"oxbeam-import", "../bin/oxbeam-import", "../libexec/oxbeam/oxbeam-import"})
-        if (fs::path program = folder / place; access(program.c_str(), X_OK) == 0) return program;
-    throw Error(ExitStatus::InputOutput, fmt::format("models are read by the program 'oxbeam-import', which is neither "
-                                                     "in '{}' nor in '../bin' or '../libexec/oxbeam' beside it",
-                                                     folder.string()));
+static Error cannotStart(const std::string& program, const std::string& why) {
+    return {ExitStatus::InputOutput, fmt::format("cannot start '{}': {}", program, why)};
 }
 
-static std::string tooSlow() { return fmt::format("takes longer than {} s to read", ImportSeconds); }
+// Beside the library, in a build tree as well as where it is installed.
+static fs::path whereIs(const std::string& program) {
+    const fs::path folder = engineLibrary().parent_path();
+    for (const char* place : {".", "../bin", "../libexec/oxbeam"})
+        if (fs::path found = folder / place / program; access(found.c_str(), X_OK) == 0) return found;
+    throw cannotStart(program, fmt::format("it is neither in '{}' nor in '../bin' or '../libexec/oxbeam' beside it",
+                                           folder.string()));
+}
 
-namespace {
+// Its standard input and output are the socket; what else it says goes nowhere. In a process group of its own: an
+// interruption from the terminal is the host's to answer.
+static pid_t spawn(const fs::path& program, int socket, const ImportLimits& limits) {
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+    posix_spawn_file_actions_adddup2(&actions, socket, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, socket, STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    std::string name = program.string(), seconds = std::to_string(limits.seconds), bytes = std::to_string(limits.bytes);
+    const std::array<char*, 4> arguments = {name.data(), seconds.data(), bytes.data(), nullptr};
+    pid_t child = -1;
+    const int problem = posix_spawn(&child, name.c_str(), &actions, &attributes, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (problem != 0) throw cannotStart(name, std::strerror(problem));
+    return child;
+}
 
-struct Descriptor {
-    int number = -1;
-
-    Descriptor() = default;
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { close(); }
-    void close() {
-        if (number >= 0) ::close(number);
-        number = -1;
-    }
-};
-
-// A child that does not outlive this object.
-class Child {
-public:
-    // Its standard output goes to `output`, everything else it says nowhere. In a process group of its own: an
-    // interruption from the terminal is the host's to answer.
-    Child(const fs::path& program, const fs::path& file, int output) {
-        posix_spawn_file_actions_t actions;
-        posix_spawnattr_t attributes;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawnattr_init(&attributes);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-        std::string name = program.string(), argument = file.string();
-        const std::array<char*, 3> arguments = {name.data(), argument.data(), nullptr};
-        const int problem = posix_spawn(&m_pid, name.c_str(), &actions, &attributes, arguments.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-        if (problem != 0)
-            throw Error(ExitStatus::InputOutput, fmt::format("cannot start '{}': {}", name, std::strerror(problem)));
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-    ~Child() {
-        if (m_ended) return;
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, nullptr, 0);
-    }
-
-    // How it ended, if not well. To be asked when its output has ended, and with it, as a rule, the process.
-    std::string wait(Clock::time_point deadline) {
-        int status = 0;
-        while (waitpid(m_pid, &status, WNOHANG) != m_pid) {
-            if (Clock::now() > deadline) return tooSlow();
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        m_ended = true;
-        if (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU) return tooSlow();
-        if (WIFSIGNALED(status)) return fmt::format("crashes its reader ({})", strsignal(WTERMSIG(status)));
-        return WEXITSTATUS(status) == 0 ? "" : fmt::format("ends its reader with status {}", WEXITSTATUS(status));
-    }
-
-private:
-    pid_t m_pid = -1;
-    bool m_ended = false;
-};
-
-}  // namespace
-
-ImportOutcome runImport(const fs::path& file) {
-    const fs::path program = helperProgram();
+ImportProcess::ImportProcess(const std::string& program, const ImportLimits& limits) : m_limits(limits) {
+    const fs::path path = whereIs(program);
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0)
-        throw Error(ExitStatus::InputOutput, fmt::format("cannot make a pipe: {}", std::strerror(errno)));
-    Descriptor input, output;
-    input.number = ends[0], output.number = ends[1];
-    Child child(program, file, output.number);
-    output.close();
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        throw cannotStart(program, std::strerror(errno));
+    m_socket = ends[0];
+    try {
+        m_pid = spawn(path, ends[1], limits);
+    } catch (...) {
+        close(ends[0]);
+        close(ends[1]);
+        throw;
+    }
+    close(ends[1]);
+}
 
-    ImportOutcome outcome;
-    std::vector<std::byte> chunk(std::size_t{1} << 18);
-    const auto deadline = Clock::now() + std::chrono::seconds(ImportSeconds);
-    for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        pollfd waiting{input.number, POLLIN, 0};
+ImportProcess::~ImportProcess() {
+    close(m_socket);
+    if (m_ended) return;
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, nullptr, 0);
+}
+
+void ImportProcess::fail(const std::string& why) const {
+    throw Error(ExitStatus::BadScene, fmt::format("{} {}", m_what, why));
+}
+
+// When its end of the socket is closed, it has ended or is about to.
+void ImportProcess::failAsItEnded() {
+    const std::string tooSlow = fmt::format("takes longer than {} s to read", m_limits.seconds);
+    int status = 0;
+    while (waitpid(m_pid, &status, WNOHANG) != m_pid) {
+        if (Clock::now() > m_deadline) fail(tooSlow);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    m_ended = true;
+    if (!WIFSIGNALED(status)) fail(fmt::format("ends its reader with status {}", WEXITSTATUS(status)));
+    const int signal = WTERMSIG(status);
+    if (signal == SIGXCPU) fail(tooSlow);
+    // No file makes a library raise one of these.
+    constexpr std::array outside = {SIGKILL, SIGTERM, SIGINT, SIGHUP, SIGQUIT};
+    if (std::find(outside.begin(), outside.end(), signal) != outside.end())
+        throw Error(ExitStatus::InputOutput, fmt::format("{} cannot be read: its reader was ended from outside ({})",
+                                                         m_what, strsignal(signal)));
+    fail(fmt::format("crashes its reader ({})", strsignal(signal)));
+}
+
+std::uint64_t ImportProcess::ask(const fs::path& file, std::string what) {
+    m_what = std::move(what);
+    m_deadline = Clock::now() + 3 * std::chrono::seconds(m_limits.seconds);
+    const std::string name = file.empty() ? "" : fs::absolute(file).string();
+    std::uint64_t length = name.size();
+    const auto sent = [&](const void* data, std::size_t size) {
+        return size == 0 || send(m_socket, data, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
+    };
+    if (!sent(&length, sizeof length) || !sent(name.data(), name.size())) failAsItEnded();
+    take(&length, sizeof length);
+    if (length > m_limits.bytes) fail(fmt::format("takes more than {} MiB once it is read", m_limits.bytes >> 20));
+    return length;
+}
+
+void ImportProcess::take(void* to, std::size_t size) {
+    for (auto* at = static_cast<char*>(to); size > 0;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
+        pollfd waiting{m_socket, POLLIN, 0};
         const int ready = left > 0 ? poll(&waiting, 1, static_cast<int>(left)) : 0;
         if (ready < 0 && errno == EINTR) continue;
-        if (ready <= 0) {
-            outcome.failure = tooSlow();
-            return outcome;
-        }
-        const ssize_t size = read(input.number, chunk.data(), chunk.size());
-        if (size < 0 && errno == EINTR) continue;
-        if (size <= 0) break;
-        if (outcome.bytes.size() + static_cast<std::size_t>(size) > ImportBytes) {
-            outcome.failure = "holds more than 4 GiB";
-            return outcome;
-        }
-        outcome.bytes.insert(outcome.bytes.end(), chunk.begin(), chunk.begin() + size);
+        if (ready <= 0) fail(fmt::format("takes longer than {} s to read", m_limits.seconds));
+        const ssize_t taken = recv(m_socket, at, size, 0);
+        if (taken < 0 && errno == EINTR) continue;
+        if (taken <= 0) failAsItEnded();
+        at += taken;
+        size -= static_cast<std::size_t>(taken);
     }
-    outcome.failure = child.wait(deadline);
-    return outcome;
+}
+
+std::string ImportProcess::takeText(std::size_t size) {
+    std::string text(size, '\0');
+    take(text.data(), size);
+    return text;
+}
+
+std::string importVersion(const std::string& program) try {
+    ImportProcess process(program);
+    return oneLine(process.takeText(process.ask("", fmt::format("the version of '{}'", program))));
+} catch (const Error& e) {
+    return e.what();
 }
 
 }  // namespace oxbeam

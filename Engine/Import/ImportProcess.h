@@ -1,23 +1,59 @@
-// The process that reads models: `oxbeam-import`, which stands beside the library.
+// The programs that read what others have made: models and pictures. Malformed files make the libraries that read them
+// crash, hang or swell, and no exception handling helps; so each program stands apart, in a process with limits.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
-#include <vector>
+
+#include <sys/types.h>
 
 namespace oxbeam {
 
-// What the process may take.
-inline constexpr unsigned ImportSeconds = 20;
-inline constexpr std::size_t ImportBytes = std::size_t{4} << 30;
+inline constexpr const char* ModelProgram = "oxbeam-import";
+inline constexpr const char* PictureProgram = "oxbeam-decode";
 
-struct ImportOutcome {
-    std::vector<std::byte> bytes;  // what it handed back
-    std::string failure;           // how it ended, if not well: "took longer than 20 s"
+// What reading one file may take. A machine that is busy with much else must not fail a good file: the seconds are those
+// of a processor, and thrice as many may pass by the clock.
+struct ImportLimits {
+    unsigned seconds = 20;
+    std::size_t bytes = std::size_t{4} << 30;  // of addresses, and of what is handed back
 };
 
-// Reads one file in a new process. Throws Error(InputOutput) where there is no such program or no process.
-ImportOutcome runImport(const std::filesystem::path& file);
+// One process, which reads one file after the other. When it has failed once, it is of no more use.
+class ImportProcess {
+public:
+    // `program` stands beside the library. Throws Error(InputOutput) where it does not, or cannot be started.
+    explicit ImportProcess(const std::string& program, const ImportLimits& limits = {});
+    ImportProcess(const ImportProcess&) = delete;
+    ImportProcess& operator=(const ImportProcess&) = delete;
+    ~ImportProcess();
+
+    // Has it read a file, which messages call `what`, and answers the length of what it hands back; of no file, the
+    // version of the library that it reads with. Throws as the next does.
+    std::uint64_t ask(const std::filesystem::path& file, std::string what);
+    // Takes the next bytes of it. Throws Error(BadScene) where the file breaks the process or a limit, and
+    // Error(InputOutput) where somebody else ended the process.
+    void take(void* to, std::size_t size);
+    std::string takeText(std::size_t size);
+
+    pid_t id() const { return m_pid; }
+
+private:
+    [[noreturn]] void fail(const std::string& why) const;
+    [[noreturn]] void failAsItEnded();
+
+    ImportLimits m_limits;
+    std::string m_what;
+    std::chrono::steady_clock::time_point m_deadline;
+    int m_socket = -1;
+    pid_t m_pid = -1;
+    bool m_ended = false;
+};
+
+// Its version of the library that it reads with; or why there is none.
+std::string importVersion(const std::string& program);
 
 }  // namespace oxbeam

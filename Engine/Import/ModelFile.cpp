@@ -1,43 +1,38 @@
 #include "Engine/Import/ModelFile.h"
 
+#include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Import/ImportProcess.h"
 #include "Engine/Import/ModelStream.h"
 #include "Engine/System/Hash.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <unistd.h>
 
 namespace oxbeam {
 
 namespace fs = std::filesystem;
 
-// One line without control characters, whatever a file made the importer say.
-static std::string tidy(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 32; }, ' ');
-    if (text.size() > 300) text = text.substr(0, 300) + "...";
-    return text;
-}
-
-Model loadModel(const fs::path& file) {
+Model loadModel(const fs::path& file, const ImportLimits& limits) {
+    const std::string name = fmt::format("model '{}'", file.string());
     const auto badModel = [&](const std::string& message) {
-        return Error(ExitStatus::BadScene, fmt::format("model '{}' {}", file.string(), message));
+        return Error(ExitStatus::BadScene, fmt::format("{} {}", name, message));
     };
     std::error_code problem;
     const fs::file_status status = fs::status(file, problem);
     if (!fs::exists(status)) throw badModel("does not exist");
     if (!fs::is_regular_file(status)) throw badModel("is not a regular file");
+    if (access(file.c_str(), R_OK) != 0) throw badModel("cannot be read: permission denied");
 
-    const ImportOutcome outcome = runImport(file);
-    auto result = outcome.failure.empty() ? decodeModel(outcome.bytes) : std::nullopt;
-    if (!outcome.failure.empty()) throw badModel(outcome.failure);
+    ImportProcess process(ModelProgram, limits);
+    std::vector<std::byte> bytes(process.ask(file, name));
+    process.take(bytes.data(), bytes.size());
+    auto result = decodeModel(bytes);
     if (!result) throw badModel("cannot be read: its reader handed back what is no model");
-    if (!result->failure.empty()) throw badModel("cannot be read: " + tidy(result->failure));
-    for (std::string& warning : result->model.warnings) warning = tidy(warning);
+    if (!result->failure.empty()) throw badModel("cannot be read: " + oneLine(result->failure));
+    for (std::string& warning : result->model.warnings) warning = oneLine(warning);
     if (result->model.parts.empty()) throw badModel("has no triangles in it");
-    result->model.hash = hashOf(outcome.bytes);
+    result->model.hash = hashOf(bytes);
     return std::move(result->model);
 }
 

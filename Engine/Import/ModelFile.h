@@ -1,6 +1,7 @@
 // Models from files: whatever Assimp reads, with their materials, cameras and lights.
 #pragma once
 
+#include "Engine/Import/ImportProcess.h"
 #include "Engine/Scene/MeshData.h"
 
 #include <cstdint>
@@ -94,6 +95,6 @@ struct Model {
 // and lines are left out. The file is read by a process of its own, which malformed files may crash, hang or swell, and
 // which sees no file outside the model's folder. Throws Error(BadScene): the file is missing, no regular file, or no
 // model, or reading it took too much.
-OXBEAM_API Model loadModel(const std::filesystem::path& file);
+OXBEAM_API Model loadModel(const std::filesystem::path& file, const ImportLimits& limits = {});
 
 }  // namespace oxbeam

@@ -18,8 +18,8 @@ constexpr const char* Font = "DejaVuSans";
 constexpr float PaperColor[] = {0.9f, 0.9f, 0.9f}, Ink[] = {0.01f, 0.01f, 0.01f};
 
 // A picture as linear floats of three channels, top row first.
-OIIO::ImageBuf readPicture(const std::filesystem::path& file) {
-    const auto texture = loadTexture(file);  // decodes, and refuses what is no picture
+OIIO::ImageBuf readPicture(TextureReader& reader, const std::filesystem::path& file) {
+    const auto texture = reader.read(file);  // decodes, and refuses what is no picture
     const auto w = static_cast<int>(texture->width()), h = static_cast<int>(texture->height());
     OIIO::ImageBuf picture(OIIO::ImageSpec(w, h, 3, OIIO::TypeDesc::FLOAT));
     for (int y = 0; y < h; ++y)
@@ -57,6 +57,7 @@ struct ContactSheet::Paper {
     unsigned columns, cellWidth, cellHeight;
     unsigned next = 0;  // cell
     OIIO::ImageBuf paper;
+    TextureReader reader{};
 
     void add(const OIIO::ImageBuf& original, const std::string& label);
 };
@@ -88,7 +89,7 @@ ContactSheet::ContactSheet(unsigned count, unsigned columns, unsigned cellWidth,
 ContactSheet::~ContactSheet() = default;
 
 void ContactSheet::add(const std::filesystem::path& file, const std::string& label) {
-    m_paper->add(readPicture(file), label);
+    m_paper->add(readPicture(m_paper->reader, file), label);
 }
 
 void ContactSheet::add(unsigned width, unsigned height, const std::vector<R3>& pixels, const std::string& label) {

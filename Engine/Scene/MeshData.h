@@ -19,6 +19,13 @@ struct MeshData {
     std::vector<unsigned> indices;  // three a triangle
 };
 
+// What stretches over less than a surface is never hit. In double precision, so that no area is too small to tell.
+inline bool hasArea(const R3& a, const R3& b, const R3& c) {
+    const double u[] = {double{b.x} - a.x, double{b.y} - a.y, double{b.z} - a.z};
+    const double v[] = {double{c.x} - a.x, double{c.y} - a.y, double{c.z} - a.z};
+    return u[1] * v[2] != u[2] * v[1] || u[2] * v[0] != u[0] * v[2] || u[0] * v[1] != u[1] * v[0];
+}
+
 // Applies a transformation to positions and normals.
 void transform(MeshData& mesh, const Matrix& matrix);
 

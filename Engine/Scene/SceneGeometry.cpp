@@ -108,6 +108,8 @@ static DroppedTriangles takeIndices(MeshData& mesh, std::vector<Oxuint>& indices
             ++dropped.badIndices;
         } else if (!good[a] || !good[b] || !good[c]) {
             ++dropped.badVertices;
+        } else if (!hasArea(mesh.positions[a], mesh.positions[b], mesh.positions[c])) {
+            ++dropped.withoutArea;
         } else {
             mesh.indices[kept] = c, mesh.indices[kept + 1] = a, mesh.indices[kept + 2] = b;
             kept += 3;

@@ -17,6 +17,7 @@ class EmbreeIntersector;
 struct DroppedTriangles {
     std::size_t badVertices = 0;  // NaN, infinite, or so far out that no ray reaches them
     std::size_t badIndices = 0;   // beyond the mesh's vertices
+    std::size_t withoutArea = 0;  // which nobody misses
 
     std::size_t total() const { return badVertices + badIndices; }
 };
@@ -65,6 +66,7 @@ public:
     // The mesh that one was copied from when the geometry was prepared; itself where it was added.
     unsigned meshOrigin(unsigned mesh) const { return m_origins[mesh]; }
     const std::string& meshName(unsigned mesh) const { return m_meshes[mesh]->name; }
+    std::size_t meshTriangles(unsigned mesh) const { return m_meshes[mesh]->indices.size() / 3; }
     std::size_t triangles() const;  // as traced: a mesh counts once for each of its instances
     std::size_t meshBytes() const;  // of the meshes' arrays
     std::size_t meshCount() const { return m_meshes.size(); }

@@ -87,7 +87,7 @@ static Model shapeModel(unsigned shape, unsigned segments, const R2& uvScale) {
 std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     const auto file = reader.text("file");
     const auto shape = reader.word("shape", {"plane", "box", "sphere"});
-    const auto segments = reader.count("segments", 4, 4096);
+    const auto segments = reader.count("segments", 4, 1024);
     const auto uvScale = reader.pair("uvScale");
     if (reader.has("file") == reader.has("shape")) {
         reader.error("shape", "needs either a 'file' or a 'shape'");
@@ -97,8 +97,14 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     if (uvScale && !shape) reader.error("uvScale", "'uvScale' is for shapes");
     if (shape) {
         const R2 scale = uvScale.value_or(R2(1.0f, 1.0f));
+        constexpr std::size_t most = 8'000'000;
+        const std::size_t triangles = std::size_t{segments.value_or(96)} * segments.value_or(96);
         const std::string key = fmt::format("{}\n{}\n{} {}", *shape, segments.value_or(96), scale.x, scale.y);
         if (const auto known = m_models.find(key); known != m_models.end()) return known->second;
+        if ((m_shapeTriangles += triangles) > most) {
+            reader.error("segments", fmt::format("the shapes of the scene have more than {} triangles together", most));
+            return {};
+        }
         Model model = shapeModel(*shape, segments.value_or(96), scale);
         return addModel(key, model, reader.where());
     }
@@ -110,6 +116,7 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
         for (const std::string& warning : model.warnings) m_diagnostics.warning(reader.where("file"), warning);
         return addModel(path.string(), model, reader.where("file"));
     } catch (const Error& e) {
+        if (e.status() != ExitStatus::BadScene) throw;
         m_diagnostics.error(reader.where("file"), e.what());
         return m_models[path.string()] = {};
     }
@@ -174,6 +181,9 @@ void MeshSection::reportDroppedTriangles() {
     const SceneGeometry& geometry = m_world.geometry;
     for (unsigned mesh = 0; mesh < geometry.meshCount(); ++mesh) {
         const DroppedTriangles& dropped = geometry.dropped()[mesh];
+        if (dropped.withoutArea > 0 && geometry.meshTriangles(mesh) == 0)
+            m_diagnostics.warning(m_meshPlaces[geometry.meshOrigin(mesh)],
+                                  fmt::format("mesh '{}': none of its triangles has an area", geometry.meshName(mesh)));
         if (dropped.total() == 0) continue;
         m_diagnostics.warning(
             m_meshPlaces[geometry.meshOrigin(mesh)],

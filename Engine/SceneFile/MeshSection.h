@@ -50,6 +50,7 @@ private:
     Diagnostics& m_diagnostics;
     std::map<std::string, std::vector<unsigned>> m_namedMeshes;
     std::map<std::string, std::vector<PlacedPart>> m_models;  // by what they were made from
+    std::size_t m_shapeTriangles = 0;                         // of those that were made
     std::vector<SourceLocation> m_meshPlaces;                 // by the world's meshes
 };
 

@@ -20,6 +20,7 @@ const Texture* ModelMaterials::picture(const ModelTexture& from, std::optional<C
     try {
         return &m_assets.keepTexture(source);
     } catch (const Error& e) {
+        if (e.status() != ExitStatus::BadScene) throw;
         m_diagnostics.warning({m_file.string(), 0, 0}, fmt::format("{}; rendered without it", e.what()));
         return nullptr;
     }

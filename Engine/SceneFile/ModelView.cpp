@@ -11,8 +11,11 @@ std::vector<R3> visiblePoints(const Model& model, const Matrix& toScene) {
         const MeshData& mesh = model.meshes[part.mesh];
         const Matrix placement = toScene * part.meshToModel;
         std::vector<bool> used(mesh.positions.size());
-        for (const unsigned index : mesh.indices)
-            if (index < used.size()) used[index] = true;
+        for (std::size_t i = 0; i + 2 < mesh.indices.size(); i += 3) {
+            const unsigned a = mesh.indices[i], b = mesh.indices[i + 1], c = mesh.indices[i + 2];
+            if (std::max({a, b, c}) < used.size() && hasArea(mesh.positions[a], mesh.positions[b], mesh.positions[c]))
+                used[a] = used[b] = used[c] = true;
+        }
         for (std::size_t i = 0; i < used.size(); ++i) {
             const R3 p = TransformPoint(placement, mesh.positions[i]);
             constexpr float limit = 1e18f;

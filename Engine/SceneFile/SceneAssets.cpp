@@ -2,7 +2,6 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/System/Hash.h"
-#include "Engine/Textures/TextureFile.h"
 
 #include <fmt/format.h>
 
@@ -19,14 +18,20 @@ Model& SceneAssets::model(const fs::path& file) {
     const fs::path key = keyOf(file);
     const auto known = m_models.find(key);
     if (known != m_models.end()) return known->second;
-    Model& loaded = m_models.emplace(key, loadModel(file)).first->second;
+    Model& loaded = m_models.emplace(key, readModel(file)).first->second;
     m_files[key] = loaded.hash;
     return loaded;
 }
 
-static std::unique_ptr<Texture> fromImage(const ModelImage& image, const std::string& name,
-                                          std::optional<ColorSpace> space) {
-    if (image.width == 0) return loadTexture(image.bytes, name, space);
+std::unique_ptr<Texture> SceneAssets::readTexture(const fs::path& file, std::optional<ColorSpace> space) {
+    auto loaded = m_textureReader.read(file, space);
+    m_files[keyOf(file)] = hashOfFile(keyOf(file));
+    return loaded;
+}
+
+std::unique_ptr<Texture> SceneAssets::fromImage(const ModelImage& image, const std::string& name,
+                                                std::optional<ColorSpace> space) {
+    if (image.width == 0) return m_textureReader.read(image.bytes, name, space);
     std::vector<std::uint8_t> upwards;
     const std::size_t row = std::size_t{4} * image.width;
     for (std::size_t y = image.height; y-- > 0;)
@@ -41,11 +46,7 @@ std::unique_ptr<Texture> SceneAssets::texture(const TextureSource& source) {
     key.file = keyOf(source.file);
     if (const auto kept = m_textures.find(key); kept != m_textures.end() && kept->second)
         return std::move(kept->second);
-    if (source.image < 0) {
-        auto loaded = loadTexture(source.file, source.space);
-        m_files[key.file] = hashOfFile(key.file);
-        return loaded;
-    }
+    if (source.image < 0) return readTexture(source.file, source.space);
     const Model& owner = model(source.file);
     const auto number = static_cast<std::size_t>(source.image);
     if (number >= owner.images.size())

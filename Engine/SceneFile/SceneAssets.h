@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Engine/Import/ModelFile.h"
-#include "Engine/Textures/Texture.h"
+#include "Engine/Textures/TextureFile.h"
 
 #include <filesystem>
 #include <map>
@@ -20,8 +20,10 @@ struct TextureSource {
     auto operator<=>(const TextureSource&) const = default;
 };
 
-class SceneAssets {
+class OXBEAM_API SceneAssets {
 public:
+    virtual ~SceneAssets() = default;
+
     // Both throw Error where the file is no good.
     Model& model(const std::filesystem::path& file);
     // Gives away the one that was kept, if there is one.
@@ -32,7 +34,16 @@ public:
     // What was read so far, with hashes: of a model all that its reader made of it and of the files that it refers to.
     const std::map<std::filesystem::path, std::uint64_t>& files() const { return m_files; }
 
+protected:
+    // What reads a file that is met for the first time; for programs whose files are elsewhere than in the file system.
+    virtual Model readModel(const std::filesystem::path& file) { return loadModel(file); }
+    virtual std::unique_ptr<Texture> readTexture(const std::filesystem::path& file, std::optional<ColorSpace> space);
+
 private:
+    std::unique_ptr<Texture> fromImage(const ModelImage& image, const std::string& name,
+                                       std::optional<ColorSpace> space);
+
+    TextureReader m_textureReader;
     std::map<std::filesystem::path, std::uint64_t> m_files;
     std::map<std::filesystem::path, Model> m_models;
     std::map<TextureSource, std::unique_ptr<Texture>> m_textures;

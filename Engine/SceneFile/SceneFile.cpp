@@ -143,4 +143,12 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
     return world;
 }
 
+std::unique_ptr<World> loadSceneText(const std::string& text, const std::string& source, const fs::path& folder,
+                                     const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics) {
+    auto world = std::make_unique<World>();
+    if (const auto document = parseSceneDocument(text, source, {}, registry, diagnostics))
+        SceneLoader(source, folder, *document, registry, assets, diagnostics, *world).load({});
+    return world;
+}
+
 }  // namespace oxbeam

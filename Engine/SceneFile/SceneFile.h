@@ -27,5 +27,9 @@ struct SceneFileOptions {
 // rendered. Never throws for what a file contains.
 OXBEAM_API std::unique_ptr<World> loadScene(const std::filesystem::path& file, const Registry& registry,
                                             Diagnostics& diagnostics, const SceneFileOptions& options = {});
+// The same from the text of a scene file; `source` is what messages call it, and its paths are relative to `folder`.
+OXBEAM_API std::unique_ptr<World> loadSceneText(const std::string& text, const std::string& source,
+                                                const std::filesystem::path& folder, const Registry& registry,
+                                                SceneAssets& assets, Diagnostics& diagnostics);
 
 }  // namespace oxbeam

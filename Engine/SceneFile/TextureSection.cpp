@@ -4,6 +4,8 @@
 #include "Engine/Textures/Projection.h"
 #include "Engine/Textures/Studio.h"
 
+#include <fmt/format.h>
+
 namespace oxbeam {
 
 // Objects do not say what they read; these are known.
@@ -72,8 +74,15 @@ void TextureSection::read(const std::string& name, TableReader& reader) {
         texture->textureModel = models[model.value_or(0)];
         if (bump) texture->bumpKind = *bump == 0 ? BumpKind::Height : BumpKind::Normal;
         texture->bumpScale = bumpScale.value_or(1.0f);
+        if (texture->mended())
+            m_diagnostics.warning(
+                reader.where("file"),
+                fmt::format("{}: {} numbers of the picture are not finite; they count as 0, infinities "
+                            "as 65504",
+                            reader.label(), texture->mended()));
         m_ids[name] = m_world.textures.add(std::move(texture));
     } catch (const Error& e) {
+        if (e.status() != ExitStatus::BadScene) throw;
         m_diagnostics.error(reader.where("file"), e.what());
     }
 }

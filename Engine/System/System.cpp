@@ -1,11 +1,11 @@
 #include "Engine/System/System.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Import/ImportProcess.h"
 #include "Engine/Render/Workers.h"
 #include "Oxbeam/OxRenderingObject.h"
 
 #include <OpenImageIO/imageio.h>
-#include <assimp/version.h>
 #include <embree3/rtcore.h>
 #include <fmt/format.h>
 #include <oneapi/tbb/version.h>
@@ -42,7 +42,7 @@ std::vector<LibraryVersion> libraryVersions() {
     return {{"Embree", embreeVersion()},
             {"oneTBB", TBB_runtime_version()},
             {"OpenImageIO", dotted(oiio / 10000, oiio / 100 % 100, oiio % 100)},
-            {"Assimp", dotted(aiGetVersionMajor(), aiGetVersionMinor(), aiGetVersionPatch())},
+            {"Assimp", importVersion(ModelProgram)},
             {"toml++", dotted(TOML_LIB_MAJOR, TOML_LIB_MINOR, TOML_LIB_PATCH)}};
 }
 

@@ -12,7 +12,7 @@ namespace oxbeam {
 
 struct LibraryVersion {
     std::string name;
-    std::string version;  // as the library that is loaded says it
+    std::string version;  // as the library that is loaded says it, or why there is none
 };
 
 OXBEAM_API std::vector<LibraryVersion> libraryVersions();

@@ -23,7 +23,22 @@ Texture::Texture(unsigned width, unsigned height, unsigned channels, std::vector
 Texture::Texture(unsigned width, unsigned height, unsigned channels, std::vector<float> texels, ColorSpace space)
     : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Float),
       m_floats(std::move(texels)) {
+    mend();
     examine();
+}
+
+// One bad number would spread over every pixel that a reflection or a blur takes it to. The sun of a photographed sky is
+// often beyond what half precision holds. Alpha is a share.
+void Texture::mend() {
+    constexpr float most = 65504.0f;
+    for (float& v : m_floats) {
+        if (std::isfinite(v)) continue;
+        v = std::isnan(v) ? 0.0f : std::copysign(most, v);
+        ++m_mended;
+    }
+    if (m_channels % 2 == 0)
+        for (std::size_t i = m_channels - 1; i < m_floats.size(); i += m_channels)
+            m_floats[i] = std::clamp(m_floats[i], 0.0f, 1.0f);
 }
 
 // Finds out once whether anything shines through, and whether the picture holds normals: unit vectors, most of them

@@ -48,6 +48,8 @@ public:
     RGBAFloat lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
     // Makes alpha 1 where it is at least this, and 0 elsewhere; 0 makes all of the picture opaque.
     void thresholdAlpha(float least);
+    // How many of the file's numbers were not finite. They count as 0, infinities as the largest number of half precision.
+    std::size_t mended() const { return m_mended; }
     // The mean of the picture's numbers as they are stored, from a grid of probes.
     R3 rawMean() const;
     // The picture as a bump map: the normal in the frame of the texture's axes and the surface's normal.
@@ -57,6 +59,7 @@ private:
     enum class Storage { Byte, Word, Float };
     enum class Meaning { Color, Raw };
 
+    void mend();
     void examine();
     RGBAFloat rawTexel(unsigned x, unsigned y) const;
     RGBAFloat sample(Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
@@ -70,6 +73,7 @@ private:
     std::vector<std::uint16_t> m_words;
     std::vector<float> m_floats;
     bool m_hasTransparency = false;
+    std::size_t m_mended = 0;
     std::optional<float> m_alphaThreshold;
 };
 

@@ -55,6 +55,36 @@ TEST_F(Command, EveryFailureHasItsStatusAndItsMessageAndSparesTheOldPicture) {
     });
 }
 
+TEST_F(Command, ScenesThatShowLittleAreSaidToDoSo) {
+    const std::string shader = "[shader.a]\nobject = 'KelPhong'\n", mesh = "[[mesh]]\nshader = 'a'\n",
+                      flat = "v 0 0 0\nv 1 0 0\nv 2 0 0\nf 1 2 3\n",
+                      nothing = "warning: has no triangles; the picture shows nothing but the environment\n";
+    writeFile("flat.obj", flat);
+    const struct {
+        const char* name;
+        std::string text;
+        int status;
+        std::string message;  // all of standard error
+    } cases[] = {
+        {"empty.toml", "", 0, "empty.toml: " + nothing},
+        {"flat.toml", shader + mesh + "file = 'flat.obj'\n", 0,
+         "flat.toml: " + nothing + "flat.toml:5:8: warning: mesh 'defaultobject': none of its triangles has an area\n"},
+        {"line.obj", flat, 3, "line.obj: error: model 'line.obj' has no triangle that could be seen\n"},
+        {"partly.obj", flat + "v 0 1 0\nf 1 2 4\n", 0, ""},
+        {"inside.toml", shader + mesh + "shape = 'sphere'\n[camera]\nposition = [0, 0, 0]\nlookAt = [0, 0, 1]\n", 0,
+         ""},
+        {"picture.toml", "[texture.a]\nfile = 'empty.toml'\n", 3,
+         "picture.toml:2:8: error: texture 'empty.toml' cannot be decoded: it is no picture that can be read: "},
+    };
+    for (const auto& c : cases) {
+        writeFile(c.name, c.text);
+        const Outcome outcome = run(std::string("render -q --size 8x8 --samples 1 -o x.png ") + c.name);
+        EXPECT_EQ(outcome.status, c.status) << c.name;
+        EXPECT_THAT(withoutFolder(outcome.err), StartsWith(c.message)) << c.name;
+        EXPECT_EQ(c.message.empty(), outcome.err.empty()) << outcome.err;
+    }
+}
+
 TEST_F(Command, CheckReportsAllErrorsAtOnceAndRendersNothing) {
     writeFile("many.toml", "[[light]]\nobject = \"KelPointLigt\"\n[[mesh]]\nshape = \"cube\"\n");
     const Outcome outcome = run("check many.toml");

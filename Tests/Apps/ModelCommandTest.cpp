@@ -34,6 +34,17 @@ TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
         << "the file's camera looks straight at the middles of the two texels";
 }
 
+TEST_F(Command, ASweepTakesAModel) {
+    const std::string model =
+        writeGltf("model.gltf", R"("name": "skin", "pbrMetallicRoughness": {"metallicFactor": 0})").filename();
+    const Outcome outcome = run("sweep " + model + " --set shader.skin.diffuseColor=[1,0,0]..[0,0,1]/2 -o sheet.png" +
+                                " --size 160x120 --samples 1");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    const R3 first = pixel("sheet.png", 12 + 80, 12 + 60), second = pixel("sheet.png", 2 * 12 + 160 + 80, 12 + 60);
+    EXPECT_GT(first.x, 2 * first.z);
+    EXPECT_GT(second.z, 2 * second.x);
+}
+
 TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
     const std::string model = writeGltf("model.gltf", R"("name": "skin")").filename();
     expectFailures({

@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <limits>
 
 using namespace oxbeam;
@@ -61,9 +62,13 @@ TEST(ModelFile, MalformedFilesEndInOneError) {
         const char* name;
         std::string text, message;
     } cases[] = {
-        {"nested.gltf", nested, "model 'nested.gltf' c"},
+        {"nested.gltf", nested, "model 'nested.gltf' cannot be read: its JSON is nested more than 100 levels deep"},
         {"words.obj", "no model at all", "model 'words.obj' cannot be read: "},
-        {"points.obj", "v 0 0 0\nv 1 0 0\nl 1 2\n", "model 'points.obj' cannot be read: "},
+        {"points.obj", "v 0 0 0\nv 1 0 0\nl 1 2\n",
+         "model 'points.obj' cannot be read: it has no triangles, only points or lines"},
+        {"none.gltf", R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": []}]})",
+         "model 'none.gltf' cannot be read: it has no triangles"},
+        {"short.glb", "glTF", "model 'short.glb' cannot be read: No suitable reader"},
         {"pipe.gltf", naming("pipe.bin"), "model 'pipe.gltf' cannot be read: "},
         {"inner/out.gltf", naming("../secret.bin"), "model 'inner/out.gltf' cannot be read: "},
         {"model.xyzzy", "?", "model 'model.xyzzy' cannot be read: No suitable reader"},
@@ -75,6 +80,46 @@ TEST(ModelFile, MalformedFilesEndInOneError) {
     }
     EXPECT_EQ(loadModel(writeFile("inside.gltf", naming("secret.bin"))).meshes.size(), 1u) << "the same file in reach";
 }
+
+TEST(ImportProcess, EndsInOneErrorWhateverBecomesOfIt) {
+    const fs::path file = writeFile("triangle.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+    const struct {
+        int signal;
+        ExitStatus status;
+        const char* message;
+    } cases[] = {
+        {SIGSTOP, ExitStatus::BadScene, "model 'm' takes longer than 1 s to read"},
+        {SIGXCPU, ExitStatus::BadScene, "model 'm' takes longer than 1 s to read"},
+        {SIGSEGV, ExitStatus::BadScene, "model 'm' crashes its reader (Segmentation fault)"},
+        {SIGKILL, ExitStatus::InputOutput, "model 'm' cannot be read: its reader was ended from outside (Killed)"},
+    };
+    for (const auto& c : cases) {
+        ImportLimits limits;
+        limits.seconds = 1;
+        ImportProcess process(ModelProgram, limits);
+        kill(process.id(), c.signal);
+        EXPECT_EQ(failure(c.status, [&] { process.ask(file, "model 'm'"); }), c.message);
+    }
+    ImportProcess process(ModelProgram);
+    for (int i = 0; i < 2; ++i) {  // one after the other
+        std::vector<std::byte> bytes(process.ask(file, "model 'm'"));
+        process.take(bytes.data(), bytes.size());
+        EXPECT_EQ(decodeModel(bytes).value().model.meshes.size(), 1u);
+    }
+    EXPECT_THAT(failure(ExitStatus::InputOutput, [] { ImportProcess("oxbeam-import-none"); }),
+                HasSubstr("cannot start 'oxbeam-import-none': it is neither in"));
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // under which addresses are not limited
+TEST(ImportProcess, TakesNoMoreMemoryThanItMay) {
+    std::string text;
+    for (int i = 0; i < 100'000; ++i) text += fmt::format("v {0} 0 1\nv {0} 1 0\nv {0} 0 0\nf -1 -2 -3\n", i);
+    ImportLimits limits;
+    limits.bytes = std::size_t{100} << 20;
+    EXPECT_THAT(failure(ExitStatus::BadScene, [&] { loadModel(writeFile("large.obj", text), limits); }),
+                HasSubstr("model 'large.obj' cannot be read: it takes more than 100 MiB of memory"));
+}
+#endif
 
 // What comes from the process is as untrusted as the file: no truncation and no changed byte may be more than refused.
 TEST(ModelStream, RefusesWhatIsNoModel) {

@@ -188,6 +188,31 @@ TEST(TextureFile, EveryFormatGivesTheSameColoursTheRightWayUp) {
     }
 }
 
+TEST(TextureFile, AnySizeIsTakenAndNumbersThatAreNotFiniteAreMended) {
+    const fs::path wide = scratch() / "wide.png";
+    writeImage(wide, 16384, 1, std::vector<R3>(16384, White));
+    EXPECT_EQ(loadTexture(wide)->width(), 16384u);
+    writeImage(scratch() / "one.jpg", 1, 1, {White});
+    expectTexel(loadTexture(scratch() / "one.jpg")->lookUp(0.3f, 7), RGBAFloat(1, 1, 1, 1));
+
+    constexpr float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    picture("sky.exr", OIIO::TypeDesc::FLOAT, 3, {nan, 1, 2, inf, 1, -inf, 3, 3, 3, 3, 3, 3});
+    const auto sky = loadTexture(scratch() / "sky.exr");
+    expectTexel(sky->lookUp(0.25f, 0.75f), RGBAFloat(0, 1, 2, 1));
+    expectTexel(sky->lookUp(0.75f, 0.75f), RGBAFloat(65504, 1, -65504, 1));
+    EXPECT_THAT(loadText("[texture.sky]\nfile = 'sky.exr'\n").said,
+                testing::ElementsAre(HasSubstr("scene.toml:2:8: warning: texture 'sky': 3 numbers of the picture")));
+}
+
+// The picture with some bytes of its header replaced.
+static fs::path changed(const std::string& name, const std::string& bytes, const std::string& others) {
+    std::string content = contentOf(name);
+    const auto at = content.find(bytes);
+    EXPECT_NE(at, std::string::npos) << name;
+    if (at != std::string::npos) content.replace(at, others.size(), others);
+    return writeFile("changed-" + name, content);
+}
+
 // The header of a grey picture of 60000 x 60000 texels and the start of its data.
 static fs::path hugePNG() {
     const std::string size("\0\0\xea\x60\0\0\xea\x60", 8), zeros(3, '\0');
@@ -214,20 +239,32 @@ TEST(TextureFile, BadFilesAreOneErrorAndCostNothing) {
         fs::path file;
         const char* message;
     };
+    using std::string_literals::operator""s;
     fs::create_directory(scratch() / "folder.png");
+    for (const char* name : {"small.exr", "small.tif", "small.jpg"})
+        picture(name, name == "small.exr"s ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8, 3,
+                {0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1});
+    const std::string billion = "\xff\xc9\x9a\x3b", window = "dataWindow\0box2i\0\x10\0\0\0\0\0\0\0\0\0\0\0"s;
     ASSERT_EQ(mkfifo((scratch() / "pipe.png").c_str(), 0600), 0);
     rusage before{}, after{};
     getrusage(RUSAGE_SELF, &before);
     for (const Case& c :
          {Case{scratch() / "none.png", "does not exist"}, Case{scratch() / "folder.png", "is not a regular file"},
           Case{scratch() / "pipe.png", "is not a regular file"},
-          Case{writeFile("text.png", "no picture at all\n"), "is no picture that can be read"},
+          Case{writeFile("text.png", "no picture at all\n"), "cannot be decoded: it is no picture that can be read"},
+          Case{writeFile("empty.png", ""), "cannot be decoded: it is no picture that can be read"},
           Case{truncated("early.png", 0.5), "cannot be decoded"},
           Case{truncated("late.jpg", 0.99), "cannot be decoded"},
           Case{truncated("early.exr", 0.7), "cannot be decoded"}, Case{truncated("early.tif", 0.5), ""},
           Case{truncated("early.hdr", 0.5), "cannot be decoded"},
-          Case{truncated("header.png", 0.002), "is no picture that can be read"},
-          Case{hugePNG(), "claims 60000 x 60000 texels"}}) {
+          Case{truncated("header.png", 0.002), "cannot be decoded: it is no picture that can be read"},
+          Case{hugePNG(), "cannot be decoded: it claims 60000 x 60000 texels"},
+          Case{changed("small.exr", window, window + billion + billion), "cannot be decoded: "},
+          Case{changed("small.tif", "\0\1\3\0\1\0\0\0\2\0"s, "\0\1\4\0\1\0\0\0"s + billion), "cannot be decoded: "},
+          Case{changed("small.jpg", "\xff\xc0\0\x11\x08"s, "\xff\xc0\0\x11\x08\xff\xdc\xff\xdc"s),
+               "cannot be decoded: it claims 65500 x 65500 texels"},
+          Case{writeFile("huge.hdr", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 1000000000 +X 1000000000\n"),
+               "cannot be decoded: "}}) {
         SCOPED_TRACE(c.file.filename());
         EXPECT_THAT(failure(ExitStatus::BadScene, [&] { loadTexture(c.file); }),
                     HasSubstr("texture '" + c.file.filename().string() + "' " + c.message));

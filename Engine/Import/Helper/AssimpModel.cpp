@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <new>
 #include <stdexcept>
 
 namespace oxbeam {
@@ -193,7 +194,10 @@ Model readModel(const fs::path& file) {
     const aiScene* scene = importer.ReadFile((folder->folder() / file.filename()).string(),
                                              aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
                                                  aiProcess_GenSmoothNormals | aiProcess_SortByPType);
-    if (!scene) throw std::runtime_error(importer.GetErrorString());
+    const std::string said = scene ? "" : importer.GetErrorString();
+    if (said == std::bad_alloc().what()) throw std::bad_alloc();
+    if (said == "No meshes remaining") throw std::runtime_error("it has no triangles, only points or lines");
+    if (!scene) throw std::runtime_error(said);
     Model model;
     if (gltf)
         for (const std::string& name : gltf->unknownRequiredExtensions())

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string_view>
 
 namespace oxbeam {
@@ -57,6 +58,17 @@ static void appendWord(std::string& bytes, std::size_t word) {
     bytes.append(reinterpret_cast<const char*>(&value), 4);
 }
 
+// The importer's own parser descends once for every level, and would run out of stack.
+static json parsed(std::string_view source) {
+    constexpr int most = 100;
+    const auto watch = [](int depth, json::parse_event_t, json&) {
+        if (depth > most)
+            throw std::runtime_error("its JSON is nested more than " + std::to_string(most) + " levels deep");
+        return true;
+    };
+    return json::parse(source, watch, false);
+}
+
 std::optional<GltfDocument> GltfDocument::read(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
@@ -64,13 +76,14 @@ std::optional<GltfDocument> GltfDocument::read(const std::filesystem::path& file
     std::string_view source = bytes;
     if (bytes.compare(0, 4, GlbMagic) == 0) {
         const std::size_t length = wordAt(bytes, GlbHeader), start = GlbHeader + ChunkHeader;
-        if (wordAt(bytes, 4) != 2 || bytes.compare(GlbHeader + 4, 4, JsonChunk) != 0 || length > bytes.size() - start)
+        if (bytes.size() < start || wordAt(bytes, 4) != 2 || bytes.compare(GlbHeader + 4, 4, JsonChunk) != 0 ||
+            length > bytes.size() - start)
             return std::nullopt;
         document.m_binary = true;
         document.m_rest = bytes.substr(start + length);
         source = source.substr(start, length);
     }
-    document.m_json = json::parse(source, nullptr, false);
+    document.m_json = parsed(source);
     const json& version = at(at(document.m_json, "asset"), "version");
     if (document.m_json.is_discarded() || text(version).substr(0, 1) != "2") return std::nullopt;
     return document;
