@@ -44,6 +44,12 @@ static std::unique_ptr<Texture> takeTexels(ImportProcess& process, const Picture
     return std::make_unique<Texture>(h.width, h.height, h.channels, std::move(texels), space);
 }
 
+static std::unique_ptr<Texture> takeTexture(ImportProcess& process, const PictureHeader& h, ColorSpace space) {
+    if (h.valueBytes == 1) return takeTexels<std::uint8_t>(process, h, space);
+    if (h.valueBytes == 2) return takeTexels<std::uint16_t>(process, h, space);
+    return takeTexels<float>(process, h, space);
+}
+
 static std::string withName(std::string message, const fs::path& file, const std::string& name) {
     if (const auto at = message.find(file.string()); at != std::string::npos)
         message.replace(at, file.string().size(), name);
@@ -64,9 +70,7 @@ std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::
     if (header.format != PictureHeader::ThisFormat || !consistent(header, rest))
         throw badTexture(name, "cannot be decoded: its reader handed back what is no picture");
     const ColorSpace meant = space.value_or(header.isSRGB ? ColorSpace::SRGB : ColorSpace::Linear);
-    auto texture = header.valueBytes == 1   ? takeTexels<std::uint8_t>(*process, header, meant)
-                   : header.valueBytes == 2 ? takeTexels<std::uint16_t>(*process, header, meant)
-                                            : takeTexels<float>(*process, header, meant);
+    std::unique_ptr<Texture> texture = takeTexture(*process, header, meant);
     m_process = std::move(process);
     return texture;
 }
