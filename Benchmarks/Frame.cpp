@@ -195,13 +195,12 @@ Json run(unsigned turns, unsigned threads, const ImageSize& size, bool first) {
         {"threads", threads},
         {"engine_to_bare", compare(turns, engine(one), "engine_s", bare(one, ShadowQuery::Nearest), "bare_s")}};
     if (first) return json;
-    json.update(
-        {{"engine_to_bare_any_hit_shadows",
-          compare(turns, engine(one), "engine_s", bare(one, ShadowQuery::Any), "bare_s")},
-         {"engine_to_bare_all_threads",
-          compare(turns, engine(all), "engine_s", bare(all, ShadowQuery::Nearest), "bare_s")},
-         {"speed_up_by_threads", compare(turns, several(one), "one_thread_s", several(all), "all_threads_s")},
-         {"speed_up_by_packets", compare(turns, singles, "single_rays_s", packets, "packets_s")}});
+    json.update({{"engine_to_bare_any_hit_shadows",
+                  compare(turns, engine(one), "engine_s", bare(one, ShadowQuery::Any), "bare_s")},
+                 {"engine_to_bare_all_threads",
+                  compare(turns, engine(all), "engine_s", bare(all, ShadowQuery::Nearest), "bare_s")},
+                 {"speed_up_by_threads", compare(turns, several(one), "one_thread_s", several(all), "all_threads_s")},
+                 {"speed_up_by_packets", compare(turns, singles, "single_rays_s", packets, "packets_s")}});
     return json;
 }
 
