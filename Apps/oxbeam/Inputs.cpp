@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Inputs.h"
 
+#include "Engine/Host/HostObjects.h"
 #include "Engine/System/Hash.h"
 #include "Engine/System/System.h"
 
@@ -45,7 +46,7 @@ Inputs inputsOf(const RenderCommand& command, const World& world, const RenderOp
         else
             inputs["model"] = hex(hash);  // with the files that it refers to
     for (const std::string& package : world.packages())
-        if (fs::exists(package))
+        if (package != HostPackage)
             inputs[PackagePrefix + fs::path(package).filename().string()] = hex(hashOfFile(package));
     std::string engine = fmt::format("{} ({})", OXBEAM_VERSION, hex(hashOfFile(engineLibrary())));
     for (const LibraryVersion& library : libraryVersions())

@@ -44,11 +44,11 @@ static int registerAs() {
 }
 
 void registerHostObjects(Registry& registry) {
-    registry.registerObject("OxBackground", "Oxbeam", &registerAs<Background>);
-    registry.registerObject("OxDirectionalLight", "Oxbeam", &registerAs<OxDirectionalLight>);
-    registry.registerObject("OxPerspectiveCamera", "Oxbeam", &registerAs<OxPerspectiveCamera>);
-    registry.registerObject("OxPointLight", "Oxbeam", &registerAs<OxPointLight>);
-    registry.registerObject("OxSpotLight", "Oxbeam", &registerAs<OxSpotLight>);
+    registry.registerObject("OxBackground", HostPackage, &registerAs<Background>);
+    registry.registerObject("OxDirectionalLight", HostPackage, &registerAs<OxDirectionalLight>);
+    registry.registerObject("OxPerspectiveCamera", HostPackage, &registerAs<OxPerspectiveCamera>);
+    registry.registerObject("OxPointLight", HostPackage, &registerAs<OxPointLight>);
+    registry.registerObject("OxSpotLight", HostPackage, &registerAs<OxSpotLight>);
 }
 
 }  // namespace oxbeam

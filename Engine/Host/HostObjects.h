@@ -26,7 +26,10 @@ public:
 
 class Registry;
 
-// Registers the host's cameras, lights and environment as a package named "Oxbeam".
+// What the host's own objects call their package; no file.
+inline constexpr const char* HostPackage = "Oxbeam";
+
+// Registers the host's cameras, lights and environment.
 void registerHostObjects(Registry& registry);
 
 }  // namespace oxbeam

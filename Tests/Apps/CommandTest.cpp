@@ -129,6 +129,7 @@ TEST_F(Command, DescribeTellsWhatIsInForceAndXmlWhatTheObjectSays) {
 // ---- Rendering
 
 TEST_F(Command, RenderWritesThePictureAndNothingToStandardOutput) {
+    fs::create_directory(scratch() / "Oxbeam");  // as the host calls its own package
     const Outcome outcome = run("render scene.toml -o p.png");
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "");
