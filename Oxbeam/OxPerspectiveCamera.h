@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Oxbeam/OxCamera.h"
+#include "Primitives/ISSEVec4.h"
 
 class OXBEAM_API OxPerspectiveCamera : public OxCamera {
 public:
@@ -17,6 +18,10 @@ public:
 
     // Of unit length, through a place in the picture, in pixels from its left top corner.
     R3 direction(float x, float y) const { return Normalize(m_corner + x * m_stepX + y * m_stepY); }
+    // The same through four places.
+    ISSEVec4 directions(sse_t x, sse_t y) const {
+        return Normalize(ISSEVec4(m_corner) + x * ISSEVec4(m_stepX) + y * ISSEVec4(m_stepY));
+    }
 
 private:
     R3 m_corner;  // from the eye to the left top corner of the window

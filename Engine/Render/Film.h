@@ -24,6 +24,10 @@ struct Window {
     std::size_t size() const { return std::size_t{width()} * height(); }
     bool contains(unsigned x, unsigned y) const { return x >= x0 && x < x1 && y >= y0 && y < y1; }
     bool overlaps(const Window& w) const { return w.x0 < x1 && x0 < w.x1 && w.y0 < y1 && y0 < w.y1; }
+    // The part that two windows share, where they overlap.
+    Window shared(const Window& w) const {
+        return {std::max(x0, w.x0), std::max(y0, w.y0), std::min(x1, w.x1), std::min(y1, w.y1)};
+    }
 };
 
 // What a primary ray tells beside its colour; as it is here, of one that hits nothing.

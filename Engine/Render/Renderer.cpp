@@ -85,7 +85,7 @@ private:
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
     R3 samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place);
     void sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place, R3* colors);
-    R3 sampleRay(OxState& state, unsigned x, unsigned y);
+    R3 shadeSample(OxState& state, unsigned x, unsigned y);
     void samplePacket(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4]);
     void keepAovs(unsigned x, unsigned y, const AovSample& sample);
     std::uint64_t keep(const Window& window, const TileColors& colors);
@@ -112,8 +112,8 @@ private:
 
 // The pixels of a tile are as far as its first one that is kept.
 bool Frame::isDone(unsigned tile, unsigned pass) const {
-    const Window window = m_tiles.window(tile), &kept = m_film.window();
-    return m_film.samplesAt(std::max(window.x0, kept.x0), std::max(window.y0, kept.y0)) > pass;
+    const Window seen = m_tiles.window(tile).shared(m_film.window());
+    return m_film.samplesAt(seen.x0, seen.y0) > pass;
 }
 
 // Goes over the tiles again after each pause. At least one is done in between, since one has to be for a pause.
@@ -154,9 +154,9 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
 // In one go, since the film's memory is far away by then. Answers the number of bad samples, which are kept as black.
 std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
     std::uint64_t bad = 0;
-    for (unsigned y = window.y0; y < window.y1; ++y)
-        for (unsigned x = window.x0; x < window.x1; ++x) {
-            if (!m_film.window().contains(x, y)) continue;
+    const Window seen = window.shared(m_film.window());
+    for (unsigned y = seen.y0; y < seen.y1; ++y)
+        for (unsigned x = seen.x0; x < seen.x1; ++x) {
             const R3& color = colors[std::size_t{y - window.y0} * TileSize + (x - window.x0)];
             const bool good = IsFinite(color);
             m_film.add(x, y, good ? color : Black);
@@ -168,17 +168,17 @@ std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
 R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) {
     OxState state = m_session.primaryState(thread, pass);
     const float pattern[2] = {place.x, place.y};
-    if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern))
-        return sampleRay(state, x, y);
-    if (m_aovs) keepAovs(x, y, AovSample());
-    return Black;
+    if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
+        if (m_aovs) keepAovs(x, y, AovSample());
+        return Black;
+    }
+    oxsShootRay(&state);
+    return shadeSample(state, x, y);
 }
 
-// The colour along a primary ray that is set up.
-R3 Frame::sampleRay(OxState& state, unsigned x, unsigned y) {
-    if (!m_aovs) return Session::trace(state);
-    oxsShootRay(&state);
-    keepAovs(x, y, m_aovs->sample(state));
+// The colour along a primary ray that has been shot.
+R3 Frame::shadeSample(OxState& state, unsigned x, unsigned y) {
+    if (m_aovs) keepAovs(x, y, m_aovs->sample(state));
     return Session::shade(state);
 }
 
@@ -193,18 +193,29 @@ void Frame::keepAovs(unsigned x, unsigned y, const AovSample& sample) {
     if (m_film.window().contains(x, y)) m_film.addAovs(x, y, sample);
 }
 
-// Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers and are made before any of
-// them is traced, so that their roots and divisions overlap.
+// Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers, and all are shot before the
+// first is shaded: the kernel's code and the shaders' then run each at a stretch, with what the processor has learnt of
+// their branches still there.
 void Frame::sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place,
                       R3* colors) {
-    std::array<R3, TileSize> directions;
+    std::array<ISSEVec4, TileSize / 4> directions;
     const unsigned count = end - x;
-    for (unsigned i = 0; i < count; ++i)
-        directions[i] = m_pinhole->direction(static_cast<float>(x + i) + place.x, static_cast<float>(y) + place.y);
+    const sse_t lane = _mm_set_ps(3.0f, 2.0f, 1.0f, 0.0f), placeX = _mm_set1_ps(place.x);
+    const sse_t placeY = _mm_set1_ps(static_cast<float>(y) + place.y);
+    for (unsigned i = 0; i < count; i += 4) {
+        const sse_t column = _mm_add_ps(_mm_set1_ps(static_cast<float>(x + i)), lane);
+        directions[i / 4] = m_pinhole->directions(_mm_add_ps(column, placeX), placeY);
+    }
+    std::array<OxState, TileSize> states;
     for (unsigned i = 0; i < count; ++i) {
-        OxState state = m_session.primaryState(thread, pass);
-        oxsSetRay(&state, m_pinhole->position, directions[i], RayInfinity);
-        colors[i] = sampleRay(state, x + i, y);
+        OxState& state = states[i];
+        state = m_session.stateWithoutRecord();
+        oxsSetRay(&state, m_pinhole->position, directions[i / 4].lane(i % 4), RayInfinity);
+        oxsShootRay(&state);
+    }
+    for (unsigned i = 0; i < count; ++i) {
+        m_session.attachRecord(states[i], thread, pass);
+        colors[i] = shadeSample(states[i], x + i, y);
     }
 }
 

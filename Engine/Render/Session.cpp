@@ -58,13 +58,22 @@ void Session::newFrame() {
 }
 
 OxState Session::primaryState(unsigned thread, unsigned pass) const {
+    OxState state = stateWithoutRecord();
+    attachRecord(state, thread, pass);
+    return state;
+}
+
+OxState Session::stateWithoutRecord() const {
     OxState state;
     state.intersector = &m_intersector;
     state.scene = &m_world.geometry.scene();
     state.m_ro = m_world.renderingObject;
     state.ray.visibilityMask = RAY_PRIMARY;
-    m_world.renderingObject->initRay(state, pass, thread);
     return state;
+}
+
+void Session::attachRecord(OxState& state, unsigned thread, unsigned pass) const {
+    m_world.renderingObject->initRay(state, pass, thread);
 }
 
 R3 Session::trace(OxState& state) {

@@ -22,6 +22,9 @@ public:
     // A state for a primary ray of a rendering thread, with the package's record attached; the ray itself is not set.
     // The thread's record must have been seeded by the rendering object's initTile.
     OxState primaryState(unsigned thread = 0, unsigned pass = 0) const;
+    // The two steps of it, for rays that are shot before they have a record.
+    OxState stateWithoutRecord() const;
+    void attachRecord(OxState& state, unsigned thread, unsigned pass) const;
     Intersector& intersector() const { return m_intersector; }
     // Shoots a state's ray and shades what it meets: the colour that comes back along it.
     static R3 trace(OxState& state);

@@ -165,6 +165,10 @@ static sse_t within(sse_t v, sse_t limit) { return _mm_cmple_ps(_mm_andnot_ps(_m
 // for the narrower stores that have just set the ray, and a wide store is what the kernel can load at once.
 static sse_t gather(const R3& v, float w) { return _mm_set_ps(w, v.z, v.y, v.x); }
 
+// A float that the kernel has just stored, alone as it was stored: a load of two, as compilers like to make of it, would
+// wait for both stores too.
+static float stored(const volatile float& value) { return value; }
+
 bool EmbreeIntersector::Intersect(OxState& state) {
     const Ray& ray = state.ray;
     const float tnear = std::max(ray.minHitDist, ray.minDist);
@@ -192,17 +196,18 @@ bool EmbreeIntersector::Intersect(OxState& state) {
     rtcIntersect1(m_root, &context, &query);
     if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
 
+    const float distance = stored(query.ray.tfar), u = stored(query.hit.u), v = stored(query.hit.v);
+    const R3 normal(stored(query.hit.Ng_x), stored(query.hit.Ng_y), stored(query.hit.Ng_z));
     const bool instanced = query.hit.instID[0] != RTC_INVALID_GEOMETRY_ID;
     const unsigned number = instanced ? query.hit.instID[0] : query.hit.geomID;
     const Instance& instance = *m_instances[number];
     Intersection& hit = state.hit;
     hit.tri = static_cast<int>(query.hit.primID);
     hit.inst = static_cast<int>(number);
-    hit.dist = query.ray.tfar;
-    hit.u = query.hit.u;
-    hit.v = query.hit.v;
-    hit.w = 1.0f - hit.u - hit.v;
-    const R3 normal(query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z);
+    hit.dist = distance;
+    hit.u = u;
+    hit.v = v;
+    hit.w = 1.0f - u - v;
     hit.normal = instanced ? TransformVector(instance.normalXfm, normal) : normal;
     state.instance = &instance;
     state.object = m_scene->objects[instance.object];

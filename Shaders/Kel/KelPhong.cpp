@@ -240,24 +240,22 @@ float KelPhongShader::highlight(float cosViewLight) const {
 
 // The glossy lobe takes `exponent`, far sharper than the highlight of the same shininess.
 Oxvoid KelPhongShader::computeReflectivity(OxState* state, R3& shadeColor, const R3& shdNormal) {
-    R3 reflected = Black;
-    if (kelChildMatters(state, isReflective, kelRecord(state).m_ro->m_reflectiveAccuracy)) {
-        const bool glossy = glossySurfaces(state);
-        float distance;
-        reflected = kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, glossy ? exponent : 0.0f, false,
-                                              glossy ? numFuzzySamples(state) : 1);
-    }
+    if (!kelChildMatters(state, isReflective, kelRecord(state).m_ro->m_reflectiveAccuracy)) return;
+    const bool glossy = glossySurfaces(state);
+    float distance;
+    const R3 reflected = kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, glossy ? exponent : 0.0f,
+                                                   false, glossy ? numFuzzySamples(state) : 1);
     shadeColor += reflected * reflectiveColor;
 }
 
 // A transparent material keeps its whole lit colour; a clear texel takes its share away.
 Oxvoid KelPhongShader::computeTransparency(OxState* state, R3& shadeColor, float alpha) {
-    if (alpha <= 0.0f) {
-        shadeColor += kelGetTransparentIntensity(state, isTransparent) * transparentColor;
-    } else {
-        shadeColor *= 1.0f - alpha;
-        shadeColor += alpha * kelGetTransparentIntensity(state, alpha);
-    }
+    const bool fromTexture = alpha > 0.0f;
+    if (fromTexture) shadeColor *= 1.0f - alpha;
+    const float weight = fromTexture ? alpha : isTransparent;
+    if (!kelChildMatters(state, weight, kelRecord(state).m_ro->m_transparentAccuracy)) return;
+    const R3 transparent = kelTraceTransparency(state, weight);
+    shadeColor += fromTexture ? alpha * transparent : transparent * transparentColor;
 }
 
 Oxvoid KelPhongShader::computeNormal(OxState* state, R3& shdNormal) {

@@ -34,3 +34,8 @@ inline ISSEVec4 operator*(float s, const ISSEVec4& a) { return _mm_set1_ps(s) * 
 inline sse_t Dot(const ISSEVec4& a, const ISSEVec4& b) {
     return _mm_add_ps(_mm_add_ps(_mm_mul_ps(a.t[0], b.t[0]), _mm_mul_ps(a.t[1], b.t[1])), _mm_mul_ps(a.t[2], b.t[2]));
 }
+
+// Each lane has the bits that it would have alone.
+inline ISSEVec4 Normalize(const ISSEVec4& a) {
+    return _mm_div_ps(_mm_set1_ps(1.0f), _mm_sqrt_ps(Dot(a, a))) * a;
+}
