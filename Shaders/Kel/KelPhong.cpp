@@ -319,11 +319,12 @@ void KelPhongShader::addLight4(OxState4& state4, int i, const ISSEVec4& diffuse,
     sse_t lit = _mm_cmpgt_ps(ray.maxDist, _mm_setzero_ps());
     if (_mm_movemask_ps(lit) == 0) return;
     if (kelCastShadow(light) && receiveShadow()) lit = _mm_and_ps(lit, unblocked4(shadow, static_cast<unsigned>(i)));
+    if (_mm_movemask_ps(lit) == 0) return;
 
     const sse_t cosine = _mm_andnot_ps(_mm_set1_ps(-0.0f), Dot(shdNormal, L));
-    sse_t highlight = _mm_max_ps(Dot(view, L), _mm_setzero_ps());
-    for (unsigned k = 0; k < 4; ++k) highlight[k] = std::pow(highlight[k], shininess);
-    const ISSEVec4 added = cosine * diffuse + highlight * ISSEVec4(specularColor);
+    sse_t power = _mm_max_ps(Dot(view, L), _mm_setzero_ps());
+    for (unsigned k = 0; k < 4; ++k) power[k] = highlight(power[k]);
+    const ISSEVec4 added = cosine * diffuse + power * ISSEVec4(specularColor);
     for (unsigned c = 0; c < 3; ++c) color.t[c] = _mm_add_ps(color.t[c], _mm_and_ps(lit, added.t[c]));
 }
 
