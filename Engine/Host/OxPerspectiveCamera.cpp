@@ -35,12 +35,13 @@ bool OxPerspectiveCamera::InitPrimaryRay(OxState* state, int x, int y, const flo
 
 bool OxPerspectiveCamera::InitPrimaryRays(int x, int y, unsigned width, const float* patternX, const float* patternY,
                                           const float* maxDist, ISSERay4* ray4) const {
-    ray4->origin = ISSEVec4(position);
+    sse_t dx, dy;
     for (unsigned i = 0; i < 4; ++i) {
-        const float dx = static_cast<float>(x + static_cast<int>(i % width)) + patternX[i];
-        const float dy = static_cast<float>(y + static_cast<int>(i / width)) + patternY[i];
-        ray4->direction.setLane(i, direction(dx, dy));
-        ray4->maxDist[i] = maxDist[i];
+        dx[i] = static_cast<float>(x + static_cast<int>(i % width)) + patternX[i];
+        dy[i] = static_cast<float>(y + static_cast<int>(i / width)) + patternY[i];
     }
+    ray4->origin = ISSEVec4(position);
+    ray4->direction = directions(dx, dy);
+    ray4->maxDist = _mm_loadu_ps(maxDist);
     return true;
 }

@@ -287,8 +287,14 @@ Oxvoid KelPhongShader::Shade4(OxState4& state4, ISSEVec4& diffuse, ISSEVec4& shd
     ISSEVec4 direction, view;
     oxsGetRayDirection4(state4, direction);
     oxsReflect4(view, direction, shdNormal);
+    ISSERay4 ray;
+    ISSEIntersection4 hit;
+    OxState4 shadow;  // one for all lights
+    shadow.intersector = state4.intersector;
+    shadow.ray4 = &ray;
+    shadow.hit4 = &hit;
     for (int i = 0; i < getNumLights(); ++i) {
-        addLight4(state4, i, diffuse, shdNormal, view, origin, color);
+        addLight4(shadow, i, diffuse, shdNormal, view, origin, color);
         state4.colors = color;
     }
 }
@@ -304,15 +310,11 @@ static sse_t unblocked4(OxState4& shadow, unsigned i) {
     return _mm_castsi128_ps(_mm_cmpeq_epi32(tri, _mm_set1_epi32(TRI_NONE)));
 }
 
-void KelPhongShader::addLight4(OxState4& state4, int i, const ISSEVec4& diffuse, const ISSEVec4& shdNormal,
+void KelPhongShader::addLight4(OxState4& shadow, int i, const ISSEVec4& diffuse, const ISSEVec4& shdNormal,
                                const ISSEVec4& view, ISSEVec4& origin, ISSEVec4& color) {
     OxLight* light = getLight(i);
-    ISSERay4 ray;
-    ISSEIntersection4 hit;
-    OxState4 shadow;
-    shadow.intersector = state4.intersector;
-    shadow.ray4 = &ray;
-    shadow.hit4 = &hit;
+    ISSERay4& ray = *shadow.ray4;
+    ray = ISSERay4();
     if (!oxsIlluminate4(light, shadow, origin, shadow, static_cast<KelShader*>(this))) return;
     const ISSEVec4& L = ray.direction;
     ray.origin = ray.origin + 0.001f * L;

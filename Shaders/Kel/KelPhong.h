@@ -61,7 +61,7 @@ private:
     // Adds one light, using `shadow` for its ray. In replace mode answers true when the loop over the lights is over.
     bool addLight(OxState* state, OxState* shadow, OxLight* light, const Lit& lit, R3& shadeColor);
     float highlight(float cosViewLight) const;
-    // Adds light number i to four colours.
-    void addLight4(OxState4& state4, int i, const ISSEVec4& diffuse, const ISSEVec4& shdNormal, const ISSEVec4& view,
+    // Adds light number i to four colours, using `shadow` for its rays.
+    void addLight4(OxState4& shadow, int i, const ISSEVec4& diffuse, const ISSEVec4& shdNormal, const ISSEVec4& view,
                    ISSEVec4& origin, ISSEVec4& color);
 };

@@ -36,6 +36,4 @@ inline sse_t Dot(const ISSEVec4& a, const ISSEVec4& b) {
 }
 
 // Each lane has the bits that it would have alone.
-inline ISSEVec4 Normalize(const ISSEVec4& a) {
-    return _mm_div_ps(_mm_set1_ps(1.0f), _mm_sqrt_ps(Dot(a, a))) * a;
-}
+inline ISSEVec4 Normalize(const ISSEVec4& a) { return _mm_div_ps(_mm_set1_ps(1.0f), _mm_sqrt_ps(Dot(a, a))) * a; }
