@@ -13,7 +13,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <iostream>
+#include <string>
+#include <vector>
 
 using namespace oxbeam;
 using namespace oxbeam::test;
@@ -162,8 +165,12 @@ Json compare(unsigned turns, const auto& first, const char* firstName, const aut
     return {{firstName, median(a)}, {secondName, median(b)}, {"ratio", median(ratios)}};
 }
 
-// `first`: only the comparison that comes first, which takes a fifth of the time.
-Json run(unsigned turns, unsigned threads, const ImageSize& size, bool first) {
+const std::vector<std::string> comparisons = {"engine_to_bare", "engine_to_bare_any_hit_shadows",
+                                              "engine_to_bare_all_threads", "speed_up_by_threads",
+                                              "speed_up_by_packets"};
+
+// `only`: one of the comparisons; all where it is empty.
+Json run(unsigned turns, unsigned threads, const ImageSize& size, const std::string& only) {
     Scene scene(false), flat(true);
     Workers one(1), all(threads);
     for (Scene* each : {&scene, &flat}) {
@@ -186,21 +193,20 @@ Json run(unsigned turns, unsigned threads, const ImageSize& size, bool first) {
     };
     const auto packets = [&] { return frameTime(flat, one, true); };
     const auto singles = [&] { return frameTime(flat, one); };
-    Json json = {
-        {"triangles", scene.geometry.triangles()},
-        {"rays", recording.rays.size()},
-        {"width", size.width},
-        {"height", size.height},
-        {"turns", turns},
-        {"threads", threads},
-        {"engine_to_bare", compare(turns, engine(one), "engine_s", bare(one, ShadowQuery::Nearest), "bare_s")}};
-    if (first) return json;
-    json.update({{"engine_to_bare_any_hit_shadows",
-                  compare(turns, engine(one), "engine_s", bare(one, ShadowQuery::Any), "bare_s")},
-                 {"engine_to_bare_all_threads",
-                  compare(turns, engine(all), "engine_s", bare(all, ShadowQuery::Nearest), "bare_s")},
-                 {"speed_up_by_threads", compare(turns, several(one), "one_thread_s", several(all), "all_threads_s")},
-                 {"speed_up_by_packets", compare(turns, singles, "single_rays_s", packets, "packets_s")}});
+    Json json = {{"triangles", scene.geometry.triangles()},
+                 {"rays", recording.rays.size()},
+                 {"width", size.width},
+                 {"height", size.height},
+                 {"turns", turns},
+                 {"threads", threads}};
+    const std::vector<std::function<Json()>> measured = {
+        [&] { return compare(turns, engine(one), "engine_s", bare(one, ShadowQuery::Nearest), "bare_s"); },
+        [&] { return compare(turns, engine(one), "engine_s", bare(one, ShadowQuery::Any), "bare_s"); },
+        [&] { return compare(turns, engine(all), "engine_s", bare(all, ShadowQuery::Nearest), "bare_s"); },
+        [&] { return compare(turns, several(one), "one_thread_s", several(all), "all_threads_s"); },
+        [&] { return compare(turns, singles, "single_rays_s", packets, "packets_s"); }};
+    for (std::size_t i = 0; i < comparisons.size(); ++i)
+        if (only.empty() || only == comparisons[i]) json[comparisons[i]] = measured[i]();
     return json;
 }
 
@@ -214,8 +220,8 @@ int main(int argc, char** argv) {
     app.add_option("--threads", threads, "Threads of the comparisons on several")->capture_default_str();
     app.add_option("--width", size.width)->capture_default_str();
     app.add_option("--height", size.height)->capture_default_str();
-    bool first = false;
-    app.add_flag("--first", first, "Only the first comparison: the engine to the bare kernel on one thread");
+    std::string only;
+    app.add_option("--only", only, "A single comparison")->check(CLI::IsMember(comparisons));
     CLI11_PARSE(app, argc, argv);
-    std::cout << run(turns, threads, size, first).dump(2) << '\n';
+    std::cout << run(turns, threads, size, only).dump(2) << '\n';
 }

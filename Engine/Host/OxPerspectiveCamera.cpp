@@ -35,11 +35,10 @@ bool OxPerspectiveCamera::InitPrimaryRay(OxState* state, int x, int y, const flo
 
 bool OxPerspectiveCamera::InitPrimaryRays(int x, int y, unsigned width, const float* patternX, const float* patternY,
                                           const float* maxDist, ISSERay4* ray4) const {
-    sse_t dx, dy;
-    for (unsigned i = 0; i < 4; ++i) {
-        dx[i] = static_cast<float>(x + static_cast<int>(i % width)) + patternX[i];
-        dy[i] = static_cast<float>(y + static_cast<int>(i / width)) + patternY[i];
-    }
+    const auto column = [&](unsigned i) { return static_cast<float>(x + static_cast<int>(i % width)); };
+    const auto row = [&](unsigned i) { return static_cast<float>(y + static_cast<int>(i / width)); };
+    const sse_t dx = _mm_add_ps(_mm_setr_ps(column(0), column(1), column(2), column(3)), _mm_loadu_ps(patternX));
+    const sse_t dy = _mm_add_ps(_mm_setr_ps(row(0), row(1), row(2), row(3)), _mm_loadu_ps(patternY));
     ray4->origin = ISSEVec4(position);
     ray4->direction = directions(dx, dy);
     ray4->maxDist = _mm_loadu_ps(maxDist);

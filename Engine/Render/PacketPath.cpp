@@ -30,6 +30,8 @@ struct PacketPath::Packet {
     ISSERay4 ray;
     ISSEIntersection4 hit;
     OxState4 state;
+    int x = 0, y = 0;   // its first pixel
+    bool shot = false;  // false: the camera makes no such packet
     unsigned hits = 0;  // lanes as bits
     unsigned todo = 15;
 
@@ -40,7 +42,7 @@ struct PacketPath::Packet {
 
     // Calls a packet shader and takes over the colours of some lanes. A lane that it leaves unwritten, as shaders do
     // that find nothing to be done, is left to be shaded by itself.
-    void shade(OxShader& shader, unsigned lanes, R3 colors[4]) {
+    void shade(OxShader& shader, unsigned lanes, Block<R3>& colors) {
         state.colors = ISSEVec4(sse_t{} + NAN, sse_t{} + NAN, sse_t{} + NAN);
         shader.Shade4(state);
         for (unsigned i = 0; i < 4; ++i) {
@@ -79,7 +81,7 @@ struct PacketPath::Packet {
 };
 
 // The environment of the lanes without a hit, and the surface where the lanes with one share a shader, four at once.
-void PacketPath::shadeTogether(Packet& packet, R3 colors[4]) const {
+void PacketPath::shadeTogether(Packet& packet, Block<R3>& colors) const {
     const OxContext& context = *OxContext::current;
     if (packet.hits != 15 && m_environment) packet.shade(*context.environment, ~packet.hits, colors);
     if (packet.hits == 0) return;
@@ -95,7 +97,7 @@ void PacketPath::shadeTogether(Packet& packet, R3 colors[4]) const {
 }
 
 // Before anything is shaded: that may change the hits.
-void PacketPath::sampleAovs(const Packet& packet, AovSample aovs[4]) const {
+void PacketPath::sampleAovs(const Packet& packet, Block<AovSample>& aovs) const {
     for (unsigned i = 0; i < 4; ++i) {
         OxState single;
         oxsSetRay(&single, packet.ray.origin.lane(i), packet.ray.direction.lane(i), RayInfinity);
@@ -104,41 +106,48 @@ void PacketPath::sampleAovs(const Packet& packet, AovSample aovs[4]) const {
     }
 }
 
-R3 PacketPath::traceSingle(OxState& state, AovSample* aovs) const {
-    oxsShootRay(&state);
-    if (aovs) *aovs = m_aovs->sample(state);
+void PacketPath::shoot(Packet& packet, unsigned x, unsigned y, const R2& place) const {
+    const float placeX[4] = {place.x, place.x, place.x, place.x}, placeY[4] = {place.y, place.y, place.y, place.y};
+    const float maxDist[4] = {RayInfinity, RayInfinity, RayInfinity, RayInfinity};
+    packet.x = static_cast<int>(x);
+    packet.y = static_cast<int>(y);
+    packet.state.intersector = &m_session.intersector();
+    oxs4Init(packet.state);
+    packet.shot = m_world.camera->InitPrimaryRays(packet.x, packet.y, 2, placeX, placeY, maxDist, &packet.ray);
+    if (!packet.shot) return;
+    packet.state.intersector->Intersect4(packet.state);
+    oxs4LoadGeometry(packet.state);
+    for (unsigned i = 0; i < 4; ++i) packet.hits |= (packet.hit.tri[i] >= 0 ? 1u : 0u) << i;
+}
+
+// A lane by itself. Its ray is made again as a single one, but not shot again.
+R3 PacketPath::traceLane(const Packet& packet, unsigned i, const PrimarySample& sample, AovSample* aov) const {
+    OxState state = m_session.primaryState(sample.thread, sample.pass);
+    const float pattern[2] = {sample.place.x, sample.place.y};
+    const int x = packet.x + static_cast<int>(i % 2), y = packet.y + static_cast<int>(i / 2);
+    if (!m_world.camera->InitPrimaryRay(&state, x, y, pattern)) return Black;
+    if (packet.shot) {
+        packet.giveHit(i, state);
+    } else {
+        oxsShootRay(&state);
+        if (aov) *aov = m_aovs->sample(state);
+    }
     return Session::shade(state);
 }
 
-void PacketPath::trace(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4],
-                       AovSample aovs[4]) const {
-    const float placeX[4] = {place.x, place.x, place.x, place.x}, placeY[4] = {place.y, place.y, place.y, place.y};
-    const float maxDist[4] = {RayInfinity, RayInfinity, RayInfinity, RayInfinity};
-    Packet packet;
-    packet.state.intersector = &m_session.intersector();
-    m_world.renderingObject->initRay4(packet.state, pass, thread);
-    oxs4Init(packet.state);
-    const bool traced = m_world.camera->InitPrimaryRays(static_cast<int>(x), static_cast<int>(y), 4, placeX, placeY,
-                                                        maxDist, &packet.ray);
-    if (traced) {
-        packet.state.intersector->Intersect4(packet.state);
-        oxs4LoadGeometry(packet.state);
-        for (unsigned i = 0; i < 4; ++i) packet.hits |= (packet.hit.tri[i] >= 0 ? 1u : 0u) << i;
-        if (aovs) sampleAovs(packet, aovs);
-        shadeTogether(packet, colors);
-    }
-    for (unsigned i = 0; i < 4; ++i) {
-        if (!(packet.todo >> i & 1u)) continue;
-        OxState state = m_session.primaryState(thread, pass);
-        const float pattern[2] = {place.x, place.y};
-        if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x + i), static_cast<int>(y), pattern)) {
-            colors[i] = Black;
-        } else if (!traced) {
-            colors[i] = traceSingle(state, aovs ? &aovs[i] : nullptr);
-        } else {
-            packet.giveHit(i, state);
-            colors[i] = Session::shade(state);
+void PacketPath::trace(const PrimarySample& sample, unsigned x, unsigned y, unsigned count, Block<R3>* colors,
+                       Block<AovSample>* aovs) const {
+    std::array<Packet, MostPackets> packets;
+    for (unsigned k = 0; k < count; ++k) shoot(packets[k], x + 2 * k, y, sample.place);
+    for (unsigned k = 0; k < count; ++k) {
+        Packet& packet = packets[k];
+        m_world.renderingObject->initRay4(packet.state, sample.pass, sample.thread);
+        if (packet.shot) {
+            if (aovs) sampleAovs(packet, aovs[k]);
+            shadeTogether(packet, colors[k]);
         }
+        for (unsigned i = 0; i < 4; ++i)
+            if (packet.todo >> i & 1u) colors[k][i] = traceLane(packet, i, sample, aovs ? &aovs[k][i] : nullptr);
     }
 }
 

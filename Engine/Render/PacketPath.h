@@ -5,6 +5,7 @@
 #include "Engine/Render/Session.h"
 #include "Engine/World.h"
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -21,16 +22,24 @@ public:
     // Why no packet can be shaded at all, in words for the user; empty where some can.
     const std::string& whyNot() const { return m_whyNot; }
 
-    // Colours of the pixels from (x, y) to (x + 3, y), each sampled at `place`; and their AOVs, null without a sampler.
-    void trace(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4],
-               AovSample aovs[4]) const;
+    // A value for each of two by two pixels, row by row: their rays meet the same things more often than those of four
+    // pixels in a row.
+    template <class T>
+    using Block = std::array<T, 4>;
+    static constexpr unsigned MostPackets = 8;
+
+    // Colours of up to MostPackets blocks side by side, the first at (x, y), and their AOVs, null without a sampler. All
+    // are shot before the first is shaded.
+    void trace(const PrimarySample& sample, unsigned x, unsigned y, unsigned count, Block<R3>* colors,
+               Block<AovSample>* aovs) const;
 
 private:
     struct Packet;
 
-    void shadeTogether(Packet& packet, R3 colors[4]) const;
-    void sampleAovs(const Packet& packet, AovSample aovs[4]) const;
-    R3 traceSingle(OxState& state, AovSample* aovs) const;
+    void shoot(Packet& packet, unsigned x, unsigned y, const R2& place) const;
+    void shadeTogether(Packet& packet, Block<R3>& colors) const;
+    void sampleAovs(const Packet& packet, Block<AovSample>& aovs) const;
+    R3 traceLane(const Packet& packet, unsigned i, const PrimarySample& sample, AovSample* aov) const;
 
     const World& m_world;
     const Session& m_session;

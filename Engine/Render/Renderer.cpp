@@ -83,10 +83,10 @@ private:
     bool isDone(unsigned tile, unsigned pass) const;
     bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
-    R3 samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place);
-    void sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place, R3* colors);
+    R3 samplePixel(const PrimarySample& sample, unsigned x, unsigned y);
+    void sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
     R3 shadeSample(OxState& state, unsigned x, unsigned y);
-    void samplePacket(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4]);
+    void samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
     void keepAovs(unsigned x, unsigned y, const AovSample& sample);
     std::uint64_t keep(const Window& window, const TileColors& colors);
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
@@ -136,17 +136,21 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     record = ThreadRecord{};
     record.sampleIndex = pass;
     m_world.renderingObject->initTile(thread, tile);
-    const R2 place = samplePlace(pass);
+    const PrimarySample sample{thread, pass, samplePlace(pass)};
     const Window window = m_tiles.window(tile);
     TileColors colors;
+    const auto at = [&](unsigned x, unsigned y) {
+        return colors.data() + (y - window.y0) * TileSize + (x - window.x0);
+    };
+    const unsigned packedX = m_packets ? window.x1 & ~1u : window.x0, packedY = m_packets ? window.y1 & ~1u : window.y0;
+    for (unsigned y = window.y0; y < packedY; y += 2)
+        if (packedX > window.x0) samplePackets(sample, window.x0, packedX, y, at(window.x0, y));
     for (unsigned y = window.y0; y < window.y1; ++y) {
-        R3* color = colors.data() + std::size_t{y - window.y0} * TileSize;
-        unsigned x = window.x0;
-        for (; m_packets && x + 4 <= window.x1; x += 4, color += 4) samplePacket(thread, x, y, pass, place, color);
+        unsigned x = y < packedY ? packedX : window.x0;
         if (m_pinhole)
-            sampleRow(thread, x, window.x1, y, pass, place, color);
+            sampleRow(sample, x, window.x1, y, at(x, y));
         else
-            for (; x < window.x1; ++x) *color++ = samplePixel(thread, x, y, pass, place);
+            for (; x < window.x1; ++x) *at(x, y) = samplePixel(sample, x, y);
     }
     finishTile(record, keep(window, colors));
 }
@@ -165,9 +169,9 @@ std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
     return bad;
 }
 
-R3 Frame::samplePixel(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place) {
-    OxState state = m_session.primaryState(thread, pass);
-    const float pattern[2] = {place.x, place.y};
+R3 Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y) {
+    OxState state = m_session.primaryState(sample.thread, sample.pass);
+    const float pattern[2] = {sample.place.x, sample.place.y};
     if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
         if (m_aovs) keepAovs(x, y, AovSample());
         return Black;
@@ -182,11 +186,19 @@ R3 Frame::shadeSample(OxState& state, unsigned x, unsigned y) {
     return Session::shade(state);
 }
 
-void Frame::samplePacket(unsigned thread, unsigned x, unsigned y, unsigned pass, const R2& place, R3 colors[4]) {
-    if (!m_aovs) return m_packets->trace(thread, x, y, pass, place, colors, nullptr);
-    AovSample aovs[4];
-    m_packets->trace(thread, x, y, pass, place, colors, aovs);
-    for (unsigned i = 0; i < 4; ++i) keepAovs(x + i, y, aovs[i]);
+// Packets of the rows y and y + 1, from x to `end`; `colors` are those of a tile from there on.
+void Frame::samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors) {
+    static_assert(TileSize <= 2 * PacketPath::MostPackets);
+    std::array<PacketPath::Block<R3>, TileSize / 2> blocks;
+    std::array<PacketPath::Block<AovSample>, TileSize / 2> aovs;
+    const unsigned count = (end - x) / 2;
+    m_packets->trace(sample, x, y, count, blocks.data(), m_aovs ? aovs.data() : nullptr);
+    for (unsigned k = 0; k < count; ++k)
+        for (unsigned i = 0; i < 4; ++i) {
+            const unsigned column = 2 * k + i % 2, row = i / 2;
+            colors[row * TileSize + column] = blocks[k][i];
+            if (m_aovs) keepAovs(x + column, y + row, aovs[k][i]);
+        }
 }
 
 void Frame::keepAovs(unsigned x, unsigned y, const AovSample& sample) {
@@ -196,12 +208,11 @@ void Frame::keepAovs(unsigned x, unsigned y, const AovSample& sample) {
 // Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers, and all are shot before the
 // first is shaded: the kernel's code and the shaders' then run each at a stretch, with what the processor has learnt of
 // their branches still there.
-void Frame::sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, unsigned pass, const R2& place,
-                      R3* colors) {
+void Frame::sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors) {
     std::array<ISSEVec4, TileSize / 4> directions;
     const unsigned count = end - x;
-    const sse_t lane = _mm_set_ps(3.0f, 2.0f, 1.0f, 0.0f), placeX = _mm_set1_ps(place.x);
-    const sse_t placeY = _mm_set1_ps(static_cast<float>(y) + place.y);
+    const sse_t lane = _mm_set_ps(3.0f, 2.0f, 1.0f, 0.0f), placeX = _mm_set1_ps(sample.place.x);
+    const sse_t placeY = _mm_set1_ps(static_cast<float>(y) + sample.place.y);
     for (unsigned i = 0; i < count; i += 4) {
         const sse_t column = _mm_add_ps(_mm_set1_ps(static_cast<float>(x + i)), lane);
         directions[i / 4] = m_pinhole->directions(_mm_add_ps(column, placeX), placeY);
@@ -214,7 +225,7 @@ void Frame::sampleRow(unsigned thread, unsigned x, unsigned end, unsigned y, uns
         oxsShootRay(&state);
     }
     for (unsigned i = 0; i < count; ++i) {
-        m_session.attachRecord(states[i], thread, pass);
+        m_session.attachRecord(states[i], sample.thread, sample.pass);
         colors[i] = shadeSample(states[i], x + i, y);
     }
 }

@@ -7,6 +7,12 @@
 
 namespace oxbeam {
 
+// Which sample of a pixel is taken, and by whom.
+struct PrimarySample {
+    unsigned thread, pass;
+    R2 place;  // in the pixel
+};
+
 // While it exists, the services that take no state answer from this world, whose geometry must be built. There is one
 // at a time in a process; a second one waits for the first to end, and on the same thread, where that would be for ever,
 // throws std::logic_error. It runs NewFrame on every object.

@@ -222,9 +222,11 @@ static __m128i traceable4(const ISSERay4& ray, Oxuint kind, sse_t limit) {
     sse_t good = _mm_and_ps(_mm_cmpge_ps(tnear, _mm_setzero_ps()), _mm_cmpge_ps(ray.maxDist, tnear));
     for (const ISSEVec4* v : {&ray.origin, &ray.direction})
         for (const sse_t component : v->t) good = _mm_and_ps(good, within(component, limit));
+    const auto bad = ~static_cast<unsigned>(_mm_movemask_ps(good)) & 15u;
     ThreadRecord& record = ThreadRecord::mine();
     record.countRays(kind, 4);
-    record.refusedRays += static_cast<unsigned>(std::popcount(~static_cast<unsigned>(_mm_movemask_ps(good)) & 15u));
+    if (bad != 0) [[unlikely]]
+        record.refusedRays += static_cast<unsigned>(std::popcount(bad));
     return _mm_castps_si128(good);
 }
 
@@ -239,6 +241,9 @@ static void fill(RTCRay4& query, const ISSERay4& ray, Oxuint kind) {
     std::fill_n(query.flags, 4, 0u);
 }
 
+static __m128i load(const unsigned (&lanes)[4]) { return _mm_load_si128(reinterpret_cast<const __m128i*>(lanes)); }
+static void store(int (&lanes)[4], __m128i values) { _mm_store_si128(reinterpret_cast<__m128i*>(lanes), values); }
+
 bool EmbreeIntersector::Intersect4(OxState4& state4) {
     alignas(16) int valid[4];
     _mm_store_si128(reinterpret_cast<__m128i*>(valid),
@@ -252,24 +257,24 @@ bool EmbreeIntersector::Intersect4(OxState4& state4) {
     context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
     rtcIntersect4(valid, m_root, &context, &query);
 
+    // All lanes at once, the values of those without a hit too: nobody reads them.
     ISSEIntersection4& hit = *state4.hit4;
-    bool any = false;
-    for (unsigned i = 0; i < 4; ++i) {
-        hit.tri[i] = TRI_NONE;
-        if (query.hit.geomID[i] == RTC_INVALID_GEOMETRY_ID) continue;
-        any = true;
-        const bool instanced = query.hit.instID[0][i] != RTC_INVALID_GEOMETRY_ID;
-        const unsigned number = instanced ? query.hit.instID[0][i] : query.hit.geomID[i];
-        hit.tri[i] = static_cast<int>(query.hit.primID[i]);
-        hit.inst[i] = static_cast<int>(number);
-        hit.dist[i] = query.ray.tfar[i];
-        hit.u[i] = query.hit.u[i];
-        hit.v[i] = query.hit.v[i];
-        hit.w[i] = 1.0f - hit.u[i] - hit.v[i];
-        const R3 normal(query.hit.Ng_x[i], query.hit.Ng_y[i], query.hit.Ng_z[i]);
-        hit.normal.setLane(i, instanced ? TransformVector(m_instances[number]->normalXfm, normal) : normal);
-    }
-    return any;
+    const __m128i none = _mm_set1_epi32(-1);  // both Embree's word for it and the triangle's
+    const __m128i geometry = load(query.hit.geomID), instance = load(query.hit.instID[0]);
+    const __m128i missed = _mm_cmpeq_epi32(geometry, none), direct = _mm_cmpeq_epi32(instance, none);
+    const sse_t u = _mm_load_ps(query.hit.u), v = _mm_load_ps(query.hit.v);
+    store(hit.tri, _mm_or_si128(missed, load(query.hit.primID)));
+    store(hit.inst, _mm_or_si128(_mm_and_si128(direct, geometry), _mm_andnot_si128(direct, instance)));
+    _mm_store_ps(hit.dist, _mm_load_ps(query.ray.tfar));
+    _mm_store_ps(hit.u, u);
+    _mm_store_ps(hit.v, v);
+    _mm_store_ps(hit.w, _mm_sub_ps(_mm_sub_ps(_mm_set1_ps(1.0f), u), v));
+    hit.normal = {_mm_load_ps(query.hit.Ng_x), _mm_load_ps(query.hit.Ng_y), _mm_load_ps(query.hit.Ng_z)};
+    const int instanced = _mm_movemask_ps(_mm_castsi128_ps(_mm_andnot_si128(direct, _mm_xor_si128(missed, none))));
+    for (unsigned i = 0; instanced >> i != 0; ++i)
+        if (instanced >> i & 1)
+            hit.normal.setLane(i, TransformVector(m_instances[query.hit.instID[0][i]]->normalXfm, hit.normal.lane(i)));
+    return _mm_movemask_ps(_mm_castsi128_ps(missed)) != 15;
 }
 
 void EmbreeIntersector::Occluded4(OxState4& state4) {
@@ -282,8 +287,10 @@ void EmbreeIntersector::Occluded4(OxState4& state4) {
     rtcInitIntersectContext(&context);
     context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
     rtcOccluded4(valid, m_root, &context, &query);
-    for (unsigned i = 0; i < 4; ++i)
-        if (valid[i] && query.tfar[i] < 0.0f) state4.hit4->tri[i] = 0;
+    const sse_t traced = _mm_castsi128_ps(_mm_load_si128(reinterpret_cast<const __m128i*>(valid)));
+    const sse_t occluded = _mm_and_ps(traced, _mm_cmplt_ps(_mm_load_ps(query.tfar), _mm_setzero_ps()));
+    int(&tri)[4] = state4.hit4->tri;
+    store(tri, _mm_andnot_si128(_mm_castps_si128(occluded), _mm_load_si128(reinterpret_cast<const __m128i*>(tri))));
 }
 
 }  // namespace oxbeam

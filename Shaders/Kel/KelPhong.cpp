@@ -268,13 +268,15 @@ OxLight* KelPhongShader::getLight(int i) { return (*lights)[static_cast<unsigned
 
 // ---- Packets
 
+static R3 worldNormal(const OxState4& state4, unsigned lane) {
+    const R3 normal = state4.object[lane]->GetGeometricNormal(state4.hit4->tri[lane]);
+    const Instance& instance = *state4.instance[lane];
+    return instance.hasXfm ? TransformVector(instance.normalXfm, normal) : normal;
+}
+
 Oxvoid KelPhongShader::Shade4(OxState4& state4) {
-    ISSEVec4 normal, origin;
-    for (unsigned k = 0; k < 4; ++k) {
-        const R3 n = state4.object[k]->GetGeometricNormal(state4.hit4->tri[k]);
-        const Instance& instance = *state4.instance[k];
-        normal.setLane(k, instance.hasXfm ? TransformVector(instance.normalXfm, n) : n);
-    }
+    ISSEVec4 normal(worldNormal(state4, 0), worldNormal(state4, 1), worldNormal(state4, 2), worldNormal(state4, 3));
+    ISSEVec4 origin;
     oxs4NormalizeFaceForward(state4, normal);
     oxsGetHitPosition4(state4, origin);
     oxsSetRayOrigin4(state4, origin);
@@ -324,8 +326,9 @@ void KelPhongShader::addLight4(OxState4& shadow, int i, const ISSEVec4& diffuse,
     if (_mm_movemask_ps(lit) == 0) return;
 
     const sse_t cosine = _mm_andnot_ps(_mm_set1_ps(-0.0f), Dot(shdNormal, L));
-    sse_t power = _mm_max_ps(Dot(view, L), _mm_setzero_ps());
-    for (unsigned k = 0; k < 4; ++k) power[k] = highlight(power[k]);
+    const sse_t cosViewLight = _mm_max_ps(Dot(view, L), _mm_setzero_ps());
+    const sse_t power = _mm_setr_ps(highlight(cosViewLight[0]), highlight(cosViewLight[1]), highlight(cosViewLight[2]),
+                                    highlight(cosViewLight[3]));
     const ISSEVec4 added = cosine * diffuse + power * ISSEVec4(specularColor);
     for (unsigned c = 0; c < 3; ++c) color.t[c] = _mm_add_ps(color.t[c], _mm_and_ps(lit, added.t[c]));
 }

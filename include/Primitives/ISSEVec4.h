@@ -13,6 +13,9 @@ struct ISSEVec4 {
 
     ISSEVec4() : t{_mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps()} {}
     ISSEVec4(sse_t x, sse_t y, sse_t z) : t{x, y, z} {}
+    // Lane by lane.
+    ISSEVec4(const R3& a, const R3& b, const R3& c, const R3& d)
+        : t{_mm_setr_ps(a.x, b.x, c.x, d.x), _mm_setr_ps(a.y, b.y, c.y, d.y), _mm_setr_ps(a.z, b.z, c.z, d.z)} {}
     explicit ISSEVec4(const R3& v) : t{_mm_set1_ps(v.x), _mm_set1_ps(v.y), _mm_set1_ps(v.z)} {}
 
     R3 lane(unsigned i) const { return {t[0][i], t[1][i], t[2][i]}; }
