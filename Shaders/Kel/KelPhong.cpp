@@ -243,8 +243,8 @@ Oxvoid KelPhongShader::computeReflectivity(OxState* state, R3& shadeColor, const
     if (!kelChildMatters(state, isReflective, kelRecord(state).m_ro->m_reflectiveAccuracy)) return;
     const bool glossy = glossySurfaces(state);
     float distance;
-    const R3 reflected = kelGetReflectiveIntensity(state, distance, isReflective, shdNormal, glossy ? exponent : 0.0f,
-                                                   false, glossy ? numFuzzySamples(state) : 1);
+    const R3 reflected = kelTraceReflection(state, distance, isReflective, shdNormal, glossy ? exponent : 0.0f, false,
+                                            glossy ? numFuzzySamples(state) : 1);
     shadeColor += reflected * reflectiveColor;
 }
 
