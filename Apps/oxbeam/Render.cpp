@@ -30,6 +30,14 @@ static void sayRendered(const RenderResult& result, const RenderOptions& options
                               1e-6 * static_cast<double>(rays) / seconds));
 }
 
+// What there is to be seen of a world, in words.
+static std::string contents(const World& world) {
+    const auto some = [](std::uint64_t number, const char* what) {
+        return fmt::format("{} {}{}", number, what, number == 1 ? "" : "s");
+    };
+    return some(world.geometry.triangles(), "triangle") + ", " + some(world.lights.size(), "light");
+}
+
 ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     ProgressLine progress(command.quiet);
     checkRenderArguments(command);
@@ -43,8 +51,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Checkpointing saving(command, *world, inputs);
     std::optional<Begun> begun = saving.begun(options);
     times.load = loading.seconds();
-    progress.step(fmt::format("loaded {} in {:.2f} s: {} triangles, {} lights", command.scene, times.load,
-                              world->geometry.triangles(), world->lights.size()));
+    progress.step(fmt::format("loaded {} in {:.2f} s: {}", command.scene, times.load, contents(*world)));
 
     Stopwatch building;
     Workers workers(threads);
@@ -79,8 +86,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
 ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry) {
     const auto world = load(scene, {set, {}}, registry, false);
     if (!world) return ExitStatus::BadScene;
-    std::cout << fmt::format("{}: no errors; {} triangles, {} lights\n", scene, world->geometry.triangles(),
-                             world->lights.size());
+    std::cout << fmt::format("{}: no errors; {}\n", scene, contents(*world));
     return ExitStatus::Done;
 }
 

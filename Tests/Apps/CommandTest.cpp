@@ -93,7 +93,7 @@ TEST_F(Command, CheckReportsAllErrorsAtOnceAndRendersNothing) {
     EXPECT_THAT(outcome.err, ContainsRegex("^many.toml:2:10: error: .*\nmany.toml:3:1: .*\nmany.toml:4:9: error: "));
     const Outcome good = run("check scene.toml --set light.0.intensity=[1,1,1]");
     EXPECT_EQ(good.status, 0);
-    EXPECT_EQ(good.out, "scene.toml: no errors; 170 triangles, 1 lights\n");
+    EXPECT_EQ(good.out, "scene.toml: no errors; 170 triangles, 1 light\n");
     EXPECT_EQ(good.err, "");
     for (const auto& entry : fs::directory_iterator(scratch()))
         EXPECT_THAT(entry.path().extension(), testing::AnyOf(".toml", ".out", ".err"));

@@ -34,6 +34,26 @@ TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
         << "the file's camera looks straight at the middles of the two texels";
 }
 
+TEST_F(Command, EveryThingThatAMaterialCanSayIsUnderstood) {
+    const std::string model = SCENES "/assets/materials.glb";
+    EXPECT_EQ(run("render " + model + " -q --samples 1 --size 60x40 -o all.png").err, "");
+    ASSERT_EQ(run("scene " + model + " -o all.toml").status, 0);
+    const std::string text = contentOf("all.toml");
+    const auto count = [&](const std::string& line) {
+        std::size_t found = 0, at = 0;
+        for (; (at = text.find('\n' + line, at)) != std::string::npos; ++at) ++found;
+        return found;
+    };
+    EXPECT_EQ(count("object = \"KelGlass\""), 3u);
+    EXPECT_EQ(count("object = \"KelCarPaint\""), 1u);
+    EXPECT_EQ(count("object = \"KelPhong\""), 12u) << "the ground is one too";
+    EXPECT_EQ(count("texture = "), 6u) << "five materials and the surroundings";
+    for (const char* line :
+         {"alpha = \"mask\"", "alpha = \"ignore\"", "vertexColors = true", "bump = \"normal\"",
+          "emissiveColor = ", "reflective = ", "transparent = ", "bindex = 1.45", "oneSidedGlass = true"})
+        EXPECT_GE(count(line), 1u) << line;
+}
+
 TEST_F(Command, ASweepTakesAModel) {
     const std::string model =
         writeGltf("model.gltf", R"("name": "skin", "pbrMetallicRoughness": {"metallicFactor": 0})").filename();
