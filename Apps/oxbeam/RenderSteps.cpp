@@ -1,12 +1,16 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Engine/System/StoredFile.h"
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <set>
@@ -71,7 +75,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
     };
     std::ofstream stream(file);
     stream << json.dump(2) << '\n';
-    if (!stream.flush()) throw Error(ExitStatus::InputOutput, fmt::format("cannot write '{}'", file));
+    if (!stream.flush()) throw cannotWrite(file, std::strerror(errno));
 }
 
 Prepared prepare(const RenderCommand& command, const Registry& registry) {

@@ -1,10 +1,10 @@
 #include "Apps/oxbeam/Commands.h"
 #include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 
 namespace oxbeam {
@@ -18,17 +18,6 @@ ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::stri
     ModelSceneOptions options{command.shader, command.environment, command.view, command.ground == "shadow", {}};
     if (!size.empty()) options.size = parseSize(size);
     return options;
-}
-
-// Written beside its place and then renamed: a half-written scene never replaces a whole one.
-static void writeText(const fs::path& file, const std::string& text) {
-    const fs::path temporary = file.string() + ".part";
-    std::error_code problem;
-    const bool written = static_cast<bool>((std::ofstream(temporary, std::ios::binary) << text).flush());
-    if (written) fs::rename(temporary, file, problem);
-    if (written && !problem) return;
-    fs::remove(temporary, problem);
-    throw Error(ExitStatus::InputOutput, fmt::format("cannot write '{}'", file.string()));
 }
 
 ExitStatus runScene(const SceneCommand& command, const Registry& registry) {
@@ -45,7 +34,7 @@ ExitStatus runScene(const SceneCommand& command, const Registry& registry) {
     if (command.output.empty()) {
         std::cout << text;
     } else {
-        writeText(command.output, text);
+        storeFile(command.output, {reinterpret_cast<const unsigned char*>(text.data()), text.size()});
         std::cerr << fmt::format("wrote {}\n", command.output);
     }
     return ExitStatus::Done;

@@ -1,30 +1,21 @@
 #include "Engine/Output/ImageFile.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/System/StoredFile.h"
 
 #include <OpenImageIO/color.h>
 #include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <map>
 
 namespace oxbeam {
 
 namespace fs = std::filesystem;
-
-static Error failed(const fs::path& file, const std::string& why) {
-    return {ExitStatus::InputOutput, fmt::format("cannot write '{}': {}", file.string(), why)};
-}
 
 // ---- Formats
 
@@ -121,7 +112,7 @@ static std::vector<unsigned char> encode(const fs::path& file, unsigned width, u
                                          const std::vector<R3>& pixels, const ImageOptions& options) {
     const Format& format = formatOf(file);
     const auto output = OIIO::ImageOutput::create(file.string());
-    if (!output) throw failed(file, OIIO::geterror());
+    if (!output) throw cannotWrite(file, OIIO::geterror());
 
     const OIIO::TypeDesc type = !format.display      ? OIIO::TypeDesc::FLOAT
                                 : options.bits == 16 ? OIIO::TypeDesc::UINT16
@@ -146,70 +137,13 @@ static std::vector<unsigned char> encode(const fs::path& file, unsigned width, u
     if (good && type == OIIO::TypeDesc::UINT16)
         good = output->write_image(type, toDisplay<std::uint16_t>(pixels).data());
     good = output->close() && good;
-    if (!good || output->has_error()) throw failed(file, output->geterror());
+    if (!good || output->has_error()) throw cannotWrite(file, output->geterror());
     return bytes;
 }
 
-// ---- Storing
-
-// A file under a temporary name that is gone again unless it was renamed.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const fs::path& target) : m_target(target) {
-        m_name = target.string() + ".XXXXXX";
-        m_descriptor = mkstemp(m_name.data());
-        if (m_descriptor < 0) throw failed(target, std::strerror(errno));
-    }
-    ~TemporaryFile() {
-        if (m_descriptor >= 0) close(m_descriptor);
-        if (!m_name.empty()) unlink(m_name.c_str());
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    void write(const std::vector<unsigned char>& bytes) {
-        for (std::size_t done = 0; done < bytes.size();) {
-            const ssize_t n = ::write(m_descriptor, bytes.data() + done, bytes.size() - done);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) throw failed(m_target, std::strerror(errno));
-            done += static_cast<std::size_t>(n);
-        }
-        if (fsync(m_descriptor) != 0) throw failed(m_target, std::strerror(errno));
-    }
-
-    void verify(const std::vector<unsigned char>& bytes) const {
-        std::vector<unsigned char> back(bytes.size() + 1);
-        std::size_t done = 0;
-        for (ssize_t n; done < back.size(); done += static_cast<std::size_t>(n))
-            if ((n = pread(m_descriptor, back.data() + done, back.size() - done, static_cast<off_t>(done))) <= 0) break;
-        if (done != bytes.size() || !std::equal(bytes.begin(), bytes.end(), back.begin()))
-            throw failed(m_target, "what was written does not read back");
-    }
-
-    // mkstemp makes files for their owner alone; a picture gets the rights that any new file has.
-    void rename() {
-        const mode_t mask = umask(0);
-        umask(mask);
-        if (fchmod(m_descriptor, 0666 & ~mask) != 0 || close(std::exchange(m_descriptor, -1)) != 0 ||
-            ::rename(m_name.c_str(), m_target.c_str()) != 0)
-            throw failed(m_target, std::strerror(errno));
-        m_name.clear();
-    }
-
-private:
-    fs::path m_target;
-    std::string m_name;
-    int m_descriptor = -1;
-};
-
 void writeImage(const fs::path& file, unsigned width, unsigned height, const std::vector<R3>& pixels,
                 const ImageOptions& options) {
-    const std::vector<unsigned char> bytes = encode(file, width, height, pixels, options);
-    if (fs::exists(file) && !fs::is_regular_file(file)) throw failed(file, "it exists and is not a regular file");
-    TemporaryFile temporary(file);
-    temporary.write(bytes);
-    temporary.verify(bytes);
-    temporary.rename();
+    storeFile(file, encode(file, width, height, pixels, options));
 }
 
 }  // namespace oxbeam
