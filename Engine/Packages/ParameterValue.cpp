@@ -83,9 +83,10 @@ static std::string expected(const ParameterDeclaration& p) {
 // ---- ParameterWriter
 
 ParameterWriter::ParameterWriter(const ObjectClass& object, std::string label, Diagnostics& diagnostics,
-                                 TextureByName textures, std::vector<std::string> textureNames)
+                                 TextureByName textures, std::vector<std::string> textureNames,
+                                 std::vector<std::string> otherNames)
     : m_object(object), m_label(std::move(label)), m_diagnostics(diagnostics), m_textures(std::move(textures)),
-      m_textureNames(std::move(textureNames)) {}
+      m_textureNames(std::move(textureNames)), m_otherNames(std::move(otherNames)) {}
 
 std::string ParameterWriter::about(const ParameterDeclaration& p) const {
     return fmt::format("parameter '{}' of {} ({})", p.id, m_label, m_object.name);
@@ -207,8 +208,10 @@ void ParameterWriter::write(OxLoadableObject& target, const std::string& name, c
                             const ParameterValue& value) {
     const ParameterDeclaration* p = m_object.find(name);
     if (!p) {
+        std::vector<std::string> known = m_object.parameterNames();
+        known.insert(known.end(), m_otherNames.begin(), m_otherNames.end());
         m_diagnostics.error(nameAt, fmt::format("{} ({}) has no parameter '{}'{}", m_label, m_object.name, name,
-                                                didYouMean(name, m_object.parameterNames())));
+                                                didYouMean(name, known)));
         return;
     }
     std::vector<std::byte> bytes(static_cast<std::size_t>(p->size));

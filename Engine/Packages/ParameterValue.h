@@ -30,9 +30,10 @@ public:
     // Id of a texture by name, if there is one by that name.
     using TextureByName = std::function<std::optional<int>(const std::string&)>;
 
-    // `label` names the object for messages, for example "shader 'table'".
+    // `label` names the object for messages, for example "shader 'table'"; `otherNames` are what may be meant by an
+    // unknown name beside a parameter.
     ParameterWriter(const ObjectClass& object, std::string label, Diagnostics& diagnostics, TextureByName textures,
-                    std::vector<std::string> textureNames = {});
+                    std::vector<std::string> textureNames = {}, std::vector<std::string> otherNames = {});
 
     // Unknown names and values of the wrong shape or kind are errors and leave the object as it is; values outside the
     // documented bounds are written, with a warning.
@@ -53,7 +54,7 @@ private:
     std::string m_label;
     Diagnostics& m_diagnostics;
     TextureByName m_textures;
-    std::vector<std::string> m_textureNames;
+    std::vector<std::string> m_textureNames, m_otherNames;
 };
 
 // What a parameter takes, for people: "float", "3 floats (color)", "texture", "int: 0 x-Axis, 1 y-Axis", ...

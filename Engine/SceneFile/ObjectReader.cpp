@@ -32,7 +32,7 @@ const ObjectClass* ObjectReader::classOf(TableReader& reader) const {
 
 void ObjectReader::writeParameters(TableReader& reader, const ObjectClass& object, OxLoadableObject& target) const {
     const auto textures = [&](const std::string& name) { return m_textures.idFor(name, object.name); };
-    ParameterWriter writer(object, reader.label(), m_diagnostics, textures, m_textures.names());
+    ParameterWriter writer(object, reader.label(), m_diagnostics, textures, m_textures.names(), reader.section().keys);
     // What was set over the file comes last: the file may know the same parameter by another of its names.
     for (const bool setOver : {false, true})
         reader.rest([&](const std::string& key, const SourceLocation& at, const toml::node& node) {
