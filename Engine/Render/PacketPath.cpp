@@ -39,6 +39,8 @@ struct PacketPath::Packet {
         state.ray4 = &ray;
         state.hit4 = &hit;
     }
+    Packet(const Packet&) = delete;
+    Packet& operator=(const Packet&) = delete;
 
     // Calls a packet shader and takes over the colours of some lanes. A lane that it leaves unwritten, as shaders do
     // that find nothing to be done, is left to be shaded by itself.
