@@ -13,7 +13,7 @@ namespace oxbeam {
 
 // A fast path for previews: shaders that treat four hits at once leave things out that they do for single rays. What a
 // frame's objects offer is found out once; whatever they do not is shaded ray by ray, with the bits that it has
-// without packets.
+// without packets; random numbers are drawn in another order.
 class OXBEAM_API PacketPath {
 public:
     // Looks at the objects of a session's world; all that is given must outlive it. A sampler only where AOVs are kept.
