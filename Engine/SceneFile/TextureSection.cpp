@@ -36,50 +36,90 @@ static std::unique_ptr<Texture> whiteTexel() {
     return std::make_unique<Texture>(1u, 1u, 3u, std::vector<std::uint8_t>{255, 255, 255}, ColorSpace::Linear);
 }
 
+namespace {
+
+// Where a texture's picture comes from.
+struct Origin {
+    std::optional<std::string> file;
+    std::optional<unsigned> image;
+    std::optional<unsigned> space;
+    bool generated = false;
+    bool equirectangular = false;
+    bool vertexColors = false;
+
+    explicit Origin(TableReader& reader)
+        : file(reader.text("file")), image(reader.count("image", 0, 1u << 20)),
+          space(reader.word("colorSpace", {"linear", "srgb"})), generated(reader.word("generate", {"studio"})),
+          equirectangular(reader.word("projection", {"equirectangular"}) || generated),
+          vertexColors(reader.flag("vertexColors").value_or(false)) {
+        if (!isKnown() && !reader.has("file")) reader.error("file", "has no 'file'");
+        if (image && !file) reader.error("image", "'image' is for the images within a model's 'file'");
+    }
+
+    bool isKnown() const { return file || vertexColors || generated; }
+
+    std::unique_ptr<Texture> load(const std::filesystem::path& folder, SceneAssets& assets) const {
+        if (!file) return generated ? studioPicture() : whiteTexel();
+        TextureSource source;
+        source.file = folder / *file;
+        if (image) source.image = static_cast<int>(*image);
+        if (space) source.space = *space == 0 ? ColorSpace::Linear : ColorSpace::SRGB;
+        return assets.texture(source);
+    }
+};
+
+// What is done with the picture.
+struct Use {
+    Oxuint wrap, filter, model;
+    std::optional<BumpKind> bump;
+    float bumpScale;
+    std::optional<float> alphaThreshold;
+
+    explicit Use(TableReader& reader) {
+        static const Oxuint wraps[] = {OX_GL_REPEAT, OX_GL_CLAMP_TO_EDGE, OX_GL_MIRRORED_REPEAT};
+        static const Oxuint filters[] = {OX_GL_LINEAR, OX_GL_NEAREST};
+        static const Oxuint models[] = {OX_GL_MODULATE, OX_GL_REPLACE, OX_GL_ADD, OX_GL_DECAL};
+        wrap = wraps[reader.word("wrap", {"repeat", "clamp", "mirror"}).value_or(0)];
+        filter = filters[reader.word("filter", {"linear", "nearest"}).value_or(0)];
+        model = models[reader.word("model", {"modulate", "replace", "add", "decal"}).value_or(0)];
+        if (const auto kind = reader.word("bump", {"height", "normal"}))
+            bump = *kind == 0 ? BumpKind::Height : BumpKind::Normal;
+        bumpScale = reader.number("bumpScale").value_or(1.0f);
+        const auto alpha = reader.word("alpha", {"blend", "mask", "ignore"});
+        const float cutoff = reader.number("alphaCutoff").value_or(0.5f);
+        if (alpha == 1u) alphaThreshold = cutoff;
+        if (alpha == 2u) alphaThreshold = 0.0f;
+    }
+
+    void applyTo(Texture& texture) const {
+        texture.m_wrapS = texture.m_wrapT = static_cast<Oxint>(wrap);
+        texture.filterMode = static_cast<Oxint>(filter);
+        texture.textureModel = model;
+        if (bump) texture.bumpKind = *bump;
+        texture.bumpScale = bumpScale;
+        if (alphaThreshold) texture.thresholdAlpha(*alphaThreshold);
+    }
+};
+
+}  // namespace
+
 void TextureSection::read(const std::string& name, TableReader& reader) {
     m_names.push_back(name);
     m_ids[name] = Ox_NOTEXTURE;  // until it is loaded: defined, if wrongly
-    static const Oxuint wraps[] = {OX_GL_REPEAT, OX_GL_CLAMP_TO_EDGE, OX_GL_MIRRORED_REPEAT};
-    static const Oxuint filters[] = {OX_GL_LINEAR, OX_GL_NEAREST};
-    static const Oxuint models[] = {OX_GL_MODULATE, OX_GL_REPLACE, OX_GL_ADD, OX_GL_DECAL};
-    const auto file = reader.text("file");
-    const auto wrap = reader.word("wrap", {"repeat", "clamp", "mirror"});
-    const auto filter = reader.word("filter", {"linear", "nearest"});
-    const auto model = reader.word("model", {"modulate", "replace", "add", "decal"});
-    const auto space = reader.word("colorSpace", {"linear", "srgb"});
-    const auto bump = reader.word("bump", {"height", "normal"});
-    const auto bumpScale = reader.number("bumpScale");
-    const auto image = reader.count("image", 0, 1u << 20);
-    const auto alpha = reader.word("alpha", {"blend", "mask", "ignore"});
-    const auto cutoff = reader.number("alphaCutoff");
-    const bool vertexColors = reader.flag("vertexColors").value_or(false);
-    const auto generated = reader.word("generate", {"studio"});
-    const auto projection = reader.word("projection", {"equirectangular"});
-    if (generated || projection) m_equirectangular.insert(name);
+    const Origin origin(reader);
+    const Use use(reader);
     reader.finish();
-    if (!file && !reader.has("file") && !vertexColors && !generated) reader.error("file", "has no 'file'");
-    if (image && !file) reader.error("image", "'image' is for the images within a model's 'file'");
-    if (!file && !vertexColors && !generated) return;
+    if (origin.equirectangular) m_equirectangular.insert(name);
+    if (!origin.isKnown()) return;
     try {
-        TextureSource source;
-        if (file) source.file = m_folder / *file;
-        if (image) source.image = static_cast<int>(*image);
-        if (space) source.space = *space == 0 ? ColorSpace::Linear : ColorSpace::SRGB;
-        auto texture = file ? m_assets.texture(source) : generated ? studioPicture() : whiteTexel();
-        texture->withVertexColors = vertexColors;
-        if (alpha == 1u) texture->thresholdAlpha(cutoff.value_or(0.5f));
-        if (alpha == 2u) texture->thresholdAlpha(0.0f);
-        texture->m_wrapS = texture->m_wrapT = static_cast<Oxint>(wraps[wrap.value_or(0)]);
-        texture->filterMode = static_cast<Oxint>(filters[filter.value_or(0)]);
-        texture->textureModel = models[model.value_or(0)];
-        if (bump) texture->bumpKind = *bump == 0 ? BumpKind::Height : BumpKind::Normal;
-        texture->bumpScale = bumpScale.value_or(1.0f);
+        auto texture = origin.load(m_folder, m_assets);
+        texture->withVertexColors = origin.vertexColors;
+        use.applyTo(*texture);
         if (texture->mended())
-            m_diagnostics.warning(
-                reader.where("file"),
-                fmt::format("{}: {} numbers of the picture are not finite; they count as 0, infinities "
-                            "as 65504",
-                            reader.label(), texture->mended()));
+            m_diagnostics.warning(reader.where("file"),
+                                  fmt::format("{}: {} numbers of the picture are not finite; they "
+                                              "count as 0, infinities as 65504",
+                                              reader.label(), texture->mended()));
         m_ids[name] = m_world.textures.add(std::move(texture));
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
