@@ -92,8 +92,13 @@ std::string ParameterWriter::about(const ParameterDeclaration& p) const {
     return fmt::format("parameter '{}' of {} ({})", p.id, m_label, m_object.name);
 }
 
+// Who writes a text where a list is expected may not know how one is written.
 void ParameterWriter::wrongKind(const ParameterDeclaration& p, const ParameterValue& value) {
-    m_diagnostics.error(value.where, fmt::format("{} is {}; expected {}", about(p), value.kind(), expected(p)));
+    std::string example;
+    if (p.components() > 1 && std::holds_alternative<std::string>(value.data))
+        example = fmt::format(", such as [{}]", fmt::join(std::vector<int>(p.components(), 1), ", "));
+    m_diagnostics.error(value.where,
+                        fmt::format("{} is {}; expected {}{}", about(p), value.kind(), expected(p), example));
 }
 
 // Where neither the document nor the default tells, the way the value is written does, and the user hears of it.
