@@ -145,7 +145,9 @@ void TableReader::rest(const std::function<void(const std::string&, const Source
 
 void TableReader::finish() {
     rest([&](const std::string& key, const SourceLocation& at, const toml::node&) {
-        m_diagnostics.error(at, fmt::format("{} has no key '{}'{}", m_label, key, didYouMean(key, m_section.keys)));
+        std::string hint = didYouMean(key, m_section.keys);
+        if (hint.empty()) hint = fmt::format("; it knows {}", fmt::join(m_section.keys, ", "));
+        m_diagnostics.error(at, fmt::format("{} has no key '{}'{}", m_label, key, hint));
     });
 }
 
