@@ -58,13 +58,12 @@ struct Origin {
 
     bool isKnown() const { return file || vertexColors || generated; }
 
-    std::unique_ptr<Texture> load(const std::filesystem::path& folder, SceneAssets& assets) const {
-        if (!file) return generated ? studioPicture() : whiteTexel();
+    TextureSource source(const std::filesystem::path& folder) const {
         TextureSource source;
         source.file = folder / *file;
         if (image) source.image = static_cast<int>(*image);
         if (space) source.space = *space == 0 ? ColorSpace::Linear : ColorSpace::SRGB;
-        return assets.texture(source);
+        return source;
     }
 };
 
@@ -112,7 +111,9 @@ void TextureSection::read(const std::string& name, TableReader& reader) {
     if (origin.equirectangular) m_equirectangular.insert(name);
     if (!origin.isKnown()) return;
     try {
-        auto texture = origin.load(m_folder, m_assets);
+        auto texture = origin.file        ? m_assets.texture(origin.source(m_folder))
+                       : origin.generated ? studioPicture()
+                                          : whiteTexel();
         texture->withVertexColors = origin.vertexColors;
         use.applyTo(*texture);
         if (texture->mended())
