@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <sstream>
 #include <thread>
 
 using namespace oxbeam;
@@ -101,18 +100,6 @@ TEST_F(Command, CheckReportsAllErrorsAtOnceAndRendersNothing) {
 
 // ---- Asking for objects
 
-TEST_F(Command, ListKnowsEveryObject) {
-    const Outcome list = run("list");
-    EXPECT_EQ(list.status, 0);
-    std::istringstream lines(list.out);
-    std::string line;
-    for (const ObjectClass* object : registry().all()) {
-        ASSERT_TRUE(std::getline(lines, line)) << object->name;
-        EXPECT_THAT(line, ContainsRegex('^' + object->name + " .* " + kindName(object->kind) + ' '));
-    }
-    EXPECT_FALSE(std::getline(lines, line)) << "objects that are not there";
-}
-
 TEST_F(Command, DescribeTellsWhatIsInForceAndXmlWhatTheObjectSays) {
     const Outcome xml = run("describe --xml KelDbgObjectID");
     EXPECT_EQ(xml.out, registry().find("KelDbgObjectID")->make()->GetShaderInfo());
@@ -141,15 +128,6 @@ TEST_F(Command, RenderWritesThePictureAndNothingToStandardOutput) {
     EXPECT_EQ(quiet.status, 0);
     EXPECT_EQ(quiet.out + quiet.err, "");
     EXPECT_TRUE(contentOf("q.png") == contentOf("p.png"));
-}
-
-TEST_F(Command, SettingsAndTheCropReachThePicture) {
-    const std::string bright = " --set shader.body.emissiveColor=[0.25,0.5,4]";
-    ASSERT_EQ(run("render scene.toml -o whole.exr" + bright).status, 0);
-    ASSERT_EQ(run("render scene.toml -o part.exr --crop 7,9,29,25" + bright).status, 0);
-    EXPECT_GT(pixel("whole.exr", 20, 14).z, 4.0f);
-    for (const auto& [x, y] : {std::pair(0, 0), std::pair(13, 5), std::pair(21, 15)})
-        EXPECT_EQ(pixel("part.exr", x + 7, y + 9), pixel("whole.exr", x + 7, y + 9));
 }
 
 TEST_F(Command, StatisticsCountWhatWasDone) {

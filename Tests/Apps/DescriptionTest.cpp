@@ -32,16 +32,6 @@ TEST_F(Command, JsonHoldsValuesInForceBesideDocumentedOnes) {
     EXPECT_EQ(parameter("texture").at("default"), nullptr);
 }
 
-TEST_F(Command, XmlHoldsEveryObjectsOwnDocument) {
-    pugi::xml_document all;
-    ASSERT_TRUE(all.load_string(run("describe --format xml").out.c_str()));
-    for (const ObjectClass* object : registry().all()) {
-        const auto entry = all.child("objects").find_child_by_attribute("name", object->name.c_str());
-        ASSERT_TRUE(entry) << object->name;
-        EXPECT_STREQ(entry.child("ShaderInfo").child_value("package"), object->info.package.c_str());
-    }
-}
-
 // ---- Completing
 
 TEST_F(Command, BashCompletesWhatTheCommandTakes) {

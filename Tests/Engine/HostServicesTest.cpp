@@ -124,17 +124,6 @@ TEST(HostServices, TheCameraLooksThroughThePixelsOfItsWindow) {
     EXPECT_EQ(state.ray.maxDist, RayInfinity);
 }
 
-TEST(HostServices, TheVerticalAngleIsTheWorlds) {
-    TestWorld world;
-    world.image = {200, 100};
-    world.fov = 90;
-    world.view = View{R3(), R3(0, 0, -7), R3(0, 1, 0)};
-    OxState state = world.session().primaryState();
-    const float corner[2] = {0, 0};
-    ASSERT_TRUE(oxGetCamera()->InitPrimaryRay(&state, 0, 0, corner));
-    expectNear(state.ray.direction, Normalize(R3(-2, 1, -1)));
-}
-
 TEST(HostServices, PacketsOfPrimaryRaysAreFourSingleOnes) {
     OxPerspectiveCamera camera;
     camera.InitCamera(R3(1, -2, 0.3f), R3(0.1f, 0.7f, -3), R3(0.2f, 1, 0), 37, 23, -0.7f, 0.6f, -0.4f, 0.5f, 1.3f);

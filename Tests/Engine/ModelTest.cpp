@@ -34,12 +34,6 @@ std::string failureOf(const fs::path& file) {
     return "";
 }
 
-std::string sceneOf(const fs::path& file, const ModelSceneOptions& options = {}) {
-    SceneAssets assets;
-    Diagnostics diagnostics;
-    return describeModelScene(file, file.parent_path(), options, registry(), assets, diagnostics);
-}
-
 const std::string Plain = R"("pbrMetallicRoughness": {"metallicFactor": 0})";
 
 }  // namespace
@@ -181,36 +175,6 @@ TEST(ModelFile, FaultsOfTheImporterAreMended) {
 
     const Model oneBad = loadModel(writeGltf("nan.gltf", Plain, "", "", std::numeric_limits<float>::quiet_NaN()));
     EXPECT_EQ(oneBad.meshes.at(0).indices.size(), 6u) << "the mesh is not thrown away for one vertex";
-}
-
-TEST(ModelScene, MaterialsBecomeShaders) {
-    writeImage(scratch() / "wood.png", 2, 1, {Black, White});
-    const struct {
-        const char *material, *object, *parameter;
-    } cases[] = {
-        {R"("pbrMetallicRoughness": {"metallicFactor": 0, "baseColorFactor": [0.5, 0.25, 1, 1]})", "KelPhong",
-         "diffuseColor = [0.5, 0.25, 1.0]"},
-        {R"("alphaMode": "BLEND", "pbrMetallicRoughness": {"metallicFactor": 0, "baseColorFactor": [1, 1, 1, 0.25]})",
-         "KelPhong", "transparent = [0.75, 0.75, 0.75]"},
-        {R"("alphaMode": "MASK", "pbrMetallicRoughness": {"metallicFactor": 0, "baseColorTexture": {"index": 0}})",
-         "KelPhong", "alpha = \"mask\""},
-        {R"("pbrMetallicRoughness": {"roughnessFactor": 0, "baseColorFactor": [1, 0.5, 0, 1]})", "KelPhong",
-         "reflective = [1.0, 0.5, 0.0]"},
-        {R"("normalTexture": {"index": 0, "scale": 0.5})", "KelPhong", "bump = \"normal\"\nbumpScale = 0.5"},
-        {R"("extensions": {"KHR_materials_clearcoat": {"clearcoatFactor": 0.5}})", "KelCarPaint",
-         "reflective = [0.5, 0.5, 0.5]"},
-        {R"("extensions": {"KHR_materials_transmission": {"transmissionFactor": 1}, "KHR_materials_ior": {"ior": 1.25}})",
-         "KelGlass", "bindex = 1.25"},
-        {R"("extensions": {"KHR_materials_transmission": {"transmissionFactor": 1}})", "KelGlass",
-         "oneSidedGlass = true"},
-    };
-    for (const auto& c : cases) {
-        const std::string text =
-            sceneOf(writeGltf("material.gltf", "\"name\": \"m\", " + std::string(c.material),
-                              R"(, "textures": [{"source": 0}], "images": [{"uri": "wood.png"}])"));
-        EXPECT_THAT(text, HasSubstr("[shader.m]\nobject = \"" + std::string(c.object))) << c.material;
-        EXPECT_THAT(text, HasSubstr(c.parameter)) << c.material;
-    }
 }
 
 TEST(ModelScene, FramesAndLightsModelsOfAnySize) {

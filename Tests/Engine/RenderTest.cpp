@@ -110,41 +110,6 @@ TEST(Render, AThreadThatAsksForASecondSessionIsRefused) {
     EXPECT_THROW(second.session(), std::logic_error);
 }
 
-// ---- Ending early
-
-TEST(Render, AStoppedRenderingKeepsWhatThereIs) {
-    const auto all = 64 * 64;
-    struct Case {
-        double stopAt;  // of three passes
-        unsigned passes;
-        int least, most;  // pixels with a sample
-    };
-    for (const Case& c : {Case{0.1, 0, 1, all - 1}, Case{0.4, 1, all, all}}) {
-        TestWorld world(Green);
-        world.image = {64, 64};
-        world.geometry.build();
-        Workers workers(2);
-        std::atomic<bool> stop = false;
-        double last = 0.0;
-        RenderOptions options;
-        options.samples = 3;
-        options.stop = &stop;
-        options.progress = [&](const Progress& p) {
-            EXPECT_GT(p.done, last);
-            last = p.done;
-            if (p.done >= c.stopAt) stop = true;
-        };
-        const RenderResult result = render(world, workers, options);
-        EXPECT_FALSE(result.complete);
-        EXPECT_EQ(result.statistics.passes, c.passes);
-        EXPECT_LT(last, 0.6);
-        const std::vector<R3> pixels = result.film.pixels();
-        const auto done = std::count(pixels.begin(), pixels.end(), Green);
-        EXPECT_TRUE(done >= c.least && done <= c.most) << done;
-        EXPECT_EQ(std::count(pixels.begin(), pixels.end(), Black), all - done);
-    }
-}
-
 // ---- Samples
 
 TEST(Render, BadSamplesAreBlackAndCounted) {
@@ -162,22 +127,6 @@ TEST(Render, BadSamplesAreBlackAndCounted) {
         EXPECT_EQ(std::count(pixels.begin(), pixels.end(), White), 40 * 30 - black);
         EXPECT_EQ(result.statistics.badSamples, static_cast<std::uint64_t>(black));
         EXPECT_EQ(pixels[15 * 40 + 27], Black);
-    }
-}
-
-TEST(Render, SamplePlacesSpreadOutFromTheCentre) {
-    EXPECT_EQ(samplePlace(0).x, 0.5f);
-    EXPECT_EQ(samplePlace(0).y, 0.5f);
-    // N points on a grid would keep 1 / sqrt(N) apart, random ones hardly a tenth of that.
-    const auto apart = [](float a, float b) { return std::min(std::fabs(a - b), 1 - std::fabs(a - b)); };
-    for (const unsigned n : {4u, 16u, 64u, 256u, 1024u}) {
-        float least = 1;
-        for (unsigned i = 0; i < n; ++i)
-            for (unsigned j = 0; j < i; ++j) {
-                const R2 a = samplePlace(i), b = samplePlace(j);
-                least = std::min(least, std::hypot(apart(a.x, b.x), apart(a.y, b.y)));
-            }
-        EXPECT_GT(least, 0.6f / std::sqrt(static_cast<float>(n))) << n;
     }
 }
 

@@ -80,12 +80,6 @@ TEST(Packets, NormalsTurnWithTheInstanceAndFaceTheRay) {
     expectNear(normal.lane(3), R3(0, 1, 0));  // no hit: not turned
 }
 
-TEST(Packets, ReflectionTakesTheSquareOfTheCosine) {
-    ISSEVec4 reflected;
-    oxsReflect4(reflected, ISSEVec4(R3(3, 0, -0.5f)), ISSEVec4(R3(0, 0, 1)));
-    EXPECT_EQ(reflected.lane(0), R3(3, 0, -0.75f));
-}
-
 TEST(Packets, TexelsAreBlendedFromWholePlacesWithinTheRange) {
     TestWorld world;
     world.phong();

@@ -173,14 +173,6 @@ TEST(PhongTexture, TheBumpMapIsSampledAsTheDiffuseTexture) {
     }
 }
 
-TEST(PhongTexture, TheBumpMapTurnsTheNormal) {
-    FloorWorld world;
-    world.texture(1, 1, 3, {0.5f + 0.25f, 0.5f, 0.5f + 0.5f * std::cos(30 * Radian)});  // leans 30 degrees
-    std::swap(world.floor->texture, world.floor->m_bumpMapTexture);
-    world.steadyLight(R3(1, 10, 1));
-    expectNear(world.at(1, 1), std::cos(30 * Radian) * White, 1e-4f);
-}
-
 // ---- Wireframes
 
 // A triangle with sides of 3 (AB), 4 (AC) and 5 (BC).
