@@ -20,8 +20,8 @@ public:
 
     void Register() override;
 
-    // Before every primary ray is shaded, and before a camera of a package makes it: attaches the package's record to the
-    // state. Nothing else in the state is of meaning yet.
+    // Before every primary ray is shaded, and before a camera of a package makes it: attaches the package's record to
+    // the state. Nothing else in the state is of meaning yet.
     virtual void initRay(const OxState& state, unsigned sample, unsigned threadID);
     virtual void initRay4(OxState4& state4, unsigned sample, unsigned threadID);
     // Thread `threadID` starts tile `tileID` of the current pass.

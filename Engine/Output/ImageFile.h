@@ -41,8 +41,8 @@ OXBEAM_API bool isExr(const std::filesystem::path& file);
 // not have. For finding out before rendering.
 OXBEAM_API void checkImageFormat(const std::filesystem::path& file, const ImageOptions& options = {});
 
-// Writes linear colours, row by row from the top: EXR and HDR as linear floats, PNG and JPEG as sRGB. An old picture stays
-// whole until the new one is. Throws Error(InputOutput).
+// Writes linear colours, row by row from the top: EXR and HDR as linear floats, PNG and JPEG as sRGB. An old picture
+// stays whole until the new one is. Throws Error(InputOutput).
 OXBEAM_API void writeImage(const std::filesystem::path& file, unsigned width, unsigned height,
                            const std::vector<R3>& pixels, const ImageOptions& options = {});
 

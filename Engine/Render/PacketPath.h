@@ -28,8 +28,8 @@ public:
     using Block = std::array<T, 4>;
     static constexpr unsigned MostPackets = 8;
 
-    // Colours of up to MostPackets blocks side by side, the first at (x, y), and their AOVs, null without a sampler. All
-    // are shot before the first is shaded.
+    // Colours of up to MostPackets blocks side by side, the first at (x, y), and their AOVs, null without a sampler.
+    // All are shot before the first is shaded.
     void trace(const PrimarySample& sample, unsigned x, unsigned y, unsigned count, Block<R3>* colors,
                Block<AovSample>* aovs) const;
 

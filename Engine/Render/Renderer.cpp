@@ -190,14 +190,15 @@ R3 Frame::shadeSample(OxState& state, unsigned x, unsigned y) {
 void Frame::samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors) {
     static_assert(TileSize <= 2 * PacketPath::MostPackets);
     std::array<PacketPath::Block<R3>, TileSize / 2> blocks;
-    std::array<PacketPath::Block<AovSample>, TileSize / 2> aovs;
+    std::optional<std::array<PacketPath::Block<AovSample>, TileSize / 2>> aovs;
+    if (m_aovs) aovs.emplace();
     const unsigned count = (end - x) / 2;
-    m_packets->trace(sample, x, y, count, blocks.data(), m_aovs ? aovs.data() : nullptr);
+    m_packets->trace(sample, x, y, count, blocks.data(), aovs ? aovs->data() : nullptr);
     for (unsigned k = 0; k < count; ++k)
         for (unsigned i = 0; i < 4; ++i) {
             const unsigned column = 2 * k + i % 2, row = i / 2;
             colors[row * TileSize + column] = blocks[k][i];
-            if (m_aovs) keepAovs(x + column, y + row, aovs[k][i]);
+            if (aovs) keepAovs(x + column, y + row, (*aovs)[k][i]);
         }
 }
 
@@ -205,9 +206,9 @@ void Frame::keepAovs(unsigned x, unsigned y, const AovSample& sample) {
     if (m_film.window().contains(x, y)) m_film.addAovs(x, y, sample);
 }
 
-// Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers, and all are shot before the
-// first is shaded: the kernel's code and the shaders' then run each at a stretch, with what the processor has learnt of
-// their branches still there.
+// Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers, and all are shot before
+// the first is shaded: the kernel's code and the shaders' then run each at a stretch, with what the processor has
+// learnt of their branches still there.
 void Frame::sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors) {
     std::array<ISSEVec4, TileSize / 4> directions;
     const unsigned count = end - x;

@@ -14,8 +14,8 @@ struct PrimarySample {
 };
 
 // While it exists, the services that take no state answer from this world, whose geometry must be built. There is one
-// at a time in a process; a second one waits for the first to end, and on the same thread, where that would be for ever,
-// throws std::logic_error. It runs NewFrame on every object.
+// at a time in a process; a second one waits for the first to end, and on the same thread, where that would be for
+// ever, throws std::logic_error. It runs NewFrame on every object.
 class OXBEAM_API Session {
 public:
     // Rays are traced by the world's geometry, or by another intersector that stands in for it.

@@ -161,12 +161,12 @@ Bounds EmbreeIntersector::build(const Scene& scene) {
 // No component of the vectors is farther out than the limit, and none is NaN, which fails every comparison.
 static sse_t within(sse_t v, sse_t limit) { return _mm_cmple_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), v), limit); }
 
-// The four floats that a query begins with and the four that follow, gathered one by one: wider loads would have to wait
-// for the narrower stores that have just set the ray, and a wide store is what the kernel can load at once.
+// The four floats that a query begins with and the four that follow, gathered one by one: wider loads would have to
+// wait for the narrower stores that have just set the ray, and a wide store is what the kernel can load at once.
 static sse_t gather(const R3& v, float w) { return _mm_set_ps(w, v.z, v.y, v.x); }
 
-// A float that the kernel has just stored, alone as it was stored: a load of two, as compilers like to make of it, would
-// wait for both stores too.
+// A float that the kernel has just stored, alone as it was stored: a load of two, as compilers like to make of it,
+// would wait for both stores too.
 static float stored(const volatile float& value) { return value; }
 
 bool EmbreeIntersector::Intersect(OxState& state) {
