@@ -250,7 +250,7 @@ Oxvoid KelPhongShader::computeReflectivity(OxState* state, R3& shadeColor, const
 
 // A transparent material keeps its whole lit colour; a clear texel takes its share away.
 Oxvoid KelPhongShader::computeTransparency(OxState* state, R3& shadeColor, float alpha) {
-    const bool fromTexture = alpha > 0.0f;
+    const bool fromTexture = !(alpha <= 0.0f);
     if (fromTexture) shadeColor *= 1.0f - alpha;
     const float weight = fromTexture ? alpha : isTransparent;
     if (!kelChildMatters(state, weight, kelRecord(state).m_ro->m_transparentAccuracy)) return;
