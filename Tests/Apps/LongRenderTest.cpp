@@ -13,12 +13,6 @@ using testing::HasSubstr;
 
 namespace {
 
-OIIO::ImageBuf picture(const std::string& file) {
-    OIIO::ImageBuf image((scratch() / file).string());
-    EXPECT_TRUE(image.read(0, 0, true, OIIO::TypeDesc::FLOAT)) << image.geterror();
-    return image;
-}
-
 // All channels, bit for bit.
 void expectSame(const std::string& one, const std::string& other) {
     const OIIO::ImageBuf a = picture(one), b = picture(other);
