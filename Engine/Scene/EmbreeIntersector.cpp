@@ -2,6 +2,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/ThreadRecord.h"
+#include "Engine/Scene/HitPoint.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/OxState.h"
 
@@ -9,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <limits>
 
@@ -169,6 +171,23 @@ static sse_t gather(const R3& v, float w) { return _mm_set_ps(w, v.z, v.y, v.x);
 // would wait for both stores too.
 static float stored(const volatile float& value) { return value; }
 
+// The hit in the space of the world. The normal of an instance keeps its side where the placement mirrors.
+static HitPoint pointOf(const Instance& instance, const GeometryObject& object, unsigned triangle, sse_t origin,
+                        sse_t direction, HitPoint found) {
+    const auto& mesh = static_cast<const ABSP&>(object);
+    const Oxuint* const corner = &mesh.indices[3 * std::size_t{triangle}];
+    const R3* const positions = mesh.positions.data();
+    const R3 &a = positions[corner[0]], &b = positions[corner[1]], &c = positions[corner[2]];
+    if (!instance.hasXfm) [[likely]]
+        return hitPoint({a, b, c}, origin, direction, found);
+    const Matrix& toWorld = instance.meshToWorldXfm;
+    const std::array<R3, 4> p = {TransformPoint(toWorld, a), TransformPoint(toWorld, b), TransformPoint(toWorld, c)};
+    found.normal = TransformVector(instance.normalXfm, found.normal);
+    HitPoint point = hitPoint({p[0], p[1], p[2]}, origin, direction, found);
+    if (Dot(point.normal, found.normal) < 0.0f) point.normal = -point.normal;
+    return point;
+}
+
 bool EmbreeIntersector::Intersect(OxState& state) {
     const Ray& ray = state.ray;
     const float tnear = std::max(ray.minHitDist, ray.minDist);
@@ -196,21 +215,24 @@ bool EmbreeIntersector::Intersect(OxState& state) {
     rtcIntersect1(m_root, &context, &query);
     if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
 
-    const float distance = stored(query.ray.tfar), u = stored(query.hit.u), v = stored(query.hit.v);
-    const R3 normal(stored(query.hit.Ng_x), stored(query.hit.Ng_y), stored(query.hit.Ng_z));
+    const HitPoint found{stored(query.ray.tfar),
+                         stored(query.hit.u),
+                         stored(query.hit.v),
+                         {stored(query.hit.Ng_x), stored(query.hit.Ng_y), stored(query.hit.Ng_z)}};
     const bool instanced = query.hit.instID[0] != RTC_INVALID_GEOMETRY_ID;
     const unsigned number = instanced ? query.hit.instID[0] : query.hit.geomID;
     const Instance& instance = *m_instances[number];
     Intersection& hit = state.hit;
     hit.tri = static_cast<int>(query.hit.primID);
     hit.inst = static_cast<int>(number);
-    hit.dist = distance;
-    hit.u = u;
-    hit.v = v;
-    hit.w = 1.0f - u - v;
-    hit.normal = instanced ? TransformVector(instance.normalXfm, normal) : normal;
     state.instance = &instance;
     state.object = m_scene->objects[instance.object];
+    const HitPoint point = pointOf(instance, *state.object, query.hit.primID, origin, direction, found);
+    hit.dist = std::clamp(point.distance, tnear, ray.maxDist);
+    hit.u = point.u;
+    hit.v = point.v;
+    hit.w = 1.0f - point.u - point.v;
+    hit.normal = point.normal;
     return true;
 }
 
@@ -262,19 +284,28 @@ bool EmbreeIntersector::Intersect4(OxState4& state4) {
     const __m128i none = _mm_set1_epi32(-1);  // both Embree's word for it and the triangle's
     const __m128i geometry = load(query.hit.geomID), instance = load(query.hit.instID[0]);
     const __m128i missed = _mm_cmpeq_epi32(geometry, none), direct = _mm_cmpeq_epi32(instance, none);
-    const sse_t u = _mm_load_ps(query.hit.u), v = _mm_load_ps(query.hit.v);
     store(hit.tri, _mm_or_si128(missed, load(query.hit.primID)));
     store(hit.inst, _mm_or_si128(_mm_and_si128(direct, geometry), _mm_andnot_si128(direct, instance)));
-    _mm_store_ps(hit.dist, _mm_load_ps(query.ray.tfar));
+    hit.normal = {_mm_load_ps(query.hit.Ng_x), _mm_load_ps(query.hit.Ng_y), _mm_load_ps(query.hit.Ng_z)};
+    sse_t distance = _mm_load_ps(query.ray.tfar), u = _mm_load_ps(query.hit.u), v = _mm_load_ps(query.hit.v);
+    const ISSERay4& ray = *state4.ray4;
+    const int hits = ~_mm_movemask_ps(_mm_castsi128_ps(missed)) & 15;
+    for (unsigned i = 0; hits >> i != 0; ++i) {
+        if (!(hits >> i & 1)) continue;
+        const bool instanced = query.hit.instID[0][i] != RTC_INVALID_GEOMETRY_ID;
+        const Instance& own = *m_instances[instanced ? query.hit.instID[0][i] : query.hit.geomID[i]];
+        const HitPoint point =
+            pointOf(own, *m_scene->objects[own.object], query.hit.primID[i], gather(ray.origin.lane(i), 0.0f),
+                    gather(ray.direction.lane(i), 0.0f), {distance[i], u[i], v[i], hit.normal.lane(i)});
+        distance[i] = std::clamp(point.distance, ray.minHitDist, ray.maxDist[i]);
+        u[i] = point.u, v[i] = point.v;
+        hit.normal.setLane(i, point.normal);
+    }
+    _mm_store_ps(hit.dist, distance);
     _mm_store_ps(hit.u, u);
     _mm_store_ps(hit.v, v);
     _mm_store_ps(hit.w, _mm_sub_ps(_mm_sub_ps(_mm_set1_ps(1.0f), u), v));
-    hit.normal = {_mm_load_ps(query.hit.Ng_x), _mm_load_ps(query.hit.Ng_y), _mm_load_ps(query.hit.Ng_z)};
-    const int instanced = _mm_movemask_ps(_mm_castsi128_ps(_mm_andnot_si128(direct, _mm_xor_si128(missed, none))));
-    for (unsigned i = 0; instanced >> i != 0; ++i)
-        if (instanced >> i & 1)
-            hit.normal.setLane(i, TransformVector(m_instances[query.hit.instID[0][i]]->normalXfm, hit.normal.lane(i)));
-    return _mm_movemask_ps(_mm_castsi128_ps(missed)) != 15;
+    return hits != 0;
 }
 
 void EmbreeIntersector::Occluded4(OxState4& state4) {

@@ -50,8 +50,9 @@ public:
     // Validates the meshes and bakes transformations in. Afterwards no mesh and no instance can be added.
     void prepare();
     // Prepares if that is yet to be done, and builds the structure on all threads that the caller's arena has. When
-    // instances have moved it can be built again. `isa` is the instruction
-    // set to trace with: "sse2", "sse4.2", "avx", "avx2" or "avx512"; the first three give the same hits bit for bit.
+    // instances have moved it can be built again. `isa` is the instruction set to trace with: "sse2", "sse4.2", "avx",
+    // "avx2" or "avx512". The first three find the same triangles; the last two may find another where two lie in the
+    // same place or a ray goes through an edge. Points on triangles have the same bits with all.
     void build(const std::string& isa = defaultIsa());
     static std::string defaultIsa();
 

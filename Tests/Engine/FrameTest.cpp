@@ -1,5 +1,6 @@
 // Frames as a whole: nothing that makes them faster may change them, and they take no memory while they are rendered.
 #include "Engine/SceneFile/SceneFile.h"
+#include "Engine/System/System.h"
 #include "Tests/Support/SceneText.h"
 #include "Tests/Support/TestWorld.h"
 
@@ -40,27 +41,31 @@ static std::unique_ptr<World> referenceScene() {
     return world;
 }
 
-static RenderResult renderScene(World& world, unsigned threads, RenderOptions options) {
+static RenderResult renderScene(World& world, unsigned threads, RenderOptions options,
+                                const std::string& isa = SceneGeometry::defaultIsa()) {
     Workers workers(threads);
-    workers.within([&] { world.geometry.build(); });
+    workers.within([&] { world.geometry.build(isa); });
     return render(world, workers, options);
 }
 
-// The reference was rendered before anything was made faster. Where the picture differs, it and the difference stay in
-// the working directory.
+// On every processor, with any instruction set and number of threads. Where the picture differs, it and the difference
+// stay in the working directory.
 TEST(Frame, ThePictureIsTheReferenceBitForBit) {
     OIIO::ImageBuf reference((folder / "frame.exr").string());
     ASSERT_TRUE(reference.read(0, 0, true, OIIO::TypeDesc::FLOAT)) << reference.geterror();
-    for (const unsigned threads : {1u, 2u, 48u}) {
+    const auto isas = processor().isas;
+    std::vector<std::pair<unsigned, std::string>> ways = {{1, isas[0]}, {48, isas[0]}};
+    for (const std::string& isa : isas) ways.emplace_back(2, isa);
+    for (const auto& [threads, isa] : ways) {
         RenderOptions options;
         options.samples = 2;
         const auto world = referenceScene();
-        auto pixels = renderScene(*world, threads, options).film.pixels();
+        auto pixels = renderScene(*world, threads, options, isa).film.pixels();
         const OIIO::ImageSpec spec(static_cast<int>(world->image.width), static_cast<int>(world->image.height), 3,
                                    OIIO::TypeDesc::FLOAT);
         const OIIO::ImageBuf picture(spec, pixels.data());
         const auto same = OIIO::ImageBufAlgo::compare(picture, reference, 0.0f, 0.0f);
-        EXPECT_EQ(same.nfail, 0u) << threads << " threads; largest difference " << same.maxerror;
+        EXPECT_EQ(same.nfail, 0u) << threads << " threads, " << isa << "; largest difference " << same.maxerror;
         if (same.nfail == 0) continue;
         picture.write("frame_rendered.exr");
         OIIO::ImageBufAlgo::absdiff(picture, reference).write("frame_difference.exr");
