@@ -6,6 +6,7 @@
 #include "Primitives/Vec.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace oxbeam {
@@ -17,6 +18,9 @@ struct MeshData {
     std::vector<R2> texCoords;
     std::vector<R3> colors;
     std::vector<unsigned> indices;  // three a triangle
+
+    // Gives back all memory but the name's.
+    void clear() { *this = {std::move(name), {}, {}, {}, {}, {}}; }
 };
 
 // What stretches over less than a surface is never hit. In double precision, so that no area is too small to tell.

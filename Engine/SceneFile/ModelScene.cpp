@@ -192,7 +192,7 @@ void ModelSceneWriter::writeLights() {
     if (!m_options.environment.empty()) {
         TextureSource source;
         source.file = m_folder / relativeTo(m_folder, m_options.environment);
-        lights.writeSurroundings(m_assets.keepTexture(source));
+        lights.writeSurroundings(*m_assets.texture(source));
     }
     if (!m_model.lights.empty()) lights.writeOwn();
     if (m_options.environment.empty()) lights.writeStudio();
