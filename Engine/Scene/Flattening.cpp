@@ -21,8 +21,9 @@ Vector longestCross(const std::array<Vector, 3>& v) {
                              [](const Vector& a, const Vector& b) { return dot(a, a) < dot(b, b); });
 }
 
-// Directions are told apart as finely as floats tell components apart.
-constexpr double Steps = 1 << 22;
+// Directions that differ by no more than the rounding of what led to them are one: what is placed moves by a millionth of
+// its size, within the plane that it is flattened to.
+constexpr double Steps = 1 << 20;
 
 std::optional<std::array<int, 3>> stepsOf(Vector v) {
     const double length = std::sqrt(dot(v, v));

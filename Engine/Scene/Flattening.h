@@ -12,7 +12,7 @@ namespace oxbeam {
 // placements flatten along the same direction, the first part is the same.
 struct Flattening {
     std::array<int, 3> direction;  // the same for the same first part
-    Matrix flatten, place;         // meshToWorld = place * flatten, to the rounding of floats
+    Matrix flatten, place;         // meshToWorld = place * flatten, to a millionth
 };
 
 // Nothing where it does not flatten, or flattens to less than a surface.
