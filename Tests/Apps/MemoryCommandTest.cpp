@@ -86,21 +86,27 @@ TEST_F(Command, FlattenedPlacementsOfAModelTakeNoCopyEach) {
 TEST_F(Command, APictureThatAModelNamesManyTimesIsDecodedOnce) {
     writeCheckers("checkers.png", 4000, 4000);
     const std::string uri = "data:image/png;base64," + base64(contentOf("checkers.png"));
-    std::string images, textures, scene;
+    const std::string primitive = R"({"attributes": {"POSITION": 0, "TEXCOORD_0": 1}, "indices": 2, "material": )";
+    std::string images, textures, materials, primitives;
     for (unsigned i = 0; i < 20; ++i) {
-        images += (i ? "," : "") + ("{\"uri\": \"" + uri + "\"}");
-        textures += (i ? "," : "") + ("{\"source\": " + std::to_string(i) + "}");
+        const std::string comma = i ? ", " : "", number = std::to_string(i);
+        images += comma + "{\"uri\": \"" + uri + "\"}";
+        textures += comma + "{\"source\": " + number + "}";
+        materials += (i ? "}, {" : "") + ("\"name\": \"m" + number) +
+                     R"(", "pbrMetallicRoughness": {"metallicFactor": 0,
+ "baseColorTexture": {"index": )" +
+                     number + "}}";
+        primitives += comma + primitive + number + "}";
     }
-    writeGltf("many.gltf", R"("pbrMetallicRoughness": {"metallicFactor": 0})",
-              ", \"textures\": [" + textures + "], \"images\": [" + images + "]");
-    for (unsigned i = 0; i < 20; ++i)
-        scene += "[texture.t" + std::to_string(i) + "]\nfile = \"many.gltf\"\nimage = " + std::to_string(i) + "\n";
-    writeFile("many.toml", scene + SceneText);
+    std::string text = contentOf(
+        writeGltf("many.gltf", materials, ", \"textures\": [" + textures + "], \"images\": [" + images + "]"));
+    text.replace(text.find(primitive), primitive.size() + 2, primitives);
+    writeFile("many.gltf", text);
     writeFile("named.toml",
-              "[texture.a]\nfile = \"many.gltf\"\nimage = 0\n[texture.b]\nfile = \"checkers.png\"\n"
+              "[texture.a]\nfile = \"many.gltf\"\nimage = 7\n[texture.b]\nfile = \"checkers.png\"\n"
               "colorSpace = \"linear\"\n" +
                   std::string(SceneText));
-    for (const char* name : {"many.toml", "named.toml"}) {
+    for (const char* name : {"many.gltf", "named.toml"}) {
         const Outcome outcome = run("check " + std::string(name) + " --memory-limit 130M");
         EXPECT_EQ(outcome.status, 0) << outcome.err;
         EXPECT_LT(outcome.peak, 350 * MiB) << "one is of 46 MiB";
@@ -132,7 +138,7 @@ TEST_F(Command, WhatIsTooLargeIsRefusedBeforeItIsThere) {
         {"render round.toml -o old.png --memory-limit 20M", 5, refused("mesh '")},
         {"check round.toml --memory-limit 100M", 5, refused("the structure that rays are traced through, of ")},
         {"render " + model + " -o old.png --memory-limit 200M", 5, refused("a copy of mesh '")},
-        {"scene " + model + " --memory-limit 1M", 5, refused("model 'flat.gltf'")},
+        {"scene " + model + " --memory-limit 1M", 5, refused("model '")},
         {"render scene.toml -o old.png --size 30000x30000 --memory-limit 1G", 5,
          refused("a picture of 30000 x 30000 pixels takes 34 GiB")},
         {"render none.gltf -o old.png --size 60000x60000 --memory-limit 8g", 5, refused("a picture of 60000 x 60000")},
@@ -157,6 +163,6 @@ TEST_F(Command, ALargePictureOnASheetTakesLittle) {
     writeCheckers("large.png", 9001, 7003);
     const Outcome outcome = run("sheet large.png -o sheet.png");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_LT(outcome.peak, (9001 * 7003 * 3) + 150 * MiB);
+    EXPECT_LT(outcome.peak, (9001 * 7003 * 3) + 250 * MiB);
     for (const int x : {60, 172, 290}) EXPECT_NEAR(pixel("sheet.png", x, 120).x, 188.0f / 255, 0.01f);
 }
