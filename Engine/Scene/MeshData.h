@@ -23,6 +23,14 @@ struct MeshData {
     void clear() { *this = {std::move(name), {}, {}, {}, {}, {}}; }
 };
 
+// Of the arrays of a mesh, before or after a scene has taken it over.
+template <class Mesh>
+std::size_t bytesOfMesh(const Mesh& mesh) {
+    const auto bytes = [](const auto& array) { return array.size() * sizeof(array[0]); };
+    return bytes(mesh.positions) + bytes(mesh.normals) + bytes(mesh.texCoords) + bytes(mesh.colors) +
+           bytes(mesh.indices);
+}
+
 // What stretches over less than a surface is never hit. In double precision, so that no area is too small to tell.
 inline bool hasArea(const R3& a, const R3& b, const R3& c) {
     const double u[] = {double{b.x} - a.x, double{b.y} - a.y, double{b.z} - a.z};

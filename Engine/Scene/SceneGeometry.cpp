@@ -84,18 +84,6 @@ SceneGeometry::SceneGeometry() = default;
 
 SceneGeometry::~SceneGeometry() = default;
 
-template <class T>
-static std::size_t bytesOf(const std::vector<T>& array) {
-    return array.size() * sizeof(T);
-}
-
-// Of a mesh, before or after it is taken over.
-template <class Mesh>
-static std::size_t bytesOfMesh(const Mesh& mesh) {
-    return bytesOf(mesh.positions) + bytesOf(mesh.normals) + bytesOf(mesh.texCoords) + bytesOf(mesh.colors) +
-           bytesOf(mesh.indices);
-}
-
 unsigned SceneGeometry::addMesh(MeshData mesh) {
     m_memory.emplace_back(MemoryUse::Meshes, bytesOfMesh(mesh), fmt::format("mesh '{}'", oneLine(mesh.name)));
     const auto number = static_cast<unsigned>(m_meshes.size());

@@ -14,16 +14,32 @@ namespace fs = std::filesystem;
 // However a file is named, it is the same one.
 static fs::path keyOf(const fs::path& file) { return fs::absolute(file).lexically_normal(); }
 
+static std::uint64_t imageBytes(const Model& model) {
+    std::uint64_t bytes = 0;
+    for (const ModelImage& image : model.images) bytes += image.bytes.size();
+    return bytes;
+}
+
+static std::uint64_t meshBytes(const Model& model) {
+    std::uint64_t bytes = 0;
+    for (const MeshData& mesh : model.meshes) bytes += bytesOfMesh(mesh);
+    return bytes;
+}
+
 Model& SceneAssets::model(const fs::path& file) {
     const fs::path key = keyOf(file);
     const auto known = m_models.find(key);
     if (known != m_models.end()) return known->second;
     Model loaded = readModel(file);
-    std::uint64_t bytes = 0;
-    for (const ModelImage& image : loaded.images) bytes += image.bytes.size();
-    m_imageMemory.emplace_back(MemoryUse::Models, bytes, fmt::format("the images in model '{}'", file.string()));
+    m_modelMemory[key] = {MemoryUse::Models, imageBytes(loaded) + meshBytes(loaded),
+                          fmt::format("model '{}'", file.string())};
     m_files[key] = loaded.hash;
     return m_models.emplace(key, std::move(loaded)).first->second;
+}
+
+void SceneAssets::giveMeshesAway(const fs::path& file) {
+    const fs::path key = keyOf(file);
+    m_modelMemory[key].shrinkTo(imageBytes(m_models[key]));
 }
 
 // A picture is decoded where none of the same contents was.

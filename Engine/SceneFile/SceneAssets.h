@@ -10,7 +10,6 @@
 #include <memory>
 #include <optional>
 #include <utility>
-#include <vector>
 
 namespace oxbeam {
 
@@ -27,6 +26,8 @@ public:
 
     // Both throw Error where the file is no good.
     Model& model(const std::filesystem::path& file);
+    // Its meshes are about to go to somebody who charges for their memory.
+    void giveMeshesAway(const std::filesystem::path& file);
     // Shares its texels with all that hold the same picture, under whatever name and in whatever colour space.
     std::unique_ptr<Texture> texture(const TextureSource& source);
 
@@ -55,7 +56,7 @@ private:
     TextureReader m_textureReader;
     std::map<std::filesystem::path, std::uint64_t> m_files;
     std::map<std::filesystem::path, Model> m_models;
-    std::vector<MemoryCharge> m_imageMemory;  // of the models' images
+    std::map<std::filesystem::path, MemoryCharge> m_modelMemory;  // of images and meshes
     // Colour spaces are those that the files say.
     std::map<std::pair<std::filesystem::path, int>, Texture> m_textures;
     std::map<Contents, Texture> m_pictures;
