@@ -2,6 +2,7 @@
 
 #include "Engine/Packages/Registry.h"
 #include "Engine/Scene/SceneGeometry.h"
+#include "Engine/System/MemoryBudget.h"
 #include "Engine/System/System.h"
 
 #include <fmt/format.h>
@@ -57,6 +58,19 @@ static void reportThreads() {
     line("rendering", fmt::format("{}, unless --threads says otherwise", threads.rendering));
 }
 
+static void reportMemory() {
+    const MachineMemory memory = machineMemory();
+    const MemoryLimit limit = memoryLimit();
+    const auto text = [](const std::optional<std::uint64_t>& bytes) { return bytes ? memoryText(*bytes) : "none"; };
+    std::cout << "\nmemory\n";
+    line("machine", fmt::format("{}, {} available", memoryText(memory.physical), memoryText(memory.available)));
+    line("control group", fmt::format("{} (memory.max, memory.limit_in_bytes)", text(memory.group)));
+    line("address space", fmt::format("{} (ulimit -v)", text(memory.addresses)));
+    line("limit", limit.chosen ? fmt::format("{}, by --memory-limit", text(limit.bytes))
+                               : fmt::format("{}, {}% of the least of these, unless --memory-limit says otherwise",
+                                             text(limit.bytes), MemorySharePercent));
+}
+
 ExitStatus runDoctor(const std::vector<fs::path>& packageFolders) {
     std::vector<std::string> failures;
     Registry registry;
@@ -65,6 +79,7 @@ ExitStatus runDoctor(const std::vector<fs::path>& packageFolders) {
     reportPackages(packageFolders, registry, failures);
     reportProcessor();
     reportThreads();
+    reportMemory();
     return failures.empty() ? ExitStatus::Done : ExitStatus::BadPackage;
 }
 

@@ -43,10 +43,12 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     checkRenderArguments(command);
     stopOnSignals();
     Times times;
+    if (!command.size.empty()) reservePicture(command, parseSize(command.size));  // known before anything is loaded
 
     Stopwatch loading;
     auto [world, options, threads] = prepare(command, registry);
     if (!world) return ExitStatus::BadScene;
+    const MemoryCharge writingMemory = reservePicture(command, world->image);
     const Inputs inputs = inputsOf(command, *world, options);
     Checkpointing saving(command, *world, inputs);
     std::optional<Begun> begun = saving.begun(options);

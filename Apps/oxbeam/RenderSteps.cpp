@@ -32,7 +32,9 @@ std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& op
         diagnostics.warning({scene, 0, 0}, "has no triangles; the picture shows nothing but the environment");
     for (const Diagnostic& d : diagnostics.sorted())
         if (!quiet || d.severity != Severity::Note) say(d);
-    return diagnostics.hasErrors() ? nullptr : std::move(world);
+    if (diagnostics.hasErrors()) return nullptr;
+    world->geometry.reserveStructure();
+    return world;
 }
 
 void warnOfBadResults(const RenderStatistics& s) {
@@ -78,6 +80,23 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
     if (!stream.flush()) throw cannotWrite(file, std::strerror(errno));
 }
 
+// All but the number of samples, which the film has anyway.
+static bool needFilm(const std::vector<Aov>& aovs) {
+    return std::any_of(aovs.begin(), aovs.end(), [](Aov aov) { return aov != Aov::Samples; });
+}
+
+MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image) {
+    const Window window =
+        command.crop.empty() ? Window{0, 0, image.width, image.height} : parseCrop(command.crop, image);
+    const std::vector<Aov> aovs = parseAovs(command.aov);
+    // The colours and what they are encoded to; with layers, those, all pixel by pixel, and the file.
+    constexpr std::uint64_t colors = 2 * sizeof(R3), layers = 3 * sizeof(AovSample);
+    const std::uint64_t writing = window.size() * (aovs.empty() ? colors : colors + layers);
+    MemoryCharge memory(MemoryUse::Picture, Film::bytes(window, needFilm(aovs)) + writing, Film::describe(window));
+    memory.shrinkTo(writing);
+    return memory;
+}
+
 Prepared prepare(const RenderCommand& command, const Registry& registry) {
     Prepared p;
     checkModelOptions(command);
@@ -95,7 +114,7 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
     if (!command.crop.empty()) p.options.crop = parseCrop(command.crop, p.world->image);
     p.options.packets = command.packets;
     const std::vector<Aov> aovs = parseAovs(command.aov);
-    p.options.aovs = std::any_of(aovs.begin(), aovs.end(), [](Aov aov) { return aov != Aov::Samples; });
+    p.options.aovs = needFilm(aovs);
     p.options.stop = &stopFlag();
     p.threads = chooseThreads(command, ro);
     return p;

@@ -5,6 +5,7 @@
 #include "Engine/Output/ImageFile.h"
 #include "Engine/Render/Renderer.h"
 #include "Engine/SceneFile/SceneFile.h"
+#include "Engine/System/MemoryBudget.h"
 
 #include <atomic>
 #include <memory>
@@ -48,6 +49,9 @@ struct Prepared {
 
 // Without a world where the scene is bad.
 Prepared prepare(const RenderCommand& command, const Registry& registry);
+// Charges what it takes to make a picture of the command's film and write it, for as long as that is kept; the film must
+// have room beside it now.
+MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image);
 void build(World& world, Workers& workers, const std::string& isa);
 void warnOfBadResults(const RenderStatistics& statistics);
 

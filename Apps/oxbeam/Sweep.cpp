@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Sweep.h"
 
+#include "Apps/oxbeam/MemoryLimit.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
 #include "Apps/oxbeam/SweepValues.h"
@@ -37,6 +38,7 @@ void addSweep(CLI::App& app, SweepCommand& command) {
     c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
     c->add_option("--samples", r.samples, "Passes over each picture, instead of the scene's")->type_name("N");
     c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
+    addMemoryLimit(*c);
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
 }
 

@@ -3,6 +3,7 @@
 #include "Apps/oxbeam/Completion.h"
 #include "Apps/oxbeam/Describe.h"
 #include "Apps/oxbeam/Doctor.h"
+#include "Apps/oxbeam/MemoryLimit.h"
 #include "Apps/oxbeam/Metadata.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
@@ -79,6 +80,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
                 "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");
     c->add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
         ->type_name("sse2|sse4.2|avx|avx2|avx512");
+    addMemoryLimit(*c);
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
 }
 
@@ -88,6 +90,7 @@ void addScene(CLI::App& app, SceneCommand& s) {
     c->add_option("-o,--output", s.output, "Scene file to write, instead of standard output");
     c->add_option("--size", s.size, "Size of the picture in pixels")->type_name("WxH");
     addModelOptions(*c, s.options);
+    addMemoryLimit(*c);
 }
 
 void addOthers(CLI::App& app, Arguments& a) {
@@ -97,17 +100,19 @@ void addOthers(CLI::App& app, Arguments& a) {
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addMemoryLimit(*check);
     CLI::App* sheet = app.add_subcommand("sheet", "Lay pictures out on one contact sheet, labelled by their names");
     sheet->add_option("PICTURE", a.pictures, "Pictures")->required();
     sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .exr or .hdr")
         ->required()
         ->type_name("FILE");
     sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));
+    addMemoryLimit(*sheet);
     app.add_subcommand("list", "List every object that the packages offer");
     addDescribe(app, a.describe);
     addSweep(app, a.sweep);
     addCompletion(app, a.completion);
-    app.add_subcommand("doctor", "Report versions, packages, processor and threads");
+    addMemoryLimit(*app.add_subcommand("doctor", "Report versions, packages, processor, threads and memory"));
 }
 
 ExitStatus run(const CLI::App& app, const Arguments& a) {

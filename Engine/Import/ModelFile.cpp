@@ -4,6 +4,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ModelStream.h"
 #include "Engine/System/Hash.h"
+#include "Engine/System/MemoryBudget.h"
 
 #include <fmt/format.h>
 
@@ -25,7 +26,10 @@ Model loadModel(const fs::path& file, const ImportLimits& limits) {
     if (access(file.c_str(), R_OK) != 0) throw badModel("cannot be read: permission denied");
 
     ImportProcess process(ModelProgram, limits);
-    std::vector<std::byte> bytes(process.ask(file, name));
+    const std::uint64_t length = process.ask(file, name);
+    // As bytes and as what is made of them; what stays is charged where it is kept.
+    const MemoryCharge memory(MemoryUse::Models, 2 * length, name);
+    std::vector<std::byte> bytes(length);
     process.take(bytes.data(), bytes.size());
     auto result = decodeModel(bytes);
     if (!result) throw badModel("cannot be read: its reader handed back what is no model");

@@ -1,6 +1,7 @@
 #include "Engine/Output/ContactSheet.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/System/MemoryBudget.h"
 #include "Engine/Textures/TextureFile.h"
 
 #include <OpenImageIO/imagebufalgo.h>
@@ -17,9 +18,12 @@ constexpr int LargestFont = 15, SmallestFont = 8;
 constexpr const char* Font = "DejaVuSans";
 constexpr float PaperColor[] = {0.9f, 0.9f, 0.9f}, Ink[] = {0.01f, 0.01f, 0.01f};
 
-// A picture as linear floats of three channels, top row first.
-OIIO::ImageBuf readPicture(TextureReader& reader, const std::filesystem::path& file) {
-    const auto texture = reader.read(file);  // decodes, and refuses what is no picture
+// A picture as linear floats of three channels, top row first; a large one shrunk to some times the size of a cell, so
+// that the filter which brings it to its final size still has all to do that can be seen.
+OIIO::ImageBuf readPicture(TextureReader& reader, const std::filesystem::path& file, unsigned cellWidth,
+                           unsigned cellHeight) {
+    constexpr unsigned times = 4;
+    const auto texture = reader.readReduced(file, times * cellWidth, times * cellHeight);  // refuses what is no picture
     const auto w = static_cast<int>(texture->width()), h = static_cast<int>(texture->height());
     OIIO::ImageBuf picture(OIIO::ImageSpec(w, h, 3, OIIO::TypeDesc::FLOAT));
     for (int y = 0; y < h; ++y)
@@ -56,6 +60,7 @@ int fontSize(const std::string& label, unsigned cellWidth) {
 struct ContactSheet::Paper {
     unsigned columns, cellWidth, cellHeight;
     unsigned next = 0;  // cell
+    MemoryCharge memory;
     OIIO::ImageBuf paper;
     TextureReader reader{};
 
@@ -81,7 +86,11 @@ ContactSheet::ContactSheet(unsigned count, unsigned columns, unsigned cellWidth,
     const unsigned rows = (count + columns - 1) / columns;
     const auto width = static_cast<int>(Margin + columns * (cellWidth + Margin));
     const auto height = static_cast<int>(Margin + rows * (cellHeight + LabelHeight + Margin));
-    m_paper.reset(new Paper{columns, cellWidth, cellHeight, 0,
+    // The paper, and the sheet that is made of it.
+    MemoryCharge memory(MemoryUse::Picture,
+                        std::uint64_t{2} * sizeof(R3) * static_cast<unsigned>(width) * static_cast<unsigned>(height),
+                        fmt::format("a contact sheet of {} x {} pixels", width, height));
+    m_paper.reset(new Paper{columns, cellWidth, cellHeight, 0, std::move(memory),
                             OIIO::ImageBuf(OIIO::ImageSpec(width, height, 3, OIIO::TypeDesc::FLOAT))});
     OIIO::ImageBufAlgo::fill(m_paper->paper, PaperColor);
 }
@@ -89,7 +98,7 @@ ContactSheet::ContactSheet(unsigned count, unsigned columns, unsigned cellWidth,
 ContactSheet::~ContactSheet() = default;
 
 void ContactSheet::add(const std::filesystem::path& file, const std::string& label) {
-    m_paper->add(readPicture(m_paper->reader, file), label);
+    m_paper->add(readPicture(m_paper->reader, file, m_paper->cellWidth, m_paper->cellHeight), label);
 }
 
 void ContactSheet::add(unsigned width, unsigned height, const std::vector<R3>& pixels, const std::string& label) {

@@ -1,6 +1,7 @@
 // The picture while it is being rendered.
 #pragma once
 
+#include "Engine/System/MemoryBudget.h"
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
@@ -11,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace oxbeam {
@@ -45,9 +47,19 @@ public:
         unsigned samples;
     };
 
-    // Of at least one pixel. Throws std::bad_alloc.
+    // Of at least one pixel. Throws Error(InputOutput) where that takes more memory than the limit allows, and
+    // std::bad_alloc.
     explicit Film(const Window& window, bool withAovs = false)
-        : m_window(window), m_pixels(zeros<Pixel>()), m_aovs(withAovs ? zeros<AovSample>() : Array<AovSample>()) {}
+        : m_window(window), m_memory(MemoryUse::Picture, bytes(window, withAovs), describe(window)),
+          m_pixels(zeros<Pixel>()), m_aovs(withAovs ? zeros<AovSample>() : Array<AovSample>()) {}
+
+    static std::uint64_t bytes(const Window& window, bool withAovs) {
+        return window.size() * (sizeof(Pixel) + (withAovs ? sizeof(AovSample) : 0));
+    }
+    // "a picture of 640 x 480 pixels"
+    static std::string describe(const Window& window) {
+        return "a picture of " + std::to_string(window.width()) + " x " + std::to_string(window.height()) + " pixels";
+    }
 
     const Window& window() const { return m_window; }
     bool hasAovs() const { return m_aovs != nullptr; }
@@ -110,6 +122,7 @@ private:
     }
 
     Window m_window;
+    MemoryCharge m_memory;
     Array<Pixel> m_pixels;
     Array<AovSample> m_aovs;
 };

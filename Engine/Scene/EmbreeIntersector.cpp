@@ -116,11 +116,24 @@ static double inverseStretch(const Matrix& matrix) {
     return std::isfinite(stretch) ? stretch : std::numeric_limits<double>::infinity();
 }
 
+// The kernel inverts in single precision. Where the determinant is what rounding left of terms that cancel, as of a thing
+// that was turned, flattened and turned again, that makes rays of no numbers at all, which end the process.
+static bool invertsWell(const Matrix& matrix) {
+    double determinant = 0.0, size = 0.0;
+    for (int j = 0; j < 3; ++j)
+        for (int k = 1; k < 3; ++k) {
+            const double term = double{matrix.m[0][j]} * matrix.m[1][(j + k) % 3] * matrix.m[2][(j + 3 - k) % 3];
+            determinant += k == 1 ? term : -term;
+            size += std::fabs(term);
+        }
+    return std::fabs(determinant) > 0x1p-14 * size;
+}
+
 bool EmbreeIntersector::canInstance(const Matrix& matrix) {
     constexpr double most = 1e9;
     bool near = true;
     for (const auto& row : matrix.m) near = near && std::fabs(row[3]) <= FarthestOut / most;
-    return near && inverseStretch(matrix) <= most;
+    return near && invertsWell(matrix) && inverseStretch(matrix) <= most;
 }
 
 // Rays are turned back into the space of an instance's mesh, and must be traceable there too.

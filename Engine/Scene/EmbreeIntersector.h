@@ -29,7 +29,7 @@ public:
     static std::string defaultIsa();
 
     // A mesh can be instanced with this transformation: it has an inverse that does not blow rays up beyond what can be
-    // traced. Instances moved to others are not hit.
+    // traced, and is found in single precision. Instances moved to others are not hit.
     static bool canInstance(const Matrix& meshToWorld);
 
     // Builds, or after instances have moved rebuilds, the structure over the scene, which must stay where it is.

@@ -6,6 +6,7 @@
 #include "Primitives/Vec.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace oxbeam {
@@ -17,7 +18,18 @@ struct MeshData {
     std::vector<R2> texCoords;
     std::vector<R3> colors;
     std::vector<unsigned> indices;  // three a triangle
+
+    // Gives back all memory but the name's.
+    void clear() { *this = {std::move(name), {}, {}, {}, {}, {}}; }
 };
+
+// Of the arrays of a mesh, before or after a scene has taken it over.
+template <class Mesh>
+std::size_t bytesOfMesh(const Mesh& mesh) {
+    const auto bytes = [](const auto& array) { return array.size() * sizeof(array[0]); };
+    return bytes(mesh.positions) + bytes(mesh.normals) + bytes(mesh.texCoords) + bytes(mesh.colors) +
+           bytes(mesh.indices);
+}
 
 // What stretches over less than a surface is never hit. In double precision, so that no area is too small to tell.
 inline bool hasArea(const R3& a, const R3& b, const R3& c) {

@@ -1,8 +1,15 @@
 #include "Engine/Scene/SceneGeometry.h"
 
+#include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Scene/EmbreeIntersector.h"
+#include "Engine/Scene/Flattening.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
+#include <map>
 #include <numeric>
 #include <utility>
 
@@ -43,6 +50,23 @@ static void setTransform(Instance& instance, const Matrix& matrix) {
     instance.normalXfm = normalTransform(matrix);
 }
 
+// Of a mesh whose vertices are in the world's space already.
+static Instance inWorldSpace(const Instance& instance, unsigned mesh) {
+    return {mesh, instance.shaderBias, instance.visibilityMask, 0, {}, {}};
+}
+
+namespace {
+
+// Any order that tells placements apart, those that are not numbers too.
+struct LessByBits {
+    using Placed = std::pair<unsigned, Matrix>;
+    bool operator()(const Placed& a, const Placed& b) const {
+        return a.first != b.first ? a.first < b.first : std::memcmp(&a.second, &b.second, sizeof(Matrix)) < 0;
+    }
+};
+
+}  // namespace
+
 void Bounds::add(const R3& p) {
     if (empty) lower = upper = p;
     lower = R3(std::min(lower.x, p.x), std::min(lower.y, p.y), std::min(lower.z, p.z));
@@ -61,6 +85,7 @@ SceneGeometry::SceneGeometry() = default;
 SceneGeometry::~SceneGeometry() = default;
 
 unsigned SceneGeometry::addMesh(MeshData mesh) {
+    m_memory.emplace_back(MemoryUse::Meshes, bytesOfMesh(mesh), fmt::format("mesh '{}'", oneLine(mesh.name)));
     const auto number = static_cast<unsigned>(m_meshes.size());
     auto object = std::make_unique<ABSP>();
     object->id = number;
@@ -133,11 +158,12 @@ void SceneGeometry::takeOver(unsigned number, bool bake) {
         const auto owner = std::find_if(m_instances.begin(), m_instances.end(),
                                         [&](const auto& instance) { return instance->object == number; });
         transform(data, (*owner)->meshToWorldXfm);
-        **owner = Instance{(*owner)->object, (*owner)->shaderBias, (*owner)->visibilityMask, 0, {}, {}};
+        **owner = inWorldSpace(**owner, number);
     }
+    m_dropped[number] = takeIndices(data, mesh.indices);
+    if (mesh.indices.empty()) data.clear();
     const std::size_t vertices = data.positions.size();
     mesh.vertexCount = static_cast<Oxuint>(vertices);
-    m_dropped[number] = takeIndices(data, mesh.indices);
     takeAttribute(data.normals, mesh.normals, vertices);
     takeAttribute(data.texCoords, mesh.texCoords, vertices);
     takeAttribute(data.colors, mesh.colors, vertices);
@@ -147,19 +173,49 @@ void SceneGeometry::takeOver(unsigned number, bool bake) {
     mesh.positions.resize(vertices + 2);                // the padding that Embree reads
     if (mesh.indices.empty()) mesh.indices.reserve(3);  // Embree wants an address even for nothing
     m_data[number].reset();
+    m_memory[number].shrinkTo(bytesOfMesh(mesh));
 }
 
-// A placement that flattens its mesh cannot be undone, so that no ray can be turned back into the mesh's own space: the
-// mesh is copied, to be transformed itself.
+unsigned SceneGeometry::copyMesh(unsigned mesh, const Matrix& matrix) {
+    const MeshData& original = *m_data[mesh];
+    // Before the copy is made, and after it was counted as any mesh is.
+    MemoryCharge(MemoryUse::Meshes, bytesOfMesh(original), fmt::format("a copy of mesh '{}'", oneLine(original.name)));
+    MeshData copy = original;
+    transform(copy, matrix);
+    const unsigned number = addMesh(std::move(copy));
+    m_origins[number] = mesh;
+    return number;
+}
+
+// A placement that flattens its mesh cannot be undone, so that no ray can be turned back into the mesh's own space. All
+// that flatten along the same direction share a flat copy, which can be placed like any mesh. What is left, placed too
+// far out or nearly as a line, is transformed itself.
 void SceneGeometry::copyFlattened() {
+    using Key = std::pair<unsigned, std::array<int, 3>>;
+    std::map<Key, unsigned> flat;
+    std::map<std::pair<unsigned, Matrix>, unsigned, LessByBits> others;
+    std::vector<bool> copied(m_meshes.size());
     for (std::size_t i = 0; i < m_instances.size(); ++i) {
         Instance& instance = *m_instances[i];
-        if (m_movable[i] || !m_data[instance.object] || EmbreeIntersector::canInstance(instance.meshToWorldXfm))
-            continue;
-        MeshData copy = *m_data[instance.object];
-        const unsigned origin = std::exchange(instance.object, addMesh(std::move(copy)));
-        m_origins.back() = origin;
+        const unsigned mesh = instance.object;
+        const Matrix& matrix = instance.meshToWorldXfm;
+        if (m_movable[i] || !m_data[mesh] || EmbreeIntersector::canInstance(matrix)) continue;
+        copied[mesh] = true;
+        if (const auto f = flatteningOf(matrix); f && EmbreeIntersector::canInstance(f->place)) {
+            const auto [known, isNew] = flat.try_emplace({mesh, f->direction}, 0u);
+            if (isNew) known->second = copyMesh(mesh, f->flatten);
+            instance.object = known->second;
+            setTransform(instance, f->place);
+        } else {
+            const auto [known, isNew] = others.try_emplace({mesh, matrix}, 0u);
+            if (isNew) takeOver(known->second = copyMesh(mesh, matrix), false);
+            instance = inWorldSpace(instance, known->second);
+        }
     }
+    for (const auto& instance : m_instances)
+        if (instance->object < copied.size()) copied[instance->object] = false;
+    for (unsigned mesh = 0; mesh < copied.size(); ++mesh)
+        if (copied[mesh]) m_data[mesh]->clear();  // only its copies are placed
 }
 
 void SceneGeometry::prepare() {
@@ -173,10 +229,40 @@ void SceneGeometry::prepare() {
         if (m_data[mesh]) takeOver(mesh, uses[mesh] == 1 && !moved[mesh]);
 }
 
+// What the structure takes while it is built, which is half as much again as what it keeps of it: measured, and rounded
+// up.
+static constexpr std::size_t BytesATriangle = 112, BytesAPlacement = 512, BytesAMesh = 1024;
+
+// A mesh that is placed as it stands counts each time, one that is instanced once.
+std::size_t SceneGeometry::structureTriangles() const {
+    std::vector<bool> instanced(m_meshes.size());
+    std::size_t triangles = 0;
+    for (const auto& instance : m_instances) {
+        if (instance->hasXfm && instanced[instance->object]) continue;
+        instanced[instance->object] = instance->hasXfm;
+        triangles += m_meshes[instance->object]->triangleCount();
+    }
+    return triangles;
+}
+
+void SceneGeometry::reserveStructure() {
+    const std::size_t triangles = structureTriangles();
+    m_structureMemory = {};
+    const std::size_t bytes =
+        triangles * BytesATriangle + m_instances.size() * BytesAPlacement + m_meshes.size() * BytesAMesh;
+    m_structureMemory = {MemoryUse::Structure, bytes,
+                         fmt::format("the structure that rays are traced through, of {} triangles in {} placements,",
+                                     triangles, m_instances.size())};
+}
+
 void SceneGeometry::build(const std::string& isa) {
     prepare();
-    if (!m_intersector) m_intersector = std::make_unique<EmbreeIntersector>(isa);
+    if (!m_intersector) {
+        reserveStructure();
+        m_intersector = std::make_unique<EmbreeIntersector>(isa);
+    }
     m_bounds = m_intersector->build(m_scene);
+    m_structureMemory.shrinkTo(m_intersector->bytes());
 }
 
 std::string SceneGeometry::defaultIsa() { return EmbreeIntersector::defaultIsa(); }
@@ -194,16 +280,9 @@ Bounds SceneGeometry::instanceBounds(unsigned number) const {
     return bounds;
 }
 
-template <class T>
-static std::size_t bytesOf(const std::vector<T>& array) {
-    return array.size() * sizeof(T);
-}
-
 std::size_t SceneGeometry::meshBytes() const {
-    return std::accumulate(m_meshes.begin(), m_meshes.end(), std::size_t{0}, [](std::size_t n, const auto& mesh) {
-        return n + bytesOf(mesh->positions) + bytesOf(mesh->normals) + bytesOf(mesh->texCoords) +
-               bytesOf(mesh->colors) + bytesOf(mesh->indices);
-    });
+    return std::accumulate(m_meshes.begin(), m_meshes.end(), std::size_t{0},
+                           [](std::size_t n, const auto& mesh) { return n + bytesOfMesh(*mesh); });
 }
 
 std::size_t SceneGeometry::triangles() const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Engine/Scene/MeshData.h"
+#include "Engine/System/MemoryBudget.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/OxScene.h"
 
@@ -38,7 +39,8 @@ public:
     SceneGeometry();
     ~SceneGeometry();
 
-    // Takes a mesh over; its number is what instances refer to.
+    // Takes a mesh over; its number is what instances refer to. What is charged beyond the memory that may be taken is
+    // Error(InputOutput), here and wherever meshes are copied or the structure is built.
     unsigned addMesh(MeshData mesh);
     // Places a mesh. `shader` is the number of its shader in the context's list. A mesh that is placed once and not
     // movable gets its transformation baked in.
@@ -49,6 +51,9 @@ public:
 
     // Validates the meshes and bakes transformations in. Afterwards no mesh and no instance can be added.
     void prepare();
+    // Charges the memory that the structure will take, so that a scene which is too large is known to be before it is
+    // built. After prepare.
+    void reserveStructure();
     // Prepares if that is yet to be done, and builds the structure on all threads that the caller's arena has. When
     // instances have moved it can be built again. `isa` is the instruction set to trace with: "sse2", "sse4.2", "avx",
     // "avx2" or "avx512". The first three find the same triangles; the last two may find another where two lie in the
@@ -75,8 +80,12 @@ public:
 
 private:
     void takeOver(unsigned mesh, bool bake);
+    unsigned copyMesh(unsigned mesh, const Matrix& matrix);
     void copyFlattened();
+    std::size_t structureTriangles() const;
 
+    std::vector<MemoryCharge> m_memory;  // by mesh
+    MemoryCharge m_structureMemory;
     std::vector<std::unique_ptr<MeshData>> m_data;  // until the build has turned them into objects
     std::vector<std::unique_ptr<ABSP>> m_meshes;
     std::vector<std::unique_ptr<Instance>> m_instances;

@@ -114,6 +114,7 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     try {
         Model& model = m_assets.model(path);
         for (const std::string& warning : model.warnings) m_diagnostics.warning(reader.where("file"), warning);
+        m_assets.giveMeshesAway(path);
         return addModel(path.string(), model, reader.where("file"));
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;

@@ -12,13 +12,13 @@ std::string relativeTo(const std::filesystem::path& folder, const std::filesyste
     return absolute(path).lexically_normal().lexically_proximate(absolute(folder).lexically_normal());
 }
 
-const Texture* ModelMaterials::picture(const ModelTexture& from, std::optional<ColorSpace> space) {
+std::unique_ptr<Texture> ModelMaterials::picture(const ModelTexture& from, std::optional<ColorSpace> space) {
     TextureSource source;
     source.file = m_folder / relativeTo(m_folder, from.image >= 0 ? m_file : m_file.parent_path() / from.file);
     source.image = from.image;
     source.space = space;
     try {
-        return &m_assets.keepTexture(source);
+        return m_assets.texture(source);
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
         m_diagnostics.warning({m_file.string(), 0, 0}, fmt::format("{}; rendered without it", e.what()));
@@ -55,13 +55,13 @@ std::string ModelMaterials::texture(const ModelTexture& from, const std::string&
 
 // Where a picture drives what no object takes from a picture, its mean must do.
 void ModelMaterials::takeMeans(ModelMaterial& m) {
-    if (const Texture* p = m.metalRoughTexture.given() ? picture(m.metalRoughTexture, ColorSpace::Linear) : nullptr) {
+    if (const auto p = m.metalRoughTexture.given() ? picture(m.metalRoughTexture, ColorSpace::Linear) : nullptr) {
         const R3 mean = p->rawMean();
         m.metallic *= mean.z;
         m.roughness *= mean.y;
     }
     if (Max(m.emissive) <= 0.0f || !m.emissiveTexture.given()) return;
-    if (const Texture* p = picture(m.emissiveTexture, std::nullopt)) m.emissive *= p->rawMean() * p->rawMean();
+    if (const auto p = picture(m.emissiveTexture, std::nullopt)) m.emissive *= p->rawMean() * p->rawMean();
 }
 
 std::string ModelMaterials::write(const ModelMaterial& original, std::size_t number) {
@@ -80,7 +80,7 @@ std::string ModelMaterials::write(const ModelMaterial& original, std::size_t num
                                {"bumpScale", material.bumpScale != 1.0f ? tomlValue(material.bumpScale) : ""}},
                               ColorSpace::Linear, false);
     if (material.texture.given() && !surface.texture.empty())
-        if (const Texture* p = picture(material.texture, std::nullopt)) {
+        if (const auto p = picture(material.texture, std::nullopt)) {
             const R3 mean = p->rawMean();
             surface.color *= mean * mean;  // about what decoding sRGB does
         }

@@ -28,7 +28,7 @@ public:
 private:
     std::string texture(const ModelTexture& from, const std::string& name, SceneText::Values values, ColorSpace space,
                         bool colors);
-    const Texture* picture(const ModelTexture& from, std::optional<ColorSpace> space);
+    std::unique_ptr<Texture> picture(const ModelTexture& from, std::optional<ColorSpace> space);
     void takeMeans(ModelMaterial& material);
 
     SceneText& m_text;

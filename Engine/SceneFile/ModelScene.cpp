@@ -73,7 +73,7 @@ private:
     const Registry& m_registry;
     ImageSize m_image;
     Placement m_placement;
-    std::vector<R3> m_points;
+    VisiblePoints m_points;
     Bounds m_bounds;
     float m_size = 1.0f;  // the bounds' diagonal
     View m_view;
@@ -87,10 +87,10 @@ private:
 
 void ModelSceneWriter::place() {
     m_placement.up = m_model.up;
-    m_points = visiblePoints(m_model, m_placement.matrix());
+    m_points = VisiblePoints(m_model, m_placement.matrix());
     const auto measure = [&] {
         m_bounds = Bounds();
-        for (const R3& p : m_points) m_bounds.add(p);
+        m_points.each([&](const R3& p) { m_bounds.add(p); });
         m_size = m_bounds.empty ? 0.0f : 2.0f * m_bounds.radius();
     };
     measure();
@@ -99,7 +99,7 @@ void ModelSceneWriter::place() {
                     fmt::format("model '{}' has no triangle that could be seen", m_file.string()));
     if (m_size < 1e-2f || m_size > 1e4f) {
         m_placement.scale = std::pow(10.0f, -std::round(std::log10(m_size)));
-        for (R3& p : m_points) p = m_placement.scale * p;
+        m_points.scale(m_placement.scale);
         measure();
     }
 }
@@ -192,7 +192,7 @@ void ModelSceneWriter::writeLights() {
     if (!m_options.environment.empty()) {
         TextureSource source;
         source.file = m_folder / relativeTo(m_folder, m_options.environment);
-        lights.writeSurroundings(m_assets.keepTexture(source));
+        lights.writeSurroundings(*m_assets.texture(source));
     }
     if (!m_model.lights.empty()) lights.writeOwn();
     if (m_options.environment.empty()) lights.writeStudio();

@@ -2,28 +2,23 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace oxbeam {
 
-std::vector<R3> visiblePoints(const Model& model, const Matrix& toScene) {
-    std::vector<R3> points;
-    for (const ModelPart& part : model.parts) {
-        const MeshData& mesh = model.meshes[part.mesh];
-        const Matrix placement = toScene * part.meshToModel;
-        std::vector<bool> used(mesh.positions.size());
+VisiblePoints::VisiblePoints(const Model& model, const Matrix& toScene) : m_model(&model), m_toScene(toScene) {
+    for (const MeshData& mesh : model.meshes) {
+        std::vector<bool>& used = m_used.emplace_back(mesh.positions.size());
         for (std::size_t i = 0; i + 2 < mesh.indices.size(); i += 3) {
             const unsigned a = mesh.indices[i], b = mesh.indices[i + 1], c = mesh.indices[i + 2];
             if (std::max({a, b, c}) < used.size() && hasArea(mesh.positions[a], mesh.positions[b], mesh.positions[c]))
                 used[a] = used[b] = used[c] = true;
         }
-        for (std::size_t i = 0; i < used.size(); ++i) {
-            const R3 p = TransformPoint(placement, mesh.positions[i]);
-            constexpr float limit = 1e18f;
-            if (used[i] && std::fabs(p.x) <= limit && std::fabs(p.y) <= limit && std::fabs(p.z) <= limit)
-                points.push_back(p);
-        }
     }
-    return points;
+    bool found = false;
+    each([&](const R3& p) {
+        if (!std::exchange(found, true)) m_any = p;
+    });
 }
 
 namespace {
@@ -55,18 +50,18 @@ Direction directionOf(const std::string& viewName) {
 
 // Along one axis of the picture, a border at slope t is met by the point that is farthest out along it; the two borders
 // together give the camera's offset and its distance.
-View frame(const std::vector<R3>& points, const std::string& viewName, float fov, const ImageSize& image) {
+View frame(const VisiblePoints& points, const std::string& viewName, float fov, const ImageSize& image) {
     constexpr float margin = 0.86f;
     const Direction direction = directionOf(viewName);
     const Frustum f(direction.towards, direction.up, fov, image);
-    const R3 middle = points.front();
+    const R3 middle = points.any();
     struct Axis {
         R3 along;
         float tan, least, most;
     } axes[2] = {{f.right, margin * f.tanX, 0.0f, 0.0f}, {f.up, margin * f.tanY, 0.0f, 0.0f}};
     float nearest = 0.0f, farthest = 0.0f;
     for (Axis& a : axes) a.least = a.most = -std::numeric_limits<float>::infinity();
-    for (const R3& p : points) {
+    points.each([&](const R3& p) {
         const R3 d = p - middle;
         const float depth = Dot(d, f.forward);
         nearest = std::min(nearest, depth);
@@ -75,7 +70,7 @@ View frame(const std::vector<R3>& points, const std::string& viewName, float fov
             a.most = std::max(a.most, Dot(d, a.along) / a.tan - depth);
             a.least = std::max(a.least, -Dot(d, a.along) / a.tan - depth);
         }
-    }
+    });
     View view;
     float distance = 1e-3f * (farthest - nearest) - nearest;  // never within the model
     R3 offset;
@@ -91,28 +86,31 @@ View frame(const std::vector<R3>& points, const std::string& viewName, float fov
     return view;
 }
 
-bool edgeOn(const std::vector<R3>& points, const std::string& viewName) {
+bool edgeOn(const VisiblePoints& points, const std::string& viewName) {
     const Direction direction = directionOf(viewName);
     const R3 right = Normalize(Cross(direction.towards, direction.up));
     const R3 up = Normalize(Cross(right, direction.towards));
     Bounds seen;
-    for (const R3& p : points) seen.add(R3(Dot(p - points.front(), right), Dot(p - points.front(), up), 0.0f));
+    points.each([&](const R3& p) {
+        const R3 d = p - points.any();
+        seen.add(R3(Dot(d, right), Dot(d, up), 0.0f));
+    });
     const R3 extent = seen.upper - seen.lower;
     return std::min(extent.x, extent.y) < 1e-3f * std::max(extent.x, extent.y);
 }
 
 // From within the model there is something wherever one looks. From outside, the points in the picture must take up more
 // than a speck of it.
-bool sees(const View& view, float fov, const ImageSize& image, const std::vector<R3>& points) {
+bool sees(const View& view, float fov, const ImageSize& image, const VisiblePoints& points) {
     const Frustum f(view.lookAt - view.position, view.lookUp, fov, image);
     Bounds model, seen;
-    for (const R3& p : points) {
+    points.each([&](const R3& p) {
         model.add(p);
         const R3 d = p - view.position;
         const float depth = Dot(d, f.forward);
         const R3 q(Dot(d, f.right) / (f.tanX * depth), Dot(d, f.up) / (f.tanY * depth), 0.0f);
         if (depth > 0.0f && std::fabs(q.x) < 1.0f && std::fabs(q.y) < 1.0f) seen.add(q);
-    }
+    });
     const R3 &p = view.position, low = model.lower, high = model.upper;
     const bool inside = p.x > low.x && p.y > low.y && p.z > low.z && p.x < high.x && p.y < high.y && p.z < high.z;
     const R3 extent = seen.upper - seen.lower;

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <span>
 
 namespace oxbeam {
 
@@ -14,53 +14,80 @@ namespace fs = std::filesystem;
 // However a file is named, it is the same one.
 static fs::path keyOf(const fs::path& file) { return fs::absolute(file).lexically_normal(); }
 
+static std::uint64_t imageBytes(const Model& model) {
+    std::uint64_t bytes = 0;
+    for (const ModelImage& image : model.images) bytes += image.bytes.size();
+    return bytes;
+}
+
+static std::uint64_t meshBytes(const Model& model) {
+    std::uint64_t bytes = 0;
+    for (const MeshData& mesh : model.meshes) bytes += bytesOfMesh(mesh);
+    return bytes;
+}
+
 Model& SceneAssets::model(const fs::path& file) {
     const fs::path key = keyOf(file);
     const auto known = m_models.find(key);
     if (known != m_models.end()) return known->second;
-    Model& loaded = m_models.emplace(key, readModel(file)).first->second;
+    Model loaded = readModel(file);
+    m_modelMemory[key] = {MemoryUse::Models, imageBytes(loaded) + meshBytes(loaded),
+                          fmt::format("model '{}'", file.string())};
     m_files[key] = loaded.hash;
-    return loaded;
+    return m_models.emplace(key, std::move(loaded)).first->second;
 }
 
-std::unique_ptr<Texture> SceneAssets::readTexture(const fs::path& file, std::optional<ColorSpace> space) {
-    auto loaded = m_textureReader.read(file, space);
-    m_files[keyOf(file)] = hashOfFile(keyOf(file));
-    return loaded;
+void SceneAssets::giveMeshesAway(const fs::path& file) {
+    const fs::path key = keyOf(file);
+    m_modelMemory[key].shrinkTo(imageBytes(m_models[key]));
 }
 
-std::unique_ptr<Texture> SceneAssets::fromImage(const ModelImage& image, const std::string& name,
-                                                std::optional<ColorSpace> space) {
-    if (image.width == 0) return m_textureReader.read(image.bytes, name, space);
+// A picture is decoded where none of the same contents was.
+template <class Read>
+Texture SceneAssets::once(const Contents& contents, Read read) {
+    const auto known = m_pictures.find(contents);
+    return known != m_pictures.end() ? known->second : m_pictures.emplace(contents, read()).first->second;
+}
+
+Texture SceneAssets::readTexture(const fs::path& file) {
+    checkTextureFile(file);
+    const Contents contents{hashOfFile(keyOf(file)), fs::file_size(file)};
+    Texture texture = once(contents, [&] { return *m_textureReader.read(file); });
+    m_files[keyOf(file)] = contents.hash;
+    return texture;
+}
+
+Texture SceneAssets::decode(const ModelImage& image, const std::string& name) {
+    if (image.width == 0) return *m_textureReader.read(image.bytes, name);
     std::vector<std::uint8_t> upwards;
+    MemoryCharge(MemoryUse::Textures, image.bytes.size(), name);
+    upwards.reserve(image.bytes.size());
     const std::size_t row = std::size_t{4} * image.width;
     for (std::size_t y = image.height; y-- > 0;)
         upwards.insert(upwards.end(), image.bytes.begin() + static_cast<std::ptrdiff_t>(y * row),
                        image.bytes.begin() + static_cast<std::ptrdiff_t>((y + 1) * row));
-    return std::make_unique<Texture>(image.width, image.height, 4u, std::move(upwards),
-                                     space.value_or(ColorSpace::SRGB));
+    return {image.width, image.height, 4u, std::move(upwards), ColorSpace::SRGB};
 }
 
-std::unique_ptr<Texture> SceneAssets::texture(const TextureSource& source) {
-    TextureSource key = source;
-    key.file = keyOf(source.file);
-    if (const auto kept = m_textures.find(key); kept != m_textures.end() && kept->second)
-        return std::move(kept->second);
-    if (source.image < 0) return readTexture(source.file, source.space);
+Texture SceneAssets::load(const TextureSource& source) {
+    if (source.image < 0) return readTexture(source.file);
     const Model& owner = model(source.file);
     const auto number = static_cast<std::size_t>(source.image);
     if (number >= owner.images.size())
         throw Error(ExitStatus::BadScene, fmt::format("model '{}' has no image {}; it has {}, numbered from 0",
                                                       source.file.string(), number, owner.images.size()));
-    return fromImage(owner.images[number], fmt::format("{}, image {}", source.file.string(), number), source.space);
+    const ModelImage& image = owner.images[number];
+    return once({hashOf(std::as_bytes(std::span(image.bytes))), image.bytes.size(), image.width, image.height},
+                [&] { return decode(image, fmt::format("{}, image {}", source.file.string(), number)); });
 }
 
-const Texture& SceneAssets::keepTexture(const TextureSource& source) {
-    TextureSource key = source;
-    key.file = keyOf(source.file);
-    auto& kept = m_textures[key];
-    if (!kept) kept = texture(source);
-    return *kept;
+std::unique_ptr<Texture> SceneAssets::texture(const TextureSource& source) {
+    const std::pair key(keyOf(source.file), source.image);
+    auto known = m_textures.find(key);
+    if (known == m_textures.end()) known = m_textures.emplace(key, load(source)).first;
+    auto texture = std::make_unique<Texture>(known->second);
+    texture->colorSpace = source.space.value_or(texture->colorSpace);
+    return texture;
 }
 
 }  // namespace oxbeam

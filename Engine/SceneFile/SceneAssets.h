@@ -2,12 +2,14 @@
 #pragma once
 
 #include "Engine/Import/ModelFile.h"
+#include "Engine/System/MemoryBudget.h"
 #include "Engine/Textures/TextureFile.h"
 
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace oxbeam {
 
@@ -16,8 +18,6 @@ struct TextureSource {
     std::filesystem::path file;
     int image = -1;
     std::optional<ColorSpace> space;  // none: as the file says
-
-    auto operator<=>(const TextureSource&) const = default;
 };
 
 class OXBEAM_API SceneAssets {
@@ -26,10 +26,10 @@ public:
 
     // Both throw Error where the file is no good.
     Model& model(const std::filesystem::path& file);
-    // Gives away the one that was kept, if there is one.
+    // Its meshes are about to go to somebody who charges for their memory.
+    void giveMeshesAway(const std::filesystem::path& file);
+    // Shares its texels with all that hold the same picture, under whatever name and in whatever colour space.
     std::unique_ptr<Texture> texture(const TextureSource& source);
-    // Loads a texture to look at now and to give away later.
-    const Texture& keepTexture(const TextureSource& source);
 
     // What was read so far, with hashes: of a model all that its reader made of it and of the files that it refers to.
     const std::map<std::filesystem::path, std::uint64_t>& files() const { return m_files; }
@@ -37,16 +37,29 @@ public:
 protected:
     // What reads a file that is met for the first time; for programs whose files are elsewhere than in the file system.
     virtual Model readModel(const std::filesystem::path& file) { return loadModel(file); }
-    virtual std::unique_ptr<Texture> readTexture(const std::filesystem::path& file, std::optional<ColorSpace> space);
+    virtual Texture readTexture(const std::filesystem::path& file);
 
 private:
-    std::unique_ptr<Texture> fromImage(const ModelImage& image, const std::string& name,
-                                       std::optional<ColorSpace> space);
+    // What tells pictures apart: two files or images that are alike byte by byte are one.
+    struct Contents {
+        std::uint64_t hash = 0, bytes = 0;
+        unsigned width = 0, height = 0;  // as in ModelImage
+
+        auto operator<=>(const Contents&) const = default;
+    };
+
+    Texture load(const TextureSource& source);
+    Texture decode(const ModelImage& image, const std::string& name);
+    template <class Read>
+    Texture once(const Contents& contents, Read read);
 
     TextureReader m_textureReader;
     std::map<std::filesystem::path, std::uint64_t> m_files;
     std::map<std::filesystem::path, Model> m_models;
-    std::map<TextureSource, std::unique_ptr<Texture>> m_textures;
+    std::map<std::filesystem::path, MemoryCharge> m_modelMemory;  // of images and meshes
+    // Colour spaces are those that the files say.
+    std::map<std::pair<std::filesystem::path, int>, Texture> m_textures;
+    std::map<Contents, Texture> m_pictures;
 };
 
 }  // namespace oxbeam

@@ -1,6 +1,7 @@
 #include "Engine/Textures/Projection.h"
 
 #include "Engine/Render/Workers.h"
+#include "Engine/System/MemoryBudget.h"
 #include "Oxbeam/OxRenderingObject.h"
 #include "Sampling/AngularMap.h"
 
@@ -22,7 +23,9 @@ template <class DirectionAt>
 static std::unique_ptr<Texture> fill(const Texture& from, unsigned width, unsigned height, unsigned grid,
                                      DirectionAt directionAt) {
     const float perCell = 1.0f / static_cast<float>(grid);
-    std::vector<float> texels(std::size_t{3} * width * height);
+    const std::uint64_t count = std::uint64_t{3} * width * height;
+    MemoryCharge(MemoryUse::Textures, count * sizeof(float), "an environment's picture, laid out anew,");
+    std::vector<float> texels(count);
     Workers(std::min(availableThreads(), OxRenderingObject::MaxThreads)).run(height, [&](unsigned, unsigned y) {
         for (unsigned x = 0; x < width; ++x) {
             R3 sum = Black;

@@ -1,6 +1,9 @@
 #include "Engine/Textures/Texture.h"
 
+#include "Engine/System/MemoryBudget.h"
+
 #include <OpenImageIO/color.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
@@ -8,37 +11,48 @@
 namespace oxbeam {
 
 Texture::Texture(unsigned width, unsigned height, unsigned channels, std::vector<std::uint8_t> texels, ColorSpace space)
-    : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Byte),
-      m_bytes(std::move(texels)) {
-    examine();
+    : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Byte) {
+    keep(std::move(texels));
 }
 
 Texture::Texture(unsigned width, unsigned height, unsigned channels, std::vector<std::uint16_t> texels,
                  ColorSpace space)
-    : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Word),
-      m_words(std::move(texels)) {
-    examine();
+    : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Word) {
+    keep(std::move(texels));
 }
 
 Texture::Texture(unsigned width, unsigned height, unsigned channels, std::vector<float> texels, ColorSpace space)
-    : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Float),
-      m_floats(std::move(texels)) {
-    mend();
+    : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Float) {
+    mend(texels);
+    keep(std::move(texels));
+}
+
+template <class T>
+void Texture::keep(std::vector<T> texels) {
+    struct Kept {
+        MemoryCharge memory;
+        std::vector<T> texels;
+    };
+    MemoryCharge memory(MemoryUse::Textures, texels.size() * sizeof(T),
+                        fmt::format("a texture of {} x {} texels", m_width, m_height));
+    const auto kept = std::make_shared<const Kept>(Kept{std::move(memory), std::move(texels)});
+    m_texels = kept->texels.data();
+    m_owner = kept;
     examine();
 }
 
 // One bad number would spread over every pixel that a reflection or a blur takes it to. The sun of a photographed sky is
 // often beyond what half precision holds. Alpha is a share.
-void Texture::mend() {
+void Texture::mend(std::vector<float>& texels) {
     constexpr float most = 65504.0f;
-    for (float& v : m_floats) {
+    for (float& v : texels) {
         if (std::isfinite(v)) continue;
         v = std::isnan(v) ? 0.0f : std::copysign(most, v);
         ++m_mended;
     }
     if (m_channels % 2 == 0)
-        for (std::size_t i = m_channels - 1; i < m_floats.size(); i += m_channels)
-            m_floats[i] = std::clamp(m_floats[i], 0.0f, 1.0f);
+        for (std::size_t i = m_channels - 1; i < texels.size(); i += m_channels)
+            texels[i] = std::clamp(texels[i], 0.0f, 1.0f);
 }
 
 // Finds out once whether anything shines through, and whether the picture holds normals: unit vectors, most of them
@@ -100,12 +114,13 @@ RGBAFloat Texture::withTexels(Meaning meaning, Use use) const {
     const bool decode = meaning == Meaning::Color && colorSpace == ColorSpace::SRGB;
     switch (m_storage) {
     case Storage::Byte:
-        return use(Texels<std::uint8_t>{m_bytes.data(), decode ? sRGBTable<256>() : nullptr, false, 1.0f / 255.0f,
-                                        m_width, m_channels});
+        return use(Texels<std::uint8_t>{static_cast<const std::uint8_t*>(m_texels), decode ? sRGBTable<256>() : nullptr,
+                                        false, 1.0f / 255.0f, m_width, m_channels});
     case Storage::Word:
-        return use(Texels<std::uint16_t>{m_words.data(), decode ? sRGBTable<65536>() : nullptr, false, 1.0f / 65535.0f,
-                                         m_width, m_channels});
-    default: return use(Texels<float>{m_floats.data(), nullptr, decode, 1.0f, m_width, m_channels});
+        return use(Texels<std::uint16_t>{static_cast<const std::uint16_t*>(m_texels),
+                                         decode ? sRGBTable<65536>() : nullptr, false, 1.0f / 65535.0f, m_width,
+                                         m_channels});
+    default: return use(Texels<float>{static_cast<const float*>(m_texels), nullptr, decode, 1.0f, m_width, m_channels});
     }
 }
 
@@ -190,6 +205,21 @@ RGBAFloat Texture::lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsi
 void Texture::thresholdAlpha(float least) {
     m_alphaThreshold = least;
     m_hasTransparency = m_hasTransparency && least > 0.0f;
+}
+
+R3 Texture::mean(unsigned x0, unsigned y0, unsigned x1, unsigned y1) const {
+    const RGBAFloat mean = withTexels(Meaning::Color, [&](const auto& texel) {
+        double r = 0.0, g = 0.0, b = 0.0;
+        for (unsigned y = y0; y < y1; ++y)
+            for (unsigned x = x0; x < x1; ++x) {
+                const RGBAFloat c = texel(x, y);
+                r += double{c.r}, g += double{c.g}, b += double{c.b};
+            }
+        const double share = 1.0 / (static_cast<double>(x1 - x0) * static_cast<double>(y1 - y0));
+        return RGBAFloat{static_cast<float>(r * share), static_cast<float>(g * share), static_cast<float>(b * share),
+                         1.0f};
+    });
+    return mean.rgb();
 }
 
 R3 Texture::rawMean() const {

@@ -5,6 +5,7 @@
 #include "Primitives/Vec.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@ enum class ColorSpace { Linear, SRGB };
 // Whether a picture used as a bump map holds heights or normals.
 enum class BumpKind { Height, Normal };
 
+// Copies share the texels; what is done with them each has for itself.
 class OXBEAM_API Texture : public TextureObject {
 public:
     ColorSpace colorSpace = ColorSpace::Linear;
@@ -28,7 +30,7 @@ public:
     bool withVertexColors = false;  // where it is applied to a surface, the mesh's own colours modulate it
 
     // Texels row by row from the bottom up, `channels` values each: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA (alpha not
-    // premultiplied). Bytes and words stand for 0 to 1.
+    // premultiplied). Bytes and words stand for 0 to 1. Their memory is charged: Error(InputOutput) beyond the limit.
     Texture(unsigned width, unsigned height, unsigned channels, std::vector<std::uint8_t> texels, ColorSpace space);
     Texture(unsigned width, unsigned height, unsigned channels, std::vector<std::uint16_t> texels, ColorSpace space);
     Texture(unsigned width, unsigned height, unsigned channels, std::vector<float> texels, ColorSpace space);
@@ -50,6 +52,8 @@ public:
     void thresholdAlpha(float least);
     // How many of the file's numbers were not finite. They count as 0, infinities as the largest number of half precision.
     std::size_t mended() const { return m_mended; }
+    // The mean linear colour of the texels in columns x0 to x1 and rows y0 to y1, the latter of both left out.
+    R3 mean(unsigned x0, unsigned y0, unsigned x1, unsigned y1) const;
     // The mean of the picture's numbers as they are stored, from a grid of probes.
     R3 rawMean() const;
     // The picture as a bump map: the normal in the frame of the texture's axes and the surface's normal.
@@ -59,7 +63,9 @@ private:
     enum class Storage { Byte, Word, Float };
     enum class Meaning { Color, Raw };
 
-    void mend();
+    template <class T>
+    void keep(std::vector<T> texels);
+    void mend(std::vector<float>& texels);
     void examine();
     RGBAFloat rawTexel(unsigned x, unsigned y) const;
     RGBAFloat sample(Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
@@ -69,9 +75,8 @@ private:
 
     unsigned m_width, m_height, m_channels;
     Storage m_storage;
-    std::vector<std::uint8_t> m_bytes;
-    std::vector<std::uint16_t> m_words;
-    std::vector<float> m_floats;
+    const void* m_texels = nullptr;
+    std::shared_ptr<const void> m_owner;  // of the texels
     bool m_hasTransparency = false;
     std::size_t m_mended = 0;
     std::optional<float> m_alphaThreshold;

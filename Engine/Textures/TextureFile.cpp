@@ -4,12 +4,14 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ImportProcess.h"
 #include "Engine/Import/PictureStream.h"
+#include "Engine/System/MemoryBudget.h"
 
 #include <fmt/format.h>
 
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 namespace oxbeam {
@@ -20,8 +22,7 @@ static Error badTexture(const std::string& name, const std::string& message) {
     return {ExitStatus::BadScene, fmt::format("texture '{}' {}", name, message)};
 }
 
-// Before the decoder sees it: a pipe or a device would never end.
-static void checkFile(const fs::path& file) {
+void checkTextureFile(const fs::path& file) {
     std::error_code problem;
     const fs::file_status status = fs::status(file, problem);
     if (!fs::exists(status)) throw badTexture(file.string(), "does not exist");
@@ -38,16 +39,20 @@ static bool consistent(const PictureHeader& h, std::uint64_t rest) {
 }
 
 template <class T>
-static std::unique_ptr<Texture> takeTexels(ImportProcess& process, const PictureHeader& h, ColorSpace space) {
-    std::vector<T> texels(std::size_t{h.width} * h.height * h.channels);
+static std::unique_ptr<Texture> takeTexels(ImportProcess& process, const PictureHeader& h, unsigned rows,
+                                           ColorSpace space) {
+    std::vector<T> texels(std::size_t{h.width} * rows * h.channels);
     process.take(texels.data(), texels.size() * sizeof(T));
-    return std::make_unique<Texture>(h.width, h.height, h.channels, std::move(texels), space);
+    return std::make_unique<Texture>(h.width, rows, h.channels, std::move(texels), space);
 }
 
-static std::unique_ptr<Texture> takeTexture(ImportProcess& process, const PictureHeader& h, ColorSpace space) {
-    if (h.valueBytes == 1) return takeTexels<std::uint8_t>(process, h, space);
-    if (h.valueBytes == 2) return takeTexels<std::uint16_t>(process, h, space);
-    return takeTexels<float>(process, h, space);
+// The next rows of what is handed back.
+static std::unique_ptr<Texture> takeRows(ImportProcess& process, const PictureHeader& h, unsigned rows,
+                                         std::optional<ColorSpace> chosen) {
+    const ColorSpace space = chosen.value_or(h.isSRGB ? ColorSpace::SRGB : ColorSpace::Linear);
+    if (h.valueBytes == 1) return takeTexels<std::uint8_t>(process, h, rows, space);
+    if (h.valueBytes == 2) return takeTexels<std::uint16_t>(process, h, rows, space);
+    return takeTexels<float>(process, h, rows, space);
 }
 
 static std::string withName(std::string message, const fs::path& file, const std::string& name) {
@@ -56,23 +61,55 @@ static std::string withName(std::string message, const fs::path& file, const std
     return oneLine(message);
 }
 
-std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::string& name,
-                                               std::optional<ColorSpace> space) {
-    // Kept where nothing goes wrong: a broken picture must not have done anything to the next one.
-    auto process = m_process ? std::move(m_process) : std::make_unique<ImportProcess>(PictureProgram);
+// What comes back for a file up to its texels.
+static PictureHeader takeHeader(ImportProcess& process, const fs::path& file, const std::string& name) {
     PictureHeader header;
-    std::uint64_t rest = process->ask(file, fmt::format("texture '{}'", name));
+    std::uint64_t rest = process.ask(file, fmt::format("texture '{}'", name));
     if (rest < sizeof header) throw badTexture(name, "cannot be decoded: its reader handed back what is no picture");
-    process->take(&header, sizeof header);
+    process.take(&header, sizeof header);
     rest -= sizeof header;
     if (header.format == PictureHeader::ThisFormat && header.width == 0 && rest < 65536)
-        throw badTexture(name, "cannot be decoded: " + withName(process->takeText(rest), file, name));
+        throw badTexture(name, "cannot be decoded: " + withName(process.takeText(rest), file, name));
     if (header.format != PictureHeader::ThisFormat || !consistent(header, rest))
         throw badTexture(name, "cannot be decoded: its reader handed back what is no picture");
-    const ColorSpace meant = space.value_or(header.isSRGB ? ColorSpace::SRGB : ColorSpace::Linear);
-    std::unique_ptr<Texture> texture = takeTexture(*process, header, meant);
+    return header;
+}
+
+std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::string& name, const Taker& take) {
+    // Kept where nothing goes wrong: a broken picture must not have done anything to the next one.
+    auto process = m_process ? std::move(m_process) : std::make_unique<ImportProcess>(PictureProgram);
+    const PictureHeader header = takeHeader(*process, file, name);
+    const std::string size = fmt::format("texture '{}' of {} x {} texels", name, header.width, header.height);
+    const MemoryCharge decoded(MemoryUse::Textures, header.texelBytes(), size);  // the process', until it is taken
+    std::unique_ptr<Texture> texture = take(*process, header, size);
     m_process = std::move(process);
     return texture;
+}
+
+static std::unique_ptr<Texture> takeWhole(ImportProcess& process, const PictureHeader& header, const std::string& size,
+                                          std::optional<ColorSpace> space) {
+    MemoryCharge(MemoryUse::Textures, header.texelBytes(), size);  // before it is allocated; then the texture's own
+    return takeRows(process, header, header.height, space);
+}
+
+// Where part number `part` of so many begins, of a side that is cut as evenly as can be.
+static unsigned cut(unsigned side, unsigned part, unsigned parts) {
+    return static_cast<unsigned>(std::uint64_t{side} * part / parts);
+}
+
+static std::unique_ptr<Texture> takeReduced(ImportProcess& process, const PictureHeader& header, unsigned width,
+                                            unsigned height) {
+    std::vector<float> texels;
+    texels.reserve(std::size_t{3} * width * height);
+    for (unsigned y = 0; y < height; ++y) {
+        const unsigned rows = cut(header.height, y + 1, height) - cut(header.height, y, height);
+        const auto strip = takeRows(process, header, rows, std::nullopt);
+        for (unsigned x = 0; x < width; ++x) {
+            const R3 mean = strip->mean(cut(header.width, x, width), 0, cut(header.width, x + 1, width), rows);
+            texels.insert(texels.end(), {mean.x, mean.y, mean.z});
+        }
+    }
+    return std::make_unique<Texture>(width, height, 3u, std::move(texels), ColorSpace::Linear);
 }
 
 // ---- What goes in
@@ -80,9 +117,25 @@ std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::
 TextureReader::TextureReader() = default;
 TextureReader::~TextureReader() = default;
 
+static auto wholeTaker(std::optional<ColorSpace> space) {
+    return [space](ImportProcess& process, const PictureHeader& header, const std::string& size) {
+        return takeWhole(process, header, size, space);
+    };
+}
+
 std::unique_ptr<Texture> TextureReader::read(const fs::path& file, std::optional<ColorSpace> space) {
-    checkFile(file);
-    return decode(file, file.string(), space);
+    checkTextureFile(file);
+    return decode(file, file.string(), wholeTaker(space));
+}
+
+std::unique_ptr<Texture> TextureReader::readReduced(const fs::path& file, unsigned width, unsigned height) {
+    checkTextureFile(file);
+    return decode(file, file.string(), [&](ImportProcess& process, const PictureHeader& h, const std::string& size) {
+        // As many texels as one is made of along a side, the same both ways.
+        const unsigned block = std::max(h.width / width, h.height / height);
+        if (block < 2) return takeWhole(process, h, size, std::nullopt);
+        return takeReduced(process, h, std::max(1u, h.width / block), std::max(1u, h.height / block));
+    });
 }
 
 // Decoders want a file, and not all of them take another source of bytes: they get one in this process' memory.
@@ -98,7 +151,7 @@ std::unique_ptr<Texture> TextureReader::read(const std::vector<std::uint8_t>& by
              .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))
              .flush())
         throw badTexture(name, "cannot be put into a file in memory");
-    return decode(file, name, space);
+    return decode(file, name, wholeTaker(space));
 }
 
 std::unique_ptr<Texture> loadTexture(const fs::path& file, std::optional<ColorSpace> space) {

@@ -4,17 +4,23 @@
 #include "Engine/Textures/Texture.h"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 
 namespace oxbeam {
 
+// Before anybody opens it, since a pipe or a device would never end: throws Error(BadScene) where it is no regular file
+// that can be read.
+OXBEAM_API void checkTextureFile(const std::filesystem::path& file);
+
 class ImportProcess;
+struct PictureHeader;
 
 // Decodes pictures in a process of its own, which malformed ones may crash, hang or swell; it takes one after the other.
 // Bytes and words are taken as sRGB unless the file says otherwise, floats as linear; `space` overrides both. Throws
 // Error(BadScene): the file is missing, no regular file, no picture, cut off, or absurdly large, or decoding it took too
-// much.
+// much. Throws Error(InputOutput) where it would take more memory than the limit allows, before it does.
 class OXBEAM_API TextureReader {
 public:
     TextureReader();
@@ -25,9 +31,15 @@ public:
     std::unique_ptr<Texture> read(const std::vector<std::uint8_t>& bytes, const std::string& name,
                                   std::optional<ColorSpace> space = std::nullopt);
 
+    // One that is larger than so many texels is shrunk to about as many, in linear light and as it comes in, so that it
+    // is never in memory here: the least size of its shape, of whole blocks, that is not smaller along the side that is
+    // larger by this measure. Opaque then.
+    std::unique_ptr<Texture> readReduced(const std::filesystem::path& file, unsigned width, unsigned height);
+
 private:
-    std::unique_ptr<Texture> decode(const std::filesystem::path& file, const std::string& name,
-                                    std::optional<ColorSpace> space);
+    // Makes a texture of what is behind the header; the text names picture and size.
+    using Taker = std::function<std::unique_ptr<Texture>(ImportProcess&, const PictureHeader&, const std::string&)>;
+    std::unique_ptr<Texture> decode(const std::filesystem::path& file, const std::string& name, const Taker& take);
 
     std::unique_ptr<ImportProcess> m_process;  // none before the first picture, and after one that was no good
 };

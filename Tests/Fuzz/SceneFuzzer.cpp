@@ -35,10 +35,9 @@ class MadeUpAssets final : public SceneAssets {
         return model;
     }
 
-    std::unique_ptr<Texture> readTexture(const fs::path& file, std::optional<ColorSpace> space) override {
+    Texture readTexture(const fs::path& file) override {
         check(file);
-        return std::make_unique<Texture>(2, 1, 4, std::vector<std::uint8_t>{0, 1, 2, 3, 250, 251, 252, 253},
-                                         space.value_or(ColorSpace::SRGB));
+        return {2, 1, 4, std::vector<std::uint8_t>{0, 1, 2, 3, 250, 251, 252, 253}, ColorSpace::SRGB};
     }
 };
 

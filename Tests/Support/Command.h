@@ -5,6 +5,7 @@
 
 #include <OpenImageIO/imagebuf.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@ namespace oxbeam::test {
 struct Outcome {
     int status;  // of the exit, or the negative signal
     std::string out, err;
+    std::uint64_t peak = 0;  // bytes that it had at most, or one of the processes that it started
 };
 
 // The command at work in the scratch folder; arguments are separated by blanks.
@@ -44,8 +46,10 @@ public:
     void signal(int number) const { kill(m_child, number); }
     Outcome finish() const {
         int status = 0;
-        EXPECT_EQ(waitpid(m_child, &status, 0), m_child);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), contentOf(m_name + ".out"), errors()};
+        rusage usage{};
+        EXPECT_EQ(wait4(m_child, &status, 0, &usage), m_child);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), contentOf(m_name + ".out"), errors(),
+                static_cast<std::uint64_t>(usage.ru_maxrss) * 1024};
     }
 
 private:
