@@ -41,6 +41,12 @@ void Texture::mend() {
             m_floats[i] = std::clamp(m_floats[i], 0.0f, 1.0f);
 }
 
+std::size_t Texture::dropNegative() {
+    const auto negative = std::count_if(m_floats.begin(), m_floats.end(), [](float v) { return v < 0.0f; });
+    for (float& v : m_floats) v = std::max(v, 0.0f);
+    return static_cast<std::size_t>(negative);
+}
+
 // Finds out once whether anything shines through, and whether the picture holds normals: unit vectors, most of them
 // pointing outwards. 4096 texels spread over the picture are enough for the latter.
 void Texture::examine() {

@@ -50,6 +50,8 @@ public:
     void thresholdAlpha(float least);
     // How many of the file's numbers were not finite. They count as 0, infinities as the largest number of half precision.
     std::size_t mended() const { return m_mended; }
+    // Makes 0 of numbers below it, which floats can hold and light cannot. How many there were.
+    std::size_t dropNegative();
     // The mean of the picture's numbers as they are stored, from a grid of probes.
     R3 rawMean() const;
     // The picture as a bump map: the normal in the frame of the texture's axes and the surface's normal.
