@@ -4,6 +4,7 @@
 #include "Oxbeam/OxRenderingObject.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace oxbeam {
 
@@ -54,26 +55,60 @@ Oxvoid ShadowCatcher::Shade(OxState* state) {
 
 bool ShadowCatcher::LightTransparency(OxState*) { return true; }
 
+// Lights that are each a small part of all take turns: a pass asks every so-many-th of them for shadows, which speak for
+// the others. A photograph's lights are many, and most of a picture is ground.
+class ShadowCatcher::Turn {
+public:
+    Turn(std::size_t lights, const R3& whole)
+        : m_stride(static_cast<unsigned>((lights + PerPass - 1) / PerPass)), m_phase(oxGetSampleIndex() % m_stride),
+          m_large(Intensity(whole) / PerPass) {}
+
+    // What a light of a share counts for; 0: it is not its turn.
+    float weight(std::size_t light, const R3& share) const {
+        if (Intensity(share) > m_large) return 1.0f;
+        return light % m_stride == m_phase ? static_cast<float>(m_stride) : 0.0f;
+    }
+
+private:
+    static constexpr unsigned PerPass = 8;
+    unsigned m_stride, m_phase;
+    float m_large;
+};
+
+// A light's ray from a point of the ground; false where it does not come from above.
+bool ShadowCatcher::aim(OxLight* light, OxState* state, OxState& shadow, const R3& point, const R3& normal,
+                        R3& arriving) const {
+    R3 from = point;
+    oxsInitState(state, &shadow);
+    if (!oxsIlluminate(light, &shadow, from, &shadow, m_standIn)) return false;
+    const R3 L = Normalize(shadow.ray.direction);
+    const float cosine = Dot(L, normal), epsilon = m_ro->m_rayEpsilon;
+    arriving = cosine * shadow.color;
+    oxsSetRay(&shadow, point + epsilon * normal, L, oxsGetRayMaxDistance(&shadow) - 2.0f * epsilon);
+    oxsSetRayVisibility(&shadow, RAY_SHADOW);
+    return cosine > 0.0f;
+}
+
 // Each light counts by its cosine, like on a matt surface. Where none reaches the point nothing can be missing.
 R3 ShadowCatcher::litShare(OxState* state, const R3& point, const R3& normal) const {
-    const float epsilon = m_ro->m_rayEpsilon;
-    R3 from = point, without, with;
-    if (!m_standIn) return White;
-    for (OxLight* light : OxContext::current->lights) {
+    const std::vector<OxLight*>& lights = OxContext::current->lights;
+    if (!m_standIn || lights.empty()) return White;
+    R3 whole, missing, arriving;
+    for (OxLight* light : lights)
+        if (OxState shadow; aim(light, state, shadow, point, normal, arriving)) whole += arriving;
+    const Turn turn(lights.size(), whole);
+    for (std::size_t i = 0; i < lights.size(); ++i) {
         OxState shadow;
-        oxsInitState(state, &shadow);
-        if (!oxsIlluminate(light, &shadow, from, &shadow, m_standIn)) continue;
-        const R3 L = Normalize(shadow.ray.direction);
-        const float cosine = Dot(L, normal);
-        if (!(cosine > 0.0f)) continue;
-        without += cosine * shadow.color;
-        oxsSetRay(&shadow, point + epsilon * normal, L, oxsGetRayMaxDistance(&shadow) - 2.0f * epsilon);
-        oxsSetRayVisibility(&shadow, RAY_SHADOW);
-        if (!oxsShootRay(&shadow) || oxsGetShader(&shadow)->LightTransparency(&shadow)) with += cosine * shadow.color;
+        if (!aim(lights[i], state, shadow, point, normal, arriving)) continue;
+        const float weight = turn.weight(i, arriving);
+        if (weight == 0.0f || !oxsShootRay(&shadow)) continue;
+        const float cosine = Dot(shadow.ray.direction, normal);
+        const bool through = oxsGetShader(&shadow)->LightTransparency(&shadow);
+        missing += weight * (through ? arriving - cosine * shadow.color : arriving);
     }
     R3 share = White;
     for (unsigned i = 0; i < 3; ++i)
-        if (without[i] > 0.0f) share[i] = std::clamp(with[i] / without[i], 0.0f, 1.0f);
+        if (whole[i] > 0.0f) share[i] = std::clamp(1.0f - missing[i] / whole[i], 0.0f, 1.0f);
     return share;
 }
 

@@ -6,8 +6,6 @@
 #include "Oxbeam/OxShader.h"
 #include "Primitives/Vec.h"
 
-#include <vector>
-
 namespace oxbeam {
 
 class OXBEAM_API ShadowCatcher : public OxShader {
@@ -23,6 +21,8 @@ public:
     bool LightTransparency(OxState* state) override;
 
 private:
+    class Turn;
+    bool aim(OxLight* light, OxState* state, OxState& shadow, const R3& point, const R3& normal, R3& arriving) const;
     R3 litShare(OxState* state, const R3& point, const R3& normal) const;
 
     OxShader* m_standIn = nullptr;  // shown to the lights, which may take any surface for one of their package's
