@@ -14,6 +14,7 @@ namespace oxbeam {
 // What can be said of a model that is given in place of a scene file.
 struct ModelCommand {
     std::string shader, environment, view;  // or nothing
+    float rotateEnvironment = 0.0f;         // degrees
     std::string ground = "shadow";          // or "none"
 };
 

@@ -80,11 +80,12 @@ unsigned chooseThreads(const RenderCommand& command, const OxRenderingObject& ro
 // They say how a scene is made around a model; a scene file says all that itself.
 void checkModelOptions(const RenderCommand& command) {
     const ModelCommand& m = command.model;
-    const char* given = !m.shader.empty()        ? "--shader"
-                        : !m.environment.empty() ? "--environment"
-                        : !m.view.empty()        ? "--view"
-                        : m.ground != "shadow"   ? "--ground"
-                                                 : nullptr;
+    const char* given = !m.shader.empty()             ? "--shader"
+                        : !m.environment.empty()      ? "--environment"
+                        : !m.view.empty()             ? "--view"
+                        : m.ground != "shadow"        ? "--ground"
+                        : m.rotateEnvironment != 0.0f ? "--rotate-environment"
+                                                      : nullptr;
     if (given && isSceneFile(command.scene))
         throw Error(ExitStatus::Usage, fmt::format("{} is for models; '{}' is a scene file", given, command.scene));
 }

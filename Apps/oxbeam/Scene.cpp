@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <filesystem>
 #include <iostream>
 
@@ -15,7 +16,15 @@ ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::stri
     if (command.ground != "shadow" && command.ground != "none")
         throw Error(ExitStatus::Usage, fmt::format("--ground {}: expected shadow or none", command.ground));
     if (!command.environment.empty()) checkInput(command.environment);
-    ModelSceneOptions options{command.shader, command.environment, command.view, command.ground == "shadow", {}};
+    if (!std::isfinite(command.rotateEnvironment))
+        throw Error(ExitStatus::Usage, "--rotate-environment: expected a number of degrees");
+    ModelSceneOptions options{command.shader,
+                              command.environment,
+                              command.rotateEnvironment,
+                              {},
+                              command.view,
+                              command.ground == "shadow",
+                              {}};
     if (!size.empty()) options.size = parseSize(size);
     return options;
 }

@@ -40,6 +40,9 @@ void addModelOptions(CLI::App& c, ModelCommand& m) {
     c.add_option("--shader", m.shader, "Of a model: show all of it with this surface")->type_name("OBJECT");
     c.add_option("--environment", m.environment, "Of a model: light it with this equirectangular picture")
         ->type_name("PICTURE");
+    c.add_option("--rotate-environment", m.rotateEnvironment,
+                 "Of a model: turn that picture, counterclockwise as seen from above")
+        ->type_name("DEGREES");
     c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("KIND");
     c.add_option("--view", m.view, "Of a model: look at it from iso, front, left or top")->type_name("NAME");
 }

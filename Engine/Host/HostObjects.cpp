@@ -1,5 +1,6 @@
 #include "Engine/Host/HostObjects.h"
 
+#include "Engine/Host/ShadowCatcher.h"
 #include "Engine/Packages/Registry.h"
 #include "Oxbeam/OxDirectionalLight.h"
 #include "Oxbeam/OxExport.h"
@@ -48,6 +49,7 @@ void registerHostObjects(Registry& registry) {
     registry.registerObject("OxDirectionalLight", HostPackage, &registerAs<OxDirectionalLight>);
     registry.registerObject("OxPerspectiveCamera", HostPackage, &registerAs<OxPerspectiveCamera>);
     registry.registerObject("OxPointLight", HostPackage, &registerAs<OxPointLight>);
+    registry.registerObject("OxShadowCatcher", HostPackage, &registerAs<ShadowCatcher>);
     registry.registerObject("OxSpotLight", HostPackage, &registerAs<OxSpotLight>);
 }
 

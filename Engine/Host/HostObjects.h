@@ -29,7 +29,7 @@ class Registry;
 // What the host's own objects call their package; no file.
 inline constexpr const char* HostPackage = "Oxbeam";
 
-// Registers the host's cameras, lights and environment.
+// Registers the host's cameras, lights, environment and surface.
 void registerHostObjects(Registry& registry);
 
 }  // namespace oxbeam

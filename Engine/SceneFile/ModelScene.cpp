@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 namespace oxbeam {
 
@@ -57,7 +58,10 @@ private:
     void chooseView();
     void writeRender();
     void writeCameras();
+    void chooseBackdrop();
     void writeEnvironment();
+    bool catchesShadows() const;
+    void writeGroundShader();
     void writeLights();
     void writeShaders();
     std::string writeOverride();
@@ -78,6 +82,7 @@ private:
     float m_size = 1.0f;  // the bounds' diagonal
     View m_view;
     float m_fov = FieldOfView;
+    std::optional<R3> m_backdrop;  // behind the model, of one colour; nothing: the surroundings
     bool m_ground = true;
     float m_groundLight = 0.0f;  // what arrives on it from all lights
     std::vector<std::string> m_shaders;
@@ -170,21 +175,42 @@ void ModelSceneWriter::writeCameras() {
     }
 }
 
+// What is seen behind the model: what was asked for, else the photograph that lights it or a plain backdrop.
+void ModelSceneWriter::chooseBackdrop() {
+    const std::string& asked = m_options.background;
+    if (asked.empty() && m_options.environment.empty()) m_backdrop = Backdrop;
+    if (asked.empty() || asked == "environment" || asked == "transparent") return;
+    R3 color;
+    char rest;
+    if (std::sscanf(asked.c_str(), "%f,%f,%f%c", &color.x, &color.y, &color.z, &rest) != 3 || !IsFinite(color) ||
+        std::min({color.x, color.y, color.z}) < 0.0f || Max(color) > 1.0f)
+        throw Error(ExitStatus::Usage, fmt::format("--background {}: expected environment, transparent or r,g,b, each "
+                                                   "from 0 to 1",
+                                                   asked));
+    m_backdrop = color;
+}
+
 void ModelSceneWriter::writeEnvironment() {
-    if (!m_options.environment.empty()) {
-        m_text.comment("Surroundings that light the model and show in it.");
-        m_text.table("[texture.surroundings]", {{"file", tomlValue(relativeTo(m_folder, m_options.environment))},
-                                                {"projection", tomlValue(std::string("equirectangular"))}});
-        m_text.object("[environment]", "KelEnvironment", {{"texture", "\"surroundings\""}});
-        return;
-    }
-    m_text.comment("Reflections show a studio; behind the model there is a plain backdrop.");
-    m_text.table("[texture.surroundings]", {{"generate", "\"studio\""}});
-    m_text.object("[environment]", "KelEnvironment",
-                  {{"texture", "\"surroundings\""},
-                   {"visibleForDirect", "false"},
-                   {"visibleForTransparency", "false"},
-                   {"color", tomlValue(Backdrop)}});
+    SceneText::Values picture = {{"generate", "\"studio\""}};
+    if (!m_options.environment.empty())
+        picture = {{"file", tomlValue(relativeTo(m_folder, m_options.environment))},
+                   {"projection", "\"equirectangular\""}};
+    if (m_options.environmentTurn != 0.0f) picture.emplace_back("rotate", tomlValue(m_options.environmentTurn));
+    SceneText::Values values = {{"texture", "\"surroundings\""}};
+    if (m_backdrop)
+        values.insert(
+            values.end(),
+            {{"visibleForDirect", "false"}, {"visibleForTransparency", "false"}, {"color", tomlValue(*m_backdrop)}});
+    m_text.comment(m_options.environment.empty() ? "Reflections show a studio." : "A photograph lights the model.");
+    m_text.table("[texture.surroundings]", picture);
+    m_text.comment(m_backdrop ? "Behind the model there is a plain backdrop." : "It is seen behind the model, too.");
+    m_text.object("[environment]", "KelEnvironment", values);
+}
+
+// The studio's ground is lit like the model; a photograph and a colour of one's own are left as they are, but for the
+// model's shadow.
+bool ModelSceneWriter::catchesShadows() const {
+    return !m_options.environment.empty() || !m_options.background.empty();
 }
 
 void ModelSceneWriter::writeLights() {
@@ -228,12 +254,20 @@ void ModelSceneWriter::writeShaders() {
         for (std::size_t i = 0; i < m_model.materials.size(); ++i)
             m_shaders.push_back(materials.write(m_model.materials[i], i));
     }
-    if (!m_ground) return;
-    const R3 color = Backdrop / m_groundLight;
+    if (m_ground) writeGroundShader();
+}
+
+void ModelSceneWriter::writeGroundShader() {
     m_shaders.push_back(m_text.name("shader", "ground", "ground"));
+    const std::string header = fmt::format("[shader.{}]", m_shaders.back());
+    if (catchesShadows()) {
+        m_text.comment("Not seen, but for the shadows on it");
+        m_text.object(header, "OxShadowCatcher", {{"shadowIntensity", tomlValue(1.0f - Ambient)}});
+        return;
+    }
     m_text.comment("As bright, where it is in no shadow, as the backdrop");
-    m_text.object(fmt::format("[shader.{}]", m_shaders.back()), "KelPhong",
-                  {{"diffuseColor", tomlValue(color)}, {"ambientIntensity", tomlValue(Ambient)}});
+    m_text.object(header, "KelPhong",
+                  {{"diffuseColor", tomlValue(Backdrop / m_groundLight)}, {"ambientIntensity", tomlValue(Ambient)}});
 }
 
 // ---- Meshes
@@ -255,10 +289,13 @@ void ModelSceneWriter::writeMeshes() {
     if (!m_ground) return;
     const R3 middle = m_bounds.center();
     m_text.comment("The ground, a hair below the model");
-    m_text.table("[[mesh]]", {{"shape", "\"plane\""},
-                              {"shader", tomlValue(m_shaders.back())},
-                              {"scale", tomlValue(30.0f * m_size)},
-                              {"translate", tomlValue(R3(middle.x, m_bounds.lower.y - 2e-4f * m_size, middle.z))}});
+    SceneText::Values ground = {{"shape", "\"plane\""},
+                                {"shader", tomlValue(m_shaders.back())},
+                                {"scale", tomlValue(30.0f * m_size)},
+                                {"translate", tomlValue(R3(middle.x, m_bounds.lower.y - 2e-4f * m_size, middle.z))}};
+    // Light comes from below as well, and reflections show the surroundings themselves.
+    if (catchesShadows()) ground.emplace_back("visibleTo", "[\"primary\", \"transparency\", \"refraction\"]");
+    m_text.table("[[mesh]]", ground);
 }
 
 std::string ModelSceneWriter::write() {
@@ -266,6 +303,7 @@ std::string ModelSceneWriter::write() {
     m_model.warnings.clear();
     place();
     chooseView();
+    chooseBackdrop();
     m_ground = m_options.ground && m_view.position.y > m_bounds.lower.y;  // from below it would hide the model
     m_text.comment(fmt::format("The scene that oxbeam makes around '{}'.", m_file.filename().string()));
     m_text.comment("What stands in comments after an object's keys are its other parameters with their defaults.");

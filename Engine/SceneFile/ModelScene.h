@@ -14,6 +14,8 @@ namespace oxbeam {
 struct ModelSceneOptions {
     std::string shader;             // a registered surface instead of every material; or nothing
     std::string environment;        // an equirectangular picture to light it with; or nothing for a studio
+    float environmentTurn = 0.0f;   // degrees, counterclockwise as seen from above
+    std::string background;         // "environment", "transparent", "r,g,b"; or nothing for what goes with the light
     std::string view;               // "iso", "front", "left", "top"; or nothing for the file's camera, else iso
     bool ground = true;             // catches the shadow
     std::optional<ImageSize> size;  // of the picture that it is framed for

@@ -23,11 +23,12 @@ std::optional<int> TextureSection::idFor(const std::string& name, const std::str
     const Layout layout = layoutFor(object);
     if (found->second == Ox_NOTEXTURE || layout == Layout::AsItIs || !m_equirectangular.contains(name))
         return found->second;
+    const float turn = m_equirectangular[name];
     const auto [entry, isNew] = m_converted.try_emplace({name, layout}, Ox_NOTEXTURE);
     if (isNew) {
         const auto& picture = static_cast<const Texture&>(*m_world.textures.ByID(found->second));
-        entry->second =
-            m_world.textures.add(layout == Layout::AngularMap ? toAngularMap(picture) : toVerticalCross(picture));
+        entry->second = m_world.textures.add(layout == Layout::AngularMap ? toAngularMap(picture, turn)
+                                                                          : toVerticalCross(picture, turn));
     }
     return entry->second;
 }
@@ -45,13 +46,16 @@ struct Origin {
     std::optional<unsigned> space;
     bool generated = false;
     bool equirectangular = false;
+    float turn;  // about the vertical, degrees
     bool vertexColors = false;
 
     explicit Origin(TableReader& reader)
         : file(reader.text("file")), image(reader.count("image", 0, 1u << 20)),
           space(reader.word("colorSpace", {"linear", "srgb"})), generated(reader.word("generate", {"studio"})),
           equirectangular(reader.word("projection", {"equirectangular"}) || generated),
-          vertexColors(reader.flag("vertexColors").value_or(false)) {
+          turn(reader.number("rotate").value_or(0.0f)), vertexColors(reader.flag("vertexColors").value_or(false)) {
+        if (reader.has("rotate") && !equirectangular)
+            reader.error("rotate", "'rotate' is for surroundings: 'projection = \"equirectangular\"'");
         if (!isKnown() && !reader.has("file")) reader.error("file", "has no 'file'");
         if (image && !file) reader.error("image", "'image' is for the images within a model's 'file'");
     }
@@ -108,7 +112,7 @@ void TextureSection::read(const std::string& name, TableReader& reader) {
     const Origin origin(reader);
     const Use use(reader);
     reader.finish();
-    if (origin.equirectangular) m_equirectangular.insert(name);
+    if (origin.equirectangular) m_equirectangular[name] = origin.turn;
     if (!origin.isKnown()) return;
     try {
         auto texture = origin.file        ? m_assets.texture(origin.source(m_folder))
@@ -121,6 +125,11 @@ void TextureSection::read(const std::string& name, TableReader& reader) {
                                   fmt::format("{}: {} numbers of the picture are not finite; they "
                                               "count as 0, infinities as 65504",
                                               reader.label(), texture->mended()));
+        if (const std::size_t negative = origin.equirectangular ? texture->dropNegative() : 0)
+            m_diagnostics.warning(reader.where("file"),
+                                  fmt::format("{}: {} numbers of the picture are negative, which no "
+                                              "light is; they count as 0",
+                                              reader.label(), negative));
         m_ids[name] = m_world.textures.add(std::move(texture));
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;

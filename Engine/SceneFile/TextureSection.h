@@ -34,7 +34,7 @@ private:
     Diagnostics& m_diagnostics;
     std::map<std::string, int> m_ids;
     std::vector<std::string> m_names;
-    std::set<std::string> m_equirectangular;                    // those whose picture is laid out like that
+    std::map<std::string, float> m_equirectangular;             // those whose picture is laid out like that; their turn
     std::map<std::pair<std::string, Layout>, int> m_converted;  // and what they were turned into
 };
 

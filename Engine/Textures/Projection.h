@@ -9,11 +9,12 @@ namespace oxbeam {
 
 // An equirectangular picture (longitude across, latitude upwards) shows the direction -z in its middle and up, y, along
 // its top. Both functions keep directions: what it shows along a direction, the new picture shows there when it is read
-// as meant.
+// as meant; or `turn` degrees on, counterclockwise as seen from above.
 
-// As an angular map, a square of as many texels a side as the picture is high, times two; the map's own y is up.
-OXBEAM_API std::unique_ptr<Texture> toAngularMap(const Texture& equirectangular);
+// As an angular map; the map's own y is up. Small pictures get finer texels than their own: blending four of a map's runs
+// across the grid of the picture's, and would make steps of its edges.
+OXBEAM_API std::unique_ptr<Texture> toAngularMap(const Texture& equirectangular, float turn = 0.0f);
 // As a vertical cross of 3 x 4 faces, as the package's cubic environment reads it.
-OXBEAM_API std::unique_ptr<Texture> toVerticalCross(const Texture& equirectangular);
+OXBEAM_API std::unique_ptr<Texture> toVerticalCross(const Texture& equirectangular, float turn = 0.0f);
 
 }  // namespace oxbeam

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 
 namespace oxbeam {
 
@@ -53,6 +54,17 @@ void Texture::mend(std::vector<float>& texels) {
     if (m_channels % 2 == 0)
         for (std::size_t i = m_channels - 1; i < texels.size(); i += m_channels)
             texels[i] = std::clamp(texels[i], 0.0f, 1.0f);
+}
+
+std::size_t Texture::dropNegative() {
+    if (m_storage != Storage::Float) return 0;
+    const std::span all(static_cast<const float*>(m_texels), std::size_t{m_width} * m_height * m_channels);
+    const auto negative = std::count_if(all.begin(), all.end(), [](float v) { return v < 0.0f; });
+    if (negative == 0) return 0;
+    std::vector<float> texels(all.begin(), all.end());
+    for (float& v : texels) v = std::max(v, 0.0f);
+    keep(std::move(texels));
+    return static_cast<std::size_t>(negative);
 }
 
 // Finds out once whether anything shines through, and whether the picture holds normals: unit vectors, most of them

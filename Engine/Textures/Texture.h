@@ -54,6 +54,9 @@ public:
     std::size_t mended() const { return m_mended; }
     // The mean linear colour of the texels in columns x0 to x1 and rows y0 to y1, the latter of both left out.
     R3 mean(unsigned x0, unsigned y0, unsigned x1, unsigned y1) const;
+    // Makes 0 of numbers below it, which floats can hold and light cannot; other pictures that share the texels keep
+    // them. How many there were.
+    std::size_t dropNegative();
     // The mean of the picture's numbers as they are stored, from a grid of probes.
     R3 rawMean() const;
     // The picture as a bump map: the normal in the frame of the texture's axes and the surface's normal.
