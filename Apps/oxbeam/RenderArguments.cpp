@@ -98,6 +98,9 @@ std::vector<Aov> parseAovs(const std::string& text) {
 // Before anything is loaded.
 void checkRenderArguments(const RenderCommand& command, const Registry& registry) {
     checkOutput(command.output, {command.bits});
+    if (!command.checkpoint.empty() && !isExr(command.checkpoint))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
     requireApart(outputsOf(command), inputsOf(command.scene, command.model, registry));
     if (!parseAovs(command.aov).empty() && !isExr(command.output))
         throw Error(
@@ -108,9 +111,6 @@ void checkRenderArguments(const RenderCommand& command, const Registry& registry
                     fmt::format("--time {:g}: expected a number of seconds above 0", *command.seconds));
     if (!command.stats.empty()) checkWritable(command.stats);
     if (command.checkpoint.empty()) return;
-    if (!isExr(command.checkpoint))
-        throw Error(ExitStatus::Usage,
-                    fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
     if (!(command.checkpointEvery >= 1.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--checkpoint-every {:g}: expected at least 1 second", command.checkpointEvery));
