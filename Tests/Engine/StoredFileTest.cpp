@@ -38,7 +38,8 @@ TEST_F(StoredFiles, WhatIsWrittenInAnyOrderIsInItsPlace) {
     std::string expected;
     StoredFile file(m_file);
     for (int i = 0; i < 120; ++i) {
-        const std::size_t at = upTo(expected.size() + 300'000), size = upTo(i % 3 ? 5000 : 700'000);
+        const std::size_t at = i % 4 ? upTo(expected.size()) : expected.size() + upTo(100'000);
+        const std::size_t size = upTo(i % 3 ? 5000 : 700'000);
         const std::string part(size, static_cast<char>('a' + i % 26));
         if (expected.size() < at + size) expected.resize(at + size, '\0');
         expected.replace(at, size, part);
