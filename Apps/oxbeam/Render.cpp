@@ -40,7 +40,7 @@ static std::string contents(const World& world) {
 
 ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     ProgressLine progress(command.quiet);
-    checkRenderArguments(command);
+    checkRenderArguments(command, registry);
     stopOnSignals();
     Times times;
     if (!command.size.empty()) reservePicture(command, parseSize(command.size));  // known before anything is loaded

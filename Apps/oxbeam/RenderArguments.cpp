@@ -1,19 +1,18 @@
 // What stands on the command line of the subcommands that render, and whether it makes sense.
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Apps/oxbeam/OutputFiles.h"
+#include "Engine/System/InputFile.h"
+#include "Engine/System/StoredFile.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <sstream>
 
 namespace oxbeam {
-
-namespace fs = std::filesystem;
 
 // "1280x720". Nine digits at most: longer numbers would be taken modulo 2^32.
 ImageSize parseSize(const std::string& text) {
@@ -41,10 +40,12 @@ Window parseCrop(const std::string& text, const ImageSize& image) {
 }
 
 void checkInput(const std::string& scene) {
-    if (!fs::exists(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: no such file", scene));
-    if (!fs::is_regular_file(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: not a regular file", scene));
-    if (access(scene.c_str(), R_OK) != 0)
-        throw Error(ExitStatus::InputOutput, fmt::format("{}: cannot be read", scene));
+    const InputFile file = inputFile(scene);
+    const std::string why = file.state == InputFile::Readable     ? ""
+                            : file.state == InputFile::Missing    ? "no such file"
+                            : file.state == InputFile::NotRegular ? "not a regular file"
+                                                                  : "cannot be read: " + file.why;
+    if (!why.empty()) throw Error(ExitStatus::InputOutput, fmt::format("{}: {}", scene, why));
 }
 
 // What would make hours of rendering end in nothing is found out first.
@@ -53,18 +54,7 @@ void checkOutput(const std::string& file, const ImageOptions& options) {
     checkWritable(file);
 }
 
-void checkWritable(const std::string& file) {
-    if (fs::exists(file) && !fs::is_regular_file(file))
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': it exists and is not a regular file", file));
-    const fs::path folder = fs::path(file).has_parent_path() ? fs::path(file).parent_path() : fs::path(".");
-    if (!fs::is_directory(folder))
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': there is no directory '{}'", file, folder.string()));
-    if (access(folder.c_str(), W_OK) != 0)
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': directory '{}' is not writable", file, folder.string()));
-}
+void checkWritable(const std::string& file) { const StoredFile tried(file); }
 
 unsigned chooseThreads(const RenderCommand& command, const OxRenderingObject& ro) {
     constexpr unsigned most = OxRenderingObject::MaxThreads;
@@ -107,8 +97,12 @@ std::vector<Aov> parseAovs(const std::string& text) {
 }
 
 // Before anything is loaded.
-void checkRenderArguments(const RenderCommand& command) {
+void checkRenderArguments(const RenderCommand& command, const Registry& registry) {
     checkOutput(command.output, {command.bits});
+    if (!command.checkpoint.empty() && !isExr(command.checkpoint))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
+    requireApart(outputsOf(command), inputsOf(command.scene, command.model, registry));
     if (!parseAovs(command.aov).empty() && !isExr(command.output))
         throw Error(
             ExitStatus::Usage,
@@ -116,16 +110,8 @@ void checkRenderArguments(const RenderCommand& command) {
     if (command.seconds && !(*command.seconds > 0.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--time {:g}: expected a number of seconds above 0", *command.seconds));
-    const fs::path stats = command.stats;
-    if (stats.has_parent_path() && !fs::is_directory(stats.parent_path()))
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': there is no such directory", command.stats));
+    if (!command.stats.empty()) checkWritable(command.stats);
     if (command.checkpoint.empty()) return;
-    if (!isExr(command.checkpoint))
-        throw Error(ExitStatus::Usage,
-                    fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
-    if (fs::weakly_canonical(command.checkpoint) == fs::weakly_canonical(command.output))
-        throw Error(ExitStatus::Usage, "--checkpoint and --output name the same file");
     if (!(command.checkpointEvery >= 1.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--checkpoint-every {:g}: expected at least 1 second", command.checkpointEvery));

@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Apps/oxbeam/OutputFiles.h"
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
@@ -8,10 +9,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <fstream>
 #include <iostream>
 #include <set>
 
@@ -75,9 +73,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
         {"refused_rays", s.refusedRays},
         {"bad_samples", s.badSamples},
     };
-    std::ofstream stream(file);
-    stream << json.dump(2) << '\n';
-    if (!stream.flush()) throw cannotWrite(file, std::strerror(errno));
+    storeFile(file, json.dump(2) + '\n');
 }
 
 // All but the number of samples, which the film has anyway.
@@ -103,6 +99,7 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
     p.world = load(command.scene, {command.set, command.camera, modelSceneOptions(command.model, command.size)},
                    registry, command.quiet);
     if (!p.world) return p;
+    requireApart(outputsOf(command), inputsOf(p.world->files));
     if (!command.size.empty()) p.world->image = parseSize(command.size);
     const OxRenderingObject& ro = *p.world->renderingObject;
     // Where there is a time to be filled, nobody asked for the scene's own number.

@@ -29,7 +29,7 @@ void checkInput(const std::string& scene);
 // What would make hours of rendering end in nothing is found out first.
 void checkOutput(const std::string& file, const ImageOptions& options);
 void checkModelOptions(const RenderCommand& command);
-void checkRenderArguments(const RenderCommand& command);
+void checkRenderArguments(const RenderCommand& command, const Registry& registry);
 Window parseCrop(const std::string& text, const ImageSize& image);
 std::vector<Aov> parseAovs(const std::string& text);
 unsigned chooseThreads(const RenderCommand& command, const OxRenderingObject& ro);

@@ -87,6 +87,7 @@ struct Model {
     std::vector<ModelCamera> cameras;
     std::vector<ModelLight> lights;
     std::vector<std::string> warnings;
+    std::vector<std::string> files;  // that were read beside it, as seen from its folder; textures are not among them
     Axis up = Y;
     std::uint64_t hash = 0;  // of all that was read
 };
@@ -94,7 +95,8 @@ struct Model {
 // Polygons are cut into triangles; normals are made where the file has none, smooth up to a crease of 45 degrees. Points
 // and lines are left out. The file is read by a process of its own, which malformed files may crash, hang or swell, and
 // which sees no file outside the model's folder. Throws Error(BadScene): the file is missing, no regular file, or no
-// model, or reading it took too much; Error(InputOutput) where it would take more memory than the limit allows.
+// model, or reading it took too much; Error(InputOutput) where it would take more memory than the limit allows, or the
+// system refuses to read it.
 OXBEAM_API Model loadModel(const std::filesystem::path& file, const ImportLimits& limits = {});
 
 }  // namespace oxbeam

@@ -2,6 +2,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/System/Hash.h"
+#include "Engine/System/InputFile.h"
 
 #include <fmt/format.h>
 
@@ -34,6 +35,9 @@ Model& SceneAssets::model(const fs::path& file) {
     m_modelMemory[key] = {MemoryUse::Models, imageBytes(loaded) + meshBytes(loaded),
                           fmt::format("model '{}'", file.string())};
     m_files[key] = loaded.hash;
+    for (const std::string& name : loaded.files)
+        if (const fs::path read = keyOf(key.parent_path() / name); inputFile(read).state == InputFile::Readable)
+            m_files[read] = hashOfFile(read);
     return m_models.emplace(key, std::move(loaded)).first->second;
 }
 

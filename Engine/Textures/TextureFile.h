@@ -20,7 +20,8 @@ struct PictureHeader;
 // Decodes pictures in a process of its own, which malformed ones may crash, hang or swell; it takes one after the other.
 // Bytes and words are taken as sRGB unless the file says otherwise, floats as linear; `space` overrides both. Throws
 // Error(BadScene): the file is missing, no regular file, no picture, cut off, or absurdly large, or decoding it took too
-// much. Throws Error(InputOutput) where it would take more memory than the limit allows, before it does.
+// much. Throws Error(InputOutput) where it would take more memory than the limit allows, before it does, or the system
+// refuses to read it.
 class OXBEAM_API TextureReader {
 public:
     TextureReader();
