@@ -73,7 +73,7 @@ public:
     std::size_t instanceCount() const { return m_instances.size(); }
 
 private:
-    void takeOver(unsigned mesh, bool bake);
+    void takeOver(unsigned mesh, Instance* owner);
     void copyFlattened();
 
     std::vector<std::unique_ptr<MeshData>> m_data;  // until the build has turned them into objects
