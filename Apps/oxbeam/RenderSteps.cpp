@@ -47,9 +47,10 @@ void warnOfBadResults(const RenderStatistics& s) {
     if (s.badSamples)
         std::cerr << fmt::format("oxbeam: warning: {} samples were not finite, and counted as black\n", s.badSamples);
     if (s.overflowedPixels)
-        std::cerr << fmt::format("oxbeam: warning: the samples of {} pixels add up to more than a number holds, and were "
-                                 "limited to that\n",
-                                 s.overflowedPixels);
+        std::cerr << fmt::format(
+            "oxbeam: warning: the samples of {} pixels add up to more than a number holds, and were "
+            "limited to that\n",
+            s.overflowedPixels);
 }
 
 void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,

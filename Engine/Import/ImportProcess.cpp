@@ -117,8 +117,8 @@ void ImportProcess::failAsItEnded() {
     if (std::find(outside.begin(), outside.end(), signal) != outside.end())
         throw ofTheMachine(fmt::format("its reader was ended from outside ({})", strsignal(signal)));
     if (addresses() < m_limits.bytes)  // few libraries take it well when there are no more
-        throw ofTheMachine(fmt::format("its reader, which may use {} MiB of memory only, crashes ({})", addresses() >> 20,
-                                       strsignal(signal)));
+        throw ofTheMachine(fmt::format("its reader, which may use {} MiB of memory only, crashes ({})",
+                                       addresses() >> 20, strsignal(signal)));
     fail(fmt::format("crashes its reader ({})", strsignal(signal)));
 }
 

@@ -25,7 +25,7 @@ namespace oxbeam {
         } catch (const std::bad_alloc&) {
             end("out of memory");
         } catch (const std::system_error& e) {
-            end(e.code() == std::errc::resource_unavailable_try_again ? "out of threads" : e.what());
+            end(e.code() == std::errc::resource_unavailable_try_again ? "out of memory or threads" : e.what());
         } catch (const std::exception& e) {
             static_cast<void>(write(STDERR_FILENO, e.what(), std::strlen(e.what())));
         } catch (...) {

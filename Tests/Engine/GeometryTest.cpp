@@ -69,7 +69,9 @@ double preparing(unsigned meshes) {
 // ---- Meshes
 
 // Four times as many take four times as long; they would take sixteen if each were looked for among all.
-TEST(Geometry, MeshesArePreparedInTimeProportionalToTheirNumber) { EXPECT_LT(preparing(80'000), 9 * preparing(20'000)); }
+TEST(Geometry, MeshesArePreparedInTimeProportionalToTheirNumber) {
+    EXPECT_LT(preparing(80'000), 9 * preparing(20'000));
+}
 
 TEST(Geometry, TrianglesThatCannotBeTracedAreDroppedAndCounted) {
     for (const bool instanced : {false, true}) {
