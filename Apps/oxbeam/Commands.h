@@ -41,6 +41,10 @@ struct RenderCommand {
     bool quiet = false;
 };
 
+// Ends the process without taking down what it has made: that takes time and, where the scheduler lacks threads, may take
+// for ever. Answers the status instead in builds whose leaks or coverage are looked at on a normal exit.
+ExitStatus leave(ExitStatus status);
+
 struct SceneCommand {
     std::string model;
     std::string output;  // or nothing for standard output

@@ -1,5 +1,7 @@
 #include "Apps/oxbeam/Progress.h"
 
+#include "Engine/Diagnostics/Diagnostics.h"
+
 #include <fmt/format.h>
 
 #include <unistd.h>
@@ -33,7 +35,7 @@ void ProgressLine::step(const std::string& what) {
     if (m_quiet) return;
     if (m_drawn) std::cerr << "\r\x1b[K";
     m_drawn = false;
-    std::cerr << what << std::endl;
+    std::cerr << oneLine(what) << std::endl;
     m_rendering = Stopwatch();
 }
 

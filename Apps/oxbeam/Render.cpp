@@ -63,6 +63,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     if (stopWanted()) return stoppedStatus();
     if (begun) progress.step(fmt::format("resumed from {} after {} passes", command.checkpoint, begun->film.passes()));
 
+    const WorthWaitingFor picture;
     Stopwatch rendering;
     const RenderResult result = renderOrResume(*world, workers, options, saving, progress, std::move(begun));
     times.render = rendering.seconds();
@@ -73,16 +74,16 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
 
     Stopwatch writing;
     const Window& window = result.film.window();
-    const ImageOptions picture = pictureOptions(command, *world, inputs, result.film, saving.seconds());
+    const ImageOptions description = pictureOptions(command, *world, inputs, result.film, saving.seconds());
     const bool saved = saving.save(result.film);
-    writeImage(command.output, window.width(), window.height(), result.film.pixels(), picture);
+    writeImage(command.output, window.width(), window.height(), result.film.pixels(), description);
     times.write = writing.seconds();
     progress.step(fmt::format("wrote {} ({} x {})", command.output, window.width(), window.height()));
     if (!command.stats.empty()) writeStatistics(command.stats, *world, result, times, threads);
     if (!saved)
         throw Error(ExitStatus::InputOutput,
                     fmt::format("the checkpoint '{}' could not be saved at the end", command.checkpoint));
-    return result.complete ? ExitStatus::Done : stoppedStatus();
+    return leave(result.complete ? ExitStatus::Done : stoppedStatus());
 }
 
 ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry) {

@@ -24,6 +24,11 @@ static void say(const Diagnostic& diagnostic) {
 std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& options, const Registry& registry,
                             bool quiet) {
     checkInput(scene);
+    for (const std::string& setting : options.set)
+        if (setting.find('=') == std::string::npos)
+            throw Error(
+                ExitStatus::Usage,
+                fmt::format("--set {}: expected PLACE.PARAM=VALUE, for example shader.table.shininess=64", setting));
     Diagnostics diagnostics;
     auto world = loadScene(scene, registry, diagnostics, options);
     if (!diagnostics.hasErrors() && world->geometry.triangles() == 0)
@@ -41,6 +46,11 @@ void warnOfBadResults(const RenderStatistics& s) {
                                  s.refusedRays);
     if (s.badSamples)
         std::cerr << fmt::format("oxbeam: warning: {} samples were not finite, and counted as black\n", s.badSamples);
+    if (s.overflowedPixels)
+        std::cerr << fmt::format(
+            "oxbeam: warning: the samples of {} pixels add up to more than a number holds, and were "
+            "limited to that\n",
+            s.overflowedPixels);
 }
 
 void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
@@ -72,6 +82,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
         {"dropped_triangles", dropped},
         {"refused_rays", s.refusedRays},
         {"bad_samples", s.badSamples},
+        {"overflowed_pixels", s.overflowedPixels},
     };
     storeFile(file, json.dump(2) + '\n');
 }
@@ -134,6 +145,7 @@ std::optional<Rendered> renderPicture(const RenderCommand& command, const Regist
         image = {scaled(image.width, scale), scaled(image.height, scale)};
     Workers workers(p.threads);
     build(*p.world, workers, command.isa);
+    const WorthWaitingFor picture;
     const RenderResult result = render(*p.world, workers, p.options);
     warnOfBadResults(result.statistics);
     return Rendered{image.width, image.height, result.film.pixels()};

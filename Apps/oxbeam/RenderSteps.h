@@ -17,8 +17,20 @@ namespace oxbeam {
 
 // ---- Signals
 
-// From here on the first SIGINT or SIGTERM ends the rendering at work, and a second one the process.
+// From here on SIGINT, SIGTERM, SIGHUP (unless it is ignored, as under nohup) or a reader of standard error that is gone
+// ask for an end. It comes within a second, whatever the process does; but what is worth waiting for is finished first.
+// A second signal, later, ends the process at once.
 void stopOnSignals();
+
+// A rendering at work, and its picture until it is written.
+class WorthWaitingFor {
+public:
+    WorthWaitingFor();
+    ~WorthWaitingFor();
+    WorthWaitingFor(const WorthWaitingFor&) = delete;
+    WorthWaitingFor& operator=(const WorthWaitingFor&) = delete;
+};
+
 bool stopWanted();
 const std::atomic<bool>& stopFlag();
 ExitStatus stoppedStatus();

@@ -117,6 +117,7 @@ ExitStatus runSweep(const SweepCommand& command, const Registry& registry) {
     stopOnSignals();
 
     std::optional<ContactSheet> contacts;
+    std::optional<WorthWaitingFor> worth;
     bool good = true;
     for (unsigned i = 0; i < count && good && !stopWanted(); ++i) {
         RenderCommand render = base;
@@ -124,6 +125,7 @@ ExitStatus runSweep(const SweepCommand& command, const Registry& registry) {
         const auto picture = renderPicture(render, registry, PictureSide);
         good = picture.has_value();
         if (!good) break;
+        if (!worth) worth.emplace();
         if (!contacts) contacts.emplace(count, columns, std::max(picture->width, LeastCellWidth), picture->height);
         contacts->add(picture->width, picture->height, picture->pixels, cells[i].label);
         progress.step(fmt::format("{} of {}: {}", i + 1, count, cells[i].label));

@@ -7,18 +7,27 @@
 #include "Apps/oxbeam/Metadata.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/System/LastWords.h"
 
 #include <CLI/CLI.hpp>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <new>
+#include <system_error>
 
 using namespace oxbeam;
+
+// Even before the libraries that start threads as they are loaded.
+[[gnu::section(".preinit_array"), gnu::used]] static void (*const speakLast)() = [] {
+    std::set_terminate([] { endForLackOf("oxbeam: error: ", static_cast<int>(ExitStatus::InputOutput)); });
+};
 
 namespace {
 
@@ -178,24 +187,30 @@ int parseAndRun(int argc, char** argv) {
     return flushed(static_cast<int>(run(app, arguments)));
 }
 
-int fail(ExitStatus status, const char* message) {
-    std::fprintf(stderr, "oxbeam: error: %s\n", message);
-    return static_cast<int>(status);
+ExitStatus fail(ExitStatus status, const std::string& message) {
+    std::fprintf(stderr, "oxbeam: error: %s\n", printable(message).c_str());
+    return status;
+}
+
+ExitStatus guarded(int argc, char** argv) {
+    try {
+        return static_cast<ExitStatus>(parseAndRun(argc, argv));
+    } catch (const Error& e) {
+        return fail(e.status(), e.what());
+    } catch (const std::bad_alloc&) {
+        return fail(ExitStatus::InputOutput, "out of memory");
+    } catch (const std::system_error& e) {  // a thread or a file that cannot be had
+        return fail(ExitStatus::InputOutput, e.what());
+    } catch (const std::exception& e) {
+        return fail(ExitStatus::BadScene, e.what());
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     openStandardStreams();
-    try {
-        return parseAndRun(argc, argv);
-    } catch (const Error& e) {
-        return fail(e.status(), e.what());
-    } catch (const std::filesystem::filesystem_error& e) {
-        return fail(ExitStatus::InputOutput, e.what());
-    } catch (const std::bad_alloc&) {
-        return fail(ExitStatus::BadScene, "out of memory");
-    } catch (const std::exception& e) {
-        return fail(ExitStatus::BadScene, e.what());
-    }
+    // A reader of what is printed that goes away is an error of writing. Programs that are started do not inherit this.
+    std::signal(SIGPIPE, [](int) {});
+    return static_cast<int>(leave(guarded(argc, argv)));
 }

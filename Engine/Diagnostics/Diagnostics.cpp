@@ -16,11 +16,51 @@ std::string Diagnostic::text() const {
         fmt::format("{}{}{}: {}", place, place.empty() ? "" : ": ", words[static_cast<int>(severity)], message));
 }
 
+// Length of the UTF-8 sequence that a text begins with, or 0 where it begins with none (RFC 3629; overlong forms, which
+// some terminals take for what they spell, aside).
+static std::size_t sequenceLength(std::string_view text) {
+    const auto byte = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
+    const unsigned first = byte(0);
+    const std::size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    if (length == 0 || first > 0xF4 || length > text.size()) return 0;
+    for (std::size_t i = 1; i < length; ++i)
+        if ((byte(i) & 0xC0u) != 0x80u) return 0;
+    const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
+    return overlong ? 0 : length;
+}
+
+// C0, DEL and C1, which in UTF-8 takes two bytes.
+static bool isControl(std::string_view character) {
+    const auto first = static_cast<unsigned char>(character[0]);
+    if (character.size() == 1) return (first < 32 && first != '\n') || first == 127;
+    return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+}
+
+std::string printable(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        const std::size_t length = sequenceLength(text);
+        const std::string_view character = text.substr(0, std::max<std::size_t>(length, 1));
+        if (length == 0)
+            result += '?';
+        else if (isControl(character))
+            result += ' ';
+        else
+            result += character;
+        text.remove_prefix(character.size());
+    }
+    return result;
+}
+
 std::string oneLine(std::string text) {
     constexpr std::size_t most = 1000;
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 32 || c == 127; }, ' ');
-    if (text.size() > most) text = text.substr(0, most) + "...";
+    if (text.size() > most) {
+        std::size_t end = most;
+        while (end > most - 3 && (static_cast<unsigned char>(text[end]) & 0xC0u) == 0x80u) --end;
+        text = text.substr(0, end) + "...";
+    }
+    text = printable(text);
+    std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
 }
 

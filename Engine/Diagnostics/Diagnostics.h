@@ -27,7 +27,10 @@ struct Diagnostic {
     OXBEAM_API std::string text() const;
 };
 
-// Without control characters, whatever a file or a library put into it, and not longer than anyone reads.
+// Without what a terminal would obey, whatever a file or a library put into it: control characters but the end of a line
+// become blanks, and bytes that are no UTF-8 question marks.
+OXBEAM_API std::string printable(std::string_view text);
+// The same on one line, and not longer than anyone reads.
 OXBEAM_API std::string oneLine(std::string text);
 
 // Collects everything that is wrong, so that all of it can be reported in one go.

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,6 +25,12 @@ namespace oxbeam {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+
+// Bytes of them that this process and those that it starts may have.
+static rlim_t addresses() {
+    rlimit limit{};
+    return getrlimit(RLIMIT_AS, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
+}
 
 static Error cannotStart(const std::string& program, const std::string& why) {
     return {ExitStatus::InputOutput, fmt::format("cannot start '{}': {}", program, why)};
@@ -95,14 +102,23 @@ void ImportProcess::failAsItEnded() {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     m_ended = true;
+    const auto ofTheMachine = [&](const std::string& why) {
+        return Error(ExitStatus::InputOutput, fmt::format("{} cannot be read: {}", m_what, why));
+    };
+    constexpr int notLoaded = 127;  // the word of the dynamic linker
+    const int ended = WIFSIGNALED(status) ? 0 : WEXITSTATUS(status);
+    if (ended == ReaderShort || ended == notLoaded)
+        throw ofTheMachine("there is not enough memory, or are not enough threads, for its reader");
     if (!WIFSIGNALED(status)) fail(fmt::format("ends its reader with status {}", WEXITSTATUS(status)));
     const int signal = WTERMSIG(status);
     if (signal == SIGXCPU) fail(tooSlow);
     // No file makes a library raise one of these.
     constexpr std::array outside = {SIGKILL, SIGTERM, SIGINT, SIGHUP, SIGQUIT};
     if (std::find(outside.begin(), outside.end(), signal) != outside.end())
-        throw Error(ExitStatus::InputOutput, fmt::format("{} cannot be read: its reader was ended from outside ({})",
-                                                         m_what, strsignal(signal)));
+        throw ofTheMachine(fmt::format("its reader was ended from outside ({})", strsignal(signal)));
+    if (addresses() < m_limits.bytes)  // few libraries take it well when there are no more
+        throw ofTheMachine(fmt::format("its reader, which may use {} MiB of memory only, crashes ({})",
+                                       addresses() >> 20, strsignal(signal)));
     fail(fmt::format("crashes its reader ({})", strsignal(signal)));
 }
 

@@ -174,7 +174,9 @@ bool ParameterWriter::encode(const ParameterDeclaration& p, ElementType type, co
         type == ElementType::Float ? std::numeric_limits<float>::max() : std::numeric_limits<std::int32_t>::max();
     for (unsigned i = 0; i < numbers->size(); ++i) {
         const double v = (*numbers)[i];
-        if (std::isnan(v) || (std::isfinite(v) && std::fabs(v) > most)) {
+        const bool mayBeInfinite =
+            !p.info || (p.info->interpretation != "position" && p.info->interpretation != "direction");
+        if (std::isnan(v) || (std::fabs(v) > most && !(mayBeInfinite && std::isinf(v)))) {
             m_diagnostics.error(value.where, fmt::format("{} is {}; expected a number within {:g}", about(p), v, most));
             return false;
         }

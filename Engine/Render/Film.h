@@ -8,6 +8,8 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <new>
@@ -39,7 +41,8 @@ struct AovSample {
     unsigned object = 0;                                   // number of the instance, from 1
 };
 
-// Sums up samples. Each pixel belongs to one thread at a time.
+// Sums up samples, which are finite. Each pixel belongs to one thread at a time. Sums that would leave what a float holds
+// stay at its largest number; so they do when a rendering goes on from a checkpoint.
 class OXBEAM_API Film {
 public:
     struct Pixel {
@@ -66,14 +69,14 @@ public:
     // (x, y) in the full picture.
     void add(unsigned x, unsigned y, const R3& color) {
         Pixel& pixel = m_pixels[index(x, y)];
-        pixel.sum += color;
+        addTo(pixel.sum, color);
         ++pixel.samples;
     }
     // Comes before the colour of the same sample. The first sample's depth and object are kept.
     void addAovs(unsigned x, unsigned y, const AovSample& sample) {
         AovSample& sum = m_aovs[index(x, y)];
-        sum.normal += sample.normal;
-        sum.albedo += sample.albedo;
+        addTo(sum.normal, sample.normal);
+        addTo(sum.albedo, sample.albedo);
         if (m_pixels[index(x, y)].samples == 0) sum.depth = sample.depth, sum.object = sample.object;
     }
     unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }
@@ -81,6 +84,8 @@ public:
     // Passes that all pixels have been through, and that any has.
     unsigned passes() const;
     unsigned begunPasses() const;
+    // Pixels of which a sum did not fit a float.
+    std::uint64_t overflowed() const;
     // Mean of each pixel's samples, row by row from the top; black where there is none.
     std::vector<R3> pixels() const {
         std::vector<R3> result(m_window.size());
@@ -100,6 +105,17 @@ public:
     std::span<const AovSample> aovSums() const { return {m_aovs.get(), m_aovs ? m_window.size() : 0}; }
 
 private:
+    static constexpr float Most = std::numeric_limits<float>::max();
+
+    static void addTo(R3& sum, const R3& sample) {
+        sum += sample;
+        if (!IsFinite(sum)) [[unlikely]]
+            sum = R3(std::clamp(sum.x, -Most, Most), std::clamp(sum.y, -Most, Most), std::clamp(sum.z, -Most, Most));
+    }
+    static bool atMost(const R3& sum) {
+        return std::max({std::fabs(sum.x), std::fabs(sum.y), std::fabs(sum.z)}) >= Most;
+    }
+
     struct Unmap {
         std::size_t bytes;
         void operator()(void* memory) const { munmap(memory, bytes); }
@@ -133,6 +149,13 @@ inline unsigned Film::passes() const {
     for (const Pixel& pixel : sums())
         if ((least = std::min(least, pixel.samples)) == 0) break;
     return least;
+}
+
+inline std::uint64_t Film::overflowed() const {
+    std::uint64_t count = 0;
+    for (std::size_t i = 0; i < m_window.size(); ++i)
+        count += atMost(m_pixels[i].sum) || (m_aovs && (atMost(m_aovs[i].normal) || atMost(m_aovs[i].albedo)));
+    return count;
 }
 
 inline unsigned Film::begunPasses() const { return std::ranges::max(sums(), {}, &Pixel::samples).samples; }

@@ -73,6 +73,7 @@ public:
             longest = std::max(longest, m_clock.seconds() - start);
         }
         m_statistics.passes = m_film.passes();
+        m_statistics.overflowedPixels = m_film.overflowed();
         return m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped());
     }
 

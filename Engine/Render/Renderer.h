@@ -22,10 +22,11 @@ struct RayCounts {
 
 struct RenderStatistics {
     RayCounts rays;
-    std::uint64_t refusedRays = 0;  // that no hit can be found for: not finite, or absurdly far out
-    std::uint64_t badSamples = 0;   // shaded to NaN or infinity, and counted as black
-    unsigned passes = 0;            // complete ones, also those that were rendered before it went on
-    std::string packetsRefused;     // why no packets were traced although they were asked for, else empty
+    std::uint64_t refusedRays = 0;       // that no hit can be found for: not finite, or absurdly far out
+    std::uint64_t badSamples = 0;        // shaded to NaN or infinity, and counted as black
+    std::uint64_t overflowedPixels = 0;  // of which a sum did not fit a float, and was limited to what does
+    unsigned passes = 0;                 // complete ones, also those that were rendered before it went on
+    std::string packetsRefused;          // why no packets were traced although they were asked for, else empty
 };
 
 // Done so far of what is to be done, a whole of 1.

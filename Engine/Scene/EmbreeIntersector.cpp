@@ -13,6 +13,8 @@
 #include <array>
 #include <bit>
 #include <limits>
+#include <map>
+#include <mutex>
 
 namespace oxbeam {
 
@@ -22,11 +24,40 @@ static constexpr float FarthestOut = 1.8e18f;
 static void check(RTCDevice device) {
     switch (rtcGetDeviceError(device)) {
     case RTC_ERROR_NONE: return;
-    case RTC_ERROR_OUT_OF_MEMORY: throw Error(ExitStatus::BadScene, "not enough memory to build the scene");
+    case RTC_ERROR_OUT_OF_MEMORY: throw Error(ExitStatus::InputOutput, "not enough memory to build the scene");
     case RTC_ERROR_UNSUPPORTED_CPU:
         throw Error(ExitStatus::Usage, "this processor lacks the instruction set asked for");
+    // What it throws when it cannot have a thread or the like; geometry is checked before it sees any.
+    case RTC_ERROR_UNKNOWN: throw Error(ExitStatus::InputOutput, "the ray tracing kernel cannot work on this machine");
     default: throw Error(ExitStatus::BadScene, "the ray tracing kernel refused the scene");
     }
+}
+
+// One for each instruction set, as long as the process lives. Where the scheduler could not get all its threads, letting
+// go of a device waits for them for ever, also while an exception is on its way out.
+EmbreeDevice& EmbreeDevice::of(const std::string& isa) {
+    static std::mutex mutex;
+    static auto& devices = *new std::map<std::string, EmbreeDevice>();
+    const std::scoped_lock lock(mutex);
+    EmbreeDevice& device = devices[isa];
+    if (device.handle) return device;
+#ifdef OXBEAM_PLAIN_THREADS
+    const char* threads =
+        ",threads=1";  // Embree's own threads are the scheduler's, which the thread sanitizer misreads
+#else
+    const char* threads = "";
+#endif
+    // Nor does a file in the user's home change pictures.
+    RTCDevice made = rtcNewDevice(fmt::format("ignore_config_files=1,isa={}{}", isa, threads).c_str());
+    check(made);
+    if (!made) throw Error(ExitStatus::InputOutput, "the ray tracing kernel cannot be started on this machine");
+    const auto count = [](void* bytes, ssize_t change, bool) {
+        *static_cast<std::atomic<ssize_t>*>(bytes) += change;
+        return true;
+    };
+    rtcSetDeviceMemoryMonitorFunction(made, count, &device.bytes);
+    device.handle = made;
+    return device;
 }
 
 EmbreeIntersector::EmbreeIntersector(const std::string& isa) {
@@ -34,19 +65,8 @@ EmbreeIntersector::EmbreeIntersector(const std::string& isa) {
     if (!std::count(known.begin(), known.end(), isa))
         throw Error(ExitStatus::Usage,
                     fmt::format("unknown instruction set '{}'; expected one of {}", isa, fmt::join(known, ", ")));
-#ifdef OXBEAM_PLAIN_THREADS
-    const char* threads =
-        ",threads=1";  // Embree's own threads are the scheduler's, which the thread sanitizer misreads
-#else
-    const char* threads = "";
-#endif
-    m_device = rtcNewDevice(fmt::format("isa={}{}", isa, threads).c_str());
-    check(m_device);
-    const auto count = [](void* bytes, ssize_t change, bool) {
-        *static_cast<std::atomic<ssize_t>*>(bytes) += change;
-        return true;
-    };
-    rtcSetDeviceMemoryMonitorFunction(m_device, count, &m_bytes);
+    m_device = &EmbreeDevice::of(isa);
+    m_bytesBefore = m_device->bytes;
 }
 
 EmbreeIntersector::~EmbreeIntersector() {
@@ -54,7 +74,6 @@ EmbreeIntersector::~EmbreeIntersector() {
     for (RTCScene scene : m_objectScenes)
         if (scene) rtcReleaseScene(scene);
     if (m_root) rtcReleaseScene(m_root);
-    rtcReleaseDevice(m_device);
 }
 
 std::string EmbreeIntersector::defaultIsa() {
@@ -64,7 +83,7 @@ std::string EmbreeIntersector::defaultIsa() {
 
 // Vertices and indices are shared with the mesh, which outlives the structure.
 RTCGeometry EmbreeIntersector::newMesh(const ABSP& mesh) const {
-    RTCGeometry geometry = rtcNewGeometry(m_device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    RTCGeometry geometry = rtcNewGeometry(m_device->handle, RTC_GEOMETRY_TYPE_TRIANGLE);
     rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.positions.data(), 0,
                                sizeof(R3), mesh.vertexCount);
     rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.indices.data(), 0,
@@ -83,7 +102,7 @@ static RTCScene newScene(RTCDevice device) {
 RTCScene EmbreeIntersector::objectScene(unsigned object) {
     RTCScene& scene = m_objectScenes[object];
     if (scene) return scene;
-    scene = newScene(m_device);
+    scene = newScene(m_device->handle);
     RTCGeometry geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[object]));
     rtcCommitGeometry(geometry);
     rtcAttachGeometry(scene, geometry);
@@ -96,7 +115,7 @@ void EmbreeIntersector::attach(unsigned number) {
     const Instance& instance = *m_scene->instances[number];
     RTCGeometry geometry;
     if (instance.hasXfm) {
-        geometry = rtcNewGeometry(m_device, RTC_GEOMETRY_TYPE_INSTANCE);
+        geometry = rtcNewGeometry(m_device->handle, RTC_GEOMETRY_TYPE_INSTANCE);
         rtcSetGeometryInstancedScene(geometry, objectScene(instance.object));
     } else {
         geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[instance.object]));
@@ -152,7 +171,7 @@ Bounds EmbreeIntersector::build(const Scene& scene) {
     m_scene = &scene;
     m_instances = scene.instances.data();
     if (!m_root) {
-        m_root = newScene(m_device);
+        m_root = newScene(m_device->handle);
         m_objectScenes.resize(scene.objects.size());
         for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i);
     }
@@ -162,7 +181,7 @@ Bounds EmbreeIntersector::build(const Scene& scene) {
         rtcCommitGeometry(m_geometries[i]);
     }
     rtcCommitScene(m_root);
-    check(m_device);
+    check(m_device->handle);
 
     RTCBounds b;
     rtcGetSceneBounds(m_root, &b);

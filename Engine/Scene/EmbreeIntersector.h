@@ -17,9 +17,20 @@ struct RTCGeometryTy;
 
 namespace oxbeam {
 
+// The kernel's device, and what all structures on it take beside the meshes.
+struct EmbreeDevice {
+    RTCDeviceTy* handle = nullptr;
+    std::atomic<ssize_t> bytes{0};
+
+    // Throws Error(Usage) where this processor does not know the instruction set, Error(InputOutput) where the machine
+    // lacks memory or threads.
+    static EmbreeDevice& of(const std::string& isa);
+};
+
 class EmbreeIntersector final : public Intersector {
 public:
-    // Throws Error(Usage) where Embree or this processor does not know the instruction set.
+    // Throws Error(Usage) where Embree or this processor does not know the instruction set, Error(InputOutput) where the
+    // machine lacks memory or threads.
     explicit EmbreeIntersector(const std::string& isa);
     ~EmbreeIntersector() override;
     EmbreeIntersector(const EmbreeIntersector&) = delete;
@@ -42,7 +53,7 @@ public:
     // For measurements against the bare kernel.
     RTCSceneTy* root() const { return m_root; }
     // Memory that the structure takes beside the meshes.
-    std::size_t bytes() const { return static_cast<std::size_t>(std::max<ssize_t>(m_bytes, 0)); }
+    std::size_t bytes() const { return static_cast<std::size_t>(std::max<ssize_t>(m_device->bytes - m_bytesBefore, 0)); }
 
 private:
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
@@ -50,14 +61,14 @@ private:
     void attach(unsigned instance);
     void place(unsigned instance);
 
-    RTCDeviceTy* m_device = nullptr;
+    EmbreeDevice* m_device = nullptr;
+    ssize_t m_bytesBefore = 0;  // of structures that were there already
     RTCSceneTy* m_root = nullptr;
     std::vector<RTCSceneTy*> m_objectScenes;   // of instanced objects, else null
     std::vector<RTCGeometryTy*> m_geometries;  // by instance
     const Scene* m_scene = nullptr;
     const Instance* const* m_instances = nullptr;
-    float m_farthestOut = 0.0f;       // largest coordinate of a ray that can be traced
-    std::atomic<ssize_t> m_bytes{0};  // of the structure
+    float m_farthestOut = 0.0f;  // largest coordinate of a ray that can be traced
 };
 
 }  // namespace oxbeam

@@ -151,14 +151,13 @@ static void takeAttribute(std::vector<T>& from, std::vector<T>& to, std::size_t 
     if (from.size() == vertices) to = std::move(from);
 }
 
-void SceneGeometry::takeOver(unsigned number, bool bake) {
+// `owner` is the only instance of a mesh whose transformation is to be baked in, else null.
+void SceneGeometry::takeOver(unsigned number, Instance* owner) {
     MeshData& data = *m_data[number];
     ABSP& mesh = *m_meshes[number];
-    if (bake) {
-        const auto owner = std::find_if(m_instances.begin(), m_instances.end(),
-                                        [&](const auto& instance) { return instance->object == number; });
-        transform(data, (*owner)->meshToWorldXfm);
-        **owner = inWorldSpace(**owner, number);
+    if (owner) {
+        transform(data, owner->meshToWorldXfm);
+        *owner = inWorldSpace(*owner, number);
     }
     m_dropped[number] = takeIndices(data, mesh.indices);
     if (mesh.indices.empty()) data.clear();
@@ -220,13 +219,14 @@ void SceneGeometry::copyFlattened() {
 
 void SceneGeometry::prepare() {
     copyFlattened();
-    std::vector<unsigned> uses(m_meshes.size()), moved(m_meshes.size());
+    std::vector<unsigned> uses(m_meshes.size());
+    std::vector<Instance*> owners(m_meshes.size());
     for (std::size_t i = 0; i < m_instances.size(); ++i) {
-        ++uses[m_instances[i]->object];
-        moved[m_instances[i]->object] |= m_movable[i];
+        const unsigned mesh = m_instances[i]->object;
+        owners[mesh] = ++uses[mesh] == 1 && !m_movable[i] ? m_instances[i].get() : nullptr;
     }
     for (unsigned mesh = 0; mesh < m_meshes.size(); ++mesh)
-        if (m_data[mesh]) takeOver(mesh, uses[mesh] == 1 && !moved[mesh]);
+        if (m_data[mesh]) takeOver(mesh, owners[mesh]);
 }
 
 // What the structure takes while it is built, which is half as much again as what it keeps of it: measured, and rounded

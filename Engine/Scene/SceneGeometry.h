@@ -79,7 +79,7 @@ public:
     std::size_t instanceCount() const { return m_instances.size(); }
 
 private:
-    void takeOver(unsigned mesh, bool bake);
+    void takeOver(unsigned mesh, Instance* owner);
     unsigned copyMesh(unsigned mesh, const Matrix& matrix);
     void copyFlattened();
     std::size_t structureTriangles() const;

@@ -1,6 +1,7 @@
 #include "Engine/SceneFile/SceneDocument.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/SceneFile/SceneText.h"
 #include "Engine/System/InputFile.h"
 
 #include <fmt/format.h>
@@ -166,7 +167,7 @@ static std::vector<std::pair<std::string, const toml::table*>> entriesOf(const t
     const toml::node* node = document.get(section);
     if (const toml::table* tables = node ? node->as_table() : nullptr)
         for (const auto& [key, entry] : *tables)
-            if (entry.is_table()) entries.emplace_back(fmt::format("'{}'", key.str()), entry.as_table());
+            if (entry.is_table()) entries.emplace_back(tomlValue(std::string(key.str())), entry.as_table());
     if (const toml::array* list = node ? node->as_array() : nullptr)
         for (std::size_t i = 0; i < list->size(); ++i)
             if (list->get(i)->is_table()) entries.emplace_back(std::to_string(i), list->get(i)->as_table());

@@ -1,5 +1,8 @@
 #include "Engine/Import/Helper/Requests.h"
 
+#include "Engine/Import/ImportProcess.h"
+#include "Engine/System/LastWords.h"
+
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -12,6 +15,12 @@
 #include <new>
 #include <optional>
 #include <string_view>
+#include <system_error>
+
+// A library's thread that cannot be had, perhaps while it is loaded.
+[[gnu::section(".preinit_array"), gnu::used]] static void (*const speakLast)() = [] {
+    std::set_terminate([] { oxbeam::endForLackOf("", oxbeam::ReaderShort); });
+};
 
 namespace oxbeam {
 
@@ -60,12 +69,27 @@ static bool answer(const void* data, std::size_t size) {
            transfer(::write, STDOUT_FILENO, static_cast<const char*>(data), size);
 }
 
+// Where there was less memory to be had before, the limit on it could not be set.
+static bool limitedFromOutside(rlim_t bytes) {
+    rlimit inForce{};
+    return getrlimit(RLIMIT_AS, &inForce) == 0 && inForce.rlim_cur < bytes;
+}
+
+// Libraries make texts of what they catch.
+static bool isLack(const std::exception& e) {
+    const std::string_view what = e.what();
+    return dynamic_cast<const std::system_error*>(&e) || what.find("alloc") != what.npos ||
+           what.find("memory") != what.npos;
+}
+
 static std::vector<std::byte> readWith(const FileReader& reader, const std::string& file, std::size_t bytes) {
     try {
         return reader.read(file);
     } catch (const std::bad_alloc&) {
+        if (limitedFromOutside(bytes)) _exit(ReaderShort);
         return reader.failure("it takes more than " + std::to_string(bytes >> 20) + " MiB of memory");
     } catch (const std::exception& e) {
+        if (limitedFromOutside(bytes) && isLack(e)) _exit(ReaderShort);
         return reader.failure(*e.what() ? e.what() : "its reader gives no reason");
     }
 }
