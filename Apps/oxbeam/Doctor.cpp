@@ -40,6 +40,14 @@ static void reportPackages(const std::vector<fs::path>& folders, const Registry&
     for (const std::string& failure : failures) std::cerr << "oxbeam: error: " << failure << '\n';
 }
 
+static void reportReaders() {
+    std::cout << "\nreaders of models and pictures\n";
+    for (const ReaderReport& reader : readerReports()) {
+        std::cout << fmt::format("  {}\n", reader.program);
+        for (const std::string& text : reader.confinement) std::cout << fmt::format("    {}\n", text);
+    }
+}
+
 static void reportProcessor() {
     const Processor cpu = processor();
     std::cout << "\nprocessor\n";
@@ -65,6 +73,7 @@ ExitStatus runDoctor(const std::vector<fs::path>& packageFolders) {
     reportPackages(packageFolders, registry, failures);
     reportProcessor();
     reportThreads();
+    reportReaders();
     return failures.empty() ? ExitStatus::Done : ExitStatus::BadPackage;
 }
 

@@ -47,6 +47,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Stopwatch loading;
     auto [world, options, threads] = prepare(command, registry);
     if (!world) return ExitStatus::BadScene;
+    if (stopWanted()) return stoppedStatus();
     const Inputs inputs = inputsOf(command, *world, options);
     Checkpointing saving(command, *world, inputs);
     std::optional<Begun> begun = saving.begun(options);

@@ -1,4 +1,5 @@
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Engine/System/Interruption.h"
 
 #include <atomic>
 #include <csignal>
@@ -26,6 +27,7 @@ static void onSignal(int number) {
 }
 
 void stopOnSignals() {
+    interruptBy(s_stop);
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
     std::signal(SIGXFSZ, SIG_IGN);  // a file that gets too large is an error like any other

@@ -4,8 +4,10 @@
 #include "Apps/oxbeam/Describe.h"
 #include "Apps/oxbeam/Doctor.h"
 #include "Apps/oxbeam/Metadata.h"
+#include "Apps/oxbeam/RenderSteps.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
+#include "Engine/System/Interruption.h"
 
 #include <CLI/CLI.hpp>
 
@@ -177,6 +179,9 @@ int main(int argc, char** argv) {
     openStandardStreams();
     try {
         return parseAndRun(argc, argv);
+    } catch (const Interruption& e) {
+        std::fprintf(stderr, "oxbeam: %s\n", e.what());
+        return static_cast<int>(stoppedStatus());
     } catch (const Error& e) {
         return fail(e.status(), e.what());
     } catch (const std::bad_alloc&) {

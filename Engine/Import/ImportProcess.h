@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -31,11 +32,13 @@ public:
     ImportProcess& operator=(const ImportProcess&) = delete;
     ~ImportProcess();
 
-    // Has it read a file, which messages call `what`, and answers the length of what it hands back; of no file, the
-    // version of the library that it reads with. Throws as the next does.
-    std::uint64_t ask(const std::filesystem::path& file, std::string what);
-    // Takes the next bytes of it. Throws Error(BadScene) where the file breaks the process or a limit, and
-    // Error(InputOutput) where somebody else ended the process.
+    // Has it read a file, which messages call `what`, and answers the length of what it hands back; of no file, what
+    // the program says of itself. `descriptor` is lent to it for that: the file behind it is PassedFile. Throws as the
+    // next does.
+    std::uint64_t ask(const std::filesystem::path& file, std::string what, int descriptor = -1);
+    // Takes the next bytes of it. Throws Error(BadScene) where the file breaks the process or a limit,
+    // Error(InputOutput) where somebody else ended the process or the machine has none to give, and Interruption where
+    // somebody wishes to stop.
     void take(void* to, std::size_t size);
     std::string takeText(std::size_t size);
 
@@ -44,6 +47,8 @@ public:
 private:
     [[noreturn]] void fail(const std::string& why) const;
     [[noreturn]] void failAsItEnded();
+    [[noreturn]] void failAsSignalled(int signal) const;
+    bool sendRequest(const std::string& name, int descriptor) const;
 
     ImportLimits m_limits;
     std::string m_what;
@@ -53,7 +58,12 @@ private:
     bool m_ended = false;
 };
 
-// Its version of the library that it reads with; or why there is none.
-std::string importVersion(const std::string& program);
+// What a program says of itself.
+struct ImportReport {
+    std::string version;                   // of the library that it reads with; or why there is none
+    std::vector<std::string> confinement;  // "name: text": what holds while it reads a file
+};
+
+ImportReport importReport(const std::string& program);
 
 }  // namespace oxbeam

@@ -4,6 +4,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ImportProcess.h"
 #include "Engine/Import/PictureStream.h"
+#include "Engine/Import/RequestStream.h"
 
 #include <fmt/format.h>
 
@@ -57,11 +58,11 @@ static std::string withName(std::string message, const fs::path& file, const std
 }
 
 std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::string& name,
-                                               std::optional<ColorSpace> space) {
+                                               std::optional<ColorSpace> space, int descriptor) {
     // Kept where nothing goes wrong: a broken picture must not have done anything to the next one.
     auto process = m_process ? std::move(m_process) : std::make_unique<ImportProcess>(PictureProgram);
     PictureHeader header;
-    std::uint64_t rest = process->ask(file, fmt::format("texture '{}'", name));
+    std::uint64_t rest = process->ask(file, fmt::format("texture '{}'", name), descriptor);
     if (rest < sizeof header) throw badTexture(name, "cannot be decoded: its reader handed back what is no picture");
     process->take(&header, sizeof header);
     rest -= sizeof header;
@@ -98,7 +99,7 @@ std::unique_ptr<Texture> TextureReader::read(const std::vector<std::uint8_t>& by
              .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))
              .flush())
         throw badTexture(name, "cannot be put into a file in memory");
-    return decode(file, name, space);
+    return decode(PassedFile, name, space, memory.descriptor);
 }
 
 std::unique_ptr<Texture> loadTexture(const fs::path& file, std::optional<ColorSpace> space) {

@@ -27,7 +27,7 @@ public:
 
 private:
     std::unique_ptr<Texture> decode(const std::filesystem::path& file, const std::string& name,
-                                    std::optional<ColorSpace> space);
+                                    std::optional<ColorSpace> space, int descriptor = -1);
 
     std::unique_ptr<ImportProcess> m_process;  // none before the first picture, and after one that was no good
 };
