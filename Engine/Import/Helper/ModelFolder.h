@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace oxbeam {
 
@@ -21,12 +22,15 @@ public:
     void replaceModel(std::string bytes) { m_replacement = std::move(bytes); }
     // Where a file that the model names really is; nothing where that is not a regular file in the folder.
     std::optional<std::filesystem::path> find(const std::string& name) const;
+    // What was to be opened and is not there, as it is named from the folder.
+    const std::vector<std::string>& missing() const { return m_missing; }
     const std::filesystem::path& folder() const { return m_folder; }
     const std::filesystem::path& model() const { return m_model; }
 
 private:
     std::filesystem::path m_folder, m_model;  // canonical
     std::optional<std::string> m_replacement;
+    std::vector<std::string> m_missing;
 };
 
 }  // namespace oxbeam
