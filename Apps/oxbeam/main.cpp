@@ -109,7 +109,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     addDescribe(app, a.describe);
     addSweep(app, a.sweep);
     addCompletion(app, a.completion);
-    app.add_subcommand("doctor", "Report versions, packages, processor and threads");
+    app.add_subcommand("doctor", "Report versions, packages, processor, threads and how files are read");
 }
 
 ExitStatus run(const CLI::App& app, const Arguments& a) {

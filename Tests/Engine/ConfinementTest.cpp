@@ -10,7 +10,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -121,6 +123,28 @@ TEST(Confinement, EndsWhatMakesACallThatReadingDoesNotTake) {
         EXPECT_TRUE(WIFSIGNALED(status) || status == 0) << c.what << ", status " << status;
     }
     EXPECT_EQ(contentOf("granted/inside"), "inside");
+}
+
+// As in containers that grant neither.
+TEST(Confinement, GoesOnWhereTheSystemOffersLittle) {
+    prepareFiles();
+    const pid_t child = fork();
+    if (child == 0) {
+        const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+        seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(landlock_create_ruleset), 0);
+        seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(seccomp), 0);
+        seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(prctl), 1, SCMP_A0_32(SCMP_CMP_EQ, PR_SET_SECCOMP, 0));
+        if (seccomp_load(filter) != 0) _exit(2);
+        shedInheritance();
+        const std::vector<std::string> said = confine({}, {scratch() / "granted"});
+        const bool honest = said.at(2) == "Landlock: not in force: this kernel has none" &&
+                            said.at(3).starts_with("seccomp: not in force: ");
+        _exit(honest && opens(scratch() / "granted/inside") ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 2) GTEST_SKIP() << "seccomp is " << inForce("seccomp");
+    EXPECT_EQ(status, 0);
 }
 
 TEST(Confinement, KeepsItsTimeUnderAnotherHardLimit) {

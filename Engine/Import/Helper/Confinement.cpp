@@ -152,6 +152,7 @@ public:
     }
     // As the system says it.
     std::string load() {
+        if (m_context) keep(seccomp_attr_set(m_context.get(), SCMP_FLTATR_API_SYSRAWRC, 1));
         if (m_context) keep(seccomp_load(m_context.get()));
         return !m_context ? reason(ENOMEM) : m_problem == 0 ? "in force" : reason(-m_problem);
     }
