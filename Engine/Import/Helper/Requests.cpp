@@ -20,6 +20,11 @@
 #include <optional>
 #include <string_view>
 
+#if defined(__SANITIZE_THREAD__)
+// Libraries start threads in the process that forks; they are idle, and none of them is needed after it.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() { return "die_after_fork=0"; }
+#endif
+
 namespace oxbeam {
 
 // ---- Requests and answers
