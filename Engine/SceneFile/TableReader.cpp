@@ -100,7 +100,8 @@ std::optional<std::string> TableReader::fileName(std::string_view key) {
     auto value = text(key);
     const auto control = value ? controlCharacter(*value) : std::nullopt;
     if (!control) return value;
-    error(key, fmt::format("'{}' has the control character U+{:04X} in it; expected the name of a file", key, *control));
+    error(key,
+          fmt::format("'{}' has the control character U+{:04X} in it; expected the name of a file", key, *control));
     return std::nullopt;
 }
 
