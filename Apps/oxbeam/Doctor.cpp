@@ -41,6 +41,14 @@ static void reportPackages(const std::vector<fs::path>& folders, const Registry&
     for (const std::string& failure : failures) std::cerr << "oxbeam: error: " << failure << '\n';
 }
 
+static void reportReaders() {
+    std::cout << "\nreaders of models and pictures\n";
+    for (const ReaderReport& reader : readerReports()) {
+        std::cout << fmt::format("  {}\n", reader.program);
+        for (const std::string& text : reader.confinement) std::cout << fmt::format("    {}\n", text);
+    }
+}
+
 static void reportProcessor() {
     const Processor cpu = processor();
     std::cout << "\nprocessor\n";
@@ -80,6 +88,7 @@ ExitStatus runDoctor(const std::vector<fs::path>& packageFolders) {
     reportProcessor();
     reportThreads();
     reportMemory();
+    reportReaders();
     return failures.empty() ? ExitStatus::Done : ExitStatus::BadPackage;
 }
 

@@ -48,6 +48,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Stopwatch loading;
     auto [world, options, threads] = prepare(command, registry);
     if (!world) return ExitStatus::BadScene;
+    if (stopWanted()) return stoppedStatus();
     const MemoryCharge writingMemory = reservePicture(command, world->image);
     const Inputs inputs = inputsOf(command, *world, options);
     Checkpointing saving(command, *world, inputs);

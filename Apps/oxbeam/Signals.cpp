@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Commands.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Engine/System/Interruption.h"
 
 #include <unistd.h>
 
@@ -39,6 +40,7 @@ static void onSignal(int number) {
 static void onAlarm(int) { _exit(static_cast<int>(stoppedStatus())); }
 
 void stopOnSignals() {
+    interruptBy(s_stop);
     std::signal(SIGALRM, onAlarm);
     sigset_t alarms;
     sigemptyset(&alarms);

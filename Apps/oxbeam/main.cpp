@@ -5,9 +5,11 @@
 #include "Apps/oxbeam/Doctor.h"
 #include "Apps/oxbeam/MemoryLimit.h"
 #include "Apps/oxbeam/Metadata.h"
+#include "Apps/oxbeam/RenderSteps.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
 #include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/System/Interruption.h"
 #include "Engine/System/LastWords.h"
 
 #include <CLI/CLI.hpp>
@@ -124,7 +126,8 @@ void addOthers(CLI::App& app, Arguments& a) {
     addDescribe(app, a.describe);
     addSweep(app, a.sweep);
     addCompletion(app, a.completion);
-    addMemoryLimit(*app.add_subcommand("doctor", "Report versions, packages, processor, threads and memory"));
+    addMemoryLimit(
+        *app.add_subcommand("doctor", "Report versions, packages, processor, threads, memory and how files are read"));
 }
 
 ExitStatus run(const CLI::App& app, const Arguments& a) {
@@ -195,6 +198,9 @@ ExitStatus fail(ExitStatus status, const std::string& message) {
 ExitStatus guarded(int argc, char** argv) {
     try {
         return static_cast<ExitStatus>(parseAndRun(argc, argv));
+    } catch (const Interruption& e) {
+        std::fprintf(stderr, "oxbeam: %s\n", printable(e.what()).c_str());
+        return stoppedStatus();
     } catch (const Error& e) {
         return fail(e.status(), e.what());
     } catch (const std::bad_alloc&) {

@@ -2,6 +2,8 @@
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Import/RequestStream.h"
+#include "Engine/System/Interruption.h"
 #include "Engine/System/System.h"
 
 #include <fmt/format.h>
@@ -19,6 +21,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <sstream>
 #include <thread>
 
 namespace oxbeam {
@@ -46,7 +49,7 @@ static fs::path whereIs(const std::string& program) {
 }
 
 // Its standard input and output are the socket; what else it says goes nowhere. In a process group of its own: an
-// interruption from the terminal is the host's to answer.
+// interruption from the terminal is the host's to answer. What the host does at signals is not inherited.
 static pid_t spawn(const fs::path& program, int socket, const ImportLimits& limits) {
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
@@ -55,7 +58,12 @@ static pid_t spawn(const fs::path& program, int socket, const ImportLimits& limi
     posix_spawn_file_actions_adddup2(&actions, socket, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, socket, STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    sigset_t signals;
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
     std::string name = program.string(), seconds = std::to_string(limits.seconds), bytes = std::to_string(limits.bytes);
     const std::array<char*, 4> arguments = {name.data(), seconds.data(), bytes.data(), nullptr};
     pid_t child = -1;
@@ -85,7 +93,7 @@ ImportProcess::ImportProcess(const std::string& program, const ImportLimits& lim
 ImportProcess::~ImportProcess() {
     close(m_socket);
     if (m_ended) return;
-    kill(m_pid, SIGKILL);
+    kill(-m_pid, SIGKILL);  // it, and the one that it has read
     waitpid(m_pid, nullptr, 0);
 }
 
@@ -93,56 +101,78 @@ void ImportProcess::fail(const std::string& why) const {
     throw Error(ExitStatus::BadScene, fmt::format("{} {}", m_what, why));
 }
 
+static std::string tooSlow(const ImportLimits& limits) {
+    return fmt::format("takes longer than {} s to read", limits.seconds);
+}
+
 // When its end of the socket is closed, it has ended or is about to.
 void ImportProcess::failAsItEnded() {
-    const std::string tooSlow = fmt::format("takes longer than {} s to read", m_limits.seconds);
     int status = 0;
     while (waitpid(m_pid, &status, WNOHANG) != m_pid) {
-        if (Clock::now() > m_deadline) fail(tooSlow);
+        if (Clock::now() > m_deadline) fail(tooSlow(m_limits));
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     m_ended = true;
-    const auto ofTheMachine = [&](const std::string& why) {
-        return Error(ExitStatus::InputOutput, fmt::format("{} cannot be read: {}", m_what, why));
-    };
+    if (WIFSIGNALED(status)) failAsSignalled(WTERMSIG(status));
     constexpr int notLoaded = 127;  // the word of the dynamic linker
-    const int ended = WIFSIGNALED(status) ? 0 : WEXITSTATUS(status);
+    const int ended = WEXITSTATUS(status);
     if (ended == ReaderShort || ended == notLoaded)
-        throw ofTheMachine("there is not enough memory, or are not enough threads, for its reader");
-    if (!WIFSIGNALED(status)) fail(fmt::format("ends its reader with status {}", WEXITSTATUS(status)));
-    const int signal = WTERMSIG(status);
-    if (signal == SIGXCPU) fail(tooSlow);
+        failForTheMachine("there is not enough memory, or are not enough threads, for its reader");
+    if (ended == ReaderHasNoProcess) failForTheMachine("this machine has no process to spare");
+    fail(fmt::format("ends its reader with status {}", ended));
+}
+
+void ImportProcess::failForTheMachine(const std::string& why) const {
+    throw Error(ExitStatus::InputOutput, fmt::format("{} cannot be read: {}", m_what, why));
+}
+
+void ImportProcess::failAsSignalled(int signal) const {
+    if (signal == SIGXCPU) fail(tooSlow(m_limits));
+    if (signal == SIGSYS)
+        fail(fmt::format("makes its reader ask the system for what no file needs ({})", strsignal(signal)));
     // No file makes a library raise one of these.
     constexpr std::array outside = {SIGKILL, SIGTERM, SIGINT, SIGHUP, SIGQUIT};
     if (std::find(outside.begin(), outside.end(), signal) != outside.end())
-        throw ofTheMachine(fmt::format("its reader was ended from outside ({})", strsignal(signal)));
+        failForTheMachine(fmt::format("its reader was ended from outside ({})", strsignal(signal)));
     if (addresses() < m_limits.bytes)  // few libraries take it well when there are no more
-        throw ofTheMachine(fmt::format("its reader, which may use {} MiB of memory only, crashes ({})",
-                                       addresses() >> 20, strsignal(signal)));
+        failForTheMachine(fmt::format("its reader, which may use {} MiB of memory only, crashes ({})",
+                                      addresses() >> 20, strsignal(signal)));
     fail(fmt::format("crashes its reader ({})", strsignal(signal)));
 }
 
-std::uint64_t ImportProcess::ask(const fs::path& file, std::string what, const std::string& words) {
+bool ImportProcess::sendRequest(const std::string& name, int descriptor) const {
+    std::uint64_t length = name.size();
+    iovec parts[] = {{&length, sizeof length}, {const_cast<char*>(name.data()), name.size()}};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof descriptor)] = {};
+    msghdr message{};
+    message.msg_iov = parts, message.msg_iovlen = 2;
+    if (descriptor >= 0) {
+        message.msg_control = control, message.msg_controllen = sizeof control;
+        cmsghdr* passed = CMSG_FIRSTHDR(&message);
+        passed->cmsg_level = SOL_SOCKET, passed->cmsg_type = SCM_RIGHTS, passed->cmsg_len = CMSG_LEN(sizeof descriptor);
+        std::memcpy(CMSG_DATA(passed), &descriptor, sizeof descriptor);
+    }
+    return sendmsg(m_socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof length + name.size());
+}
+
+std::uint64_t ImportProcess::ask(const fs::path& file, std::string what, const std::string& words, int descriptor) {
     m_what = std::move(what);
     m_deadline = Clock::now() + 3 * std::chrono::seconds(m_limits.seconds);
-    const std::string name = file.empty() ? "" : words + fs::absolute(file).string();
-    std::uint64_t length = name.size();
-    const auto sent = [&](const void* data, std::size_t size) {
-        return size == 0 || send(m_socket, data, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
-    };
-    if (!sent(&length, sizeof length) || !sent(name.data(), name.size())) failAsItEnded();
+    if (!sendRequest(file.empty() ? "" : words + fs::absolute(file).string(), descriptor)) failAsItEnded();
+    std::uint64_t length = 0;
     take(&length, sizeof length);
     if (length > m_limits.bytes) fail(fmt::format("takes more than {} MiB once it is read", m_limits.bytes >> 20));
     return length;
 }
 
 void ImportProcess::take(void* to, std::size_t size) {
+    constexpr long lookUp = 100;  // milliseconds: a signal may be another thread's to notice
     for (auto* at = static_cast<char*>(to); size > 0;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
+        if (interrupted()) throw Interruption(fmt::format("stopped while reading {}", m_what));
+        const long left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
+        if (left <= 0) fail(tooSlow(m_limits));
         pollfd waiting{m_socket, POLLIN, 0};
-        const int ready = left > 0 ? poll(&waiting, 1, static_cast<int>(left)) : 0;
-        if (ready < 0 && errno == EINTR) continue;
-        if (ready <= 0) fail(fmt::format("takes longer than {} s to read", m_limits.seconds));
+        if (poll(&waiting, 1, static_cast<int>(std::min(left, lookUp))) <= 0) continue;
         const ssize_t taken = recv(m_socket, at, size, 0);
         if (taken < 0 && errno == EINTR) continue;
         if (taken <= 0) failAsItEnded();
@@ -157,11 +187,15 @@ std::string ImportProcess::takeText(std::size_t size) {
     return text;
 }
 
-std::string importVersion(const std::string& program) try {
+ImportReport importReport(const std::string& program) try {
     ImportProcess process(program);
-    return oneLine(process.takeText(process.ask("", fmt::format("the version of '{}'", program))));
+    std::istringstream text(process.takeText(process.ask("", fmt::format("what '{}' says of itself", program))));
+    ImportReport report;
+    std::getline(text, report.version);
+    for (std::string line; std::getline(text, line);) report.confinement.push_back(line);
+    return report;
 } catch (const Error& e) {
-    return e.what();
+    return {e.what(), {}};
 }
 
 }  // namespace oxbeam

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -34,12 +35,14 @@ public:
     ImportProcess& operator=(const ImportProcess&) = delete;
     ~ImportProcess();
 
-    // Has it read a file, which messages call `what`, and answers the length of what it hands back; of no file, the
-    // version of the library that it reads with. Words in front of the file's name ask a program for something else of
-    // the file than it commonly reads. Throws as the next does.
-    std::uint64_t ask(const std::filesystem::path& file, std::string what, const std::string& words = {});
-    // Takes the next bytes of it. Throws Error(BadScene) where the file breaks the process or a limit, and
-    // Error(InputOutput) where somebody else ended the process.
+    // Has it read a file, which messages call `what`, and answers the length of what it hands back; of no file, what
+    // the program says of itself. Words in front of the file's name ask a program for something else of the file than it
+    // commonly reads. `descriptor` is lent to it for that: the file behind it is PassedFile. Throws as the next does.
+    std::uint64_t ask(const std::filesystem::path& file, std::string what, const std::string& words = {},
+                      int descriptor = -1);
+    // Takes the next bytes of it. Throws Error(BadScene) where the file breaks the process or a limit,
+    // Error(InputOutput) where somebody else ended the process or the machine is short of something, and Interruption
+    // where somebody wishes to stop.
     void take(void* to, std::size_t size);
     std::string takeText(std::size_t size);
 
@@ -47,7 +50,10 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& why) const;
+    [[noreturn]] void failForTheMachine(const std::string& why) const;
     [[noreturn]] void failAsItEnded();
+    [[noreturn]] void failAsSignalled(int signal) const;
+    bool sendRequest(const std::string& name, int descriptor) const;
 
     ImportLimits m_limits;
     std::string m_what;
@@ -57,7 +63,12 @@ private:
     bool m_ended = false;
 };
 
-// Its version of the library that it reads with; or why there is none.
-std::string importVersion(const std::string& program);
+// What a program says of itself.
+struct ImportReport {
+    std::string version;                   // of the library that it reads with; or why there is none
+    std::vector<std::string> confinement;  // "name: text": what holds while it reads a file
+};
+
+ImportReport importReport(const std::string& program);
 
 }  // namespace oxbeam

@@ -85,7 +85,7 @@ static Model shapeModel(unsigned shape, unsigned segments, const R2& uvScale) {
 }
 
 std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
-    const auto file = reader.text("file");
+    const auto file = reader.fileName("file");
     const auto shape = reader.word("shape", {"plane", "box", "sphere"});
     const auto segments = reader.count("segments", 4, 1024);
     const auto uvScale = reader.pair("uvScale");

@@ -85,6 +85,26 @@ std::optional<std::string> TableReader::text(std::string_view key) {
     return **node->as_string();
 }
 
+// Of the Unicode standard: those of a single byte, and those that begin with C2 and go up to 9F.
+static std::optional<unsigned> controlCharacter(std::string_view name) {
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(name[i]);
+        if (byte < 0x20 || byte == 0x7f) return byte;
+        if (byte != 0xc2 || i + 1 == name.size()) continue;
+        if (const auto next = static_cast<unsigned char>(name[i + 1]); next >= 0x80 && next < 0xa0) return next;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> TableReader::fileName(std::string_view key) {
+    auto value = text(key);
+    const auto control = value ? controlCharacter(*value) : std::nullopt;
+    if (!control) return value;
+    error(key,
+          fmt::format("'{}' has the control character U+{:04X} in it; expected the name of a file", key, *control));
+    return std::nullopt;
+}
+
 std::optional<unsigned> TableReader::word(std::string_view key, const std::vector<std::string>& words) {
     const auto value = text(key);
     if (!value) return std::nullopt;

@@ -33,6 +33,8 @@ public:
     std::optional<unsigned> count(std::string_view key, unsigned least, unsigned most);
     std::optional<float> number(std::string_view key);
     std::optional<std::string> text(std::string_view key);
+    // The name of a file: a text without control characters, at which the system would cut it off or a terminal misread it.
+    std::optional<std::string> fileName(std::string_view key);
     // One of several words; the answer is its index.
     std::optional<unsigned> word(std::string_view key, const std::vector<std::string>& words);
     std::optional<std::vector<float>> numbers(std::string_view key, std::size_t size);

@@ -50,14 +50,14 @@ struct Origin {
     bool vertexColors = false;
 
     explicit Origin(TableReader& reader)
-        : file(reader.text("file")), image(reader.count("image", 0, 1u << 20)),
+        : file(reader.fileName("file")), image(reader.count("image", 0, 1u << 20)),
           space(reader.word("colorSpace", {"linear", "srgb"})), generated(reader.word("generate", {"studio"})),
           equirectangular(reader.word("projection", {"equirectangular"}) || generated),
           turn(reader.number("rotate").value_or(0.0f)), vertexColors(reader.flag("vertexColors").value_or(false)) {
         if (reader.has("rotate") && !equirectangular)
             reader.error("rotate", "'rotate' is for surroundings: 'projection = \"equirectangular\"'");
         if (!isKnown() && !reader.has("file")) reader.error("file", "has no 'file'");
-        if (image && !file) reader.error("image", "'image' is for the images within a model's 'file'");
+        if (image && !reader.has("file")) reader.error("image", "'image' is for the images within a model's 'file'");
     }
 
     bool isKnown() const { return file || vertexColors || generated; }

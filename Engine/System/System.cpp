@@ -42,8 +42,17 @@ std::vector<LibraryVersion> libraryVersions() {
     return {{"Embree", embreeVersion()},
             {"oneTBB", TBB_runtime_version()},
             {"OpenImageIO", dotted(oiio / 10000, oiio / 100 % 100, oiio % 100)},
-            {"Assimp", importVersion(ModelProgram)},
+            {"Assimp", importReport(ModelProgram).version},
             {"toml++", dotted(TOML_LIB_MAJOR, TOML_LIB_MINOR, TOML_LIB_PATCH)}};
+}
+
+std::vector<ReaderReport> readerReports() {
+    std::vector<ReaderReport> reports;
+    for (const char* program : {ModelProgram, PictureProgram}) {
+        const ImportReport said = importReport(program);
+        reports.push_back({program, said.confinement.empty() ? std::vector{said.version} : said.confinement});
+    }
+    return reports;
 }
 
 Processor processor() {

@@ -17,6 +17,14 @@ struct LibraryVersion {
 
 OXBEAM_API std::vector<LibraryVersion> libraryVersions();
 
+// How a program that reads others' files is confined while it does, as it says itself.
+struct ReaderReport {
+    std::string program;
+    std::vector<std::string> confinement;  // "name: text"
+};
+
+OXBEAM_API std::vector<ReaderReport> readerReports();
+
 // The file that the engine was loaded from.
 OXBEAM_API std::filesystem::path engineLibrary();
 

@@ -4,6 +4,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ImportProcess.h"
 #include "Engine/Import/PictureStream.h"
+#include "Engine/Import/RequestStream.h"
 #include "Engine/System/InputFile.h"
 #include "Engine/System/MemoryBudget.h"
 
@@ -63,9 +64,9 @@ static std::string withName(std::string message, const fs::path& file, const std
 }
 
 // What comes back for a file up to its texels.
-static PictureHeader takeHeader(ImportProcess& process, const fs::path& file, const std::string& name) {
+static PictureHeader takeHeader(ImportProcess& process, const fs::path& file, const std::string& name, int descriptor) {
     PictureHeader header;
-    std::uint64_t rest = process.ask(file, fmt::format("texture '{}'", name));
+    std::uint64_t rest = process.ask(file, fmt::format("texture '{}'", name), {}, descriptor);
     if (rest < sizeof header) throw badTexture(name, "cannot be decoded: its reader handed back what is no picture");
     process.take(&header, sizeof header);
     rest -= sizeof header;
@@ -76,10 +77,11 @@ static PictureHeader takeHeader(ImportProcess& process, const fs::path& file, co
     return header;
 }
 
-std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::string& name, const Taker& take) {
+std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::string& name, const Taker& take,
+                                               int descriptor) {
     // Kept where nothing goes wrong: a broken picture must not have done anything to the next one.
     auto process = m_process ? std::move(m_process) : std::make_unique<ImportProcess>(PictureProgram);
-    const PictureHeader header = takeHeader(*process, file, name);
+    const PictureHeader header = takeHeader(*process, file, name, descriptor);
     const std::string size = fmt::format("texture '{}' of {} x {} texels", name, header.width, header.height);
     const MemoryCharge decoded(MemoryUse::Textures, header.texelBytes(), size);  // the process', until it is taken
     std::unique_ptr<Texture> texture = take(*process, header, size);
@@ -152,7 +154,7 @@ std::unique_ptr<Texture> TextureReader::read(const std::vector<std::uint8_t>& by
              .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))
              .flush())
         throw badTexture(name, "cannot be put into a file in memory");
-    return decode(file, name, wholeTaker(space));
+    return decode(PassedFile, name, wholeTaker(space), memory.descriptor);
 }
 
 std::unique_ptr<Texture> loadTexture(const fs::path& file, std::optional<ColorSpace> space) {

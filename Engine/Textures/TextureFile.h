@@ -40,7 +40,8 @@ public:
 private:
     // Makes a texture of what is behind the header; the text names picture and size.
     using Taker = std::function<std::unique_ptr<Texture>(ImportProcess&, const PictureHeader&, const std::string&)>;
-    std::unique_ptr<Texture> decode(const std::filesystem::path& file, const std::string& name, const Taker& take);
+    std::unique_ptr<Texture> decode(const std::filesystem::path& file, const std::string& name, const Taker& take,
+                                    int descriptor = -1);
 
     std::unique_ptr<ImportProcess> m_process;  // none before the first picture, and after one that was no good
 };

@@ -154,5 +154,9 @@ TEST_F(Command, TheDoctorGoesOnWhereAPackageDoesNotLoad) {
     EXPECT_THAT(outcome.out, ContainsRegex("\n  Embree +3\\..*\n  oneTBB +2.*\n  OpenImageIO +2\\."));
     EXPECT_THAT(outcome.out, ContainsRegex("/libKel\\.so\n    18 objects: Kel, .*KelPhong"));
     EXPECT_THAT(outcome.out, ContainsRegex("\n  rendering +[1-9]"));
+    for (const char* reader : {"import", "decode"})
+        EXPECT_THAT(outcome.out,
+                    ContainsRegex(std::string("\n  oxbeam-") + reader + "\n    limits: 20 s of a processor, .*" +
+                                  "\n    capabilities: none\n    Landlock: .*in force.*\n    seccomp: .*in force"));
     EXPECT_EQ(run("doctor").status, 0);
 }

@@ -1,9 +1,13 @@
 // Models in place of scene files.
 #include "Tests/Support/Command.h"
 #include "Tests/Support/Gltf.h"
+#include "Tests/Support/Processes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
 
 using namespace oxbeam;
 using namespace oxbeam::test;
@@ -78,4 +82,55 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
         {"scene scene.toml", 2, HasSubstr("'scene.toml' is a scene file already; expected a model")},
         {"scene " + model + " -o nowhere/x.toml", 5, HasSubstr("there is no directory 'nowhere'")},
     });
+}
+
+namespace {
+
+// The process that reads a file for the one that waits for it, for the command; once it is there.
+pid_t readerOf(const Process& command) {
+    for (int i = 0; i < 2000; ++i) {
+        const pid_t waits = childOf(command.id()), reads = waits ? childOf(waits) : 0;
+        if (reads && lineOf(procOf(reads) / "status", "State").find("running") != std::string::npos) return reads;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ADD_FAILURE() << "nothing is read";
+    return 0;
+}
+
+}  // namespace
+
+// Files of nothing but zeros, which keep their readers busy for many seconds.
+TEST_F(Command, ASignalEndsTheReadingOfAFileAtOnce) {
+    writeFile("zeros.toml", "[texture.t]\nfile = 'zeros.exr'\n");
+    for (const char* zeros : {"zeros.obj", "zeros.exr"}) {
+        writeFile(zeros, "");
+        fs::resize_file(scratch() / zeros, 2'000'000'000);
+    }
+    using Clock = std::chrono::steady_clock;
+    const auto stopped = [](const char* what) { return "oxbeam: stopped while reading " + std::string(what) + '\n'; };
+    const struct {
+        const char* scene;
+        int signal, status;
+        std::string said;
+    } cases[] = {
+        {"zeros.obj", SIGINT, 130, stopped("model 'zeros.obj'")},
+        {"zeros.obj", SIGTERM, 6, stopped("model 'zeros.obj'")},
+        {"zeros.obj", SIGKILL, -SIGKILL, ""},
+        {"zeros.toml", SIGINT, 130, stopped("texture 'zeros.exr'")},
+        {"zeros.toml", SIGKILL, -SIGKILL, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.scene) + ", signal " + std::to_string(c.signal));
+        const Process process(std::string("render ") + c.scene + " -q -o picture.png");
+        const pid_t reader = readerOf(process), waits = childOf(process.id());
+        const auto begin = Clock::now();
+        process.signal(c.signal);
+        const Outcome outcome = process.finish();
+        while (!(isGone(reader) && isGone(waits)) && Clock::now() - begin < std::chrono::seconds(10)) {
+        }
+        EXPECT_LT(Clock::now() - begin, std::chrono::seconds(1));
+        EXPECT_EQ(outcome.status, c.status);
+        EXPECT_EQ(withoutFolder(outcome.err), c.said);
+        EXPECT_FALSE(fs::exists(scratch() / "picture.png"));
+    }
 }

@@ -214,6 +214,11 @@ TEST(ModelScene, WarnsOfWhatItLeavesOut) {
     }
     EXPECT_THAT(loadFile(writeFile("flat.obj", "v 0 0 0\nv 0 0 0\nv 0 0 0\nf 1 2 3\n")).said,
                 ElementsAre(HasSubstr("error: ")));
+    const std::string triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
+    EXPECT_THAT(loadFile(writeFile("lost.obj", "mtllib nowhere.mtl\n" + triangle)).said,
+                ElementsAre(HasSubstr("warning: material library 'nowhere.mtl' is not in the model's folder")));
+    writeFile("here.mtl", "newmtl red\nKd 1 0 0\n");
+    EXPECT_THAT(loadFile(writeFile("found.obj", "mtllib here.mtl\n" + triangle)).said, IsEmpty());
     const auto away = writeGltf("away.gltf", Plain,
                                 R"(, "cameras": [{"type": "perspective", "perspective": {"yfov": 0.5, "znear": 0.1}}])",
                                 R"(, "camera": 0)");

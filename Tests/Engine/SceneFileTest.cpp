@@ -50,6 +50,10 @@ TEST(SceneFile, AllErrorsOfAFileAreReportedInOneGo) {
 TEST(SceneFile, WhatCannotBeReadIsSaidWithItsPlace) {
     const std::pair<const char*, const char*> cases[] = {
         {"[[mesh]]\nshader = 'body'\nfile = 'wood.png'", "9:8: error: model 'wood.png' cannot be read: "},
+        {"[[mesh]]\nshader = 'body'\nfile = \"wood.png\\u0000.obj\"",
+         "9:8: error: mesh 0: 'file' has the control character U+0000 in it; expected the name of a file"},
+        {"[texture.t]\nimage = 1\nfile = \"a\\u009b.glb\"",
+         "9:8: error: texture 't': 'file' has the control character "},
         {"[light]\nobject = 'KelPointLight'", "7:1: error: 'light' must be a list of tables: [[light]]"},
         {"[shader.body]", "7:1: error: Error while parsing table header: "},
         {"[shader.hull]\nobject = KelPhong",

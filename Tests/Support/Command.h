@@ -42,6 +42,7 @@ public:
     }
 
     std::string errors() const { return contentOf(m_name + ".err"); }
+    pid_t id() const { return m_child; }
     void signal(int number) const { kill(m_child, number); }
     Outcome finish() const {
         int status = 0;

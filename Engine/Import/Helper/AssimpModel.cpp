@@ -10,6 +10,7 @@
 #include <cmath>
 #include <map>
 #include <new>
+#include <set>
 #include <stdexcept>
 
 namespace oxbeam {
@@ -180,6 +181,15 @@ static ModelImage toImage(const aiTexture& from) {
 
 // ---- All of it
 
+// Where a material library is not there, the importer looks for one of the model's own name instead, and tells nobody.
+static void warnOfMissingLibraries(const ModelFolder& folder, const fs::path& file, Model& model) {
+    const std::string own = fs::path(file.filename()).replace_extension("mtl").string();
+    std::set<std::string> missing(folder.missing().begin(), folder.missing().end());
+    if (missing.size() > 1) missing.erase(own);
+    for (const std::string& name : missing)
+        model.warnings.push_back("material library '" + name + "' is not in the model's folder; rendered without it");
+}
+
 Model readModel(const fs::path& file) {
     Assimp::Importer importer;
     auto* folder = new ModelFolder(file);  // owned by the importer
@@ -204,6 +214,7 @@ Model readModel(const fs::path& file) {
         for (const std::string& name : gltf->unknownRequiredExtensions())
             model.warnings.push_back("the file requires the extension '" + name +
                                      "', which is not known here; the picture may be wrong");
+    if (file.extension() == ".obj") warnOfMissingLibraries(*folder, file, model);
     model.up = upAxis(*scene, file.extension().string());
     MaterialReader materials(*scene, *folder, gltf, model.warnings);
     if (scene->mNumMaterials > 0) addGeometry(*scene, materials, model);

@@ -25,6 +25,7 @@ bool ModelFolder::Exists(const char* name) const { return find(name).has_value()
 
 Assimp::IOStream* ModelFolder::Open(const char* name, const char* mode) {
     const auto file = find(name);
+    if (!file) m_missing.push_back(fs::path(name).lexically_relative(m_folder).string());
     if (!file || std::string_view(mode).find_first_of("wa+") != std::string_view::npos) return nullptr;
     if (m_replacement && *file == m_model) {
         const std::string& text = *m_replacement;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace oxbeam {
 
@@ -22,6 +23,8 @@ public:
     void replaceModel(std::string bytes) { m_replacement = std::move(bytes); }
     // Where a file that the model names really is; nothing where that is not a regular file in the folder.
     std::optional<std::filesystem::path> find(const std::string& name) const;
+    // What was to be opened and is not there, as it is named from the folder.
+    const std::vector<std::string>& missing() const { return m_missing; }
     const std::filesystem::path& folder() const { return m_folder; }
     const std::filesystem::path& model() const { return m_model; }
     // What was opened beside the model, as seen from the folder.
@@ -31,6 +34,7 @@ private:
     std::filesystem::path m_folder, m_model;  // canonical
     std::optional<std::string> m_replacement;
     std::set<std::string> m_opened;
+    std::vector<std::string> m_missing;
 };
 
 }  // namespace oxbeam

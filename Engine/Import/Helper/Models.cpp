@@ -11,5 +11,9 @@ int main(int argc, char** argv) {
     const std::string version = std::to_string(aiGetVersionMajor()) + '.' + std::to_string(aiGetVersionMinor()) + '.' +
                                 std::to_string(aiGetVersionPatch());
     const auto read = [](const std::filesystem::path& file) { return encodeModel(readModel(file)); };
-    return serveRequests(argc, argv, {version, read, encodeFailure});
+    // The model itself may be a link to elsewhere.
+    const auto needs = [](const std::filesystem::path& file) {
+        return std::vector<std::filesystem::path>{file.parent_path(), file};
+    };
+    return serveRequests(argc, argv, {version, read, encodeFailure, needs});
 }

@@ -89,6 +89,9 @@ static bool isSRGB(const OIIO::ImageSpec& spec, bool isFloat) {
 }
 
 static std::vector<std::byte> readPicture(const fs::path& file) {
+    // Each thread takes of the addresses that there are.
+    OIIO::attribute("threads", 2);
+    OIIO::attribute("exr_threads", 2);
     OIIO::ImageSpec hints;
     hints["oiio:UnassociatedAlpha"] = 1;
     const auto input = OIIO::ImageInput::open(file.string(), &hints);
@@ -178,11 +181,14 @@ static std::vector<std::byte> failure(const std::string& why) {
 
 int main(int argc, char** argv) {
     const auto version = static_cast<unsigned>(OIIO::openimageio_version());
-    // Each thread takes of the addresses that there are.
-    OIIO::attribute("threads", 2);
-    OIIO::attribute("exr_threads", 2);
+    OIIO::get_string_attribute("format_list");  // what a format needs is loaded while that may be
+    const auto needs = [](const fs::path& request) {
+        std::string name = request.string();
+        ExrRequest().takeFrom(name);
+        return std::vector<fs::path>{name};
+    };
     return serveRequests(argc, argv,
                          {std::to_string(version / 10000) + '.' + std::to_string(version / 100 % 100) + '.' +
                               std::to_string(version % 100),
-                          readAsAsked, failure});
+                          readAsAsked, failure, needs});
 }

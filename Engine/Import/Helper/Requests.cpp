@@ -1,16 +1,21 @@
 #include "Engine/Import/Helper/Requests.h"
 
-#include "Engine/Import/ImportProcess.h"
+#include "Engine/Import/Helper/Confinement.h"
+#include "Engine/Import/RequestStream.h"
 #include "Engine/System/LastWords.h"
 
+#include <poll.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <optional>
@@ -22,28 +27,14 @@
     std::set_terminate([] { oxbeam::endForLackOf("", oxbeam::ReaderShort); });
 };
 
+#if defined(__SANITIZE_THREAD__)
+// Libraries start threads in the process that forks; they are idle, and none of them is needed after it.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() { return "die_after_fork=0"; }
+#endif
+
 namespace oxbeam {
 
-static void limit(decltype(RLIMIT_AS) resource, rlim_t soft, rlim_t hard) {
-    const rlimit both{soft, hard};
-    setrlimit(resource, &both);
-}
-
-static void limitMyself([[maybe_unused]] rlim_t bytes) {
-    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these reserve terabytes of addresses
-    limit(RLIMIT_AS, bytes, bytes);
-#endif
-    limit(RLIMIT_CORE, 0, 0);
-    limit(RLIMIT_FSIZE, 0, 0);
-}
-
-// The host watches the clock; this holds even where it cannot.
-static void limitNextFile(rlim_t seconds) {
-    rusage used{};
-    getrusage(RUSAGE_SELF, &used);
-    limit(RLIMIT_CPU, static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + 1 + seconds, RLIM_INFINITY);
-}
+// ---- Requests and answers
 
 // All of it, or false.
 template <class Byte, class Transfer>
@@ -56,9 +47,27 @@ static bool transfer(Transfer move, int descriptor, Byte* data, std::size_t size
     return true;
 }
 
+// The descriptor that may come with the first bytes gets the number that both sides agree upon.
+static ssize_t receive(int socket, char* data, std::size_t size) {
+    iovec bytes{data, size};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message{};
+    message.msg_iov = &bytes, message.msg_iovlen = 1;
+    message.msg_control = control, message.msg_controllen = sizeof control;
+    const ssize_t received = recvmsg(socket, &message, MSG_CMSG_CLOEXEC);
+    const cmsghdr* passed = received > 0 ? CMSG_FIRSTHDR(&message) : nullptr;
+    int descriptor = -1;
+    if (passed && passed->cmsg_type == SCM_RIGHTS) std::memcpy(&descriptor, CMSG_DATA(passed), sizeof descriptor);
+    if (descriptor >= 0 && descriptor != PassedDescriptor) {
+        dup2(descriptor, PassedDescriptor);
+        close(descriptor);
+    }
+    return received;
+}
+
 static std::optional<std::string> nextRequest() {
     std::uint64_t length = 0;
-    if (!transfer(::read, STDIN_FILENO, reinterpret_cast<char*>(&length), sizeof length)) return std::nullopt;
+    if (!transfer(receive, STDIN_FILENO, reinterpret_cast<char*>(&length), sizeof length)) return std::nullopt;
     std::string name(static_cast<std::size_t>(length), '\0');
     return transfer(::read, STDIN_FILENO, name.data(), name.size()) ? std::optional(name) : std::nullopt;
 }
@@ -67,6 +76,17 @@ static bool answer(const void* data, std::size_t size) {
     const std::uint64_t length = size;
     return transfer(::write, STDOUT_FILENO, reinterpret_cast<const char*>(&length), sizeof length) &&
            transfer(::write, STDOUT_FILENO, static_cast<const char*>(data), size);
+}
+
+// ---- The process that reads a file
+
+// The library's version, and how such a process is confined.
+static std::string report(const FileReader& reader, const ImportLimits& limits) try {
+    std::string text = reader.version;
+    for (const std::string& line : confine(limits, {})) text += '\n' + line;
+    return text;
+} catch (const std::exception& e) {
+    return reader.version + '\n' + e.what();
 }
 
 // Where there was less memory to be had before, the limit on it could not be set.
@@ -82,15 +102,75 @@ static bool isLack(const std::exception& e) {
            what.find("memory") != what.npos;
 }
 
-static std::vector<std::byte> readWith(const FileReader& reader, const std::string& file, std::size_t bytes) {
+static std::vector<std::byte> readWith(const FileReader& reader, const std::string& file, const ImportLimits& limits) {
     try {
+        confine(limits, reader.needs(file));
         return reader.read(file);
     } catch (const std::bad_alloc&) {
-        if (limitedFromOutside(bytes)) _exit(ReaderShort);
-        return reader.failure("it takes more than " + std::to_string(bytes >> 20) + " MiB of memory");
+        if (limitedFromOutside(limits.bytes)) _exit(ReaderShort);
+        return reader.failure("it takes more than " + std::to_string(limits.bytes >> 20) + " MiB of memory");
     } catch (const std::exception& e) {
-        if (limitedFromOutside(bytes) && isLack(e)) _exit(ReaderShort);
+        if (limitedFromOutside(limits.bytes) && isLack(e)) _exit(ReaderShort);
         return reader.failure(*e.what() ? e.what() : "its reader gives no reason");
+    }
+}
+
+// What a malformed file has done to the heap must not matter when it ends.
+[[noreturn]] static void serveOne(const FileReader& reader, const std::string& file, const ImportLimits& limits) {
+    bool good = false;
+    if (file.empty()) {
+        const std::string text = report(reader, limits);
+        good = answer(text.data(), text.size());
+    } else {
+        const std::vector<std::byte> result = readWith(reader, file, limits);
+        good = answer(result.data(), result.size());
+    }
+    _exit(good ? 0 : ReaderFailed);
+}
+
+// ---- The process that waits
+
+static void endAs(int status) {
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
+    if (WIFEXITED(status)) _exit(WEXITSTATUS(status));
+    const int signal = WTERMSIG(status);
+    std::signal(signal, SIG_DFL);
+    kill(getpid(), signal);  // the host sees what became of the child
+    _exit(ReaderFailed);
+}
+
+// Until it ends, or the host does: then it is ended.
+static void waitFor(pid_t child, const sigset_t& open) {
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        pollfd host{STDIN_FILENO, POLLRDHUP, 0};
+        if (ppoll(&host, 1, nullptr, &open) <= 0) continue;
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        _exit(0);
+    }
+    endAs(status);
+}
+
+static void serve(const FileReader& reader, const ImportLimits& limits) {
+    // A child's end interrupts nothing but the wait for it.
+    sigset_t open, blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGCHLD);
+    std::signal(SIGCHLD, [](int) {});
+    sigprocmask(SIG_BLOCK, &blocked, &open);
+    const pid_t self = getpid();
+    while (const auto file = nextRequest()) {
+        const pid_t child = fork();
+        if (child < 0) _exit(ReaderHasNoProcess);
+        if (child == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (getppid() != self) _exit(ReaderFailed);
+            sigprocmask(SIG_SETMASK, &open, nullptr);
+            serveOne(reader, *file, limits);
+        }
+        close(PassedDescriptor);
+        waitFor(child, open);
     }
 }
 
@@ -101,21 +181,12 @@ int serveRequests(int argc, char** argv, const FileReader& reader) {
                      argc ? argv[0] : "");
         return 2;
     }
-    const rlim_t seconds = std::strtoul(argv[1], nullptr, 10), bytes = std::strtoul(argv[2], nullptr, 10);
-    limitMyself(bytes);
-    bool good = true;
-    while (good) {
-        limitNextFile(seconds);
-        const auto file = nextRequest();
-        if (!file) break;
-        if (file->empty()) {
-            good = answer(reader.version.data(), reader.version.size());
-        } else {
-            const std::vector<std::byte> result = readWith(reader, *file, bytes);
-            good = answer(result.data(), result.size());
-        }
-    }
-    _exit(good ? 0 : 5);  // what a malformed file has done to the heap must not matter now
+    shedInheritance();
+    ImportLimits limits;
+    limits.seconds = static_cast<unsigned>(std::strtoul(argv[1], nullptr, 10));
+    limits.bytes = std::strtoul(argv[2], nullptr, 10);
+    serve(reader, limits);
+    _exit(0);
 }
 
 }  // namespace oxbeam

@@ -1,0 +1,14 @@
+// What the host and the programs that read files for it agree upon. A request is the length of a file's name and the
+// name, an answer the length of what was made of the file, and that; lengths as 64 bits.
+#pragma once
+
+namespace oxbeam {
+
+// A descriptor that comes with a request has this number in the reader, so that the file behind it has this name there.
+inline constexpr int PassedDescriptor = 3;
+inline constexpr const char* PassedFile = "/proc/self/fd/3";
+
+// How a reader ends that cannot go on.
+inline constexpr int ReaderFailed = 1, ReaderHasNoProcess = 71;
+
+}  // namespace oxbeam

@@ -1,0 +1,35 @@
+// Looking at processes from outside.
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace oxbeam::test {
+
+// The first that begins so, or nothing.
+inline std::string lineOf(const std::filesystem::path& file, const std::string& start) {
+    std::ifstream stream(file);
+    for (std::string line; std::getline(stream, line);)
+        if (line.starts_with(start)) return line;
+    return "";
+}
+
+inline std::filesystem::path procOf(pid_t process) { return "/proc/" + std::to_string(process); }
+
+// The first that its main thread has started, or 0.
+inline pid_t childOf(pid_t parent) {
+    pid_t child = 0;
+    std::ifstream(procOf(parent) / "task" / std::to_string(parent) / "children") >> child;
+    return child;
+}
+
+// One that has ended counts as gone although nobody has asked for its status.
+inline bool isGone(pid_t process) {
+    const std::string state = lineOf(procOf(process) / "status", "State");
+    return state.empty() || state.find("zombie") != std::string::npos;
+}
+
+}  // namespace oxbeam::test
