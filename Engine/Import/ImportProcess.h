@@ -16,9 +16,6 @@ namespace oxbeam {
 inline constexpr const char* ModelProgram = "oxbeam-import";
 inline constexpr const char* PictureProgram = "oxbeam-decode";
 
-// How a reader ends that the machine gives no memory or no thread, whatever the file.
-inline constexpr int ReaderShort = 7;
-
 // What reading one file may take. A machine that is busy with much else must not fail a good file: the seconds are those
 // of a processor, and thrice as many may pass by the clock.
 struct ImportLimits {

@@ -207,7 +207,7 @@ void SceneGeometry::copyFlattened() {
             setTransform(instance, f->place);
         } else {
             const auto [known, isNew] = others.try_emplace({mesh, matrix}, 0u);
-            if (isNew) takeOver(known->second = copyMesh(mesh, matrix), false);
+            if (isNew) takeOver(known->second = copyMesh(mesh, matrix), nullptr);
             instance = inWorldSpace(instance, known->second);
         }
     }
