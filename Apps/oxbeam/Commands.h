@@ -28,6 +28,11 @@ struct RenderCommand {
     std::optional<unsigned> samples;
     std::optional<unsigned> threads;
     unsigned bits = 8;
+    std::string background;  // "transparent" or "environment", or nothing for the scene's
+    std::string tone;        // a curve, or nothing for the scene's
+    std::optional<float> exposure;
+    std::string filter;  // "gaussian", or nothing for the scene's
+    std::optional<float> filterWidth;
     std::vector<std::string> set;
     std::string stats;  // file, or nothing
     std::string aov;    // "depth,normal", or nothing

@@ -89,6 +89,16 @@ void checkModelOptions(const RenderCommand& command) {
         throw Error(ExitStatus::Usage, fmt::format("{} is for models; '{}' is a scene file", given, command.scene));
 }
 
+std::optional<unsigned> parseWord(const std::string& option, const std::string& value,
+                                  const std::vector<std::string>& words) {
+    if (value.empty()) return std::nullopt;
+    const auto found = std::find(words.begin(), words.end(), value);
+    if (found == words.end())
+        throw Error(ExitStatus::Usage, fmt::format("{} {}: expected one of {}{}", option, value, fmt::join(words, ", "),
+                                                   didYouMean(value, words)));
+    return static_cast<unsigned>(found - words.begin());
+}
+
 // "depth,normal", each once.
 std::vector<Aov> parseAovs(const std::string& text) {
     const std::vector<std::string>& names = aovNames();

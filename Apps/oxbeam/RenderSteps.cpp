@@ -78,13 +78,27 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
     if (!stream.flush()) throw cannotWrite(file, std::strerror(errno));
 }
 
+void choosePicture(const RenderCommand& command, World& world) {
+    if (!command.size.empty()) world.image = parseSize(command.size);
+    if (command.exposure) world.tone.exposure = *command.exposure;
+    if (const auto curve = parseWord("--tone", command.tone, toneCurveNames()))
+        world.tone.curve = static_cast<ToneCurve>(*curve);
+    if (const auto background = parseWord("--background", command.background, backgroundNames()))
+        world.transparentBackground = *background == 1;
+    if (const auto kind = parseWord("--filter", command.filter, pixelFilterNames())) {
+        world.filter.kind = static_cast<PixelFilter::Kind>(*kind);
+        world.filter.width = usualWidth(world.filter.kind);
+    }
+    if (command.filterWidth) world.filter.width = *command.filterWidth;
+}
+
 Prepared prepare(const RenderCommand& command, const Registry& registry) {
     Prepared p;
     checkModelOptions(command);
     p.world = load(command.scene, {command.set, command.camera, modelSceneOptions(command.model, command.size)},
                    registry, command.quiet);
     if (!p.world) return p;
-    if (!command.size.empty()) p.world->image = parseSize(command.size);
+    choosePicture(command, *p.world);
     const OxRenderingObject& ro = *p.world->renderingObject;
     // Where there is a time to be filled, nobody asked for the scene's own number.
     const unsigned otherwise = command.seconds ? MaxSamples : static_cast<unsigned>(ro.m_samplesPerPixel);
@@ -96,6 +110,7 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
     p.options.packets = command.packets;
     const std::vector<Aov> aovs = parseAovs(command.aov);
     p.options.aovs = std::any_of(aovs.begin(), aovs.end(), [](Aov aov) { return aov != Aov::Samples; });
+    p.options.alpha = p.world->transparentBackground;
     p.options.stop = &stopFlag();
     p.threads = chooseThreads(command, ro);
     return p;
@@ -116,11 +131,14 @@ std::optional<Rendered> renderPicture(const RenderCommand& command, const Regist
     if (const double scale = mostSide / static_cast<double>(std::max(image.width, image.height));
         command.size.empty() && scale < 1.0)
         image = {scaled(image.width, scale), scaled(image.height, scale)};
+    p.options.alpha = false;  // what a picture is laid on here, it hides
     Workers workers(p.threads);
     build(*p.world, workers, command.isa);
     const RenderResult result = render(*p.world, workers, p.options);
     warnOfBadResults(result.statistics);
-    return Rendered{image.width, image.height, result.film.pixels()};
+    Rendered picture{image.width, image.height, result.film.pixels()};
+    for (R3& pixel : picture.pixels) pixel = toned(pixel, p.world->tone);
+    return picture;
 }
 
 }  // namespace oxbeam

@@ -53,6 +53,17 @@ void addCheckpoint(CLI::App& c, RenderCommand& r) {
     c.add_flag("--resume", r.resume, "Go on from the checkpoint, to the very same picture")->needs(checkpoint);
 }
 
+void addPicture(CLI::App& c, RenderCommand& r) {
+    c.add_option("--exposure", r.exposure, "Of a PNG, JPEG or TIFF: brightness in EV, each of which doubles the light")
+        ->type_name("EV");
+    c.add_option("--tone", r.tone, "Of a PNG, JPEG or TIFF: how light beyond white is brought into range")
+        ->type_name("none|filmic|neutral");
+    c.add_option("--background", r.background, "What is seen where nothing is; transparent makes an alpha channel")
+        ->type_name("environment|transparent");
+    c.add_option("--filter", r.filter, "The pixels' filter")->type_name("box|gaussian|blackman-harris");
+    c.add_option("--filter-width", r.filterWidth, "Its width, instead of the usual one")->type_name("PIXELS");
+}
+
 void addRender(CLI::App& app, RenderCommand& r) {
     CLI::App* c = app.add_subcommand("render", "Render a scene or a model to a picture");
     c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
@@ -74,6 +85,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     c->add_option("--bits", r.bits, "Bits per channel of a PNG, 8 or 16")->type_name("8|16");
+    addPicture(*c, r);
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
     c->add_flag("--packets", r.packets,
                 "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");

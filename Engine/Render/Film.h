@@ -46,11 +46,13 @@ public:
     };
 
     // Of at least one pixel. Throws std::bad_alloc.
-    explicit Film(const Window& window, bool withAovs = false)
-        : m_window(window), m_pixels(zeros<Pixel>()), m_aovs(withAovs ? zeros<AovSample>() : Array<AovSample>()) {}
+    explicit Film(const Window& window, bool withAovs = false, bool withAlpha = false)
+        : m_window(window), m_pixels(zeros<Pixel>()), m_aovs(withAovs ? zeros<AovSample>() : Array<AovSample>()),
+          m_alphas(withAlpha ? zeros<float>() : Array<float>()) {}
 
     const Window& window() const { return m_window; }
     bool hasAovs() const { return m_aovs != nullptr; }
+    bool hasAlpha() const { return m_alphas != nullptr; }
     // (x, y) in the full picture.
     void add(unsigned x, unsigned y, const R3& color) {
         Pixel& pixel = m_pixels[index(x, y)];
@@ -64,6 +66,7 @@ public:
         sum.albedo += sample.albedo;
         if (m_pixels[index(x, y)].samples == 0) sum.depth = sample.depth, sum.object = sample.object;
     }
+    void addAlpha(unsigned x, unsigned y, float alpha) { m_alphas[index(x, y)] += alpha; }
     unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }
 
     // Passes that all pixels have been through, and that any has.
@@ -75,17 +78,25 @@ public:
         for (std::size_t i = 0; i < result.size(); ++i) result[i] = m_pixels[i].sum * share(i);
         return result;
     }
+    // Mean of each pixel's alphas, in [0, 1]; empty where the film keeps none.
+    std::vector<float> alphas() const {
+        std::vector<float> result(alphaSums().begin(), alphaSums().end());
+        for (std::size_t i = 0; i < result.size(); ++i) result[i] = std::clamp(result[i] * share(i), 0.0f, 1.0f);
+        return result;
+    }
     // What a pixel's sums are multiplied by.
     float share(std::size_t pixel) const {
         const unsigned samples = m_pixels[pixel].samples;
         return samples ? 1.0f / static_cast<float>(samples) : 0.0f;
     }
 
-    // All that the film holds, row by row from the top; no AOVs where it keeps none.
+    // All that the film holds, row by row from the top; no AOVs and alphas where it keeps none.
     std::span<Pixel> sums() { return {m_pixels.get(), m_window.size()}; }
     std::span<const Pixel> sums() const { return {m_pixels.get(), m_window.size()}; }
     std::span<AovSample> aovSums() { return {m_aovs.get(), m_aovs ? m_window.size() : 0}; }
     std::span<const AovSample> aovSums() const { return {m_aovs.get(), m_aovs ? m_window.size() : 0}; }
+    std::span<float> alphaSums() { return {m_alphas.get(), m_alphas ? m_window.size() : 0}; }
+    std::span<const float> alphaSums() const { return {m_alphas.get(), m_alphas ? m_window.size() : 0}; }
 
 private:
     struct Unmap {
@@ -112,6 +123,7 @@ private:
     Window m_window;
     Array<Pixel> m_pixels;
     Array<AovSample> m_aovs;
+    Array<float> m_alphas;
 };
 
 // Of a film that is still blank only the first pixel is looked at: reading would make its pages.

@@ -32,6 +32,7 @@ public:
     std::optional<bool> flag(std::string_view key);
     std::optional<unsigned> count(std::string_view key, unsigned least, unsigned most);
     std::optional<float> number(std::string_view key);
+    std::optional<float> number(std::string_view key, float least, float most);
     std::optional<std::string> text(std::string_view key);
     // One of several words; the answer is its index.
     std::optional<unsigned> word(std::string_view key, const std::vector<std::string>& words);
