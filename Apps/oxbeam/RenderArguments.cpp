@@ -1,6 +1,8 @@
 // What stands on the command line of the subcommands that render, and whether it makes sense.
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Engine/System/StoredFile.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -53,18 +55,7 @@ void checkOutput(const std::string& file, const ImageOptions& options) {
     checkWritable(file);
 }
 
-void checkWritable(const std::string& file) {
-    if (fs::exists(file) && !fs::is_regular_file(file))
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': it exists and is not a regular file", file));
-    const fs::path folder = fs::path(file).has_parent_path() ? fs::path(file).parent_path() : fs::path(".");
-    if (!fs::is_directory(folder))
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': there is no directory '{}'", file, folder.string()));
-    if (access(folder.c_str(), W_OK) != 0)
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': directory '{}' is not writable", file, folder.string()));
-}
+void checkWritable(const std::string& file) { const StoredFile tried(file); }
 
 unsigned chooseThreads(const RenderCommand& command, const OxRenderingObject& ro) {
     constexpr unsigned most = OxRenderingObject::MaxThreads;
@@ -125,10 +116,7 @@ void checkRenderArguments(const RenderCommand& command) {
     if (command.seconds && !(*command.seconds > 0.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--time {:g}: expected a number of seconds above 0", *command.seconds));
-    const fs::path stats = command.stats;
-    if (stats.has_parent_path() && !fs::is_directory(stats.parent_path()))
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("cannot write '{}': there is no such directory", command.stats));
+    if (!command.stats.empty()) checkWritable(command.stats);
     if (command.checkpoint.empty()) return;
     if (!isExr(command.checkpoint))
         throw Error(ExitStatus::Usage,

@@ -8,10 +8,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <fstream>
 #include <iostream>
 #include <set>
 
@@ -73,9 +70,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
         {"refused_rays", s.refusedRays},
         {"bad_samples", s.badSamples},
     };
-    std::ofstream stream(file);
-    stream << json.dump(2) << '\n';
-    if (!stream.flush()) throw cannotWrite(file, std::strerror(errno));
+    storeFile(file, json.dump(2) + '\n');
 }
 
 void choosePicture(const RenderCommand& command, World& world) {

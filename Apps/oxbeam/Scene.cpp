@@ -34,7 +34,7 @@ ExitStatus runScene(const SceneCommand& command, const Registry& registry) {
     if (command.output.empty()) {
         std::cout << text;
     } else {
-        storeFile(command.output, {reinterpret_cast<const unsigned char*>(text.data()), text.size()});
+        storeFile(command.output, text);
         std::cerr << fmt::format("wrote {}\n", command.output);
     }
     return ExitStatus::Done;

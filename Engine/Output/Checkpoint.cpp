@@ -6,6 +6,8 @@
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 
 namespace oxbeam {
@@ -28,6 +30,21 @@ static std::string contentHash(const Film& film) {
 }
 
 // Counts below 2^24 are exact in floats, which every program reads as they are.
+static std::vector<Layer> layersOf(const Film& film) {
+    std::vector<Layer> layers = {
+        {Sums, [&film](std::size_t i, float* to) {
+             const auto& [sum, samples] = film.sums()[i];
+             std::ranges::copy(std::array{sum.x, sum.y, sum.z, static_cast<float>(samples)}, to);
+         }}};
+    if (film.hasAovs())
+        layers.push_back(
+            {AovSums, [&film](std::size_t i, float* to) {
+                 const auto& [n, a, depth, object] = film.aovSums()[i];
+                 std::ranges::copy(std::array{n.x, n.y, n.z, a.x, a.y, a.z, depth, static_cast<float>(object)}, to);
+             }});
+    return layers;
+}
+
 void writeCheckpoint(const fs::path& file, const ImageSize& image, const Film& film, const Attributes& attributes) {
     ImageOptions options;
     options.placement = {film.window(), image};
@@ -37,16 +54,10 @@ void writeCheckpoint(const fs::path& file, const ImageSize& image, const Film& f
     const RandomState random = randomState();
     options.attributes[RandomName] = fmt::format("{} {} {}", random[0], random[1], random[2]);
     options.attributes[ContentName] = contentHash(film);
-    options.layers.push_back(layerOf(Aov::Samples, film));
-    if (film.hasAovs()) {
-        Layer& sums = options.layers.emplace_back(Layer{AovSums, {}});
-        for (const AovSample& p : film.aovSums())
-            sums.values.insert(sums.values.end(), {p.normal.x, p.normal.y, p.normal.z, p.albedo.x, p.albedo.y,
-                                                   p.albedo.z, p.depth, static_cast<float>(p.object)});
-    }
-    std::vector<R3> colors;
-    for (const Film::Pixel& pixel : film.sums()) colors.push_back(pixel.sum);
-    writeImage(file, film.window().width(), film.window().height(), colors, options);
+    options.layers = layersOf(film);
+    StoredFile stored(file);
+    writeLayers(stored, file, film.window().width(), film.window().height(), options);
+    stored.finish();
 }
 
 // ---- Reading

@@ -1,7 +1,6 @@
 #include "Engine/Output/ImageFile.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/System/StoredFile.h"
 
 #include <OpenImageIO/color.h>
 #include <OpenImageIO/filesystem.h>
@@ -11,6 +10,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <exception>
 #include <map>
 
 namespace oxbeam {
@@ -56,30 +56,13 @@ void checkImageFormat(const fs::path& file, const ImageOptions& options) {
 // ---- Encoding
 
 template <class T>
-static std::vector<T> toDisplay(const std::vector<R3>& pixels) {
+static void toDisplay(const R3& color, T* to) {
     constexpr float most = std::numeric_limits<T>::max();
     const auto encode = [](float v) {
         const float clamped = v > 0.0f ? std::min(v, 1.0f) : 0.0f;  // NaN is black
         return static_cast<T>(std::lround(OIIO::linear_to_sRGB(clamped) * most));
     };
-    std::vector<T> values;
-    values.reserve(3 * pixels.size());
-    for (const R3& p : pixels) values.insert(values.end(), {encode(p.x), encode(p.y), encode(p.z)});
-    return values;
-}
-
-// The colours with what stands beside them, pixel by pixel.
-static std::vector<float> interleaved(const std::vector<R3>& pixels, const std::vector<Layer>& layers) {
-    std::vector<float> values;
-    for (std::size_t i = 0; i < pixels.size(); ++i) {
-        values.insert(values.end(), {pixels[i].x, pixels[i].y, pixels[i].z});
-        for (const Layer& layer : layers) {
-            const std::size_t n = layer.channels.size();
-            const auto first = layer.values.begin() + static_cast<std::ptrdiff_t>(i * n);
-            values.insert(values.end(), first, first + static_cast<std::ptrdiff_t>(n));
-        }
-    }
-    return values;
+    to[0] = encode(color.x), to[1] = encode(color.y), to[2] = encode(color.z);
 }
 
 static void setAttribute(OIIO::ImageSpec& spec, const std::string& name, const Attribute& value) {
@@ -95,10 +78,6 @@ static void setAttribute(OIIO::ImageSpec& spec, const std::string& name, const A
 
 // What only EXR has room for.
 static void extend(OIIO::ImageSpec& spec, const ImageOptions& options) {
-    spec.channelnames = {"R", "G", "B"};
-    for (const Layer& layer : options.layers)
-        spec.channelnames.insert(spec.channelnames.end(), layer.channels.begin(), layer.channels.end());
-    spec.nchannels = static_cast<int>(spec.channelnames.size());
     if (!options.compress) spec["compression"] = "none";
     for (const auto& [name, value] : options.attributes) setAttribute(spec, name, value);
     if (!options.placement) return;
@@ -108,42 +87,128 @@ static void extend(OIIO::ImageSpec& spec, const ImageOptions& options) {
     spec.full_height = static_cast<int>(options.placement->whole.height);
 }
 
-static std::vector<unsigned char> encode(const fs::path& file, unsigned width, unsigned height,
-                                         const std::vector<R3>& pixels, const ImageOptions& options) {
+static OIIO::ImageSpec specOf(const fs::path& file, unsigned width, unsigned height, const ImageOptions& options,
+                              const std::vector<std::string>& channels) {
     const Format& format = formatOf(file);
-    const auto output = OIIO::ImageOutput::create(file.string());
-    if (!output) throw cannotWrite(file, OIIO::geterror());
-
     const OIIO::TypeDesc type = !format.display      ? OIIO::TypeDesc::FLOAT
                                 : options.bits == 16 ? OIIO::TypeDesc::UINT16
                                                      : OIIO::TypeDesc::UINT8;
-    OIIO::ImageSpec spec(static_cast<int>(width), static_cast<int>(height), 3, type);
+    OIIO::ImageSpec spec(static_cast<int>(width), static_cast<int>(height), static_cast<int>(channels.size()), type);
+    spec.channelnames = channels;
     spec["oiio:ColorSpace"] = format.display ? "sRGB" : "Linear";
     if (format.most == 8) spec["CompressionQuality"] = 92;
     if (isExr(file))
         extend(spec, options);
     else if (const auto software = options.attributes.find("Software"); software != options.attributes.end())
         setAttribute(spec, software->first, software->second);
+    return spec;
+}
 
-    std::vector<unsigned char> bytes;
-    OIIO::Filesystem::IOVecOutput memory(bytes);
-    output->set_ioproxy(&memory);
+// ---- Writing
+
+// What encoders write to. Nothing must be thrown through them: some are written in C.
+class SinkProxy : public OIIO::Filesystem::IOProxy {
+public:
+    SinkProxy(FileSink& sink, const fs::path& file) : IOProxy(file.string(), Write), m_sink(sink) {}
+
+    const char* proxytype() const override { return "sink"; }
+    std::size_t size() const override { return m_sink.size(); }
+    std::size_t pwrite(const void* data, std::size_t size, std::int64_t offset) override {
+        if (m_failure) return 0;
+        try {
+            m_sink.seek(static_cast<std::uint64_t>(offset));
+            m_sink.write({static_cast<const unsigned char*>(data), size});
+            return size;
+        } catch (...) {
+            m_failure = std::current_exception();
+            return 0;
+        }
+    }
+    std::size_t write(const void* data, std::size_t size) override {
+        const std::size_t written = pwrite(data, size, m_pos);
+        m_pos += static_cast<std::int64_t>(written);
+        return written;
+    }
+    void throwFailure() const {
+        if (m_failure) std::rethrow_exception(m_failure);
+    }
+
+private:
+    FileSink& m_sink;
+    std::exception_ptr m_failure;
+};
+
+// Some rows at a time, as many as any compression takes together; `put` puts a pixel's values into place.
+template <class T, class Put>
+static bool writeRows(OIIO::ImageOutput& output, const Put& put) {
+    constexpr int together = 32;
+    const OIIO::ImageSpec& spec = output.spec();
+    const auto channels = static_cast<std::size_t>(spec.nchannels), width = static_cast<std::size_t>(spec.width);
+    std::vector<T> values(channels * width * static_cast<std::size_t>(std::min(together, spec.height)));
+    bool good = true;
+    std::size_t pixel = 0;
+    for (int y = 0; y < spec.height && good; y += together) {
+        const int end = std::min(y + together, spec.height);
+        T* to = values.data();
+        for (const std::size_t last = width * static_cast<std::size_t>(end); pixel < last; ++pixel, to += channels)
+            put(pixel, to);
+        good = output.write_scanlines(spec.y + y, spec.y + end, 0, OIIO::TypeDescFromC<T>::value(), values.data());
+    }
+    return good;
+}
+
+template <class T, class Put>
+static void encode(FileSink& sink, const fs::path& file, const OIIO::ImageSpec& spec, const Put& put) {
+    SinkProxy proxy(sink, file);
+    const auto output = OIIO::ImageOutput::create(file.string());
+    if (!output) throw cannotWrite(file, OIIO::geterror());
+    output->set_ioproxy(&proxy);
     bool good = output->open(file.string(), spec);
-    if (good && !format.display)
-        good = spec.nchannels == 3
-                   ? output->write_image(OIIO::TypeDesc::FLOAT, pixels.data())
-                   : output->write_image(OIIO::TypeDesc::FLOAT, interleaved(pixels, options.layers).data());
-    if (good && type == OIIO::TypeDesc::UINT8) good = output->write_image(type, toDisplay<std::uint8_t>(pixels).data());
-    if (good && type == OIIO::TypeDesc::UINT16)
-        good = output->write_image(type, toDisplay<std::uint16_t>(pixels).data());
+    good = good && writeRows<T>(*output, put);
     good = output->close() && good;
+    proxy.throwFailure();
     if (!good || output->has_error()) throw cannotWrite(file, output->geterror());
-    return bytes;
+}
+
+static void encodeLayers(FileSink& sink, const fs::path& file, unsigned width, unsigned height,
+                         const std::vector<Layer>& layers, const ImageOptions& options) {
+    std::vector<std::string> channels;
+    for (const Layer& layer : layers) channels.insert(channels.end(), layer.channels.begin(), layer.channels.end());
+    encode<float>(sink, file, specOf(file, width, height, options, channels), [&](std::size_t pixel, float* to) {
+        for (const Layer& layer : layers) {
+            layer.values(pixel, to);
+            to += layer.channels.size();
+        }
+    });
+}
+
+void writeLayers(FileSink& sink, const fs::path& file, unsigned width, unsigned height, const ImageOptions& options) {
+    encodeLayers(sink, file, width, height, options.layers, options);
+}
+
+void writeImage(FileSink& sink, const fs::path& file, unsigned width, unsigned height, const std::vector<R3>& pixels,
+                const ImageOptions& options) {
+    const std::vector<std::string> colors = {"R", "G", "B"};
+    if (!formatOf(file).display) {
+        const auto color = [&pixels](std::size_t pixel, float* to) {
+            to[0] = pixels[pixel].x, to[1] = pixels[pixel].y, to[2] = pixels[pixel].z;
+        };
+        std::vector<Layer> layers = {{colors, color}};
+        if (isExr(file)) layers.insert(layers.end(), options.layers.begin(), options.layers.end());
+        return encodeLayers(sink, file, width, height, layers, options);
+    }
+    const OIIO::ImageSpec spec = specOf(file, width, height, options, colors);
+    if (options.bits == 16)
+        encode<std::uint16_t>(sink, file, spec, [&](std::size_t i, auto* to) { toDisplay(pixels[i], to); });
+    else
+        encode<std::uint8_t>(sink, file, spec, [&](std::size_t i, auto* to) { toDisplay(pixels[i], to); });
 }
 
 void writeImage(const fs::path& file, unsigned width, unsigned height, const std::vector<R3>& pixels,
                 const ImageOptions& options) {
-    storeFile(file, encode(file, width, height, pixels, options));
+    StoredFile stored(file);
+    writeImage(stored, file, width, height, pixels, options);
+    stored.finish();
 }
 
 }  // namespace oxbeam

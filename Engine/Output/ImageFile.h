@@ -3,6 +3,7 @@
 
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/ViewMatrices.h"
+#include "Engine/System/StoredFile.h"
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
@@ -45,5 +46,12 @@ OXBEAM_API void checkImageFormat(const std::filesystem::path& file, const ImageO
 // stays whole until the new one is. Throws Error(InputOutput).
 OXBEAM_API void writeImage(const std::filesystem::path& file, unsigned width, unsigned height,
                            const std::vector<R3>& pixels, const ImageOptions& options = {});
+// The same into a sink, which is not finished here; the file's name says the format.
+OXBEAM_API void writeImage(FileSink& sink, const std::filesystem::path& file, unsigned width, unsigned height,
+                           const std::vector<R3>& pixels, const ImageOptions& options = {});
+// An EXR picture that has the options' layers and no colours beside them; rows are asked for as they are written, so that
+// it takes no memory to speak of.
+OXBEAM_API void writeLayers(FileSink& sink, const std::filesystem::path& file, unsigned width, unsigned height,
+                            const ImageOptions& options);
 
 }  // namespace oxbeam

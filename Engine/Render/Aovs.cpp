@@ -47,21 +47,18 @@ Layer layerOf(Aov aov, const Film& film) {
                                                                    {"albedo.R", "albedo.G", "albedo.B"},
                                                                    {"object.id"},
                                                                    {"samples.N"}};
-    const auto pixels = film.sums();
-    const auto aovs = film.aovSums();
-    Layer layer{channels[static_cast<std::size_t>(aov)], {}};
-    layer.values.reserve(layer.channels.size() * pixels.size());
-    const auto put = [&](const R3& v) { layer.values.insert(layer.values.end(), {v.x, v.y, v.z}); };
-    for (std::size_t i = 0; i < pixels.size(); ++i) {
+    const auto put = [&film, aov](std::size_t i, float* to) {
+        const Film::Pixel& pixel = film.sums()[i];
+        const auto vector = [to](const R3& v) { to[0] = v.x, to[1] = v.y, to[2] = v.z; };
         switch (aov) {
-        case Aov::Depth: layer.values.push_back(pixels[i].samples ? aovs[i].depth : AovSample().depth); break;
-        case Aov::Normal: put(aovs[i].normal * film.share(i)); break;
-        case Aov::Albedo: put(aovs[i].albedo * film.share(i)); break;
-        case Aov::Object: layer.values.push_back(static_cast<float>(aovs[i].object)); break;
-        case Aov::Samples: layer.values.push_back(static_cast<float>(pixels[i].samples)); break;
+        case Aov::Depth: *to = pixel.samples ? film.aovSums()[i].depth : AovSample().depth; break;
+        case Aov::Normal: vector(film.aovSums()[i].normal * film.share(i)); break;
+        case Aov::Albedo: vector(film.aovSums()[i].albedo * film.share(i)); break;
+        case Aov::Object: *to = static_cast<float>(film.aovSums()[i].object); break;
+        case Aov::Samples: *to = static_cast<float>(pixel.samples); break;
         }
-    }
-    return layer;
+    };
+    return {channels[static_cast<std::size_t>(aov)], put};
 }
 
 }  // namespace oxbeam

@@ -5,6 +5,7 @@
 #include "Engine/World.h"
 #include "Oxbeam/OxState.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,13 +33,13 @@ enum class Aov { Depth, Normal, Albedo, Object, Samples };
 // Their names, in the order of the enumeration.
 OXBEAM_API const std::vector<std::string>& aovNames();
 
-// Channels of a picture, their values pixel by pixel.
+// Channels of a picture, and what puts a pixel's values of them into place.
 struct Layer {
     std::vector<std::string> channels;
-    std::vector<float> values;
+    std::function<void(std::size_t pixel, float* to)> values;
 };
 
-// A finished one. All but the samples need a film that keeps AOVs.
+// Of a finished film, which must outlive it. All but the samples need one that keeps AOVs.
 OXBEAM_API Layer layerOf(Aov aov, const Film& film);
 
 }  // namespace oxbeam

@@ -47,7 +47,8 @@ TEST_F(Command, EveryFailureHasItsStatusAndItsMessageAndSparesTheOldPicture) {
          error + "cannot write 'nowhere/p.png': there is no directory 'nowhere'\n"},
         {"render scene.toml -o folder.png", 5,
          error + "cannot write 'folder.png': it exists and is not a regular file\n"},
-        {render + "--stats nowhere/s.json", 5, error + "cannot write 'nowhere/s.json': there is no such directory\n"},
+        {render + "--stats nowhere/s.json", 5,
+         error + "cannot write 'nowhere/s.json': there is no directory 'nowhere'\n"},
         // The loader's words are its own.
         {"list --package-path packages", 4,
          ContainsRegex("^oxbeam: error: .*packages/libBroken\\.so: this package does not load: .*\n$")},
