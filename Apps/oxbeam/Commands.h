@@ -21,7 +21,8 @@ struct RenderCommand {
     std::string text;  // the command line
     std::string scene;
     ModelCommand model;
-    std::string output;
+    std::string output;  // or "-" for standard output
+    std::string format;  // of what goes to standard output, "png"
     std::string size;    // "WxH", or nothing for the scene's own
     std::string crop;    // "x0,y0,x1,y1", or nothing for the whole picture
     std::string camera;  // one of the scene's named cameras, or nothing

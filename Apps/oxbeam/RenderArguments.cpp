@@ -106,13 +106,60 @@ std::vector<Aov> parseAovs(const std::string& text) {
     return aovs;
 }
 
+bool toStandardOutput(const RenderCommand& command) { return command.output == "-"; }
+
+std::string pictureName(const RenderCommand& command) {
+    return toStandardOutput(command) ? "standard output." + command.format : command.output;
+}
+
+void checkAlpha(const RenderCommand& command) {
+    if (const std::string name = pictureName(command); !hasRoomForAlpha(name))
+        throw Error(ExitStatus::Usage, fmt::format("a transparent background: '{}' has no room for alpha; expected a "
+                                                   "name that ends in .png, .tif or .exr",
+                                                   name));
+}
+
+static void checkFormat(const RenderCommand& command) {
+    const bool given = parseWord("--format", command.format, imageFormats()).has_value();
+    if (toStandardOutput(command) && !given)
+        throw Error(ExitStatus::Usage,
+                    fmt::format("-o -: expected --format with one of {}", fmt::join(imageFormats(), ", ")));
+    if (given && !toStandardOutput(command))
+        throw Error(ExitStatus::Usage, fmt::format("--format is for -o -; '{}' tells its format", command.output));
+}
+
+static void checkRange(const char* option, const std::optional<float>& value, float least, float most) {
+    if (value && !(*value >= least && *value <= most))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("{} {:g}: expected a number from {:g} to {:g}", option, *value, least, most));
+}
+
+static void checkPictureOptions(const RenderCommand& command) {
+    const std::string name = pictureName(command);
+    checkRange("--exposure", command.exposure, -MostExposure, MostExposure);
+    checkRange("--filter-width", command.filterWidth, LeastFilterWidth, MostFilterWidth);
+    parseWord("--tone", command.tone, toneCurveNames());
+    parseWord("--filter", command.filter, pixelFilterNames());
+    if (const auto background = parseWord("--background", command.background, backgroundNames()); background == 1u)
+        checkAlpha(command);
+    if (const char* given = command.exposure        ? "--exposure"
+                            : !command.tone.empty() ? "--tone"
+                                                    : nullptr;
+        given && !isForDisplay(name))
+        throw Error(ExitStatus::Usage, fmt::format("{}: '{}' keeps the light as it is; expected a name that ends in "
+                                                   ".png, .jpg or .tif",
+                                                   given, name));
+    if (!parseAovs(command.aov).empty() && !isExr(name))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--aov: '{}' has no room for layers; expected a name that ends in .exr", name));
+}
+
 // Before anything is loaded.
 void checkRenderArguments(const RenderCommand& command) {
-    checkOutput(command.output, {command.bits});
-    if (!parseAovs(command.aov).empty() && !isExr(command.output))
-        throw Error(
-            ExitStatus::Usage,
-            fmt::format("--aov: '{}' has no room for layers; expected a name that ends in .exr", command.output));
+    checkFormat(command);
+    checkImageFormat(pictureName(command), {command.bits});
+    if (!toStandardOutput(command)) checkWritable(command.output);
+    checkPictureOptions(command);
     if (command.seconds && !(*command.seconds > 0.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--time {:g}: expected a number of seconds above 0", *command.seconds));

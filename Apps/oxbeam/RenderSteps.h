@@ -29,6 +29,11 @@ void checkInput(const std::string& scene);
 void checkOutput(const std::string& file, const ImageOptions& options);
 void checkModelOptions(const RenderCommand& command);
 void checkRenderArguments(const RenderCommand& command);
+// That the picture can have an alpha channel.
+void checkAlpha(const RenderCommand& command);
+bool toStandardOutput(const RenderCommand& command);
+// What messages call the picture, and what tells its format.
+std::string pictureName(const RenderCommand& command);
 Window parseCrop(const std::string& text, const ImageSize& image);
 std::vector<Aov> parseAovs(const std::string& text);
 // The index of an option's value among what it can be; nothing where the option is not given.

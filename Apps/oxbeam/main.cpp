@@ -68,7 +68,10 @@ void addRender(CLI::App& app, RenderCommand& r) {
     CLI::App* c = app.add_subcommand("render", "Render a scene or a model to a picture");
     c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
     addModelOptions(*c, r.model);
-    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required()->type_name("FILE");
+    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr; - for standard output")
+        ->required()
+        ->type_name("FILE");
+    c->add_option("--format", r.format, "Of the picture on standard output")->type_name("png|jpg|tiff|exr|hdr");
     c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
     c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
     c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
@@ -84,7 +87,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    c->add_option("--bits", r.bits, "Bits per channel of a PNG, 8 or 16")->type_name("8|16");
+    c->add_option("--bits", r.bits, "Bits per channel of a PNG or TIFF, 8 or 16")->type_name("8|16");
     addPicture(*c, r);
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
     c->add_flag("--packets", r.packets,
@@ -111,7 +114,7 @@ void addOthers(CLI::App& app, Arguments& a) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     CLI::App* sheet = app.add_subcommand("sheet", "Lay pictures out on one contact sheet, labelled by their names");
     sheet->add_option("PICTURE", a.pictures, "Pictures")->required();
-    sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .exr or .hdr")
+    sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
         ->required()
         ->type_name("FILE");
     sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));

@@ -23,10 +23,12 @@ static constexpr const char* const ContentName = "oxbeam:content";
 static const std::vector<std::string> Sums = {"R", "G", "B", "samples.N"};
 static const std::vector<std::string> AovSums = {"normal.X", "normal.Y", "normal.Z", "albedo.R",
                                                  "albedo.G", "albedo.B", "depth.Z",  "object.id"};
+static constexpr const char* const AlphaSum = "A";
 
 // A damaged float may well look like any other.
 static std::string contentHash(const Film& film) {
-    return fmt::format("{:016x}", hashOf(std::as_bytes(film.aovSums()), hashOf(std::as_bytes(film.sums()))));
+    const std::uint64_t others = hashOf(std::as_bytes(film.aovSums()), hashOf(std::as_bytes(film.sums())));
+    return fmt::format("{:016x}", hashOf(std::as_bytes(film.alphaSums()), others));
 }
 
 // Counts below 2^24 are exact in floats, which every program reads as they are.
@@ -42,6 +44,8 @@ static std::vector<Layer> layersOf(const Film& film) {
                  const auto& [n, a, depth, object] = film.aovSums()[i];
                  std::ranges::copy(std::array{n.x, n.y, n.z, a.x, a.y, a.z, depth, static_cast<float>(object)}, to);
              }});
+    if (film.hasAlpha())
+        layers.push_back({{AlphaSum}, [&film](std::size_t i, float* to) { *to = film.alphaSums()[i]; }});
     return layers;
 }
 
@@ -107,6 +111,8 @@ Begun Checkpoint::begun(const Window& window) {
         throw damaged("it is of another size");
     std::vector<std::string> names = Sums;
     if (hasAovs()) names.insert(names.end(), AovSums.begin(), AovSums.end());
+    const bool hasAlpha = spec.channelindex(AlphaSum) >= 0;
+    if (hasAlpha) names.push_back(AlphaSum);
     std::vector<std::size_t> at;
     for (const std::string& name : names) {
         const int channel = spec.channelindex(name);
@@ -118,13 +124,14 @@ Begun Checkpoint::begun(const Window& window) {
     if (!m_file->input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data()))
         throw damaged(m_file->input->geterror());
 
-    Begun begun{Film(window, hasAovs()), {}};
+    Begun begun{Film(window, hasAovs(), hasAlpha), {}};
     const auto count = [](float v) { return v >= 0.0f && v <= 0x1p24f ? static_cast<unsigned>(v) : 0u; };
     for (std::size_t i = 0; i < window.size(); ++i) {
         const auto value = [&](std::size_t k) { return values[i * channels + at[k]]; };
         const auto vector = [&](std::size_t k) { return R3(value(k), value(k + 1), value(k + 2)); };
         begun.film.sums()[i] = {vector(0), count(value(3))};
         if (hasAovs()) begun.film.aovSums()[i] = {vector(4), vector(7), value(10), count(value(11))};
+        if (hasAlpha) begun.film.alphaSums()[i] = value(at.size() - 1);
     }
     RandomState& random = begun.random;
     if (std::sscanf(text(RandomName).c_str(), "%hu %hu %hu", random.data(), &random[1], &random[2]) != 3)

@@ -78,12 +78,8 @@ public:
         for (std::size_t i = 0; i < result.size(); ++i) result[i] = m_pixels[i].sum * share(i);
         return result;
     }
-    // Mean of each pixel's alphas, in [0, 1]; empty where the film keeps none.
-    std::vector<float> alphas() const {
-        std::vector<float> result(alphaSums().begin(), alphaSums().end());
-        for (std::size_t i = 0; i < result.size(); ++i) result[i] = std::clamp(result[i] * share(i), 0.0f, 1.0f);
-        return result;
-    }
+    // Mean of a pixel's alphas, in [0, 1]; of a film that keeps them.
+    float alpha(std::size_t pixel) const { return std::clamp(m_alphas[pixel] * share(pixel), 0.0f, 1.0f); }
     // What a pixel's sums are multiplied by.
     float share(std::size_t pixel) const {
         const unsigned samples = m_pixels[pixel].samples;

@@ -88,7 +88,7 @@ TEST(PixelFilter, AnEdgeIsAsSoftAsTheFilter) {
         world.fov = 90;
         world.view = View{R3(0, 0, 1), R3(), R3(0, 1, 0)};
         world.filter = filter;
-        world.phong().emissiveColor = White;
+        world.phong(Black).emissiveColor = White;
         world.addSquare(R3(100, 0, 0), R3(0, 0, 1), 100);  // the right half
         return world.render(1, 400, crop).film.pixels();
     };
