@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <iostream>
+#include <new>
 
 namespace oxbeam {
 
@@ -40,6 +41,12 @@ void Checkpointing::attachTo(RenderOptions& options) {
     options.save = [this](const Film& film) { save(film); };
 }
 
+void Checkpointing::warn(const char* message) {
+    if (!m_failing) std::cerr << fmt::format("oxbeam: warning: {}\n", message);
+    m_failing = true;
+}
+
+// Whatever goes wrong, the picture is worth more.
 bool Checkpointing::save(const Film& film) {
     if (m_command.checkpoint.empty()) return true;
     try {
@@ -48,8 +55,11 @@ bool Checkpointing::save(const Film& film) {
         writeCheckpoint(m_command.checkpoint, m_world.image, film, attributes);
         m_failing = false;
     } catch (const Error& e) {
-        if (!m_failing) std::cerr << fmt::format("oxbeam: warning: {}\n", e.what());
-        m_failing = true;
+        warn(e.what());
+    } catch (const std::bad_alloc&) {
+        warn(cannotWrite(m_command.checkpoint, "out of memory").what());
+    } catch (const std::exception& e) {
+        warn(cannotWrite(m_command.checkpoint, e.what()).what());
     }
     return !m_failing;
 }

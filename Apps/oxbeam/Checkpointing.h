@@ -30,6 +30,8 @@ public:
     double seconds() const { return m_before + m_clock.seconds(); }
 
 private:
+    void warn(const char* message);
+
     const RenderCommand& m_command;
     const World& m_world;
     const Inputs& m_inputs;

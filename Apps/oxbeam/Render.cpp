@@ -50,7 +50,7 @@ static std::string contents(const World& world) {
 
 ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     ProgressLine progress(command.quiet);
-    checkRenderArguments(command);
+    checkRenderArguments(command, registry);
     const std::unique_ptr<FileSink> standardOutput =
         toStandardOutput(command) ? std::make_unique<StandardOutput>() : nullptr;
     stopOnSignals();

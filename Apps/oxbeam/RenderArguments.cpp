@@ -1,21 +1,18 @@
 // What stands on the command line of the subcommands that render, and whether it makes sense.
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Apps/oxbeam/OutputFiles.h"
+#include "Engine/System/InputFile.h"
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <sstream>
 
 namespace oxbeam {
-
-namespace fs = std::filesystem;
 
 // "1280x720". Nine digits at most: longer numbers would be taken modulo 2^32.
 ImageSize parseSize(const std::string& text) {
@@ -43,10 +40,12 @@ Window parseCrop(const std::string& text, const ImageSize& image) {
 }
 
 void checkInput(const std::string& scene) {
-    if (!fs::exists(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: no such file", scene));
-    if (!fs::is_regular_file(scene)) throw Error(ExitStatus::InputOutput, fmt::format("{}: not a regular file", scene));
-    if (access(scene.c_str(), R_OK) != 0)
-        throw Error(ExitStatus::InputOutput, fmt::format("{}: cannot be read", scene));
+    const InputFile file = inputFile(scene);
+    const std::string why = file.state == InputFile::Readable     ? ""
+                            : file.state == InputFile::Missing    ? "no such file"
+                            : file.state == InputFile::NotRegular ? "not a regular file"
+                                                                  : "cannot be read: " + file.why;
+    if (!why.empty()) throw Error(ExitStatus::InputOutput, fmt::format("{}: {}", scene, why));
 }
 
 // What would make hours of rendering end in nothing is found out first.
@@ -155,10 +154,11 @@ static void checkPictureOptions(const RenderCommand& command) {
 }
 
 // Before anything is loaded.
-void checkRenderArguments(const RenderCommand& command) {
+void checkRenderArguments(const RenderCommand& command, const Registry& registry) {
     checkFormat(command);
     checkImageFormat(pictureName(command), {command.bits});
     if (!toStandardOutput(command)) checkWritable(command.output);
+    requireApart(outputsOf(command), inputsOf(command.scene, command.model, registry));
     checkPictureOptions(command);
     if (command.seconds && !(*command.seconds > 0.0))
         throw Error(ExitStatus::Usage,
@@ -168,8 +168,6 @@ void checkRenderArguments(const RenderCommand& command) {
     if (!isExr(command.checkpoint))
         throw Error(ExitStatus::Usage,
                     fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
-    if (fs::weakly_canonical(command.checkpoint) == fs::weakly_canonical(command.output))
-        throw Error(ExitStatus::Usage, "--checkpoint and --output name the same file");
     if (!(command.checkpointEvery >= 1.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--checkpoint-every {:g}: expected at least 1 second", command.checkpointEvery));

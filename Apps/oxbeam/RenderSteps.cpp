@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Apps/oxbeam/OutputFiles.h"
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
@@ -93,6 +94,7 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
     p.world = load(command.scene, {command.set, command.camera, modelSceneOptions(command.model, command.size)},
                    registry, command.quiet);
     if (!p.world) return p;
+    requireApart(outputsOf(command), inputsOf(p.world->files));
     choosePicture(command, *p.world);
     const OxRenderingObject& ro = *p.world->renderingObject;
     // Where there is a time to be filled, nobody asked for the scene's own number.

@@ -28,7 +28,7 @@ void checkInput(const std::string& scene);
 // What would make hours of rendering end in nothing is found out first.
 void checkOutput(const std::string& file, const ImageOptions& options);
 void checkModelOptions(const RenderCommand& command);
-void checkRenderArguments(const RenderCommand& command);
+void checkRenderArguments(const RenderCommand& command, const Registry& registry);
 // That the picture can have an alpha channel.
 void checkAlpha(const RenderCommand& command);
 bool toStandardOutput(const RenderCommand& command);

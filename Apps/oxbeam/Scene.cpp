@@ -1,4 +1,5 @@
 #include "Apps/oxbeam/Commands.h"
+#include "Apps/oxbeam/OutputFiles.h"
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/System/StoredFile.h"
 
@@ -24,13 +25,19 @@ ExitStatus runScene(const SceneCommand& command, const Registry& registry) {
     checkInput(command.model);
     if (isSceneFile(command.model))
         throw Error(ExitStatus::Usage, fmt::format("'{}' is a scene file already; expected a model", command.model));
-    if (!command.output.empty()) checkWritable(command.output);
+    NamedFiles outputs;
+    if (!command.output.empty()) {
+        checkWritable(command.output);
+        outputs = {{"--output", command.output}};
+        requireApart(outputs, inputsOf(command.model, command.options, registry));
+    }
     SceneAssets assets;
     Diagnostics diagnostics;
     const std::string text =
         describeModelScene(command.model, fs::path(command.output).parent_path(),
                            modelSceneOptions(command.options, command.size), registry, assets, diagnostics);
     for (const Diagnostic& d : diagnostics.sorted()) std::cerr << d.text() << '\n';
+    requireApart(outputs, inputsOf(assets.files()));
     if (command.output.empty()) {
         std::cout << text;
     } else {

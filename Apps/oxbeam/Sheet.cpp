@@ -1,6 +1,7 @@
 #include "Apps/oxbeam/Commands.h"
+#include "Apps/oxbeam/OutputFiles.h"
+#include "Apps/oxbeam/RenderSteps.h"
 #include "Engine/Output/ContactSheet.h"
-#include "Engine/Output/ImageFile.h"
 
 #include <fmt/format.h>
 
@@ -9,7 +10,10 @@
 namespace oxbeam {
 
 ExitStatus runSheet(const std::vector<std::string>& pictures, const std::string& output, unsigned columns) {
-    checkImageFormat(output);
+    checkOutput(output, {});
+    NamedFiles inputs;
+    for (const std::string& file : pictures) inputs.push_back({"the picture", file});
+    requireApart({{"--output", output}}, inputs);
     ContactSheet contacts(static_cast<unsigned>(pictures.size()), columns, 320, 214);
     for (const std::string& file : pictures) {
         checkInput(file);

@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Sweep.h"
 
+#include "Apps/oxbeam/OutputFiles.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
 #include "Apps/oxbeam/SweepValues.h"
@@ -105,6 +106,7 @@ std::vector<Cell> cellsOf(const std::vector<SweptSetting>& swept) {
 ExitStatus runSweep(const SweepCommand& command, const Registry& registry) {
     checkInput(command.render.scene);
     checkOutput(command.render.output, {});
+    requireApart(outputsOf(command.render), inputsOf(command.render.scene, {}, registry));
     RenderCommand base = command.render;
     const std::vector<SweptSetting> swept = takeSwept(base, registry);
     if (swept.empty()) return ExitStatus::BadScene;

@@ -156,6 +156,12 @@ void openStandardStreams() {
     if (opened > STDERR_FILENO) close(opened);
 }
 
+// What was asked for is there only now.
+int flushed(int status) {
+    if (!std::cout.flush()) throw Error(ExitStatus::InputOutput, "cannot write to standard output");
+    return status;
+}
+
 int parseAndRun(int argc, char** argv) {
     Arguments arguments;
     CLI::App app("Renders scenes with shading packages.", "oxbeam");
@@ -173,12 +179,10 @@ int parseAndRun(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        if (e.get_exit_code() == 0) return app.exit(e);  // help was asked for
+        if (e.get_exit_code() == 0) return flushed(app.exit(e));  // help was asked for
         throw Error(ExitStatus::Usage, usageError(app, e) + "\nRun with --help for more information.");
     }
-    const ExitStatus status = run(app, arguments);
-    if (!std::cout.flush()) throw Error(ExitStatus::InputOutput, "cannot write to standard output");
-    return static_cast<int>(status);
+    return flushed(static_cast<int>(run(app, arguments)));
 }
 
 int fail(ExitStatus status, const char* message) {
@@ -194,6 +198,8 @@ int main(int argc, char** argv) {
         return parseAndRun(argc, argv);
     } catch (const Error& e) {
         return fail(e.status(), e.what());
+    } catch (const std::filesystem::filesystem_error& e) {
+        return fail(ExitStatus::InputOutput, e.what());
     } catch (const std::bad_alloc&) {
         return fail(ExitStatus::BadScene, "out of memory");
     } catch (const std::exception& e) {

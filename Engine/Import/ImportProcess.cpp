@@ -106,10 +106,10 @@ void ImportProcess::failAsItEnded() {
     fail(fmt::format("crashes its reader ({})", strsignal(signal)));
 }
 
-std::uint64_t ImportProcess::ask(const fs::path& file, std::string what) {
+std::uint64_t ImportProcess::ask(const fs::path& file, std::string what, const std::string& words) {
     m_what = std::move(what);
     m_deadline = Clock::now() + 3 * std::chrono::seconds(m_limits.seconds);
-    const std::string name = file.empty() ? "" : fs::absolute(file).string();
+    const std::string name = file.empty() ? "" : words + fs::absolute(file).string();
     std::uint64_t length = name.size();
     const auto sent = [&](const void* data, std::size_t size) {
         return size == 0 || send(m_socket, data, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);

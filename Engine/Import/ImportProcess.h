@@ -32,8 +32,9 @@ public:
     ~ImportProcess();
 
     // Has it read a file, which messages call `what`, and answers the length of what it hands back; of no file, the
-    // version of the library that it reads with. Throws as the next does.
-    std::uint64_t ask(const std::filesystem::path& file, std::string what);
+    // version of the library that it reads with. Words in front of the file's name ask a program for something else of
+    // the file than it commonly reads. Throws as the next does.
+    std::uint64_t ask(const std::filesystem::path& file, std::string what, const std::string& words = {});
     // Takes the next bytes of it. Throws Error(BadScene) where the file breaks the process or a limit, and
     // Error(InputOutput) where somebody else ended the process.
     void take(void* to, std::size_t size);

@@ -4,10 +4,9 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ModelStream.h"
 #include "Engine/System/Hash.h"
+#include "Engine/System/InputFile.h"
 
 #include <fmt/format.h>
-
-#include <unistd.h>
 
 namespace oxbeam {
 
@@ -18,11 +17,11 @@ Model loadModel(const fs::path& file, const ImportLimits& limits) {
     const auto badModel = [&](const std::string& message) {
         return Error(ExitStatus::BadScene, fmt::format("{} {}", name, message));
     };
-    std::error_code problem;
-    const fs::file_status status = fs::status(file, problem);
-    if (!fs::exists(status)) throw badModel("does not exist");
-    if (!fs::is_regular_file(status)) throw badModel("is not a regular file");
-    if (access(file.c_str(), R_OK) != 0) throw badModel("cannot be read: permission denied");
+    const InputFile input = inputFile(file);
+    if (input.state == InputFile::Missing) throw badModel("does not exist");
+    if (input.state == InputFile::NotRegular) throw badModel("is not a regular file");
+    if (input.state == InputFile::Refused)
+        throw Error(ExitStatus::InputOutput, fmt::format("{} cannot be read: {}", name, input.why));
 
     ImportProcess process(ModelProgram, limits);
     std::vector<std::byte> bytes(process.ask(file, name));

@@ -94,7 +94,7 @@ struct Model {
 // Polygons are cut into triangles; normals are made where the file has none, smooth up to a crease of 45 degrees. Points
 // and lines are left out. The file is read by a process of its own, which malformed files may crash, hang or swell, and
 // which sees no file outside the model's folder. Throws Error(BadScene): the file is missing, no regular file, or no
-// model, or reading it took too much.
+// model, or reading it took too much; and Error(InputOutput) where the system refuses to read it.
 OXBEAM_API Model loadModel(const std::filesystem::path& file, const ImportLimits& limits = {});
 
 }  // namespace oxbeam

@@ -1,11 +1,15 @@
 #include "Engine/SceneFile/SceneDocument.h"
 
+#include "Engine/Diagnostics/Error.h"
+#include "Engine/System/InputFile.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
-#include <iterator>
 
 namespace oxbeam {
 
@@ -16,14 +20,20 @@ namespace fs = std::filesystem;
 static std::optional<std::string> readText(const fs::path& file, Diagnostics& diagnostics) {
     constexpr std::uintmax_t most = 64u << 20;
     const SourceLocation where{file.string(), 0, 0};
+    const auto cannotRead = [&](const std::string& why) {
+        return Error(ExitStatus::InputOutput, fmt::format("{}: cannot be read: {}", file.string(), why));
+    };
+    const InputFile input = inputFile(file);
+    if (input.state == InputFile::Refused) throw cannotRead(input.why);
+    if (input.state == InputFile::Missing) return diagnostics.error(where, "no such scene file"), std::nullopt;
+    if (input.state == InputFile::NotRegular) return diagnostics.error(where, "is not a regular file"), std::nullopt;
     std::error_code problem;
-    const fs::file_status status = fs::status(file, problem);
-    if (!fs::exists(status)) return diagnostics.error(where, "no such scene file"), std::nullopt;
-    if (!fs::is_regular_file(status)) return diagnostics.error(where, "is not a regular file"), std::nullopt;
     if (fs::file_size(file, problem) > most) return diagnostics.error(where, "is larger than 64 MiB"), std::nullopt;
     std::ifstream stream(file, std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(stream)), {});
-    if (!stream.good() && !stream.eof()) return diagnostics.error(where, "cannot be read"), std::nullopt;
+    std::string text, chunk(1u << 16, '\0');
+    while (stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size())) || stream.gcount() > 0)
+        text.append(chunk, 0, static_cast<std::size_t>(stream.gcount()));
+    if (stream.bad() || !stream.eof()) throw cannotRead(std::strerror(errno));
     return text;
 }
 

@@ -51,6 +51,14 @@ static fs::path followed(fs::path file) {
     return file;
 }
 
+static fs::path folderOf(const fs::path& file) { return file.has_parent_path() ? file.parent_path() : fs::path("."); }
+
+fs::path storedAt(const fs::path& file) {
+    const fs::path last = followed(file);
+    std::error_code problem;
+    return fs::weakly_canonical(folderOf(last), problem) / last.filename();
+}
+
 StoredFile::StoredFile(const fs::path& target) : m_target(target) {
     openFolder();
     checkTarget();
@@ -65,7 +73,7 @@ void StoredFile::openFolder() {
     struct stat old {};
     if (stat(m_target.c_str(), &old) == 0 && !S_ISREG(old.st_mode)) fail("it exists and is not a regular file");
     const fs::path file = followed(m_target);
-    const fs::path folder = file.has_parent_path() ? file.parent_path() : fs::path(".");
+    const fs::path folder = folderOf(file);
     m_name = file.filename().string();
     if (m_name.empty()) fail("it names no file");
     m_folder = Descriptor(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));

@@ -84,6 +84,9 @@ private:
     std::vector<std::uint64_t> m_hashes;
 };
 
+// Where a file of that name is written: links are followed, also those to what is not there yet.
+OXBEAM_API std::filesystem::path storedAt(const std::filesystem::path& file);
+
 // All of a text at once. Throws Error(InputOutput).
 OXBEAM_API void storeFile(const std::filesystem::path& file, std::string_view text);
 

@@ -4,6 +4,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ImportProcess.h"
 #include "Engine/Import/PictureStream.h"
+#include "Engine/System/InputFile.h"
 
 #include <fmt/format.h>
 
@@ -20,13 +21,12 @@ static Error badTexture(const std::string& name, const std::string& message) {
     return {ExitStatus::BadScene, fmt::format("texture '{}' {}", name, message)};
 }
 
-// Before the decoder sees it: a pipe or a device would never end.
 static void checkFile(const fs::path& file) {
-    std::error_code problem;
-    const fs::file_status status = fs::status(file, problem);
-    if (!fs::exists(status)) throw badTexture(file.string(), "does not exist");
-    if (!fs::is_regular_file(status)) throw badTexture(file.string(), "is not a regular file");
-    if (access(file.c_str(), R_OK) != 0) throw badTexture(file.string(), "cannot be read: permission denied");
+    const InputFile input = inputFile(file);
+    if (input.state == InputFile::Missing) throw badTexture(file.string(), "does not exist");
+    if (input.state == InputFile::NotRegular) throw badTexture(file.string(), "is not a regular file");
+    if (input.state == InputFile::Refused)
+        throw Error(ExitStatus::InputOutput, fmt::format("texture '{}' cannot be read: {}", file.string(), input.why));
 }
 
 // ---- What comes back

@@ -14,7 +14,7 @@ class ImportProcess;
 // Decodes pictures in a process of its own, which malformed ones may crash, hang or swell; it takes one after the other.
 // Bytes and words are taken as sRGB unless the file says otherwise, floats as linear; `space` overrides both. Throws
 // Error(BadScene): the file is missing, no regular file, no picture, cut off, or absurdly large, or decoding it took too
-// much.
+// much; and Error(InputOutput) where the system refuses to read it.
 class OXBEAM_API TextureReader {
 public:
     TextureReader();

@@ -115,8 +115,7 @@ TEST_F(Command, WhatCannotBeResumedIsRefused) {
              {"none.exr", 5, refused + "'none.exr': there is no such checkpoint\n"},
              {"picture.exr", 5, refused + "'picture.exr': it is a picture, but no checkpoint\n"},
              {"short.exr", 5, error + "checkpoint 'short.exr' is damaged: "},
-             {"flipped.exr", 5,
-              error + "checkpoint 'flipped.exr' is damaged: its pixels are not those that were saved\n"},
+             {"flipped.exr", 5, error + "checkpoint 'flipped.exr' is damaged: it does not hold what was saved\n"},
              {"scene.toml", 2, error + "--checkpoint 'scene.toml': expected a name that ends in .exr\n"},
          }) {
         SCOPED_TRACE(c.arguments);

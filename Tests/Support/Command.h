@@ -22,11 +22,10 @@ struct Outcome {
 // The command at work in the scratch folder; arguments are separated by blanks.
 class Process {
 public:
-    explicit Process(const std::string& arguments) {
+    explicit Process(const std::string& arguments) : Process(OXBEAM_COMMAND, split("oxbeam " + arguments)) {}
+    Process(const char* program, std::vector<std::string> words) {
         static int count = 0;
         m_name = std::to_string(++count);
-        std::istringstream stream("oxbeam " + arguments);
-        std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
         std::vector<char*> argv;
         for (std::string& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
@@ -36,7 +35,7 @@ public:
         const auto redirect = [](const std::string& file, int to) {
             return dup2(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), to) == to;
         };
-        if (chdir(folder.c_str()) == 0 && redirect(out, 1) && redirect(err, 2)) execv(OXBEAM_COMMAND, argv.data());
+        if (chdir(folder.c_str()) == 0 && redirect(out, 1) && redirect(err, 2)) execv(program, argv.data());
         _exit(127);
     }
 
@@ -49,11 +48,21 @@ public:
     }
 
 private:
+    static std::vector<std::string> split(const std::string& text) {
+        std::istringstream stream(text);
+        return {std::istream_iterator<std::string>(stream), {}};
+    }
+
     std::string m_name;
     pid_t m_child;
 };
 
 inline Outcome run(const std::string& arguments) { return Process(arguments).finish(); }
+
+// What a shell makes of a script in which $oxbeam is the command.
+inline Outcome shell(const std::string& script) {
+    return Process("/bin/bash", {"bash", "-c", "oxbeam='" OXBEAM_COMMAND "'; " + script}).finish();
+}
 
 struct Failure {
     std::string arguments;

@@ -1,4 +1,5 @@
 // The program that decodes pictures.
+#include "Engine/Import/ExrStream.h"
 #include "Engine/Import/Helper/Requests.h"
 #include "Engine/Import/PictureStream.h"
 
@@ -105,6 +106,68 @@ static std::vector<std::byte> readPicture(const fs::path& file) {
                    : decode<float>(file, *input, header);
 }
 
+// ---- EXR pictures as they are stored
+
+static std::unique_ptr<OIIO::ImageInput> openExr(const fs::path& file) {
+    auto input = OIIO::ImageInput::create("openexr");  // no other decoder gets to see it
+    OIIO::ImageSpec spec;
+    if (!input) refuse(OIIO::geterror());
+    if (!input->open(file.string(), spec)) refuse(input->geterror());
+    if (spec.deep || spec.depth != 1 || spec.tile_width != 0) refuse("it is no picture of rows");
+    if (spec.format != OIIO::TypeDesc::FLOAT || !spec.channelformats.empty()) refuse("it is not of floats");
+    const auto most = static_cast<int>(MaxPictureSide);
+    if (spec.width < 1 || spec.height < 1 || spec.width > most || spec.height > most || spec.nchannels < 1 ||
+        spec.nchannels > static_cast<int>(MaxExrChannels))
+        refuse("it claims an absurd size");
+    return input;
+}
+
+static std::vector<std::byte> exrHeader(const OIIO::ImageSpec& spec, const PictureHeader& header) {
+    const ExrOrigin origin{spec.x, spec.y};
+    std::string texts;
+    const auto add = [&texts](const std::string& text) { texts.append(text.c_str(), text.size() + 1); };
+    for (const std::string& name : spec.channelnames) add(name);
+    for (const OIIO::ParamValue& a : spec.extra_attribs) {
+        if (!a.name().string().starts_with(ExrAttributes)) continue;
+        add(a.name().string());
+        add(a.type() == OIIO::TypeString  ? attributeText(a.get_string())
+            : a.type() == OIIO::TypeInt   ? attributeText(a.get_int())
+            : a.type() == OIIO::TypeFloat ? attributeText(a.get_float())
+                                          : "?");
+    }
+    std::vector<std::byte> bytes(sizeof header + sizeof origin + texts.size());
+    std::memcpy(bytes.data(), &header, sizeof header);
+    std::memcpy(bytes.data() + sizeof header, &origin, sizeof origin);
+    std::memcpy(bytes.data() + sizeof header + sizeof origin, texts.data(), texts.size());
+    return bytes;
+}
+
+static std::vector<std::byte> readExr(const fs::path& file, const ExrRequest& rows) {
+    const auto input = openExr(file);
+    const OIIO::ImageSpec& spec = input->spec();
+    PictureHeader header;
+    header.width = static_cast<std::uint32_t>(spec.width), header.height = static_cast<std::uint32_t>(spec.height);
+    header.channels = static_cast<std::uint32_t>(spec.nchannels), header.valueBytes = sizeof(float);
+    if (rows.count == 0) return exrHeader(spec, header);
+    if (rows.first >= header.height || rows.count > header.height - rows.first) refuse("it has no such rows");
+    header.height = rows.count;
+    std::vector<std::byte> bytes(sizeof header + header.texelBytes());
+    std::memcpy(bytes.data(), &header, sizeof header);
+    const int top = spec.y + static_cast<int>(rows.first);
+    if (!input->read_scanlines(0, 0, top, top + static_cast<int>(rows.count), 0, 0, spec.nchannels,
+                               OIIO::TypeDesc::FLOAT, bytes.data() + sizeof header))
+        refuse(input->geterror());
+    return bytes;
+}
+
+// ---- Requests
+
+static std::vector<std::byte> readAsAsked(const fs::path& request) {
+    std::string name = request.string();
+    ExrRequest rows;
+    return rows.takeFrom(name) ? readExr(name, rows) : readPicture(name);
+}
+
 static std::vector<std::byte> failure(const std::string& why) {
     const PictureHeader none;
     std::vector<std::byte> bytes(sizeof none + why.size());
@@ -121,5 +184,5 @@ int main(int argc, char** argv) {
     return serveRequests(argc, argv,
                          {std::to_string(version / 10000) + '.' + std::to_string(version / 100 % 100) + '.' +
                               std::to_string(version % 100),
-                          readPicture, failure});
+                          readAsAsked, failure});
 }
