@@ -4,6 +4,7 @@
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxSampler.h"
 
+#include <cmath>
 #include <optional>
 
 namespace oxbeam {
@@ -60,7 +61,8 @@ Matte::Sample Matte::shade(OxState& state, const Session& session, const Primary
     if (numbers) *numbers = *before;
     s_straight.backdrop = 1.0f;
     const R3 through = Session::shade(state) - color;
-    return {color, 1.0f - (through.x + through.y + through.z) / 3.0f};
+    const float alpha = 1.0f - (through.x + through.y + through.z) / 3.0f;
+    return {color, std::isfinite(alpha) ? alpha : 1.0f};
 }
 
 }  // namespace oxbeam

@@ -20,7 +20,7 @@ public:
 
     struct Sample {
         R3 color;            // of the things alone, as much as is seen of them
-        float alpha = 1.0f;  // 1: nothing behind them is seen
+        float alpha = 1.0f;  // finite; 1: nothing behind them is seen
     };
     // Along a primary ray that has its record and was shot, in a session in which this stands in for the environment.
     Sample shade(OxState& state, const Session& session, const PrimarySample& sample);

@@ -95,7 +95,8 @@ private:
     void keepAovs(unsigned x, unsigned y, const AovSample& sample);
     void sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors);
     void sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas);
-    std::uint64_t keep(const Window& window, const TileColors& colors, const TileAlphas* alphas);
+    std::uint64_t keep(const Window& window, const TileColors& colors);
+    void keepAlphas(const Window& window, const TileAlphas& alphas);
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
 
     World& m_world;
@@ -152,10 +153,11 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     if (m_matte) {
         TileAlphas alphas;
         sampleTile(sample, window, colors, alphas);
-        return finishTile(record, keep(window, colors, &alphas));
+        keepAlphas(window, alphas);
+    } else {
+        sampleTile(sample, window, colors);
     }
-    sampleTile(sample, window, colors);
-    finishTile(record, keep(window, colors, nullptr));
+    finishTile(record, keep(window, colors));
 }
 
 void Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors) {
@@ -185,18 +187,24 @@ void Frame::sampleTile(const PrimarySample& sample, const Window& window, TileCo
 }
 
 // In one go, since the film's memory is far away by then. Answers the number of bad samples, which are kept as black.
-std::uint64_t Frame::keep(const Window& window, const TileColors& colors, const TileAlphas* alphas) {
+std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
     std::uint64_t bad = 0;
     const Window seen = window.shared(m_film.window());
     for (unsigned y = seen.y0; y < seen.y1; ++y)
         for (unsigned x = seen.x0; x < seen.x1; ++x) {
-            const std::size_t i = std::size_t{y - window.y0} * TileSize + (x - window.x0);
-            const bool good = IsFinite(colors[i]) && (!alphas || std::isfinite((*alphas)[i]));
-            m_film.add(x, y, good ? colors[i] : Black);
-            if (alphas) m_film.addAlpha(x, y, good ? (*alphas)[i] : 1.0f);
+            const R3& color = colors[std::size_t{y - window.y0} * TileSize + (x - window.x0)];
+            const bool good = IsFinite(color);
+            m_film.add(x, y, good ? color : Black);
             bad += !good;
         }
     return bad;
+}
+
+void Frame::keepAlphas(const Window& window, const TileAlphas& alphas) {
+    const Window seen = window.shared(m_film.window());
+    for (unsigned y = seen.y0; y < seen.y1; ++y)
+        for (unsigned x = seen.x0; x < seen.x1; ++x)
+            m_film.addAlpha(x, y, alphas[std::size_t{y - window.y0} * TileSize + (x - window.x0)]);
 }
 
 // Shoots a pixel's primary ray; false where the camera makes none.
