@@ -158,6 +158,9 @@ void checkRenderArguments(const RenderCommand& command, const Registry& registry
     checkFormat(command);
     checkImageFormat(pictureName(command), {command.bits});
     if (!toStandardOutput(command)) checkWritable(command.output);
+    if (!command.checkpoint.empty() && !isExr(command.checkpoint))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
     requireApart(outputsOf(command), inputsOf(command.scene, command.model, registry));
     checkPictureOptions(command);
     if (command.seconds && !(*command.seconds > 0.0))
@@ -165,9 +168,6 @@ void checkRenderArguments(const RenderCommand& command, const Registry& registry
                     fmt::format("--time {:g}: expected a number of seconds above 0", *command.seconds));
     if (!command.stats.empty()) checkWritable(command.stats);
     if (command.checkpoint.empty()) return;
-    if (!isExr(command.checkpoint))
-        throw Error(ExitStatus::Usage,
-                    fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
     if (!(command.checkpointEvery >= 1.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--checkpoint-every {:g}: expected at least 1 second", command.checkpointEvery));

@@ -87,6 +87,7 @@ struct Model {
     std::vector<ModelCamera> cameras;
     std::vector<ModelLight> lights;
     std::vector<std::string> warnings;
+    std::vector<std::string> files;  // that were read beside it, as seen from its folder; textures are not among them
     Axis up = Y;
     std::uint64_t hash = 0;  // of all that was read
 };

@@ -141,7 +141,7 @@ void passModel(Stream& s, AnyModel& model) {
         t.plain(light.innerAngle);
         t.plain(light.outerAngle);
     });
-    s.each(model.warnings, [](auto& t, auto& text) { t.text(text); });
+    for (auto* texts : {&model.warnings, &model.files}) s.each(*texts, [](auto& t, auto& text) { t.text(text); });
     s.plain(model.up);
 }
 

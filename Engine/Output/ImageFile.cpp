@@ -177,12 +177,14 @@ private:
     std::exception_ptr m_failure;
 };
 
-// Some rows at a time, as many as any compression takes together; `put` puts a pixel's values into place.
+// Some megabytes of rows at a time, since blocks of 16 are compressed side by side; `put` puts a pixel's values into
+// place.
 template <class T, class Put>
 static bool writeRows(OIIO::ImageOutput& output, const Put& put) {
-    constexpr int together = 32;
+    constexpr std::size_t most = 8u << 20;  // bytes
     const OIIO::ImageSpec& spec = output.spec();
     const auto channels = static_cast<std::size_t>(spec.nchannels), width = static_cast<std::size_t>(spec.width);
+    const int together = static_cast<int>(std::max<std::size_t>(1, most / (16 * channels * width * sizeof(T)))) * 16;
     std::vector<T> values(channels * width * static_cast<std::size_t>(std::min(together, spec.height)));
     bool good = true;
     std::size_t pixel = 0;

@@ -2,6 +2,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/System/Hash.h"
+#include "Engine/System/InputFile.h"
 
 #include <fmt/format.h>
 
@@ -20,6 +21,9 @@ Model& SceneAssets::model(const fs::path& file) {
     if (known != m_models.end()) return known->second;
     Model& loaded = m_models.emplace(key, readModel(file)).first->second;
     m_files[key] = loaded.hash;
+    for (const std::string& name : loaded.files)
+        if (const fs::path read = keyOf(key.parent_path() / name); inputFile(read).state == InputFile::Readable)
+            m_files[read] = hashOfFile(read);
     return loaded;
 }
 

@@ -120,6 +120,8 @@ TEST_F(Command, NoOutputIsAnInputOrAnotherOutput) {
         {"render textured.toml -o wood.png", "--output 'wood.png'" + wood},
         {"render textured.toml -o link.png", "--output 'link.png'" + wood},
         {"render tri.obj -o p.png --stats hard.png", "--stats 'hard.png'" + wood},
+        {"render tri.obj -o p.png --stats tri.mtl",
+         "--stats 'tri.mtl'" + would + "the file '" + (scratch() / "tri.mtl").string() + "'" + read},
         {"sweep textured.toml --set shader.body.shininess=1,2 -o link.png", "--output 'link.png'" + wood},
         {"sheet link.png -o wood.png", "--output 'wood.png'" + would + "the picture 'link.png'" + read},
     };
@@ -137,12 +139,11 @@ TEST_F(Command, NoOutputIsAnInputOrAnotherOutput) {
 
 TEST_F(Command, APackageIsNoOutputEither) {
     fs::create_directory(scratch() / "packages");
-    fs::copy_file(KEL_LIBRARY, scratch() / "packages/libKel.so");
-    const Outcome outcome =
-        shell("$oxbeam render scene.toml -o p.png --package-path packages --stats packages/libKel.so");
+    fs::copy_file(TEST_PACKAGES "/libStranger.so", scratch() / "packages/libStranger.so");
+    const Outcome outcome = run("render scene.toml -o p.png --package-path packages --stats packages/libStranger.so");
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_THAT(outcome.err, HasSubstr("--stats 'packages/libKel.so' would overwrite the package '"));
-    EXPECT_EQ(fs::file_size(scratch() / "packages/libKel.so"), fs::file_size(KEL_LIBRARY));
+    EXPECT_THAT(outcome.err, HasSubstr("--stats 'packages/libStranger.so' would overwrite the package '"));
+    EXPECT_TRUE(contentOf("packages/libStranger.so") == contentOf(TEST_PACKAGES "/libStranger.so"));
 }
 
 // ---- What the system refuses

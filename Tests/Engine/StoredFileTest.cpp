@@ -37,8 +37,9 @@ TEST_F(StoredFiles, WhatIsWrittenInAnyOrderIsInItsPlace) {
     const auto upTo = [&](std::size_t most) { return std::uniform_int_distribution<std::size_t>(0, most)(random); };
     std::string expected;
     StoredFile file(m_file);
-    for (int i = 0; i < 60; ++i) {
-        const std::size_t at = upTo(expected.size() + 300'000), size = upTo(i % 3 ? 5000 : 700'000);
+    for (int i = 0; i < 120; ++i) {
+        const std::size_t at = i % 4 ? upTo(expected.size()) : expected.size() + upTo(100'000);
+        const std::size_t size = upTo(i % 3 ? 5000 : 700'000);
         const std::string part(size, static_cast<char>('a' + i % 26));
         if (expected.size() < at + size) expected.resize(at + size, '\0');
         expected.replace(at, size, part);

@@ -199,6 +199,7 @@ Model readModel(const fs::path& file) {
     if (said == "No meshes remaining") throw std::runtime_error("it has no triangles, only points or lines");
     if (!scene) throw std::runtime_error(said);
     Model model;
+    model.files.assign(folder->opened().begin(), folder->opened().end());
     if (gltf)
         for (const std::string& name : gltf->unknownRequiredExtensions())
             model.warnings.push_back("the file requires the extension '" + name +

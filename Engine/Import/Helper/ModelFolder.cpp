@@ -30,6 +30,7 @@ Assimp::IOStream* ModelFolder::Open(const char* name, const char* mode) {
         const std::string& text = *m_replacement;
         return new Assimp::MemoryIOStream(reinterpret_cast<const uint8_t*>(text.data()), text.size());
     }
+    if (*file != m_model) m_opened.insert(file->lexically_relative(m_folder).string());
     const std::string path = file->string();
     return DefaultIOSystem::Open(path.c_str(), mode);
 }

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace oxbeam {
@@ -23,10 +24,13 @@ public:
     std::optional<std::filesystem::path> find(const std::string& name) const;
     const std::filesystem::path& folder() const { return m_folder; }
     const std::filesystem::path& model() const { return m_model; }
+    // What was opened beside the model, as seen from the folder.
+    const std::set<std::string>& opened() const { return m_opened; }
 
 private:
     std::filesystem::path m_folder, m_model;  // canonical
     std::optional<std::string> m_replacement;
+    std::set<std::string> m_opened;
 };
 
 }  // namespace oxbeam
