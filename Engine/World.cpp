@@ -7,6 +7,11 @@
 
 namespace oxbeam {
 
+const std::vector<std::string>& backgroundNames() {
+    static const std::vector<std::string> names = {"environment", "transparent"};
+    return names;
+}
+
 World::World() = default;
 
 World::~World() = default;

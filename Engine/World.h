@@ -1,7 +1,9 @@
 // Everything that a picture is made from: the objects of a scene with their parameters, geometry, textures, view.
 #pragma once
 
+#include "Engine/Output/Display.h"
 #include "Engine/Packages/Registry.h"
+#include "Engine/Render/PixelFilter.h"
 #include "Engine/Scene/SceneGeometry.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxContext.h"
@@ -35,6 +37,9 @@ struct BaseColor {
     const Oxint* texture = nullptr;  // an id
 };
 
+// What is seen where nothing is: the environment, or nothing ("transparent"), in this order.
+OXBEAM_API const std::vector<std::string>& backgroundNames();
+
 // What no sensible picture exceeds. Rays nested deeper than the limit would run out of stack.
 inline constexpr unsigned MaxImageSide = 1u << 16;
 inline constexpr unsigned MaxSamples = 1'000'000;
@@ -51,6 +56,9 @@ public:
     TextureList textures;
     SceneGeometry geometry;
     ImageSize image;
+    Tone tone;  // of pictures for displays
+    PixelFilter filter;
+    bool transparentBackground = false;            // the picture has an alpha channel instead of the environment
     std::optional<View> view;                      // none: the whole scene is framed
     float fov = 40.0f;                             // vertical angle of the picture, degrees
     std::optional<float> rayEpsilon;               // none: follows the size of the scene

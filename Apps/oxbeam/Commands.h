@@ -11,10 +11,11 @@
 
 namespace oxbeam {
 
-// What can be said of a model that is given in place of a scene file.
+// What can be said of a model that is given in place of a scene file; the background also of a scene file.
 struct ModelCommand {
     std::string shader, environment, view;  // or nothing
     float rotateEnvironment = 0.0f;         // degrees
+    std::string background;                 // "transparent", "environment", or a colour; or nothing
     std::string ground = "shadow";          // or "none"
 };
 
@@ -22,13 +23,18 @@ struct RenderCommand {
     std::string text;  // the command line
     std::string scene;
     ModelCommand model;
-    std::string output;
+    std::string output;  // or "-" for standard output
+    std::string format;  // of what goes to standard output, "png"
     std::string size;    // "WxH", or nothing for the scene's own
     std::string crop;    // "x0,y0,x1,y1", or nothing for the whole picture
     std::string camera;  // one of the scene's named cameras, or nothing
     std::optional<unsigned> samples;
     std::optional<unsigned> threads;
     unsigned bits = 8;
+    std::string tone;  // a curve, or nothing for the scene's
+    std::optional<float> exposure;
+    std::string filter;  // "gaussian", or nothing for the scene's
+    std::optional<float> filterWidth;
     std::vector<std::string> set;
     std::string stats;  // file, or nothing
     std::string aov;    // "depth,normal", or nothing

@@ -27,6 +27,9 @@ static void addOptions(const RenderCommand& command, const World& world, const R
     inputs["--crop"] = fmt::format("{},{},{},{}", crop.x0, crop.y0, crop.x1, crop.y1);
     inputs["--camera"] = command.camera;
     inputs["--set"] = fmt::format("{}", fmt::join(command.set, " "));
+    inputs["--background"] = backgroundNames()[world.transparentBackground];
+    inputs["--filter"] = pixelFilterNames()[world.filter.kind];
+    inputs["--filter-width"] = fmt::format("{}", world.filter.width);
     inputs["--packets"] = options.packets ? "on" : "off";
     inputs["--isa"] = command.isa.empty() ? SceneGeometry::defaultIsa() : command.isa;
     inputs["--shader"] = m.shader;

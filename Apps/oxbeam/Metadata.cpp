@@ -53,7 +53,8 @@ static std::string objectNames(const World& world) {
 
 ImageOptions pictureOptions(const RenderCommand& command, const World& world, const Inputs& inputs, const Film& film,
                             double seconds) {
-    ImageOptions options{command.bits};
+    ImageOptions options{command.bits, world.tone};
+    if (film.hasAlpha()) options.alpha = {{"A"}, [&film](std::size_t i, float* to) { *to = film.alpha(i); }};
     options.placement = {film.window(), world.image};
     options.attributes = attributesOf(command, world, inputs, film, seconds);
     for (const Aov aov : parseAovs(command.aov)) {

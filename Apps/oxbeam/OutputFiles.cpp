@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/OutputFiles.h"
 
+#include "Apps/oxbeam/RenderSteps.h"
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
@@ -38,7 +39,7 @@ NamedFiles outputsOf(const RenderCommand& command) {
         if (!file.empty()) outputs.push_back({option, file});
     };
     add("--checkpoint", command.checkpoint);
-    add("--output", command.output);
+    add("--output", toStandardOutput(command) ? "" : command.output);
     add("--stats", command.stats);
     return outputs;
 }

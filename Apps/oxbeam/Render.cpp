@@ -4,10 +4,12 @@
 #include "Apps/oxbeam/Metadata.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Engine/System/StandardOutput.h"
 
 #include <fmt/format.h>
 
 #include <iostream>
+#include <memory>
 
 namespace oxbeam {
 
@@ -30,6 +32,14 @@ static void sayRendered(const RenderResult& result, const RenderOptions& options
                               1e-6 * static_cast<double>(rays) / seconds));
 }
 
+static void writePicture(const RenderCommand& command, FileSink* standardOutput, const Film& film,
+                         const ImageOptions& options) {
+    const Window& window = film.window();
+    if (!standardOutput) return writeImage(command.output, window.width(), window.height(), film.pixels(), options);
+    writeImage(*standardOutput, pictureName(command), window.width(), window.height(), film.pixels(), options);
+    standardOutput->finish();
+}
+
 // What there is to be seen of a world, in words.
 static std::string contents(const World& world) {
     const auto some = [](std::uint64_t number, const char* what) {
@@ -41,6 +51,8 @@ static std::string contents(const World& world) {
 ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     ProgressLine progress(command.quiet);
     checkRenderArguments(command, registry);
+    const std::unique_ptr<FileSink> standardOutput =
+        toStandardOutput(command) ? std::make_unique<StandardOutput>() : nullptr;
     stopOnSignals();
     Times times;
     if (!command.size.empty()) reservePicture(command, parseSize(command.size));  // known before anything is loaded
@@ -49,6 +61,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     auto [world, options, threads] = prepare(command, registry);
     if (!world) return ExitStatus::BadScene;
     if (stopWanted()) return stoppedStatus();
+    if (options.alpha) checkAlpha(command);
     const MemoryCharge writingMemory = reservePicture(command, world->image);
     const Inputs inputs = inputsOf(command, *world, options);
     Checkpointing saving(command, *world, inputs);
@@ -77,9 +90,10 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     const Window& window = result.film.window();
     const ImageOptions description = pictureOptions(command, *world, inputs, result.film, saving.seconds());
     const bool saved = saving.save(result.film);
-    writeImage(command.output, window.width(), window.height(), result.film.pixels(), description);
+    writePicture(command, standardOutput.get(), result.film, description);
     times.write = writing.seconds();
-    progress.step(fmt::format("wrote {} ({} x {})", command.output, window.width(), window.height()));
+    progress.step(fmt::format("wrote {} ({} x {})", toStandardOutput(command) ? "standard output" : command.output,
+                              window.width(), window.height()));
     if (!command.stats.empty()) writeStatistics(command.stats, *world, result, times, threads);
     if (!saved)
         throw Error(ExitStatus::InputOutput,

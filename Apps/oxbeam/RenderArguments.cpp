@@ -80,6 +80,16 @@ void checkModelOptions(const RenderCommand& command) {
         throw Error(ExitStatus::Usage, fmt::format("{} is for models; '{}' is a scene file", given, command.scene));
 }
 
+std::optional<unsigned> parseWord(const std::string& option, const std::string& value,
+                                  const std::vector<std::string>& words) {
+    if (value.empty()) return std::nullopt;
+    const auto found = std::find(words.begin(), words.end(), value);
+    if (found == words.end())
+        throw Error(ExitStatus::Usage, fmt::format("{} {}: expected one of {}{}", option, value, fmt::join(words, ", "),
+                                                   didYouMean(value, words)));
+    return static_cast<unsigned>(found - words.begin());
+}
+
 // "depth,normal", each once.
 std::vector<Aov> parseAovs(const std::string& text) {
     const std::vector<std::string>& names = aovNames();
@@ -96,17 +106,64 @@ std::vector<Aov> parseAovs(const std::string& text) {
     return aovs;
 }
 
+bool toStandardOutput(const RenderCommand& command) { return command.output == "-"; }
+
+std::string pictureName(const RenderCommand& command) {
+    return toStandardOutput(command) ? "standard output." + command.format : command.output;
+}
+
+void checkAlpha(const RenderCommand& command) {
+    if (const std::string name = pictureName(command); !hasRoomForAlpha(name))
+        throw Error(ExitStatus::Usage, fmt::format("a transparent background: '{}' has no room for alpha; expected a "
+                                                   "name that ends in .png, .tif or .exr",
+                                                   name));
+}
+
+static void checkFormat(const RenderCommand& command) {
+    const bool given = parseWord("--format", command.format, imageFormats()).has_value();
+    if (toStandardOutput(command) && !given)
+        throw Error(ExitStatus::Usage,
+                    fmt::format("-o -: expected --format with one of {}", fmt::join(imageFormats(), ", ")));
+    if (given && !toStandardOutput(command))
+        throw Error(ExitStatus::Usage, fmt::format("--format is for -o -; '{}' tells its format", command.output));
+}
+
+static void checkRange(const char* option, const std::optional<float>& value, float least, float most) {
+    if (value && !(*value >= least && *value <= most))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("{} {:g}: expected a number from {:g} to {:g}", option, *value, least, most));
+}
+
+static void checkPictureOptions(const RenderCommand& command) {
+    const std::string name = pictureName(command);
+    checkRange("--exposure", command.exposure, -MostExposure, MostExposure);
+    checkRange("--filter-width", command.filterWidth, LeastFilterWidth, MostFilterWidth);
+    parseWord("--tone", command.tone, toneCurveNames());
+    parseWord("--filter", command.filter, pixelFilterNames());
+    if (isSceneFile(command.scene)) parseWord("--background", command.model.background, backgroundNames());
+    if (command.model.background == backgroundNames()[1]) checkAlpha(command);
+    if (const char* given = command.exposure        ? "--exposure"
+                            : !command.tone.empty() ? "--tone"
+                                                    : nullptr;
+        given && !isForDisplay(name))
+        throw Error(ExitStatus::Usage, fmt::format("{}: '{}' keeps the light as it is; expected a name that ends in "
+                                                   ".png, .jpg or .tif",
+                                                   given, name));
+    if (!parseAovs(command.aov).empty() && !isExr(name))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--aov: '{}' has no room for layers; expected a name that ends in .exr", name));
+}
+
 // Before anything is loaded.
 void checkRenderArguments(const RenderCommand& command, const Registry& registry) {
-    checkOutput(command.output, {command.bits});
+    checkFormat(command);
+    checkImageFormat(pictureName(command), {command.bits});
+    if (!toStandardOutput(command)) checkWritable(command.output);
     if (!command.checkpoint.empty() && !isExr(command.checkpoint))
         throw Error(ExitStatus::Usage,
                     fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
     requireApart(outputsOf(command), inputsOf(command.scene, command.model, registry));
-    if (!parseAovs(command.aov).empty() && !isExr(command.output))
-        throw Error(
-            ExitStatus::Usage,
-            fmt::format("--aov: '{}' has no room for layers; expected a name that ends in .exr", command.output));
+    checkPictureOptions(command);
     if (command.seconds && !(*command.seconds > 0.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--time {:g}: expected a number of seconds above 0", *command.seconds));

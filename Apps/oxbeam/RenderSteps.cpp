@@ -99,9 +99,24 @@ MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image
     // The colours and what they are encoded to; with layers, those, all pixel by pixel, and the file.
     constexpr std::uint64_t colors = 2 * sizeof(R3), layers = 3 * sizeof(AovSample);
     const std::uint64_t writing = window.size() * (aovs.empty() ? colors : colors + layers);
-    MemoryCharge memory(MemoryUse::Picture, Film::bytes(window, needFilm(aovs)) + writing, Film::describe(window));
+    MemoryCharge memory(MemoryUse::Picture, Film::bytes(window, needFilm(aovs), true) + writing,
+                        Film::describe(window));
     memory.shrinkTo(writing);
     return memory;
+}
+
+void choosePicture(const RenderCommand& command, World& world) {
+    if (!command.size.empty()) world.image = parseSize(command.size);
+    if (command.exposure) world.tone.exposure = *command.exposure;
+    if (const auto curve = parseWord("--tone", command.tone, toneCurveNames()))
+        world.tone.curve = static_cast<ToneCurve>(*curve);
+    if (!command.model.background.empty())
+        world.transparentBackground = command.model.background == backgroundNames()[1];
+    if (const auto kind = parseWord("--filter", command.filter, pixelFilterNames())) {
+        world.filter.kind = static_cast<PixelFilter::Kind>(*kind);
+        world.filter.width = usualWidth(world.filter.kind);
+    }
+    if (command.filterWidth) world.filter.width = *command.filterWidth;
 }
 
 Prepared prepare(const RenderCommand& command, const Registry& registry) {
@@ -111,7 +126,7 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
                    registry, command.quiet);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));
-    if (!command.size.empty()) p.world->image = parseSize(command.size);
+    choosePicture(command, *p.world);
     const OxRenderingObject& ro = *p.world->renderingObject;
     // Where there is a time to be filled, nobody asked for the scene's own number.
     const unsigned otherwise = command.seconds ? MaxSamples : static_cast<unsigned>(ro.m_samplesPerPixel);
@@ -123,6 +138,7 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
     p.options.packets = command.packets;
     const std::vector<Aov> aovs = parseAovs(command.aov);
     p.options.aovs = needFilm(aovs);
+    p.options.alpha = p.world->transparentBackground;
     p.options.stop = &stopFlag();
     p.threads = chooseThreads(command, ro);
     return p;
@@ -143,12 +159,15 @@ std::optional<Rendered> renderPicture(const RenderCommand& command, const Regist
     if (const double scale = mostSide / static_cast<double>(std::max(image.width, image.height));
         command.size.empty() && scale < 1.0)
         image = {scaled(image.width, scale), scaled(image.height, scale)};
+    p.options.alpha = false;  // what a picture is laid on here, it hides
     Workers workers(p.threads);
     build(*p.world, workers, command.isa);
     const WorthWaitingFor picture;
     const RenderResult result = render(*p.world, workers, p.options);
     warnOfBadResults(result.statistics);
-    return Rendered{image.width, image.height, result.film.pixels()};
+    Rendered picture{image.width, image.height, result.film.pixels()};
+    for (R3& pixel : picture.pixels) pixel = toned(pixel, p.world->tone);
+    return picture;
 }
 
 }  // namespace oxbeam

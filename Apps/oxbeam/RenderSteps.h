@@ -42,8 +42,16 @@ void checkInput(const std::string& scene);
 void checkOutput(const std::string& file, const ImageOptions& options);
 void checkModelOptions(const RenderCommand& command);
 void checkRenderArguments(const RenderCommand& command, const Registry& registry);
+// That the picture can have an alpha channel.
+void checkAlpha(const RenderCommand& command);
+bool toStandardOutput(const RenderCommand& command);
+// What messages call the picture, and what tells its format.
+std::string pictureName(const RenderCommand& command);
 Window parseCrop(const std::string& text, const ImageSize& image);
 std::vector<Aov> parseAovs(const std::string& text);
+// The index of an option's value among what it can be; nothing where the option is not given.
+std::optional<unsigned> parseWord(const std::string& option, const std::string& value,
+                                  const std::vector<std::string>& words);
 unsigned chooseThreads(const RenderCommand& command, const OxRenderingObject& ro);
 
 // ---- Steps
@@ -59,6 +67,8 @@ struct Prepared {
     unsigned threads = 1;
 };
 
+// What the command line says of the picture, over what the scene does.
+void choosePicture(const RenderCommand& command, World& world);
 // Without a world where the scene is bad.
 Prepared prepare(const RenderCommand& command, const Registry& registry);
 // Charges what it takes to make a picture of the command's film and write it, for as long as that is kept; the film must
@@ -76,7 +86,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
 
 struct Rendered {
     unsigned width = 0, height = 0;
-    std::vector<R3> pixels;
+    std::vector<R3> pixels;  // as a display is to show them, linear
 };
 
 // A picture of the command's scene, silently, and as far as it got where a stop is wanted. Unless the command says its

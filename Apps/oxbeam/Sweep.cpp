@@ -23,7 +23,9 @@ void addSweep(CLI::App& app, SweepCommand& command) {
     RenderCommand& r = command.render;
     CLI::App* c = app.add_subcommand("sweep", "Render a scene with many values of a parameter, on one contact sheet");
     c->add_option("SCENE", r.scene, "Scene file (TOML)")->required();
-    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required()->type_name("FILE");
+    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
+        ->required()
+        ->type_name("FILE");
     c->add_option(
          "--set", r.set,
          "Sweep a parameter: A..B/N for N steps, a,b,c for these values, no value for the object's own bounds; "

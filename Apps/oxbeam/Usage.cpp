@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 namespace oxbeam {
 
@@ -30,6 +31,14 @@ static std::string notUnderstood(const CLI::App& app, const std::string& word) {
     return fmt::format("there is no subcommand '{}'{}", word, didYouMean(word, known));
 }
 
+// Whether the option that "--time soon" begins with takes more than whole numbers.
+static bool isReal(const CLI::App& app, const std::string& given) {
+    static const std::set<std::string> types = {"SECONDS", "EV", "PIXELS"};
+    const CLI::App& speaker = app.get_subcommands().empty() ? app : *app.get_subcommands().front();
+    const CLI::Option* option = speaker.get_option_no_throw(given.substr(0, given.find(' ')));
+    return option && types.contains(option->get_type_name());
+}
+
 std::string usageError(const CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> words = app.remaining(true);
     const auto option =
@@ -42,7 +51,7 @@ std::string usageError(const CLI::App& app, const CLI::ParseError& error) {
     if (!message.starts_with(unconverted)) return message;
     message.erase(0, unconverted.size());
     if (const auto equals = message.find(" = "); equals != std::string::npos) message.replace(equals, 3, " ");
-    return message + ": expected a whole number";
+    return fmt::format("{}: expected {} number", message, isReal(app, message) ? "a" : "a whole");
 }
 
 }  // namespace oxbeam

@@ -54,6 +54,9 @@ void addModelOptions(CLI::App& c, ModelCommand& m) {
     c.add_option("--rotate-environment", m.rotateEnvironment,
                  "Of a model: turn that picture, counterclockwise as seen from above")
         ->type_name("DEGREES");
+    c.add_option("--background", m.background,
+                 "What is seen where nothing is; transparent makes an alpha channel; a colour is for models")
+        ->type_name("environment|transparent|r,g,b");
     c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("KIND");
     c.add_option("--view", m.view, "Of a model: look at it from iso, front, left or top")->type_name("NAME");
 }
@@ -68,11 +71,23 @@ void addCheckpoint(CLI::App& c, RenderCommand& r) {
     c.add_flag("--resume", r.resume, "Go on from the checkpoint, to the very same picture")->needs(checkpoint);
 }
 
+void addPicture(CLI::App& c, RenderCommand& r) {
+    c.add_option("--exposure", r.exposure, "Of a PNG, JPEG or TIFF: brightness in EV, each of which doubles the light")
+        ->type_name("EV");
+    c.add_option("--tone", r.tone, "Of a PNG, JPEG or TIFF: how light beyond white is brought into range")
+        ->type_name("none|filmic|neutral");
+    c.add_option("--filter", r.filter, "The pixels' filter")->type_name("box|gaussian|blackman-harris");
+    c.add_option("--filter-width", r.filterWidth, "Its width, instead of the usual one")->type_name("PIXELS");
+}
+
 void addRender(CLI::App& app, RenderCommand& r) {
     CLI::App* c = app.add_subcommand("render", "Render a scene or a model to a picture");
     c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
     addModelOptions(*c, r.model);
-    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .exr or .hdr")->required()->type_name("FILE");
+    c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr; - for standard output")
+        ->required()
+        ->type_name("FILE");
+    c->add_option("--format", r.format, "Of the picture on standard output")->type_name("png|jpg|tiff|exr|hdr");
     c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
     c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
     c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
@@ -88,7 +103,8 @@ void addRender(CLI::App& app, RenderCommand& r) {
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    c->add_option("--bits", r.bits, "Bits per channel of a PNG, 8 or 16")->type_name("8|16");
+    c->add_option("--bits", r.bits, "Bits per channel of a PNG or TIFF, 8 or 16")->type_name("8|16");
+    addPicture(*c, r);
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
     c->add_flag("--packets", r.packets,
                 "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");
@@ -117,7 +133,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     addMemoryLimit(*check);
     CLI::App* sheet = app.add_subcommand("sheet", "Lay pictures out on one contact sheet, labelled by their names");
     sheet->add_option("PICTURE", a.pictures, "Pictures")->required();
-    sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .exr or .hdr")
+    sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
         ->required()
         ->type_name("FILE");
     sheet->add_option("--columns", a.columns, "Pictures in a row")->type_name("N")->check(CLI::Range(1, 64));

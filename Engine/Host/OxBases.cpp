@@ -1,4 +1,5 @@
 // Default bodies of the interface's base classes.
+#include "Engine/Host/ThreadRecord.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxContext.h"
@@ -127,6 +128,7 @@ float OxMersenneTwisterSampler::nextSample(int) {
 void OxMersenneTwisterSampler::setSeed(unsigned seed) {
     m_seed = seed;
     m_seeded = false;
+    oxbeam::ThreadRecord::mine().sampler = this;
 }
 
 // ---- Scene and textures

@@ -7,6 +7,8 @@
 #include <bit>
 #include <cstdint>
 
+class OxMersenneTwisterSampler;
+
 namespace oxbeam {
 
 struct ThreadRecord {
@@ -14,6 +16,8 @@ struct ThreadRecord {
     std::array<std::uint64_t, 32> rays{};
     std::uint64_t refusedRays = 0;  // rays that no hit can be found for
     unsigned sampleIndex = 0;       // pass that the thread renders
+    // What the package draws the tile's random numbers from, where it is a sampler of the host's.
+    OxMersenneTwisterSampler* sampler = nullptr;
 
     void countRays(std::uint32_t visibilityMask, unsigned number) {
         rays[static_cast<unsigned>(std::countr_zero(visibilityMask)) & 31u] += number;

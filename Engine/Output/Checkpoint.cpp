@@ -34,10 +34,12 @@ static constexpr const char* const ContentName = "oxbeam:content";
 static const std::vector<std::string> Sums = {"R", "G", "B", "samples.N"};
 static const std::vector<std::string> AovSums = {"normal.X", "normal.Y", "normal.Z", "albedo.R",
                                                  "albedo.G", "albedo.B", "depth.Z",  "object.id"};
+static constexpr const char* const AlphaSum = "A";
 
 // Of all that is read back: a damaged float may well look like any other, and a damaged text, too.
 static std::string contentHash(const Film& film, const std::map<std::string, std::string>& attributes) {
-    const std::uint64_t pixels = hashOf(std::as_bytes(film.aovSums()), hashOf(std::as_bytes(film.sums())));
+    std::uint64_t pixels = hashOf(std::as_bytes(film.aovSums()), hashOf(std::as_bytes(film.sums())));
+    if (film.hasAlpha()) pixels = hashOf(std::as_bytes(film.alphaSums()), pixels);
     std::string texts = film.hasAovs() ? "layers" : "no layers";
     for (const auto& [name, value] : attributes)
         if (name != ContentName) texts += '\0' + name + '\0' + value;
@@ -68,8 +70,10 @@ static std::vector<Layer> layersOf(const Film& film) {
         const auto& [n, a, depth, object] = film.aovSums()[i];
         std::ranges::copy(std::array{n.x, n.y, n.z, a.x, a.y, a.z, depth, static_cast<float>(object)}, to);
     };
+    const auto alpha = [&film](std::size_t i, float* to) { *to = film.alphaSums()[i]; };
     std::vector<Layer> layers = {{Sums, sums}};
     if (film.hasAovs()) layers.push_back({AovSums, aovs});
+    if (film.hasAlpha()) layers.push_back({{AlphaSum}, alpha});
     return layers;
 }
 
@@ -185,6 +189,7 @@ bool Checkpoint::hasAovs() const { return std::ranges::count(m_channels, AovSums
 void Checkpoint::readFilm(Film& film) {
     std::vector<std::string> names = Sums;
     if (film.hasAovs()) names.insert(names.end(), AovSums.begin(), AovSums.end());
+    if (film.hasAlpha()) names.push_back(AlphaSum);
     std::vector<std::size_t> at;
     for (const std::string& name : names) {
         const auto found = std::ranges::find(m_channels, name);
@@ -208,6 +213,7 @@ void Checkpoint::readFilm(Film& film) {
             const auto vector = [&](std::size_t k) { return R3(v[at[k]], v[at[k + 1]], v[at[k + 2]]); };
             film.sums()[pixel] = {vector(0), count(v[at[3]])};
             if (film.hasAovs()) film.aovSums()[pixel] = {vector(4), vector(7), v[at[10]], count(v[at[11]])};
+            if (film.hasAlpha()) film.alphaSums()[pixel] = v[at.back()];
         }
     }
 }
@@ -215,7 +221,8 @@ void Checkpoint::readFilm(Film& film) {
 Begun Checkpoint::begun(const Window& window) {
     if (m_window.x0 != window.x0 || m_window.y0 != window.y0 || m_window.x1 != window.x1 || m_window.y1 != window.y1)
         throw damaged("it is of another size");
-    Begun begun{Film(window, hasAovs()), {}};
+    const bool hasAlpha = std::ranges::count(m_channels, AlphaSum) > 0;
+    Begun begun{Film(window, hasAovs(), hasAlpha), {}};
     readFilm(begun.film);
     if (text(ContentName) != contentHash(begun.film, m_attributes)) throw damaged("it does not hold what was saved");
     RandomState& random = begun.random;

@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 struct Format {
     bool display;   // sRGB integers for looking at, else linear floats
     unsigned most;  // bits that it can have
+    bool alpha;
 };
 
 static std::string extensionOf(const fs::path& file) {
@@ -33,15 +34,30 @@ static std::string extensionOf(const fs::path& file) {
 
 bool isExr(const fs::path& file) { return extensionOf(file) == ".exr"; }
 
+// Its colour space would go where cameras put what they know. The library writes that wrongly through a proxy, and that
+// there is none it reports as an error, after a file that is good.
+static bool isTiff(const fs::path& file) { return extensionOf(file).starts_with(".tif"); }
+
 static const Format& formatOf(const fs::path& file) {
-    static const std::map<std::string, Format> formats = {
-        {".exr", {false, 32}}, {".hdr", {false, 32}}, {".png", {true, 16}}, {".jpg", {true, 8}}, {".jpeg", {true, 8}}};
+    static const std::map<std::string, Format> formats = {{".png", {true, 16, true}},  {".jpg", {true, 8, false}},
+                                                          {".jpeg", {true, 8, false}}, {".tif", {true, 16, true}},
+                                                          {".tiff", {true, 16, true}}, {".exr", {false, 32, true}},
+                                                          {".hdr", {false, 32, false}}};
     const auto found = formats.find(extensionOf(file));
     if (found == formats.end())
         throw Error(ExitStatus::Usage, fmt::format("cannot tell a picture format from '{}'; expected a name that ends "
-                                                   "in .png, .jpg, .exr or .hdr",
+                                                   "in .png, .jpg, .tif, .exr or .hdr",
                                                    file.string()));
     return found->second;
+}
+
+bool isForDisplay(const fs::path& file) { return formatOf(file).display; }
+
+bool hasRoomForAlpha(const fs::path& file) { return formatOf(file).alpha; }
+
+const std::vector<std::string>& imageFormats() {
+    static const std::vector<std::string> formats = {"png", "jpg", "tiff", "exr", "hdr"};
+    return formats;
 }
 
 void checkImageFormat(const fs::path& file, const ImageOptions& options) {
@@ -55,14 +71,33 @@ void checkImageFormat(const fs::path& file, const ImageOptions& options) {
 
 // ---- Encoding
 
+// A share of the most that an integer holds. The steps between those of 16 bits are never seen.
 template <class T>
-static void toDisplay(const R3& color, T* to) {
-    constexpr float most = std::numeric_limits<T>::max();
-    const auto encode = [](float v) {
-        const float clamped = v > 0.0f ? std::min(v, 1.0f) : 0.0f;  // NaN is black
-        return static_cast<T>(std::lround(OIIO::linear_to_sRGB(clamped) * most));
+static T rounded(float share, float threshold) {
+    const float value = share * std::numeric_limits<T>::max();
+    if constexpr (sizeof(T) == 1) return static_cast<T>(dithered(value, threshold));
+    return static_cast<T>(std::lround(value));
+}
+
+// Puts pixels of a picture into integers for displays, with their alpha where there is one.
+template <class T>
+static auto displayEncoder(const std::vector<R3>& pixels, unsigned width, const ImageOptions& options) {
+    const Window window = options.placement ? options.placement->window : Window{};
+    return [&pixels, &options, width, window](std::size_t i, T* to) {
+        const auto x = window.x0 + static_cast<unsigned>(i % width), y = window.y0 + static_cast<unsigned>(i / width);
+        const float threshold = ditherThreshold(x, y);
+        const auto sRGB = [threshold](float v) {
+            const float clamped = v > 0.0f ? std::min(v, 1.0f) : 0.0f;  // NaN is black
+            return rounded<T>(OIIO::linear_to_sRGB(clamped), threshold);
+        };
+        float alpha = 1.0f;
+        if (options.alpha) {
+            options.alpha->values(i, &alpha);
+            to[3] = rounded<T>(alpha, threshold);
+        }
+        const R3 color = alpha > 0.0f ? toned(pixels[i] * (1.0f / alpha), options.tone) : Black;
+        to[0] = sRGB(color.x), to[1] = sRGB(color.y), to[2] = sRGB(color.z);
     };
-    to[0] = encode(color.x), to[1] = encode(color.y), to[2] = encode(color.z);
 }
 
 static void setAttribute(OIIO::ImageSpec& spec, const std::string& name, const Attribute& value) {
@@ -95,8 +130,12 @@ static OIIO::ImageSpec specOf(const fs::path& file, unsigned width, unsigned hei
                                                      : OIIO::TypeDesc::UINT8;
     OIIO::ImageSpec spec(static_cast<int>(width), static_cast<int>(height), static_cast<int>(channels.size()), type);
     spec.channelnames = channels;
-    spec["oiio:ColorSpace"] = format.display ? "sRGB" : "Linear";
+    if (!isTiff(file)) spec["oiio:ColorSpace"] = format.display ? "sRGB" : "Linear";
     if (format.most == 8) spec["CompressionQuality"] = 92;
+    if (options.alpha && format.display) {
+        spec.alpha_channel = 3;
+        spec["oiio:UnassociatedAlpha"] = 1;  // the colours are divided by it here already
+    }
     if (isExr(file))
         extend(spec, options);
     else if (const auto software = options.attributes.find("Software"); software != options.attributes.end())
@@ -169,7 +208,7 @@ static void encode(FileSink& sink, const fs::path& file, const OIIO::ImageSpec& 
     good = good && writeRows<T>(*output, put);
     good = output->close() && good;
     proxy.throwFailure();
-    if (!good || output->has_error()) throw cannotWrite(file, output->geterror());
+    if (!good || (output->has_error() && !isTiff(file))) throw cannotWrite(file, output->geterror());
 }
 
 static void encodeLayers(FileSink& sink, const fs::path& file, unsigned width, unsigned height,
@@ -190,20 +229,22 @@ void writeLayers(FileSink& sink, const fs::path& file, unsigned width, unsigned 
 
 void writeImage(FileSink& sink, const fs::path& file, unsigned width, unsigned height, const std::vector<R3>& pixels,
                 const ImageOptions& options) {
-    const std::vector<std::string> colors = {"R", "G", "B"};
+    std::vector<std::string> colors = {"R", "G", "B"};
     if (!formatOf(file).display) {
         const auto color = [&pixels](std::size_t pixel, float* to) {
             to[0] = pixels[pixel].x, to[1] = pixels[pixel].y, to[2] = pixels[pixel].z;
         };
         std::vector<Layer> layers = {{colors, color}};
+        if (options.alpha) layers.push_back(*options.alpha);
         if (isExr(file)) layers.insert(layers.end(), options.layers.begin(), options.layers.end());
         return encodeLayers(sink, file, width, height, layers, options);
     }
+    if (options.alpha) colors.push_back("A");
     const OIIO::ImageSpec spec = specOf(file, width, height, options, colors);
     if (options.bits == 16)
-        encode<std::uint16_t>(sink, file, spec, [&](std::size_t i, auto* to) { toDisplay(pixels[i], to); });
+        encode<std::uint16_t>(sink, file, spec, displayEncoder<std::uint16_t>(pixels, width, options));
     else
-        encode<std::uint8_t>(sink, file, spec, [&](std::size_t i, auto* to) { toDisplay(pixels[i], to); });
+        encode<std::uint8_t>(sink, file, spec, displayEncoder<std::uint8_t>(pixels, width, options));
 }
 
 void writeImage(const fs::path& file, unsigned width, unsigned height, const std::vector<R3>& pixels,

@@ -1,6 +1,7 @@
 // Writing pictures.
 #pragma once
 
+#include "Engine/Output/Display.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/ViewMatrices.h"
 #include "Engine/System/StoredFile.h"
@@ -27,23 +28,34 @@ struct Placement {
 };
 
 struct ImageOptions {
-    unsigned bits = 8;  // of a PNG: 8 or 16
-    // What follows is kept by EXR alone; PNG and JPEG keep the attribute "Software".
+    unsigned bits = 8;  // of a PNG or TIFF: 8 or 16
+    Tone tone = {};     // of PNG, JPEG and TIFF
+    // One channel, which the colours are multiplied by: kept so in EXR, and divided by in PNG and TIFF. Other formats
+    // have none.
+    std::optional<Layer> alpha = {};
+    // Dithering goes by the place in the whole picture.
     std::optional<Placement> placement = {};  // none: the picture is whole
-    std::vector<Layer> layers = {};           // channels beside the colours
+    // What follows is kept by EXR alone; the others keep the attribute "Software".
+    std::vector<Layer> layers = {};  // channels beside the colours
     Attributes attributes = {};
     bool compress = true;
 };
 
 // Whether a file's name is that of an EXR picture.
 OXBEAM_API bool isExr(const std::filesystem::path& file);
+// Of a picture for a display, which exposure and tone curve are for.
+OXBEAM_API bool isForDisplay(const std::filesystem::path& file);
+// Of a picture that has room for alpha.
+OXBEAM_API bool hasRoomForAlpha(const std::filesystem::path& file);
+// The formats' endings, without the point.
+OXBEAM_API const std::vector<std::string>& imageFormats();
 
 // Throws Error(Usage) where nothing can be written under such a name: unknown extension, or bits that the format does
 // not have. For finding out before rendering.
 OXBEAM_API void checkImageFormat(const std::filesystem::path& file, const ImageOptions& options = {});
 
-// Writes linear colours, row by row from the top: EXR and HDR as linear floats, PNG and JPEG as sRGB. An old picture
-// stays whole until the new one is. Throws Error(InputOutput).
+// Writes linear colours, row by row from the top: EXR and HDR as linear floats, PNG, JPEG and TIFF as sRGB, which those
+// of 8 bits are dithered for. An old picture stays whole until the new one is. Throws Error(InputOutput).
 OXBEAM_API void writeImage(const std::filesystem::path& file, unsigned width, unsigned height,
                            const std::vector<R3>& pixels, const ImageOptions& options = {});
 // The same into a sink, which is not finished here; the file's name says the format.

@@ -52,12 +52,13 @@ public:
 
     // Of at least one pixel. Throws Error(InputOutput) where that takes more memory than the limit allows, and
     // std::bad_alloc.
-    explicit Film(const Window& window, bool withAovs = false)
-        : m_window(window), m_memory(MemoryUse::Picture, bytes(window, withAovs), describe(window)),
-          m_pixels(zeros<Pixel>()), m_aovs(withAovs ? zeros<AovSample>() : Array<AovSample>()) {}
+    explicit Film(const Window& window, bool withAovs = false, bool withAlpha = false)
+        : m_window(window), m_memory(MemoryUse::Picture, bytes(window, withAovs, withAlpha), describe(window)),
+          m_pixels(zeros<Pixel>()), m_aovs(withAovs ? zeros<AovSample>() : Array<AovSample>()),
+          m_alphas(withAlpha ? zeros<float>() : Array<float>()) {}
 
-    static std::uint64_t bytes(const Window& window, bool withAovs) {
-        return window.size() * (sizeof(Pixel) + (withAovs ? sizeof(AovSample) : 0));
+    static std::uint64_t bytes(const Window& window, bool withAovs, bool withAlpha) {
+        return window.size() * (sizeof(Pixel) + (withAovs ? sizeof(AovSample) : 0) + (withAlpha ? sizeof(float) : 0));
     }
     // "a picture of 640 x 480 pixels"
     static std::string describe(const Window& window) {
@@ -66,6 +67,7 @@ public:
 
     const Window& window() const { return m_window; }
     bool hasAovs() const { return m_aovs != nullptr; }
+    bool hasAlpha() const { return m_alphas != nullptr; }
     // (x, y) in the full picture.
     void add(unsigned x, unsigned y, const R3& color) {
         Pixel& pixel = m_pixels[index(x, y)];
@@ -79,6 +81,7 @@ public:
         addTo(sum.albedo, sample.albedo);
         if (m_pixels[index(x, y)].samples == 0) sum.depth = sample.depth, sum.object = sample.object;
     }
+    void addAlpha(unsigned x, unsigned y, float alpha) { m_alphas[index(x, y)] += alpha; }
     unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }
 
     // Passes that all pixels have been through, and that any has.
@@ -92,17 +95,21 @@ public:
         for (std::size_t i = 0; i < result.size(); ++i) result[i] = m_pixels[i].sum * share(i);
         return result;
     }
+    // Mean of a pixel's alphas, in [0, 1]; of a film that keeps them.
+    float alpha(std::size_t pixel) const { return std::clamp(m_alphas[pixel] * share(pixel), 0.0f, 1.0f); }
     // What a pixel's sums are multiplied by.
     float share(std::size_t pixel) const {
         const unsigned samples = m_pixels[pixel].samples;
         return samples ? 1.0f / static_cast<float>(samples) : 0.0f;
     }
 
-    // All that the film holds, row by row from the top; no AOVs where it keeps none.
+    // All that the film holds, row by row from the top; no AOVs and alphas where it keeps none.
     std::span<Pixel> sums() { return {m_pixels.get(), m_window.size()}; }
     std::span<const Pixel> sums() const { return {m_pixels.get(), m_window.size()}; }
     std::span<AovSample> aovSums() { return {m_aovs.get(), m_aovs ? m_window.size() : 0}; }
     std::span<const AovSample> aovSums() const { return {m_aovs.get(), m_aovs ? m_window.size() : 0}; }
+    std::span<float> alphaSums() { return {m_alphas.get(), m_alphas ? m_window.size() : 0}; }
+    std::span<const float> alphaSums() const { return {m_alphas.get(), m_alphas ? m_window.size() : 0}; }
 
 private:
     static constexpr float Most = std::numeric_limits<float>::max();
@@ -141,6 +148,7 @@ private:
     MemoryCharge m_memory;
     Array<Pixel> m_pixels;
     Array<AovSample> m_aovs;
+    Array<float> m_alphas;
 };
 
 // Of a film that is still blank only the first pixel is looked at: reading would make its pages.

@@ -3,6 +3,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/ThreadRecord.h"
 #include "Engine/Render/Aovs.h"
+#include "Engine/Render/Matte.h"
 #include "Engine/Render/PacketPath.h"
 #include "Engine/Render/Session.h"
 #include "Engine/System/Stopwatch.h"
@@ -43,15 +44,17 @@ struct Tiles {
 };
 
 using TileColors = std::array<R3, TileSize * TileSize>;
+using TileAlphas = std::array<float, TileSize * TileSize>;
 
 // What all threads share while a frame is rendered.
 class Frame {
 public:
-    Frame(World& world, const Session& session, Film& film, const RenderOptions& options)
-        : m_world(world), m_session(session), m_film(film), m_options(options), m_tiles(world.image) {
+    // A film with alphas needs a matte, which stands in for the environment of the session.
+    Frame(World& world, const Session& session, Matte* matte, Film& film, const RenderOptions& options)
+        : m_world(world), m_session(session), m_matte(matte), m_film(film), m_options(options), m_tiles(world.image) {
         if (film.hasAovs()) m_aovs.emplace(world);
         if (options.packets) m_packets.emplace(world, session, m_aovs ? &*m_aovs : nullptr);
-        m_statistics.packetsRefused = m_packets ? m_packets->whyNot() : "";
+        m_statistics.packetsRefused = !m_packets ? "" : matte ? "packets tell no alpha" : m_packets->whyNot();
         if (!m_statistics.packetsRefused.empty()) m_packets.reset();
         if (typeid(*world.camera) == typeid(OxPerspectiveCamera))
             m_pinhole = static_cast<const OxPerspectiveCamera*>(world.camera);
@@ -84,16 +87,22 @@ private:
     bool isDone(unsigned tile, unsigned pass) const;
     bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
+    bool shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
     R3 samplePixel(const PrimarySample& sample, unsigned x, unsigned y);
+    Matte::Sample sampleMatte(const PrimarySample& sample, unsigned x, unsigned y);
     void sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
     R3 shadeSample(OxState& state, unsigned x, unsigned y);
     void samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
     void keepAovs(unsigned x, unsigned y, const AovSample& sample);
+    void sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors);
+    void sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas);
     std::uint64_t keep(const Window& window, const TileColors& colors);
+    void keepAlphas(const Window& window, const TileAlphas& alphas);
     void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
 
     World& m_world;
     const Session& m_session;
+    Matte* m_matte;  // or null
     Film& m_film;
     const RenderOptions& m_options;
     Tiles m_tiles;
@@ -102,6 +111,7 @@ private:
     std::optional<PacketPath> m_packets;
     const OxPerspectiveCamera* m_pinhole = nullptr;  // the camera, where it is exactly the host's own
     std::size_t m_begun = 0;                         // tiles of all passes that were done before
+    R2 m_place;                                      // in the pixel, of the pass' samples
     std::atomic<bool> m_pause{false};                // no thread begins a tile: the film is to be saved
     Stopwatch m_clock;
 
@@ -120,6 +130,7 @@ bool Frame::isDone(unsigned tile, unsigned pass) const {
 // Goes over the tiles again after each pause. At least one is done in between, since one has to be for a pause.
 void Frame::renderPass(Workers& workers, unsigned pass) {
     const auto items = static_cast<unsigned>(m_wanted.size());
+    m_place = m_world.filter.place(samplePlace(pass));
     while (true) {
         m_pause = false;
         workers.run(items, [&](unsigned thread, unsigned item) {
@@ -137,9 +148,20 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     record = ThreadRecord{};
     record.sampleIndex = pass;
     m_world.renderingObject->initTile(thread, tile);
-    const PrimarySample sample{thread, pass, samplePlace(pass)};
+    const PrimarySample sample{thread, pass, m_place};
     const Window window = m_tiles.window(tile);
     TileColors colors;
+    if (m_matte) {
+        TileAlphas alphas;
+        sampleTile(sample, window, colors, alphas);
+        keepAlphas(window, alphas);
+    } else {
+        sampleTile(sample, window, colors);
+    }
+    finishTile(record, keep(window, colors));
+}
+
+void Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors) {
     const auto at = [&](unsigned x, unsigned y) {
         return colors.data() + (y - window.y0) * TileSize + (x - window.x0);
     };
@@ -153,7 +175,16 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
         else
             for (; x < window.x1; ++x) *at(x, y) = samplePixel(sample, x, y);
     }
-    finishTile(record, keep(window, colors));
+}
+
+void Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas) {
+    for (unsigned y = window.y0; y < window.y1; ++y)
+        for (unsigned x = window.x0; x < window.x1; ++x) {
+            const std::size_t i = std::size_t{y - window.y0} * TileSize + (x - window.x0);
+            const Matte::Sample taken = sampleMatte(sample, x, y);
+            colors[i] = taken.color;
+            alphas[i] = taken.alpha;
+        }
 }
 
 // In one go, since the film's memory is far away by then. Answers the number of bad samples, which are kept as black.
@@ -170,15 +201,34 @@ std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
     return bad;
 }
 
+void Frame::keepAlphas(const Window& window, const TileAlphas& alphas) {
+    const Window seen = window.shared(m_film.window());
+    for (unsigned y = seen.y0; y < seen.y1; ++y)
+        for (unsigned x = seen.x0; x < seen.x1; ++x)
+            m_film.addAlpha(x, y, alphas[std::size_t{y - window.y0} * TileSize + (x - window.x0)]);
+}
+
+// Shoots a pixel's primary ray; false where the camera makes none.
+bool Frame::shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y) {
+    const float pattern[2] = {sample.place.x, sample.place.y};
+    if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
+        oxsShootRay(&state);
+        return true;
+    }
+    if (m_aovs) keepAovs(x, y, AovSample());
+    return false;
+}
+
 R3 Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y) {
     OxState state = m_session.primaryState(sample.thread, sample.pass);
-    const float pattern[2] = {sample.place.x, sample.place.y};
-    if (!m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
-        if (m_aovs) keepAovs(x, y, AovSample());
-        return Black;
-    }
-    oxsShootRay(&state);
-    return shadeSample(state, x, y);
+    return shootPixel(state, sample, x, y) ? shadeSample(state, x, y) : Black;
+}
+
+Matte::Sample Frame::sampleMatte(const PrimarySample& sample, unsigned x, unsigned y) {
+    OxState state = m_session.primaryState(sample.thread, sample.pass);
+    if (!shootPixel(state, sample, x, y)) return {};
+    if (m_aovs) keepAovs(x, y, m_aovs->sample(state));
+    return m_matte->shade(state, m_session, sample);
 }
 
 // The colour along a primary ray that has been shot.
@@ -263,31 +313,34 @@ RandomState randomState() {
 
 // What a package makes once, by the random numbers that are there at that time, it makes in the first pass. In a new
 // process it has to make it again, from the same numbers.
-static void repeatFirstPass(World& world, const Session& session, Workers& workers, const RenderOptions& options,
-                            const Window& window) {
-    Film film(window);
+static void repeatFirstPass(World& world, const Session& session, Matte* matte, Workers& workers,
+                            const RenderOptions& options, const Window& window) {
+    Film film(window, false, matte);
     RenderOptions first;
     first.packets = options.packets;
     first.stop = options.stop;
-    Frame(world, session, film, first).render(workers);
+    Frame(world, session, matte, film, first).render(workers);
 }
 
 RenderResult render(World& world, Workers& workers, const RenderOptions& options) {
     const Window whole{0, 0, world.image.width, world.image.height};
-    return render(world, workers, options, {Film(options.crop.value_or(whole), options.aovs), randomState()});
+    return render(world, workers, options,
+                  {Film(options.crop.value_or(whole), options.aovs, options.alpha), randomState()});
 }
 
 RenderResult render(World& world, Workers& workers, const RenderOptions& options, Begun begun) {
     if (workers.threads() > OxRenderingObject::MaxThreads)
         throw Error(ExitStatus::Usage, fmt::format("{} threads; packages keep records for at most {}",
                                                    workers.threads(), OxRenderingObject::MaxThreads));
-    const Session session(world, options.intersector);
+    Matte standIn(*world.environment);
+    Matte* const matte = begun.film.hasAlpha() ? &standIn : nullptr;
+    const Session session(world, options.intersector, matte);
     if (begun.random != randomState()) {
-        repeatFirstPass(world, session, workers, options, begun.film.window());
+        repeatFirstPass(world, session, matte, workers, options, begun.film.window());
         seed48(begun.random.data());
     }
     RenderResult result{std::move(begun.film), {}, true};
-    Frame frame(world, session, result.film, options);
+    Frame frame(world, session, matte, result.film, options);
     result.complete = frame.render(workers);
     result.statistics = frame.statistics();
     return result;

@@ -40,6 +40,7 @@ struct RenderOptions {
     std::optional<Window> crop;                     // pixels outside are not kept; those inside are as without it
     bool packets = false;                           // primary rays four at a time where objects offer it
     bool aovs = false;                              // the film keeps AOVs
+    bool alpha = false;                             // it keeps alphas, and colours without the environment behind them
     std::optional<double> seconds;                  // only as many whole passes as fit, one at least
     Intersector* intersector = nullptr;             // traces in the geometry's stead, to watch what is traced
     const std::atomic<bool>* stop = nullptr;        // set from outside to end early
@@ -71,12 +72,12 @@ struct RenderResult {
 // Every tile of every pass draws its own random numbers and a pixel's samples are summed in the order of the passes,
 // so that the picture does not depend on the number of threads.
 OXBEAM_API RenderResult render(World& world, Workers& workers, const RenderOptions& options);
-// Goes on from where another rendering of the same world with the same crop, packets and AOVs ended, and ends with the
+// Goes on from where another rendering of the same world with the same crop, packets, AOVs and alpha ended, and ends with the
 // very bits of one that did not stop; also where more passes are wanted now than were then. Random numbers of the whole
 // process repeat on one thread only, as without stopping.
 OXBEAM_API RenderResult render(World& world, Workers& workers, const RenderOptions& options, Begun begun);
 
-// Place in the pixel of a pass's sample, in [0, 1): the additive recurrence whose points keep apart best in two
+// Place in the pixel of a pass's sample, in [0, 1), before the world's filter moves it: the additive recurrence whose points keep apart best in two
 // dimensions (M. Roberts, "The unreasonable effectiveness of quasirandom sequences", 2018), from the centre on.
 OXBEAM_API R2 samplePlace(unsigned pass);
 

@@ -23,8 +23,8 @@ Session::Turn::~Turn() {
     s_mutex.unlock();
 }
 
-Session::Session(World& world, Intersector* standIn)
-    : m_world(world), m_intersector(standIn ? *standIn : world.geometry.intersector()) {
+Session::Session(World& world, Intersector* standIn, OxShader* environment)
+    : m_world(world), m_intersector(standIn ? *standIn : world.geometry.intersector()), m_environment(environment) {
     OxContext::current = &m_context;
     TextureList::current = &world.textures;
     newFrame();
@@ -43,7 +43,7 @@ void Session::newFrame() {
     m_context.shaders = m_world.shaders;
     m_context.lights = m_world.lights;
     m_context.lightHandles.assign(m_world.lights.begin(), m_world.lights.end());
-    m_context.environment = m_world.environment;
+    m_context.environment = m_environment ? m_environment : m_world.environment;
     m_context.camera = m_world.camera;
 
     m_world.renderingObject->m_rayEpsilon = m_world.epsilon();

@@ -18,8 +18,9 @@ struct PrimarySample {
 // ever, throws std::logic_error. It runs NewFrame on every object.
 class OXBEAM_API Session {
 public:
-    // Rays are traced by the world's geometry, or by another intersector that stands in for it.
-    explicit Session(World& world, Intersector* standIn = nullptr);
+    // Rays are traced by the world's geometry, or by another intersector that stands in for it; those that hit nothing
+    // are shaded by the world's environment, or by a shader that stands in for that.
+    explicit Session(World& world, Intersector* standIn = nullptr, OxShader* environment = nullptr);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -49,6 +50,7 @@ private:
     Turn m_turn;
     World& m_world;
     Intersector& m_intersector;
+    OxShader* m_environment;  // instead of the world's, or null
     OxContext m_context;
 };
 

@@ -141,9 +141,10 @@ void ModelSceneWriter::chooseView() {
 // ---- Sections
 
 void ModelSceneWriter::writeRender() {
-    m_text.table(
-        "[image]",
-        {{"width", std::to_string(m_image.width)}, {"height", std::to_string(m_image.height)}, {"samples", "16"}});
+    m_text.table("[image]", {{"width", std::to_string(m_image.width)},
+                             {"height", std::to_string(m_image.height)},
+                             {"samples", "16"},
+                             {"tone", "\"neutral\""}});
     // A light with a place of its own would be jittered by a length that no model's size is known to suit.
     const bool soft = std::all_of(m_model.lights.begin(), m_model.lights.end(),
                                   [](const ModelLight& l) { return l.kind == ModelLight::Directional; });

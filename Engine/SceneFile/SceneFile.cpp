@@ -95,6 +95,14 @@ void SceneLoader::readImage() {
     if (const auto height = reader.count("height", 1, MaxImageSide)) m_world.image.height = *height;
     const auto samples = reader.count("samples", 1, MaxSamples);
     if (samples && m_world.renderingObject) m_world.renderingObject->m_samplesPerPixel = static_cast<Oxint>(*samples);
+    if (const auto exposure = reader.number("exposure", -MostExposure, MostExposure)) m_world.tone.exposure = *exposure;
+    if (const auto curve = reader.word("tone", toneCurveNames())) m_world.tone.curve = static_cast<ToneCurve>(*curve);
+    if (const auto background = reader.word("background", backgroundNames()))
+        m_world.transparentBackground = *background == 1;
+    if (const auto kind = reader.word("filter", pixelFilterNames()))
+        m_world.filter.kind = static_cast<PixelFilter::Kind>(*kind);
+    m_world.filter.width =
+        reader.number("filterWidth", LeastFilterWidth, MostFilterWidth).value_or(usualWidth(m_world.filter.kind));
     reader.finish();
 }
 

@@ -78,6 +78,13 @@ std::optional<float> TableReader::number(std::string_view key) {
     return value;
 }
 
+std::optional<float> TableReader::number(std::string_view key, float least, float most) {
+    const auto value = number(key);
+    if (!value || (*value >= least && *value <= most)) return value;
+    wrongKind(key, fmt::format("a number from {} to {}", least, most));
+    return std::nullopt;
+}
+
 std::optional<std::string> TableReader::text(std::string_view key) {
     const toml::node* node = take(key);
     if (!node) return std::nullopt;

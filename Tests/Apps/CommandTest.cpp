@@ -38,7 +38,7 @@ TEST_F(Command, EveryFailureHasItsStatusAndItsMessageAndSparesTheOldPicture) {
          error + "--crop 0,0,41,30: expected left,top,right,bottom within the picture of 40 x 30 pixels\n"},
         {render + "--threads 49", 2, error + "--threads 49: expected 1 to 48; packages keep records for no more\n"},
         {"render scene.toml -o old.gif", 2,
-         error + "cannot tell a picture format from 'old.gif'; expected a name that ends in .png, .jpg, .exr or "
+         error + "cannot tell a picture format from 'old.gif'; expected a name that ends in .png, .jpg, .tif, .exr or "
                  ".hdr\n"},
         {"render bad.toml -o old.png", 3,
          "bad.toml:3:1: error: shader 'body' (KelPhong) has no parameter 'shinyness'; did you mean 'shininess'?\n"},

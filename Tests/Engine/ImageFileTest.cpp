@@ -53,11 +53,13 @@ TEST(ImageFile, PicturesComeBackAsTheyWere) {
         unsigned bits;
         OIIO::TypeDesc::BASETYPE stored;
         bool sRGB;
-        float tolerance;  // JPEG halves the resolution of the colours
+        float tolerance;  // 8 bits are dithered; JPEG halves the resolution of the colours
     };
     const std::vector<R3> pixels = smoothPicture();
-    for (const Case& c : {Case{"p8.png", 8, OIIO::TypeDesc::UINT8, true, 0.501f / 255},
+    for (const Case& c : {Case{"p8.png", 8, OIIO::TypeDesc::UINT8, true, 1.0f / 255},
                           Case{"p16.png", 16, OIIO::TypeDesc::UINT16, true, 0.52f / 65535},
+                          Case{"p8.tif", 8, OIIO::TypeDesc::UINT8, true, 1.0f / 255},
+                          Case{"p16.TIFF", 16, OIIO::TypeDesc::UINT16, true, 0.52f / 65535},
                           Case{"p.jpg", 8, OIIO::TypeDesc::UINT8, true, 12.0f / 255},
                           Case{"p.exr", 8, OIIO::TypeDesc::FLOAT, false, 0.0f},
                           Case{"p.hdr", 8, OIIO::TypeDesc::FLOAT, false, 0.008f}}) {
@@ -92,8 +94,9 @@ TEST(ImageFile, ColoursBeyondTheDisplayAreCutAndKeptInFloats) {
 
 TEST(ImageFile, WhatCannotBeWrittenIsSaidBeforeRendering) {
     for (const auto& [name, bits, message] :
-         {std::tuple("png", 8u,
-                     "cannot tell a picture format from 'png'; expected a name that ends in .png, .jpg, .exr or .hdr"),
+         {std::tuple(
+              "png", 8u,
+              "cannot tell a picture format from 'png'; expected a name that ends in .png, .jpg, .tif, .exr or .hdr"),
           std::tuple("p.png", 12u, "12 bits per channel; expected 8 or 16"),
           std::tuple("p.jpg", 16u, "'p.jpg' cannot have 16 bits per channel")})
         EXPECT_THAT(failure(ExitStatus::Usage, [&, n = name, b = bits] { checkImageFormat(n, {b}); }),
@@ -106,7 +109,7 @@ TEST(ImageFile, AFullDiskLeavesTheOldPictureAndNothingElse) {
     rlimit unlimited{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &unlimited), 0);
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    for (const char* name : {"p.png", "p.jpg", "p.exr", "p.hdr"}) {
+    for (const char* name : {"p.png", "p.jpg", "p.tif", "p.exr", "p.hdr"}) {
         SCOPED_TRACE(name);
         const fs::path folder = scratch() / (std::string("full-") + name), file = folder / name;
         fs::create_directory(folder);

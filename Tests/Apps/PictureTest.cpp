@@ -1,0 +1,188 @@
+// What becomes of the light in the files of all formats: exposure, dithering, alpha, standard output.
+#include "Tests/Support/Command.h"
+
+#include <OpenImageIO/color.h>
+
+#include <algorithm>
+#include <cstring>
+
+using namespace oxbeam;
+using namespace oxbeam::test;
+using testing::HasSubstr;
+
+namespace {
+
+// As the file has it: alpha is not multiplied in.
+OIIO::ImageBuf picture(const std::string& file) {
+    OIIO::ImageSpec config;
+    config["oiio:UnassociatedAlpha"] = 1;
+    OIIO::ImageBuf image((scratch() / file).string(), 0, 0, nullptr, &config);
+    EXPECT_TRUE(image.read(0, 0, true, OIIO::TypeDesc::FLOAT)) << image.geterror();
+    return image;
+}
+
+// A card of a colour, half of whose left column of pixels is covered, before a bright environment.
+std::string cardScene(const std::string& image, const std::string& color) {
+    return "[image]\nwidth = 40\nheight = 30\nsamples = 16\n" + image +
+           "\n[camera]\nposition = [0, 0, 15]\nlookAt = [0, 0, 0]\nfov = 90\n"
+           "[environment]\nbackground = [0.7, 0.8, 0.9]\n"
+           "[shader.card]\nobject = \"KelPhong\"\ndiffuseColor = [0, 0, 0]\nemissiveColor = " +
+           color +
+           "\n[[mesh]]\nshape = \"plane\"\nshader = \"card\"\nrotate = [90, 0, 0]\nscale = 100\n"
+           "translate = [100.5, 0, 0]\n";
+}
+
+}  // namespace
+
+TEST_F(Command, ExposureAndToneAreForDisplaysAndLeaveFloatsAlone) {
+    const std::string color = "[0.5, 0.3, 0.04]";
+    writeFile("card.toml", cardScene("exposure = 1\ntone = \"neutral\"", color));
+    writeFile("plain.toml", cardScene("", color));
+    const struct {
+        const char* arguments;
+        R3 shown;  // linear; what the neutral curve makes of it is worked out in its own test
+    } cases[] = {
+        {"plain.toml", R3(0.5f, 0.3f, 0.04f)},
+        {"plain.toml --exposure -1", R3(0.25f, 0.15f, 0.02f)},
+        {"plain.toml --tone neutral", R3(0.47f, 0.27f, 0.01f)},
+        {"card.toml --exposure 0", R3(0.47f, 0.27f, 0.01f)},
+        {"card.toml --exposure 1 --tone none", R3(1.0f, 0.6f, 0.08f)},
+        {"card.toml --tone none --set image.exposure=0", R3(0.5f, 0.3f, 0.04f)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        ASSERT_EQ(run(std::string("render -q -o p.png --bits 16 ") + c.arguments).status, 0);
+        const R3 seen = pixel("p.png", 30, 15);
+        for (unsigned i = 0; i < 3; ++i) EXPECT_NEAR(OIIO::sRGB_to_linear(seen[i]), c.shown[i], 2e-4f);
+    }
+    for (const char* output : {"p.exr", "p.hdr"}) {
+        ASSERT_EQ(run(std::string("render -q card.toml -o ") + output).status, 0);
+        EXPECT_NEAR(pixel(output, 30, 15).x, 0.5f, 0.004f);
+        EXPECT_NEAR(pixel(output, 30, 15).y, 0.3f, 0.004f);
+    }
+}
+
+// Means over small parts of a dark gradient are those of the light, constant areas stay constant, and a crop is dithered as
+// the whole picture is, on every run.
+TEST_F(Command, DarkGradientsHaveNoBandsAndCropsTheSameGrain) {
+    writeFile("dark.toml",
+              "[image]\nwidth = 320\nheight = 40\nsamples = 4\n[camera]\nposition = [0, 0, 4]\nlookAt = [0, 0, 0]\n"
+              "[environment]\nbackground = [1, 1, 1]\n[shader.a]\nobject = \"KelPhong\"\n"
+              "[[light]]\nobject = \"KelPointLight\"\nposition = [-40, 0, 30]\nintensity = [3, 3, 3]\n"
+              "[[mesh]]\nshape = \"plane\"\nshader = \"a\"\nrotate = [90, 0, 0]\nscale = 100\n"
+              "[render]\n");
+    const std::string render = "render -q dark.toml --set shader.a.ambientIntensity=0 -o ";
+    ASSERT_EQ(run(render + "whole.png").status, 0);
+    ASSERT_EQ(run(render + "again.png --threads 1").status, 0);
+    ASSERT_EQ(run(render + "part.png --crop 37,5,201,33").status, 0);
+    const OIIO::ImageBuf whole = picture("whole.png"), part = picture("part.png");
+    EXPECT_TRUE(contentOf("whole.png") == contentOf("again.png"));
+    for (int y = 0; y < 28; ++y)
+        for (int x = 0; x < 164; ++x)
+            ASSERT_EQ(part.getchannel(x, y, 0, 0), whole.getchannel(x + 37, y + 5, 0, 0)) << x << ' ' << y;
+    ASSERT_EQ(run(render + "light.exr").status, 0);
+    const OIIO::ImageBuf light = picture("light.exr");
+    float least = 255.0f, most = 0.0f;
+    for (int x0 = 0; x0 < 320; x0 += 10) {
+        float shown = 0.0f, meant = 0.0f;
+        for (int x = x0; x < x0 + 10; ++x)
+            for (int y = 0; y < 40; ++y) {
+                shown += 255.0f * whole.getchannel(x, y, 0, 0) / 400.0f;
+                meant += 255.0f * OIIO::linear_to_sRGB(light.getchannel(x, y, 0, 0)) / 400.0f;
+            }
+        ASSERT_NEAR(shown, meant, 0.06f) << "from " << x0;
+        least = std::min(least, meant), most = std::max(most, meant);
+    }
+    EXPECT_LT(most - least, 30.0f) << "the steps are narrow";
+
+    writeFile("white.toml", "[image]\nwidth = 64\nheight = 64\n[environment]\nbackground = [1, 0, 1]\n");
+    ASSERT_EQ(run("render -q white.toml -o white.png").status, 0);
+    const OIIO::ImageBuf white = picture("white.png");
+    for (int i = 0; i < 64 * 64; ++i) {
+        ASSERT_EQ(white.getchannel(i % 64, i / 64, 0, 0), 1.0f);
+        ASSERT_EQ(white.getchannel(i % 64, i / 64, 0, 1), 0.0f);
+    }
+}
+
+TEST_F(Command, ATransparentBackgroundIsAlphaInTheFormatsThatHaveOne) {
+    writeFile("card.toml", cardScene("background = \"transparent\"", "[0.5, 0.25, 0]"));
+    const struct {
+        const char* output;
+        bool straight;
+        float step;  // of what is stored
+    } cases[] = {{"p.png", true, 1.0f / 255}, {"p.tif --bits 16", true, 1.0f / 65535}, {"p.exr", false, 1e-6f}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.output);
+        ASSERT_EQ(run(std::string("render -q card.toml -o ") + c.output).status, 0);
+        const OIIO::ImageBuf image = picture(std::string(c.output).substr(0, 5));
+        ASSERT_EQ(image.nchannels(), 4);
+        EXPECT_EQ(image.spec().alpha_channel, 3);
+        float color[4];
+        image.getpixel(19, 15, color, 4);
+        EXPECT_EQ(color[3], 0.0f);
+        EXPECT_EQ(color[0], 0.0f);
+        image.getpixel(30, 15, color, 4);
+        EXPECT_EQ(color[3], 1.0f);
+        // The card's edge runs through the middle of this one.
+        image.getpixel(20, 15, color, 4);
+        EXPECT_NEAR(color[3], 0.5f, 0.07f);
+        const float red = c.straight ? OIIO::linear_to_sRGB(0.5f) : 0.5f * color[3];
+        const float green = c.straight ? OIIO::linear_to_sRGB(0.25f) : 0.25f * color[3];
+        EXPECT_NEAR(color[0], red, c.step);
+        EXPECT_NEAR(color[1], green, c.step);
+    }
+    const std::string none = " has no room for alpha; expected a name that ends in .png, .tif or .exr\n",
+                      error = "oxbeam: error: a transparent background: ";
+    expectFailures({{"render card.toml -o p.jpg", 2, error + "'p.jpg'" + none},
+                    {"render scene.toml -o p.hdr --background transparent", 2, error + "'p.hdr'" + none}});
+    EXPECT_EQ(run("render -q card.toml -o p.jpg --background environment").status, 0);
+    EXPECT_GT(pixel("p.jpg", 5, 15).z, 0.8f);
+    EXPECT_THAT(run("render card.toml -o p.exr --packets").err,
+                HasSubstr("note: --packets has no effect: packets tell no alpha\n"));
+}
+
+TEST_F(Command, AlphaIsResumedBitForBit) {
+    const std::string render =
+        "render -q scene.toml --background transparent --filter gaussian --crop 5,3,33,27 --aov depth -o ";
+    ASSERT_EQ(run(render + "whole.exr --samples 5").status, 0);
+    ASSERT_EQ(run(render + "part.exr --samples 2 --checkpoint c.exr").status, 0);
+    const Outcome resumed = run(render + "resumed.exr --samples 5 --checkpoint c.exr --resume");
+    ASSERT_EQ(resumed.status, 0) << resumed.err;
+    const OIIO::ImageBuf a = picture("whole.exr"), b = picture("resumed.exr");
+    ASSERT_EQ(a.spec().channelnames, (std::vector<std::string>{"R", "G", "B", "A", "depth.Z"}));
+    EXPECT_EQ(a.spec().channelnames, b.spec().channelnames);
+    EXPECT_EQ(std::memcmp(a.localpixels(), b.localpixels(), a.spec().image_bytes()), 0);
+    EXPECT_THAT(run("render scene.toml -o p.png --samples 5 --checkpoint c.exr --resume --crop 5,3,33,27").err,
+                HasSubstr("--background was transparent and is environment; --filter was gaussian and is box; "
+                          "--filter-width was 3 and is 1\n"));
+}
+
+TEST_F(Command, APictureOnStandardOutputIsTheFile) {
+    for (const std::string format : {"png", "jpg", "tiff", "exr", "hdr"}) {
+        SCOPED_TRACE(format);
+        const Outcome piped = run("render scene.toml -o - --format " + format);
+        ASSERT_EQ(piped.status, 0) << piped.err;
+        EXPECT_THAT(piped.err, HasSubstr("wrote standard output (40 x 30)\n"));
+        ASSERT_EQ(run("render -q scene.toml -o file." + format).status, 0);
+        writeFile("piped." + format, piped.out);
+        const OIIO::ImageBuf a = picture("file." + format), b = picture("piped." + format);
+        ASSERT_EQ(a.spec().channelnames, b.spec().channelnames);
+        EXPECT_EQ(std::memcmp(a.localpixels(), b.localpixels(), a.spec().image_bytes()), 0);
+    }
+    const std::string error = "oxbeam: error: ", render = "render scene.toml -o ";
+    expectFailures({
+        {render + "-", 2, error + "-o -: expected --format with one of png, jpg, tiff, exr, hdr\n"},
+        {render + "- --format pgn", 2,
+         error + "--format pgn: expected one of png, jpg, tiff, exr, hdr; did you mean 'png'?\n"},
+        {render + "p.png --format png", 2, error + "--format is for -o -; 'p.png' tells its format\n"},
+        {render + "- --format png --aov depth", 2,
+         error + "--aov: 'standard output.png' has no room for layers; expected a name that ends in .exr\n"},
+        {render + "p.exr --exposure 1", 2,
+         error + "--exposure: 'p.exr' keeps the light as it is; expected a name that ends in .png, .jpg or .tif\n"},
+        {render + "p.png --exposure 65", 2, error + "--exposure 65: expected a number from -64 to 64\n"},
+        {render + "p.png --exposure dark", 2, testing::StartsWith(error + "--exposure dark: expected a number\n")},
+        {render + "p.png --tone filmc", 2,
+         error + "--tone filmc: expected one of none, filmic, neutral; did you mean 'filmic'?\n"},
+        {render + "p.png --filter-width 0", 2, error + "--filter-width 0: expected a number from 0.01 to 32\n"},
+    });
+}
