@@ -24,7 +24,8 @@ bool isSceneFile(const fs::path& file) {
 namespace {
 
 constexpr float FieldOfView = 30.0f;
-constexpr float Ambient = 0.12f;  // of all materials, see their table
+constexpr float Ambient = 0.12f;         // of all materials, see their table
+constexpr float BrightestShown = 25.0f;  // a lamp is still white in what reflects 4%
 constexpr R3 Backdrop(0.42f, 0.43f, 0.45f);
 
 // The axis of the file that is up turned upwards, and models of extreme size brought to where single precision and the
@@ -174,7 +175,8 @@ void ModelSceneWriter::writeEnvironment() {
     if (!m_options.environment.empty()) {
         m_text.comment("Surroundings that light the model and show in it.");
         m_text.table("[texture.surroundings]", {{"file", tomlValue(relativeTo(m_folder, m_options.environment))},
-                                                {"projection", tomlValue(std::string("equirectangular"))}});
+                                                {"projection", tomlValue(std::string("equirectangular"))},
+                                                {"brightest", tomlValue(BrightestShown)}});
         m_text.object("[environment]", "KelEnvironment", {{"texture", "\"surroundings\""}});
         return;
     }
@@ -224,7 +226,8 @@ void ModelSceneWriter::writeShaders() {
     if (!m_options.shader.empty()) {
         m_shaders.push_back(writeOverride());
     } else {
-        ModelMaterials materials(m_text, m_file, m_folder, m_size, m_placement.scale, m_assets, m_diagnostics);
+        ModelMaterials materials(m_text, m_file, m_folder, m_size, m_placement.scale, !m_model.lights.empty(), m_assets,
+                                 m_diagnostics);
         for (std::size_t i = 0; i < m_model.materials.size(); ++i)
             m_shaders.push_back(materials.write(m_model.materials[i], i));
     }

@@ -15,7 +15,7 @@ const std::vector<SceneSection>& sceneSections() {
          {},
          nullptr,
          {"file", "image", "wrap", "filter", "model", "colorSpace", "projection", "generate", "bump", "bumpScale",
-          "alpha", "alphaCutoff", "vertexColors"}},
+          "alpha", "alphaCutoff", "vertexColors", "roughness", "brightest"}},
         {"shader", Named, {Surface, Shader}, nullptr, {"object"}},
         {"render", Table, {RenderingObject}, "Kel", {"object"}},
         {"image", Table, {}, nullptr, {"width", "height", "samples"}},
