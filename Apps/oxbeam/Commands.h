@@ -15,6 +15,7 @@ namespace oxbeam {
 struct ModelCommand {
     std::string shader, environment, view;  // or nothing
     std::string ground = "shadow";          // or "none"
+    std::string color, texture;             // or nothing
 };
 
 struct RenderCommand {

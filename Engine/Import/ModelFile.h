@@ -58,6 +58,7 @@ struct ModelMaterial {
     bool bumpIsNormal = true;        // else heights
     float bumpScale = 1.0f;
     bool vertexColors = false;
+    bool given = false;  // by the file; or else there are only these defaults
 };
 
 struct ModelCamera {

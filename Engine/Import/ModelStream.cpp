@@ -98,11 +98,13 @@ void passMaterial(Stream& s, Material& m) {
         s.plain(*value);
     for (auto* value : {&m.baseColor, &m.emissive, &m.specularColor, &m.attenuationColor}) s.plain(*value);
     s.plain(m.alphaMode);
-    std::uint8_t flags = static_cast<std::uint8_t>((m.bumpIsNormal ? 1 : 0) | (m.vertexColors ? 2 : 0));
+    std::uint8_t flags =
+        static_cast<std::uint8_t>((m.bumpIsNormal ? 1 : 0) | (m.vertexColors ? 2 : 0) | (m.given ? 4 : 0));
     s.plain(flags);
     if constexpr (!std::is_const_v<Material>) {
         m.bumpIsNormal = flags & 1;
         m.vertexColors = flags & 2;
+        m.given = flags & 4;
     }
     for (auto* texture : {&m.texture, &m.bumpMap, &m.emissiveTexture, &m.metalRoughTexture}) passTexture(s, *texture);
 }

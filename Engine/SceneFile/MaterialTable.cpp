@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace oxbeam {
 
@@ -187,6 +188,35 @@ ShaderTable shaderFor(const Surface& surface) {
     for (const Setting& setting : rule.settings)
         if (std::string value = setting.value(surface); !value.empty())
             table.parameters.emplace_back(setting.parameter, std::move(value));
+    return table;
+}
+
+// ---- In place of all materials
+
+bool samplesManyLights(const std::string& object) { return object == "KelAlphaILS"; }
+
+ShaderTable overrideFor(const ObjectClass& object, float size) {
+    using Parameters = std::vector<std::pair<std::string, std::string>>;
+    static const std::string white = tomlValue(White), black = tomlValue(Black);
+    static const std::map<std::string, Parameters> looks = {
+        {"KelCarPaint", {{"diffuseColor", "[0.45, 0.02, 0.03]"}, {"reflective", white}}},
+        {"KelFresnelPhong", {{"diffuseColor", "[0.04, 0.13, 0.33]"}, {"reflective", white}, {"fresnelMethod", "2"}}},
+        {"KelAlphaILS", {{"specularColor", black}}},
+        // The eye's light comes on top of all others.
+        {"KelPhongEyeLight", {{"diffuseColor", "[0.55, 0.55, 0.55]"}, {"intensity", "[0.5, 0.5, 0.5]"}}},
+        {"KelDbgObjectID", {{"emissiveColor", "[0.05, 0.05, 0.05]"}}},
+        {"KelAmbientOcclusion", {{"samples", "4"}, {"maxDistance", tomlValue(0.4f * size)}}},
+        {"KelWallThickness", {{"maxDistance", tomlValue(size)}, {"scaleDistance", tomlValue(1.2f / size)}}},
+    };
+    ShaderTable table{object.name, {}};
+    if (const auto found = looks.find(object.name); found != looks.end()) table.parameters = found->second;
+    const auto general = [&](const char* parameter, const std::string& value) {
+        const bool set = std::any_of(table.parameters.begin(), table.parameters.end(),
+                                     [&](const auto& p) { return p.first == parameter; });
+        if (!set && object.find(parameter)) table.parameters.emplace_back(parameter, value);
+    };
+    general("ambientIntensity", tomlValue(0.12f));
+    general("diffuseColor", tomlValue(0.8f * White));
     return table;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Engine/Import/ModelFile.h"
+#include "Engine/Packages/Registry.h"
 
 #include <string>
 #include <utility>
@@ -28,5 +29,9 @@ struct ShaderTable {
 // The roughness that the material's bump map must have, as its object can be rough by nothing else.
 float roughnessOfBumps(const Surface& surface);
 ShaderTable shaderFor(const Surface& surface);
+// An object that stands in for every material of a model of that size, with what shows it at its best.
+ShaderTable overrideFor(const ObjectClass& object, float size);
+// Whether the object takes a few of many weak lights in each pass.
+bool samplesManyLights(const std::string& object);
 
 }  // namespace oxbeam

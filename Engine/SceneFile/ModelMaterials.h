@@ -24,6 +24,10 @@ public:
 
     // Name of the shader for the material of that number.
     std::string write(const ModelMaterial& material, std::size_t number);
+    // Name of a texture of its own with that picture, of colours.
+    std::string writeTexture(const ModelTexture& picture) {
+        return texture(picture, "picture", {}, ColorSpace::SRGB, {});
+    }
 
 private:
     std::string texture(const ModelTexture& from, const std::string& name, SceneText::Values values, ColorSpace space,

@@ -30,8 +30,8 @@ const std::vector<SceneSection>& sceneSections() {
          List,
          {},
          nullptr,
-         {"file", "shape", "segments", "uvScale", "name", "shader", "shaders", "up", "scale", "rotate", "translate",
-          "matrix", "visibleTo"}}};
+         {"file", "shape", "segments", "uvScale", "coordinates", "name", "shader", "shaders", "up", "scale", "rotate",
+          "translate", "matrix", "visibleTo"}}};
     return all;
 }
 

@@ -122,9 +122,14 @@ ModelMaterial MaterialReader::read(unsigned number) {
     m.emissiveTexture = texture(from, {aiTextureType_EMISSIVE, aiTextureType_EMISSION_COLOR});
     if (const auto own = gltfNumber(number)) {
         m_gltf->complete(m, *own);
+        m.given = true;
         m.metalRoughTexture = texture(from, {aiTextureType_METALNESS, aiTextureType_UNKNOWN});
         return m;
     }
+    // What importers make up, which some name, and others leave at their grey where a library of materials is missing.
+    const bool unnamed = m.name.empty() || m.name == AI_DEFAULT_MATERIAL_NAME;
+    const bool untouched = m.specular <= 0.0f && m.baseColor == R3(0.6f, 0.6f, 0.6f);
+    m.given = m.texture.given() || !(unnamed || untouched);
     // Exporters that mean "no colour of its own" write black, and those that know no transparency an opacity of 0.
     if (m.texture.given() && Max(m.baseColor) <= 0.0f) m.baseColor = R3(1.0f, 1.0f, 1.0f);
     if (m.opacity <= 0.0f) {
