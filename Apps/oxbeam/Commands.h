@@ -17,6 +17,7 @@ struct ModelCommand {
     float rotateEnvironment = 0.0f;         // degrees
     std::string background;                 // "transparent", "environment", or a colour; or nothing
     std::string ground = "shadow";          // or "none"
+    std::string color, texture;             // or nothing
 };
 
 struct RenderCommand {

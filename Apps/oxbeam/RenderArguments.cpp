@@ -75,6 +75,8 @@ void checkModelOptions(const RenderCommand& command) {
                         : !m.view.empty()             ? "--view"
                         : m.ground != "shadow"        ? "--ground"
                         : m.rotateEnvironment != 0.0f ? "--rotate-environment"
+                        : !m.color.empty()            ? "--color"
+                        : !m.texture.empty()          ? "--texture"
                                                       : nullptr;
     if (given && isSceneFile(command.scene))
         throw Error(ExitStatus::Usage, fmt::format("{} is for models; '{}' is a scene file", given, command.scene));

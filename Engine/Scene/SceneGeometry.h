@@ -39,6 +39,9 @@ public:
     SceneGeometry();
     ~SceneGeometry();
 
+    // Meshes that are added get ids whose lowest five bits differ as much as can be, instead of ids in order.
+    bool distinctIds = false;
+
     // Takes a mesh over; its number is what instances refer to. What is charged beyond the memory that may be taken is
     // Error(InputOutput), here and wherever meshes are copied or the structure is built.
     unsigned addMesh(MeshData mesh);

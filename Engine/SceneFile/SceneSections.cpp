@@ -15,7 +15,7 @@ const std::vector<SceneSection>& sceneSections() {
          {},
          nullptr,
          {"file", "image", "wrap", "filter", "model", "colorSpace", "projection", "rotate", "generate", "bump",
-          "bumpScale", "alpha", "alphaCutoff", "vertexColors"}},
+          "bumpScale", "alpha", "alphaCutoff", "vertexColors", "roughness", "brightest"}},
         {"shader", Named, {Surface, Shader}, nullptr, {"object"}},
         {"render", Table, {RenderingObject}, "Kel", {"object"}},
         {"image",
@@ -34,8 +34,8 @@ const std::vector<SceneSection>& sceneSections() {
          List,
          {},
          nullptr,
-         {"file", "shape", "segments", "uvScale", "name", "shader", "shaders", "up", "scale", "rotate", "translate",
-          "matrix", "visibleTo"}}};
+         {"file", "shape", "segments", "uvScale", "coordinates", "ids", "name", "shader", "shaders", "up", "scale",
+          "rotate", "translate", "matrix", "visibleTo"}}};
     return all;
 }
 

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <span>
+#include <limits>
 
 namespace oxbeam {
 
@@ -58,13 +58,25 @@ void Texture::mend(std::vector<float>& texels) {
 
 std::size_t Texture::dropNegative() {
     if (m_storage != Storage::Float) return 0;
-    const std::span all(static_cast<const float*>(m_texels), std::size_t{m_width} * m_height * m_channels);
+    const std::span<const float> all = floats();
     const auto negative = std::count_if(all.begin(), all.end(), [](float v) { return v < 0.0f; });
-    if (negative == 0) return 0;
-    std::vector<float> texels(all.begin(), all.end());
-    for (float& v : texels) v = std::max(v, 0.0f);
-    keep(std::move(texels));
+    if (negative > 0) clamp(0.0f, std::numeric_limits<float>::max());
     return static_cast<std::size_t>(negative);
+}
+
+void Texture::limit(float most) {
+    if (m_storage == Storage::Float) clamp(std::numeric_limits<float>::lowest(), most);
+}
+
+std::span<const float> Texture::floats() const {
+    return {static_cast<const float*>(m_texels), std::size_t{m_width} * m_height * m_channels};
+}
+
+// In texels of its own: others may share those that it has.
+void Texture::clamp(float least, float most) {
+    std::vector<float> texels(floats().begin(), floats().end());
+    for (float& v : texels) v = std::clamp(v, least, most);
+    keep(std::move(texels));
 }
 
 // Finds out once whether anything shines through, and whether the picture holds normals: unit vectors, most of them
