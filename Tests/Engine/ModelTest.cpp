@@ -109,9 +109,9 @@ TEST(ImportProcess, TakesNoMoreMemoryThanItMay) {
     std::string text;
     for (int i = 0; i < 100'000; ++i) text += fmt::format("v {0} 0 1\nv {0} 1 0\nv {0} 0 0\nf -1 -2 -3\n", i);
     ImportLimits limits;
-    limits.bytes = std::size_t{100} << 20;
+    limits.bytes = std::size_t{60} << 20;
     EXPECT_THAT(failure(ExitStatus::BadScene, [&] { loadModel(writeFile("large.obj", text), limits); }),
-                HasSubstr("model 'large.obj' cannot be read: it takes more than 100 MiB of memory"));
+                HasSubstr("model 'large.obj' cannot be read: it takes more than 60 MiB of memory"));
 }
 #endif
 

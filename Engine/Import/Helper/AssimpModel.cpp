@@ -1,6 +1,8 @@
 #include "Engine/Import/Helper/AssimpModel.h"
 
 #include "Engine/Import/Helper/Materials.h"
+#include "Engine/Import/Helper/Normals.h"
+#include "Engine/Import/Helper/Vertices.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/config.h>
@@ -8,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <map>
 #include <new>
 #include <stdexcept>
@@ -36,8 +39,13 @@ static const std::map<std::string, Model::Axis> UpAxes = {
     {".q3s", Model::Z}, {".smd", Model::Z}, {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
 };
 
-static Model::Axis upAxis(const aiScene& scene, std::string ending) {
+static std::string endingOf(const fs::path& file) {
+    std::string ending = file.extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    return ending;
+}
+
+static Model::Axis upAxis(const aiScene& scene, const std::string& ending) {
     int axis = 1;
     if (ending == ".fbx" && scene.mMetaData && scene.mMetaData->Get("UpAxis", axis))
         return axis == 2 ? Model::Z : axis == 0 ? Model::X : Model::Y;
@@ -50,20 +58,29 @@ static Model::Axis upAxis(const aiScene& scene, std::string ending) {
 static MeshData toMesh(const aiMesh& from, unsigned coordinateSet, const Matrix& coordinates) {
     MeshData mesh;
     mesh.name = from.mName.C_Str();
-    const unsigned set = from.HasTextureCoords(coordinateSet) ? coordinateSet : 0;
-    for (unsigned i = 0; i < from.mNumVertices; ++i) {
-        mesh.positions.push_back(toR3(from.mVertices[i]));
-        if (from.HasNormals()) mesh.normals.push_back(toR3(from.mNormals[i]));
-        if (from.HasTextureCoords(set)) {
-            const aiVector3D& st = from.mTextureCoords[set][i];
-            const R3 moved = TransformPoint(coordinates, R3(st.x, st.y, 0.0f));
+    const std::size_t vertices = from.mNumVertices;
+    mesh.positions.reserve(vertices);
+    std::transform(from.mVertices, from.mVertices + vertices, std::back_inserter(mesh.positions), toR3);
+    if (from.HasNormals()) {
+        mesh.normals.reserve(vertices);
+        std::transform(from.mNormals, from.mNormals + vertices, std::back_inserter(mesh.normals), toR3);
+    }
+    if (const aiVector3D* st = from.mTextureCoords[from.HasTextureCoords(coordinateSet) ? coordinateSet : 0]) {
+        mesh.texCoords.reserve(vertices);
+        for (std::size_t i = 0; i < vertices; ++i) {
+            const R3 moved = TransformPoint(coordinates, R3(st[i].x, st[i].y, 0.0f));
             mesh.texCoords.emplace_back(moved.x, moved.y);
         }
-        if (const aiColor4D* c = from.mColors[0]) mesh.colors.emplace_back(c[i].r, c[i].g, c[i].b);
     }
+    if (const aiColor4D* c = from.mColors[0]) {
+        mesh.colors.reserve(vertices);
+        for (std::size_t i = 0; i < vertices; ++i) mesh.colors.emplace_back(c[i].r, c[i].g, c[i].b);
+    }
+    mesh.indices.reserve(std::size_t{3} * from.mNumFaces);
     for (unsigned i = 0; i < from.mNumFaces; ++i)
         if (const aiFace& face = from.mFaces[i]; face.mNumIndices == 3)
             mesh.indices.insert(mesh.indices.end(), face.mIndices, face.mIndices + 3);
+    joinVertices(mesh);
     return mesh;
 }
 
@@ -82,7 +99,7 @@ static void eachNode(const aiNode* root, Use use) {
 }
 
 // Meshes with triangles that some node places, and the materials that these use.
-static void addGeometry(const aiScene& scene, MaterialReader& materials, Model& model) {
+static void addGeometry(const aiScene& scene, MaterialReader& materials, bool flatWithoutNormals, Model& model) {
     std::map<unsigned, unsigned> meshes, used;
     eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix& toModel) {
         for (unsigned i = 0; i < node.mNumMeshes; ++i) {
@@ -93,6 +110,7 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, Model& 
             if (isNew) {
                 const unsigned own = std::min(from.mMaterialIndex, scene.mNumMaterials - 1);
                 model.meshes.push_back(toMesh(from, materials.coordinateSet(own), materials.coordinateTransform(own)));
+                if (!from.HasNormals() && !flatWithoutNormals) makeNormals(model.meshes.back());
                 const auto [material, first] = used.try_emplace(own, static_cast<unsigned>(model.materials.size()));
                 if (first) model.materials.push_back(materials.read(own));
                 model.meshMaterials.push_back(material->second);
@@ -185,15 +203,14 @@ Model readModel(const fs::path& file) {
     auto* folder = new ModelFolder(file);  // owned by the importer
     importer.SetIOHandler(folder);
     std::optional<GltfDocument> gltf;
-    if (const std::string ending = file.extension().string(); ending == ".gltf" || ending == ".glb")
-        gltf = GltfDocument::read(folder->model());
+    const std::string ending = endingOf(file);
+    const bool isGltf = ending == ".gltf" || ending == ".glb";
+    if (isGltf) gltf = GltfDocument::read(folder->model());
     if (gltf) folder->replaceModel(gltf->corrected());
 
     importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
-    importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, 45.0f);
-    const aiScene* scene = importer.ReadFile((folder->folder() / file.filename()).string(),
-                                             aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
-                                                 aiProcess_GenSmoothNormals | aiProcess_SortByPType);
+    const aiScene* scene =
+        importer.ReadFile((folder->folder() / file.filename()).string(), aiProcess_Triangulate | aiProcess_SortByPType);
     const std::string said = scene ? "" : importer.GetErrorString();
     if (said == std::bad_alloc().what()) throw std::bad_alloc();
     if (said == "No meshes remaining") throw std::runtime_error("it has no triangles, only points or lines");
@@ -203,9 +220,9 @@ Model readModel(const fs::path& file) {
         for (const std::string& name : gltf->unknownRequiredExtensions())
             model.warnings.push_back("the file requires the extension '" + name +
                                      "', which is not known here; the picture may be wrong");
-    model.up = upAxis(*scene, file.extension().string());
+    model.up = upAxis(*scene, ending);
     MaterialReader materials(*scene, *folder, gltf, model.warnings);
-    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, model);
+    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, isGltf, model);  // whose standard says so
     const auto places = placesOf(*scene);
     addCameras(*scene, places, gltf.has_value(), model);
     addLights(*scene, places, gltf.has_value(), model);
