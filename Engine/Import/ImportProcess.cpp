@@ -25,6 +25,21 @@ namespace oxbeam {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
+ImportLimits ImportLimits::forFile(std::uintmax_t size) const {
+    constexpr std::uintmax_t most = std::uintmax_t{1} << 46;  // beyond any file that could be read
+    ImportLimits grown = *this;
+    grown.seconds += static_cast<unsigned>(std::min(size, most) >> 21);
+    grown.bytes += 16 * std::min(size, most);
+    return grown;
+}
+
+ImportLimits ImportLimits::lifted(unsigned toSeconds) const {
+    ImportLimits higher = *this;
+    higher.seconds = toSeconds;
+    if (toSeconds > seconds) higher.bytes = bytes / seconds * toSeconds;
+    return higher;
+}
+
 static Error cannotStart(const std::string& program, const std::string& why) {
     return {ExitStatus::InputOutput, fmt::format("cannot start '{}': {}", program, why)};
 }
@@ -86,18 +101,21 @@ void ImportProcess::fail(const std::string& why) const {
     throw Error(ExitStatus::BadScene, fmt::format("{} {}", m_what, why));
 }
 
+void ImportProcess::failAsTooSlow() const {
+    fail(fmt::format("takes longer than {} s to read{}", m_limits.seconds, m_limits.advice));
+}
+
 // When its end of the socket is closed, it has ended or is about to.
 void ImportProcess::failAsItEnded() {
-    const std::string tooSlow = fmt::format("takes longer than {} s to read", m_limits.seconds);
     int status = 0;
     while (waitpid(m_pid, &status, WNOHANG) != m_pid) {
-        if (Clock::now() > m_deadline) fail(tooSlow);
+        if (Clock::now() > m_deadline) failAsTooSlow();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     m_ended = true;
     if (!WIFSIGNALED(status)) fail(fmt::format("ends its reader with status {}", WEXITSTATUS(status)));
     const int signal = WTERMSIG(status);
-    if (signal == SIGXCPU) fail(tooSlow);
+    if (signal == SIGXCPU) failAsTooSlow();
     // No file makes a library raise one of these.
     constexpr std::array outside = {SIGKILL, SIGTERM, SIGINT, SIGHUP, SIGQUIT};
     if (std::find(outside.begin(), outside.end(), signal) != outside.end())
@@ -116,7 +134,8 @@ std::uint64_t ImportProcess::ask(const fs::path& file, std::string what) {
     };
     if (!sent(&length, sizeof length) || !sent(name.data(), name.size())) failAsItEnded();
     take(&length, sizeof length);
-    if (length > m_limits.bytes) fail(fmt::format("takes more than {} MiB once it is read", m_limits.bytes >> 20));
+    if (length > m_limits.bytes)
+        fail(fmt::format("takes more than {} MiB once it is read{}", m_limits.bytes >> 20, m_limits.advice));
     return length;
 }
 
@@ -126,7 +145,7 @@ void ImportProcess::take(void* to, std::size_t size) {
         pollfd waiting{m_socket, POLLIN, 0};
         const int ready = left > 0 ? poll(&waiting, 1, static_cast<int>(left)) : 0;
         if (ready < 0 && errno == EINTR) continue;
-        if (ready <= 0) fail(fmt::format("takes longer than {} s to read", m_limits.seconds));
+        if (ready <= 0) failAsTooSlow();
         const ssize_t taken = recv(m_socket, at, size, 0);
         if (taken < 0 && errno == EINTR) continue;
         if (taken <= 0) failAsItEnded();

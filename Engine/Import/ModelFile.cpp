@@ -24,15 +24,20 @@ Model loadModel(const fs::path& file, const ImportLimits& limits) {
     if (!fs::is_regular_file(status)) throw badModel("is not a regular file");
     if (access(file.c_str(), R_OK) != 0) throw badModel("cannot be read: permission denied");
 
-    ImportProcess process(ModelProgram, limits);
-    std::vector<std::byte> bytes(process.ask(file, name));
-    process.take(bytes.data(), bytes.size());
-    auto result = decodeModel(bytes);
+    ImportLimits grown = limits.forFile(fs::file_size(file, problem));
+    grown.advice = ImportAdvice;
+    ImportProcess process(ModelProgram, grown);
+    std::uint64_t hash = 0;
+    const auto take = [&](void* to, std::size_t size) {
+        process.take(to, size);
+        hash = hashOf({static_cast<const std::byte*>(to), size}, hash);
+    };
+    auto result = decodeModel(process.ask(file, name), take);
     if (!result) throw badModel("cannot be read: its reader handed back what is no model");
     if (!result->failure.empty()) throw badModel("cannot be read: " + oneLine(result->failure));
     for (std::string& warning : result->model.warnings) warning = oneLine(warning);
     if (result->model.parts.empty()) throw badModel("has no triangles in it");
-    result->model.hash = hashOf(bytes);
+    result->model.hash = hash;
     return std::move(result->model);
 }
 

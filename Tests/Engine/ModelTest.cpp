@@ -34,6 +34,24 @@ std::string failureOf(const fs::path& file) {
     return "";
 }
 
+std::vector<std::byte> encoded(const Model& model) {
+    std::vector<std::byte> bytes;
+    encodeModel(model, [&](const void* data, std::size_t size) {
+        const auto* from = static_cast<const std::byte*>(data);
+        bytes.insert(bytes.end(), from, from + size);
+    });
+    return bytes;
+}
+
+std::optional<ModelOrFailure> decoded(const std::vector<std::byte>& bytes) {
+    std::size_t at = 0;
+    return decodeModel(bytes.size(), [&](void* to, std::size_t size) {
+        ASSERT_LE(size, bytes.size() - at);
+        std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), size, static_cast<std::byte*>(to));
+        at += size;
+    });
+}
+
 const std::string Plain = R"("pbrMetallicRoughness": {"metallicFactor": 0})";
 
 }  // namespace
@@ -98,7 +116,7 @@ TEST(ImportProcess, EndsInOneErrorWhateverBecomesOfIt) {
     for (int i = 0; i < 2; ++i) {  // one after the other
         std::vector<std::byte> bytes(process.ask(file, "model 'm'"));
         process.take(bytes.data(), bytes.size());
-        EXPECT_EQ(decodeModel(bytes).value().model.meshes.size(), 1u);
+        EXPECT_EQ(decoded(bytes).value().model.meshes.size(), 1u);
     }
     EXPECT_THAT(failure(ExitStatus::InputOutput, [] { ImportProcess("oxbeam-import-none"); }),
                 HasSubstr("cannot start 'oxbeam-import-none': it is neither in"));
@@ -123,24 +141,24 @@ TEST(ModelStream, RefusesWhatIsNoModel) {
     model.parts = {{0, {}}};
     model.materials.resize(1);
     model.images.push_back({0, 0, {1, 2, 3}});
-    const std::vector<std::byte> bytes = encodeModel(model);
-    ASSERT_TRUE(decodeModel(bytes));
+    const std::vector<std::byte> bytes = encoded(model);
+    ASSERT_TRUE(decoded(bytes));
     for (std::size_t size = 0; size < bytes.size(); ++size)
-        EXPECT_FALSE(decodeModel({bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)}));
+        EXPECT_FALSE(decoded({bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)}));
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         auto changed = bytes;
         changed[i] = std::byte{0xff};
-        if (const auto result = decodeModel(changed); result && result->failure.empty()) {
+        if (const auto result = decoded(changed); result && result->failure.empty()) {
             EXPECT_LT(result->model.parts.at(0).mesh, 1u);
             EXPECT_LT(result->model.meshMaterials.at(0), 1u);
             EXPECT_LT(result->model.materials[0].texture.image, 1);
         }
     }
     model.parts[0].mesh = 1;
-    EXPECT_FALSE(decodeModel(encodeModel(model)));
+    EXPECT_FALSE(decoded(encoded(model)));
     model.parts[0].mesh = 0;
     model.meshes[0].normals.resize(2);
-    EXPECT_FALSE(decodeModel(encodeModel(model))) << "normals for some vertices only";
+    EXPECT_FALSE(decoded(encoded(model))) << "normals for some vertices only";
 }
 
 TEST(ModelFile, FaultsOfTheImporterAreMended) {

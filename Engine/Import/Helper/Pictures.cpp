@@ -121,5 +121,6 @@ int main(int argc, char** argv) {
     return serveRequests(argc, argv,
                          {std::to_string(version / 10000) + '.' + std::to_string(version / 100 % 100) + '.' +
                               std::to_string(version % 100),
-                          readPicture, failure});
+                          [](const fs::path& file) { return answerOf(readPicture(file)); },
+                          [](const std::string& why) { return answerOf(failure(why)); }});
 }

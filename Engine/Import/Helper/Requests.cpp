@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <new>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace oxbeam {
 
@@ -54,17 +56,28 @@ static std::optional<std::string> nextRequest() {
     return transfer(::read, STDIN_FILENO, name.data(), name.size()) ? std::optional(name) : std::nullopt;
 }
 
-static bool answer(const void* data, std::size_t size) {
-    const std::uint64_t length = size;
-    return transfer(::write, STDOUT_FILENO, reinterpret_cast<const char*>(&length), sizeof length) &&
-           transfer(::write, STDOUT_FILENO, static_cast<const char*>(data), size);
+static bool answer(const Answer& pass) {
+    std::uint64_t length = 0;
+    pass([&](const void*, std::size_t size) { length += size; });
+    bool good = transfer(::write, STDOUT_FILENO, reinterpret_cast<const char*>(&length), sizeof length);
+    pass([&](const void* data, std::size_t size) {
+        good = good && transfer(::write, STDOUT_FILENO, static_cast<const char*>(data), size);
+    });
+    return good;
 }
 
-static std::vector<std::byte> readWith(const FileReader& reader, const std::string& file, std::size_t bytes) {
+Answer answerOf(std::vector<std::byte> bytes) {
+    return [kept = std::make_shared<const std::vector<std::byte>>(std::move(bytes))](const AnswerSink& sink) {
+        sink(kept->data(), kept->size());
+    };
+}
+
+static Answer readWith(const FileReader& reader, const std::string& file, std::size_t bytes) {
     try {
         return reader.read(file);
     } catch (const std::bad_alloc&) {
-        return reader.failure("it takes more than " + std::to_string(bytes >> 20) + " MiB of memory");
+        return reader.failure("it takes more than " + std::to_string(bytes >> 20) + " MiB of memory" +
+                              reader.ifTooLarge);
     } catch (const std::exception& e) {
         return reader.failure(*e.what() ? e.what() : "its reader gives no reason");
     }
@@ -84,12 +97,8 @@ int serveRequests(int argc, char** argv, const FileReader& reader) {
         limitNextFile(seconds);
         const auto file = nextRequest();
         if (!file) break;
-        if (file->empty()) {
-            good = answer(reader.version.data(), reader.version.size());
-        } else {
-            const std::vector<std::byte> result = readWith(reader, *file, bytes);
-            good = answer(result.data(), result.size());
-        }
+        const auto version = [&](const AnswerSink& sink) { sink(reader.version.data(), reader.version.size()); };
+        good = answer(file->empty() ? version : readWith(reader, *file, bytes));
     }
     _exit(good ? 0 : 5);  // what a malformed file has done to the heap must not matter now
 }
