@@ -33,6 +33,7 @@ static void addOptions(const RenderCommand& command, const World& world, const R
     inputs["--environment"] = m.environment;
     inputs["--view"] = m.view;
     inputs["--ground"] = m.ground;
+    inputs["--up"] = m.up;
 }
 
 // Files are named as seen from the scene, so that all of it can be moved to another place.

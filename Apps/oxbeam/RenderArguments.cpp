@@ -84,6 +84,7 @@ void checkModelOptions(const RenderCommand& command) {
                         : !m.environment.empty() ? "--environment"
                         : !m.view.empty()        ? "--view"
                         : m.ground != "shadow"   ? "--ground"
+                        : !m.up.empty()          ? "--up"
                                                  : nullptr;
     if (given && isSceneFile(command.scene))
         throw Error(ExitStatus::Usage, fmt::format("{} is for models; '{}' is a scene file", given, command.scene));

@@ -81,7 +81,9 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
 Prepared prepare(const RenderCommand& command, const Registry& registry) {
     Prepared p;
     checkModelOptions(command);
-    p.world = load(command.scene, {command.set, command.camera, modelSceneOptions(command.model, command.size)},
+    p.world = load(command.scene,
+                   {command.set, command.camera, modelSceneOptions(command.model, command.size),
+                    importLimits(command.importLimit)},
                    registry, command.quiet);
     if (!p.world) return p;
     if (!command.size.empty()) p.world->image = parseSize(command.size);

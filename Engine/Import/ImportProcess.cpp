@@ -26,18 +26,11 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 ImportLimits ImportLimits::forFile(std::uintmax_t size) const {
-    constexpr std::uintmax_t most = std::uintmax_t{1} << 46;  // beyond any file that could be read
+    constexpr std::uintmax_t most = std::uintmax_t{1} << 40;  // beyond any file that could be read
     ImportLimits grown = *this;
     grown.seconds += static_cast<unsigned>(std::min(size, most) >> 21);
     grown.bytes += 16 * std::min(size, most);
     return grown;
-}
-
-ImportLimits ImportLimits::lifted(unsigned toSeconds) const {
-    ImportLimits higher = *this;
-    higher.seconds = toSeconds;
-    if (toSeconds > seconds) higher.bytes = bytes / seconds * toSeconds;
-    return higher;
 }
 
 static Error cannotStart(const std::string& program, const std::string& why) {

@@ -25,7 +25,12 @@ struct ImportLimits {
     // For a file of so many bytes: a second more for each two MiB, and sixteen bytes for each of its own.
     ImportLimits forFile(std::uintmax_t size) const;
     // With so many seconds, and where these are more, with as many times the memory.
-    ImportLimits lifted(unsigned toSeconds) const;
+    ImportLimits lifted(unsigned toSeconds) const {
+        ImportLimits higher = *this;
+        higher.seconds = toSeconds;
+        if (toSeconds > seconds) higher.bytes = bytes / seconds * toSeconds;
+        return higher;
+    }
 };
 
 inline constexpr const char* ImportAdvice = "; --import-limit SECONDS allows it more";

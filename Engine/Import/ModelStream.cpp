@@ -217,7 +217,7 @@ bool consistent(const ModelImage& image) {
 bool consistent(const Model& model) {
     const auto all = [](const auto& list, const auto& good) { return std::all_of(list.begin(), list.end(), good); };
     return model.meshMaterials.size() == model.meshes.size() && !model.materials.empty() &&
-           within(model.up, Model::Z) && all(model.meshes, [](const MeshData& m) { return consistent(m); }) &&
+           within(model.up, Model::MinusZ) && all(model.meshes, [](const MeshData& m) { return consistent(m); }) &&
            all(model.meshMaterials, [&](unsigned m) { return m < model.materials.size(); }) &&
            all(model.parts, [&](const ModelPart& p) { return p.mesh < model.meshes.size(); }) &&
            all(model.images, [](const ModelImage& i) { return consistent(i); }) &&

@@ -17,6 +17,7 @@ struct ModelSceneOptions {
     std::string view;               // "iso", "front", "left", "top"; or nothing for the file's camera, else iso
     bool ground = true;             // catches the shadow
     std::optional<ImageSize> size;  // of the picture that it is framed for
+    std::optional<Model::Axis> up;  // instead of the one that the file or its format says
 };
 
 // Whether a file is taken for a scene and not for a model: it ends in .toml, or in nothing.

@@ -124,6 +124,27 @@ TEST(Normals, WeighTrianglesByTheirAngles) {
     EXPECT_NEAR(Dot(mesh.normals[3], expected), 1.0f, 1e-6f);
 }
 
+// A material for each half of a sphere, or for each square of a wedge.
+TEST(Normals, GoOnAcrossTheMeshesOfOneThing) {
+    const MeshData whole = sphereMesh(32), sharp = wedge(60.0f);
+    for (const MeshData& mesh : {whole, sharp}) {
+        MeshData halves[2] = {mesh, mesh};
+        const auto middle = static_cast<std::ptrdiff_t>(mesh.indices.size() / 6 * 3);
+        halves[0].indices.assign(mesh.indices.begin(), mesh.indices.begin() + middle);
+        halves[1].indices.assign(mesh.indices.begin() + middle, mesh.indices.end());
+        makeNormals({&halves[0], &halves[1]});
+        const MeshData one = withNormals(mesh);
+        for (std::size_t i = 0; i < mesh.indices.size(); ++i) {
+            const bool second = static_cast<std::ptrdiff_t>(i) >= middle;
+            const MeshData& half = halves[second];
+            const unsigned index = half.indices[i - (second ? static_cast<std::size_t>(middle) : 0)];
+            EXPECT_EQ(half.positions.at(index), one.positions[one.indices[i]]);
+            EXPECT_EQ(half.normals.at(index), one.normals[one.indices[i]]);
+            EXPECT_EQ(half.texCoords.size(), mesh.texCoords.empty() ? 0u : half.positions.size());
+        }
+    }
+}
+
 TEST(Normals, StandWhateverTheMeshIs) {
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     MeshData mesh = cube();

@@ -2,7 +2,9 @@
 
 #include "Engine/Import/Helper/Materials.h"
 #include "Engine/Import/Helper/Normals.h"
+#include "Engine/Import/Helper/PlyFile.h"
 #include "Engine/Import/Helper/Vertices.h"
+#include "Engine/Import/Helper/X3dDocument.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/config.h>
@@ -34,9 +36,10 @@ static Matrix toMatrix(const aiMatrix4x4& a) {
 // IFC, MD2, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up
 // by definition or custom are not in it.
 static const std::map<std::string, Model::Axis> UpAxes = {
-    {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z}, {".ase", Model::Z}, {".ask", Model::Z},
-    {".cob", Model::Z}, {".dxf", Model::Z}, {".hmp", Model::Z}, {".nff", Model::Z}, {".q3o", Model::Z},
-    {".q3s", Model::Z}, {".smd", Model::Z}, {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
+    {".blend", Model::Z}, {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z},
+    {".ase", Model::Z},   {".ask", Model::Z}, {".cob", Model::Z}, {".dxf", Model::Z},
+    {".hmp", Model::Z},   {".nff", Model::Z}, {".q3o", Model::Z}, {".q3s", Model::Z},
+    {".smd", Model::Z},   {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
 };
 
 static std::string endingOf(const fs::path& file) {
@@ -47,21 +50,33 @@ static std::string endingOf(const fs::path& file) {
 
 static Model::Axis upAxis(const aiScene& scene, const std::string& ending) {
     int axis = 1;
-    if (ending == ".fbx" && scene.mMetaData && scene.mMetaData->Get("UpAxis", axis))
-        return axis == 2 ? Model::Z : axis == 0 ? Model::X : Model::Y;
+    if (ending == ".fbx" && scene.mMetaData && scene.mMetaData->Get("UpAxis", axis) && axis >= 0 && axis < 3) {
+        int sign = 1;
+        scene.mMetaData->Get("UpAxisSign", sign);
+        return static_cast<Model::Axis>(sign < 0 ? axis + Model::MinusX : axis);
+    }
     const auto known = UpAxes.find(ending);
     return known == UpAxes.end() ? Model::Y : known->second;
 }
 
 // ---- Meshes and nodes
 
-static MeshData toMesh(const aiMesh& from, unsigned coordinateSet, const Matrix& coordinates) {
+// How meshes are taken over from a format.
+struct MeshRules {
+    bool takeNormals = true;  // of the file
+    bool makeNormals = true;  // where none are taken
+};
+
+// Facets of a solid (STL) have a normal each, which says no more than their corners do, and nothing of what is round.
+static MeshRules rulesOf(const std::string& ending, bool isGltf) { return {ending != ".stl", !isGltf}; }
+
+static MeshData toMesh(const aiMesh& from, const MeshRules& rules, unsigned coordinateSet, const Matrix& coordinates) {
     MeshData mesh;
     mesh.name = from.mName.C_Str();
     const std::size_t vertices = from.mNumVertices;
     mesh.positions.reserve(vertices);
     std::transform(from.mVertices, from.mVertices + vertices, std::back_inserter(mesh.positions), toR3);
-    if (from.HasNormals()) {
+    if (from.HasNormals() && rules.takeNormals) {
         mesh.normals.reserve(vertices);
         std::transform(from.mNormals, from.mNormals + vertices, std::back_inserter(mesh.normals), toR3);
     }
@@ -98,10 +113,19 @@ static void eachNode(const aiNode* root, Use use) {
     }
 }
 
+// Of a node's meshes that are new.
+static void makeMissingNormals(std::vector<MeshData>& meshes, std::size_t firstNew) {
+    std::vector<MeshData*> bare;
+    for (std::size_t i = firstNew; i < meshes.size(); ++i)
+        if (meshes[i].normals.empty()) bare.push_back(&meshes[i]);
+    if (!bare.empty()) makeNormals(bare);
+}
+
 // Meshes with triangles that some node places, and the materials that these use.
-static void addGeometry(const aiScene& scene, MaterialReader& materials, bool flatWithoutNormals, Model& model) {
+static void addGeometry(const aiScene& scene, MaterialReader& materials, const MeshRules& rules, Model& model) {
     std::map<unsigned, unsigned> meshes, used;
     eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix& toModel) {
+        const std::size_t before = model.meshes.size();
         for (unsigned i = 0; i < node.mNumMeshes; ++i) {
             const unsigned number = node.mMeshes[i];
             if (number >= scene.mNumMeshes) continue;
@@ -109,8 +133,8 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, bool fl
             const auto [known, isNew] = meshes.try_emplace(number, static_cast<unsigned>(model.meshes.size()));
             if (isNew) {
                 const unsigned own = std::min(from.mMaterialIndex, scene.mNumMaterials - 1);
-                model.meshes.push_back(toMesh(from, materials.coordinateSet(own), materials.coordinateTransform(own)));
-                if (!from.HasNormals() && !flatWithoutNormals) makeNormals(model.meshes.back());
+                model.meshes.push_back(
+                    toMesh(from, rules, materials.coordinateSet(own), materials.coordinateTransform(own)));
                 const auto [material, first] = used.try_emplace(own, static_cast<unsigned>(model.materials.size()));
                 if (first) model.materials.push_back(materials.read(own));
                 model.meshMaterials.push_back(material->second);
@@ -118,6 +142,7 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, bool fl
             }
             if (!model.meshes[known->second].indices.empty()) model.parts.push_back({known->second, toModel});
         }
+        if (rules.makeNormals) makeMissingNormals(model.meshes, before);
     });
 }
 
@@ -196,6 +221,27 @@ static ModelImage toImage(const aiTexture& from) {
     return image;
 }
 
+// ---- Formats with a reader of their own
+
+// The importer has read the sample, for its material.
+static void takePly(PlyFile ply, Model& model) {
+    for (std::string& warning : ply.warnings) model.warnings.push_back(std::move(warning));
+    if (model.meshes.empty()) return;
+    MeshData& mesh = model.meshes[0] = std::move(ply.mesh);
+    const bool soup = mesh.positions.size() > mesh.indices.size() / 2;
+    if (soup) joinVertices(mesh);
+    if (mesh.normals.empty()) makeNormals(mesh);
+    if (mesh.indices.empty()) model.parts.clear();
+}
+
+static void warnOfShapes(const X3dDocument& x3d, Model& model) {
+    if (x3d.tooLarge)
+        model.warnings.push_back("the file uses its nodes again more than a million times; not all are shown");
+    if (model.parts.size() < x3d.shapes)
+        model.warnings.push_back(std::to_string(x3d.shapes - model.parts.size()) + " of the file's " +
+                                 std::to_string(x3d.shapes) + " shapes are of kinds that cannot be read, and missing");
+}
+
 // ---- All of it
 
 Model readModel(const fs::path& file) {
@@ -207,6 +253,12 @@ Model readModel(const fs::path& file) {
     const bool isGltf = ending == ".gltf" || ending == ".glb";
     if (isGltf) gltf = GltfDocument::read(folder->model());
     if (gltf) folder->replaceModel(gltf->corrected());
+    std::optional<PlyFile> ply;
+    if (ending == ".ply") ply = readPly(folder->model());
+    if (ply) folder->replaceModel(ply->sample);
+    std::optional<X3dDocument> x3d;
+    if (ending == ".x3d") x3d = readX3d(folder->model());
+    if (x3d) folder->replaceModel(x3d->text);
 
     importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
     const aiScene* scene =
@@ -222,7 +274,9 @@ Model readModel(const fs::path& file) {
                                      "', which is not known here; the picture may be wrong");
     model.up = upAxis(*scene, ending);
     MaterialReader materials(*scene, *folder, gltf, model.warnings);
-    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, isGltf, model);  // whose standard says so
+    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, rulesOf(ending, isGltf), model);
+    if (ply) takePly(std::move(*ply), model);
+    if (x3d) warnOfShapes(*x3d, model);
     const auto places = placesOf(*scene);
     addCameras(*scene, places, gltf.has_value(), model);
     addLights(*scene, places, gltf.has_value(), model);

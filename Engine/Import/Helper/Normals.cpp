@@ -44,6 +44,8 @@ public:
     NormalMaker(MeshData& mesh, float crease) : m_mesh(mesh), m_leastCosine(std::cos(crease * 3.14159265f / 180.0f)) {}
 
     void make();
+    // What the vertices that came to be were split from, in their order.
+    const std::vector<unsigned>& origins() const { return m_origins; }
 
 private:
     class Around;
@@ -62,7 +64,8 @@ private:
     std::vector<R3> m_faces;          // normals by triangle; zero: leave it out
     std::vector<unsigned> m_places;   // by vertex: the first vertex there
     std::vector<unsigned> m_corners;  // corners of triangles, by place
-    std::vector<unsigned> m_starts;   // by place: where its corners begin; those of the next place follow
+    std::vector<unsigned> m_origins;
+    std::vector<unsigned> m_starts;  // by place: where its corners begin; those of the next place follow
 };
 
 void NormalMaker::makeFaceNormals() {
@@ -195,11 +198,10 @@ private:
 };
 
 template <class T>
-void appendCopies(std::vector<T>& values, const std::vector<Splits>& splits, std::size_t total) {
+void appendCopies(std::vector<T>& values, const std::vector<unsigned>& origins) {
     if (values.empty()) return;
-    values.reserve(total);
-    for (const Splits& s : splits)
-        for (const unsigned vertex : s.vertices) values.push_back(values[vertex]);
+    values.reserve(values.size() + origins.size());
+    for (const unsigned vertex : origins) values.push_back(values[vertex]);
 }
 
 void NormalMaker::apply(const std::vector<Splits>& splits) {
@@ -207,10 +209,11 @@ void NormalMaker::apply(const std::vector<Splits>& splits) {
     for (const Splits& s : splits) {
         for (const auto& [corner, number] : s.corners) m_mesh.indices[corner] = static_cast<unsigned>(total + number);
         total += s.vertices.size();
+        m_origins.insert(m_origins.end(), s.vertices.begin(), s.vertices.end());
     }
-    appendCopies(m_mesh.positions, splits, total);
-    appendCopies(m_mesh.texCoords, splits, total);
-    appendCopies(m_mesh.colors, splits, total);
+    appendCopies(m_mesh.positions, m_origins);
+    appendCopies(m_mesh.texCoords, m_origins);
+    appendCopies(m_mesh.colors, m_origins);
     m_mesh.normals.reserve(total);
     for (const Splits& s : splits) m_mesh.normals.insert(m_mesh.normals.end(), s.normals.begin(), s.normals.end());
 }
@@ -228,8 +231,51 @@ void NormalMaker::make() {
     apply(splits);
 }
 
+// Positions and indices of all, one mesh after the other. Indices beyond a mesh's vertices are beyond all.
+MeshData together(const std::vector<MeshData*>& meshes) {
+    MeshData all;
+    for (const MeshData* mesh : meshes) {
+        const std::size_t first = all.positions.size(), vertices = mesh->positions.size();
+        all.positions.insert(all.positions.end(), mesh->positions.begin(), mesh->positions.end());
+        for (const unsigned i : mesh->indices)
+            all.indices.push_back(i < vertices ? static_cast<unsigned>(first + i) : 0xffffffffu);
+    }
+    return all;
+}
+
 }  // namespace
 
 void makeNormals(MeshData& mesh, float crease) { NormalMaker(mesh, crease).make(); }
+
+void makeNormals(const std::vector<MeshData*>& meshes, float crease) {
+    if (meshes.size() == 1) return makeNormals(*meshes[0], crease);
+    MeshData all = together(meshes);
+    const std::size_t before = all.positions.size();
+    NormalMaker maker(all, crease);
+    maker.make();
+    std::vector<unsigned> numbers(maker.origins().size());  // of split vertices in their meshes; 0: not there yet
+    std::size_t first = 0, corner = 0;
+    for (MeshData* mesh : meshes) {
+        const std::size_t vertices = mesh->positions.size();
+        mesh->normals.assign(all.normals.begin() + static_cast<std::ptrdiff_t>(first),
+                             all.normals.begin() + static_cast<std::ptrdiff_t>(first + vertices));
+        std::vector<unsigned> origins;
+        for (unsigned& index : mesh->indices) {
+            const unsigned now = all.indices[corner++];
+            if (index >= vertices || now < before) continue;
+            unsigned& number = numbers[now - before];
+            if (number == 0) {
+                number = static_cast<unsigned>(vertices + origins.size());
+                origins.push_back(index);
+                mesh->normals.push_back(all.normals[now]);
+            }
+            index = number;
+        }
+        appendCopies(mesh->positions, origins);
+        appendCopies(mesh->texCoords, origins);
+        appendCopies(mesh->colors, origins);
+        first += vertices;
+    }
+}
 
 }  // namespace oxbeam

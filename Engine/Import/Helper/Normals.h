@@ -3,6 +3,8 @@
 
 #include "Engine/Scene/MeshData.h"
 
+#include <vector>
+
 namespace oxbeam {
 
 inline constexpr float Crease = 40.0f;  // degrees
@@ -15,5 +17,7 @@ inline constexpr float Crease = 40.0f;  // degrees
 // they are; vertices that only they use get no normal (zero). In linear time, by several threads where the mesh is large,
 // and always the same to the bit.
 void makeNormals(MeshData& mesh, float crease = Crease);
+// The same for the meshes of one thing, which its materials have cut apart, in one space.
+void makeNormals(const std::vector<MeshData*>& meshes, float crease = Crease);
 
 }  // namespace oxbeam
