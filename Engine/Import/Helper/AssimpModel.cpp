@@ -32,14 +32,13 @@ static Matrix toMatrix(const aiMatrix4x4& a) {
 
 // ---- Which way is up
 
-// Formats whose files have z upwards and whose importer leaves it at that. Those that it turns itself (3DS, Blender,
-// IFC, MD2, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up
-// by definition or custom are not in it.
+// Formats whose files have z upwards and whose importer leaves it at that. Those that it turns itself (3DS, ASE, IFC,
+// MD2, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up by
+// definition or custom are not in it.
 static const std::map<std::string, Model::Axis> UpAxes = {
-    {".blend", Model::Z}, {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z},
-    {".ase", Model::Z},   {".ask", Model::Z}, {".cob", Model::Z}, {".dxf", Model::Z},
-    {".hmp", Model::Z},   {".nff", Model::Z}, {".q3o", Model::Z}, {".q3s", Model::Z},
-    {".smd", Model::Z},   {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
+    {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z}, {".blend", Model::Z}, {".cob", Model::Z},
+    {".dxf", Model::Z}, {".hmp", Model::Z}, {".nff", Model::Z}, {".q3o", Model::Z},   {".q3s", Model::Z},
+    {".smd", Model::Z}, {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
 };
 
 static std::string endingOf(const fs::path& file) {
@@ -65,10 +64,12 @@ static Model::Axis upAxis(const aiScene& scene, const std::string& ending) {
 struct MeshRules {
     bool takeNormals = true;  // of the file
     bool makeNormals = true;  // where none are taken
+    bool tellUnused = true;   // where no triangle uses most of the vertices
 };
 
 // Facets of a solid (STL) have a normal each, which says no more than their corners do, and nothing of what is round.
-static MeshRules rulesOf(const std::string& ending, bool isGltf) { return {ending != ".stl", !isGltf}; }
+// A glTF without normals is flat, and many of its meshes may each use a part of the same vertices.
+static MeshRules rulesOf(const std::string& ending, bool isGltf) { return {ending != ".stl", !isGltf, !isGltf}; }
 
 static MeshData toMesh(const aiMesh& from, const MeshRules& rules, unsigned coordinateSet, const Matrix& coordinates) {
     MeshData mesh;
@@ -95,7 +96,6 @@ static MeshData toMesh(const aiMesh& from, const MeshRules& rules, unsigned coor
     for (unsigned i = 0; i < from.mNumFaces; ++i)
         if (const aiFace& face = from.mFaces[i]; face.mNumIndices == 3)
             mesh.indices.insert(mesh.indices.end(), face.mIndices, face.mIndices + 3);
-    joinVertices(mesh);
     return mesh;
 }
 
@@ -124,6 +124,7 @@ static void makeMissingNormals(std::vector<MeshData>& meshes, std::size_t firstN
 // Meshes with triangles that some node places, and the materials that these use.
 static void addGeometry(const aiScene& scene, MaterialReader& materials, const MeshRules& rules, Model& model) {
     std::map<unsigned, unsigned> meshes, used;
+    std::size_t vertices = 0, unused = 0;
     eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix& toModel) {
         const std::size_t before = model.meshes.size();
         for (unsigned i = 0; i < node.mNumMeshes; ++i) {
@@ -135,6 +136,8 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, const M
                 const unsigned own = std::min(from.mMaterialIndex, scene.mNumMaterials - 1);
                 model.meshes.push_back(
                     toMesh(from, rules, materials.coordinateSet(own), materials.coordinateTransform(own)));
+                vertices += from.mNumVertices;
+                unused += joinVertices(model.meshes.back());
                 const auto [material, first] = used.try_emplace(own, static_cast<unsigned>(model.materials.size()));
                 if (first) model.materials.push_back(materials.read(own));
                 model.meshMaterials.push_back(material->second);
@@ -144,6 +147,9 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, const M
         }
         if (rules.makeNormals) makeMissingNormals(model.meshes, before);
     });
+    if (rules.tellUnused && 2 * unused > vertices)
+        model.warnings.push_back("no triangle uses " + std::to_string(unused) + " of the file's " +
+                                 std::to_string(vertices) + " vertices; something may be missing");
 }
 
 // ---- Cameras and lights

@@ -85,7 +85,15 @@ static void keep(std::vector<T>& values, const std::vector<unsigned>& newNumbers
     values.shrink_to_fit();
 }
 
-void joinVertices(MeshData& mesh) {
+static std::size_t countUnused(const MeshData& mesh) {
+    std::vector<bool> used(mesh.positions.size());
+    for (const unsigned index : mesh.indices)
+        if (index < used.size()) used[index] = true;
+    return static_cast<std::size_t>(std::count(used.begin(), used.end(), false));
+}
+
+std::size_t joinVertices(MeshData& mesh) {
+    const std::size_t unused = countUnused(mesh);
     std::vector<unsigned> numbers(mesh.positions.size(), None);
     {
         const std::vector<unsigned> first = firstAlike(mesh);
@@ -95,12 +103,13 @@ void joinVertices(MeshData& mesh) {
     unsigned kept = 0;
     for (unsigned& number : numbers)
         if (number != None) number = kept++;
-    if (kept == numbers.size()) return;
+    if (kept == numbers.size()) return unused;
     for (unsigned& index : mesh.indices) index = index < numbers.size() ? numbers[index] : None;
     keep(mesh.positions, numbers, kept);
     keep(mesh.normals, numbers, kept);
     keep(mesh.texCoords, numbers, kept);
     keep(mesh.colors, numbers, kept);
+    return unused;
 }
 
 }  // namespace oxbeam
