@@ -21,7 +21,7 @@ struct SceneFileOptions {
     // For a model in place of a scene file.
     ModelSceneOptions model = {};
     // What reading each model may take.
-    ImportLimits import = {};
+    ImportLimits importing = {};
 };
 
 // Reads a scene, or makes one around a model, and loads its textures and models; the geometry is prepared but not

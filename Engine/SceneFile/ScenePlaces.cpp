@@ -53,7 +53,7 @@ private:
 
 std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Registry& registry,
                                     Diagnostics& diagnostics, const SceneFileOptions& options) {
-    SceneAssets assets(options.import);
+    SceneAssets assets(options.importing);
     const auto document = readSceneOrModel(file, registry, assets, diagnostics, options);
     return document ? PlaceFinder(*document, registry).find() : std::vector<ScenePlace>();
 }

@@ -21,6 +21,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 namespace {
@@ -195,6 +196,38 @@ TEST(ModelFile, FaultsOfTheImporterAreMended) {
 
     const Model oneBad = loadModel(writeGltf("nan.gltf", Plain, "", "", std::numeric_limits<float>::quiet_NaN()));
     EXPECT_EQ(oneBad.meshes.at(0).indices.size(), 6u) << "the mesh is not thrown away for one vertex";
+}
+
+// Nodes of an X3D that are used again, and what uses nodes in turn; a name that is used within itself, and a text.
+TEST(ModelFile, NodesThatAreUsedAgainArrive) {
+    const std::string shape = "<Shape><Box size='1 1 1'/></Shape>";
+    const auto read = [](const std::string& nodes) {
+        return loadModel(writeFile("nodes.x3d", "<?xml version='1.0'?><X3D profile='Immersive' version='3.0'><Scene>" +
+                                                    nodes + "</Scene></X3D>"));
+    };
+    const Model model = read("<Transform DEF='pair'><Transform DEF='key' translation='1 0 0'>" + shape +
+                             "</Transform><Transform translation='2 0 0'><Transform USE='key'/></Transform></Transform>"
+                             "<Transform translation='0 5 0'><Transform USE='pair'/></Transform>");
+    ASSERT_EQ(model.parts.size(), 4u);
+    std::vector<R3> places;
+    for (const ModelPart& part : model.parts) places.push_back(TransformPoint(part.meshToModel, R3()));
+    EXPECT_THAT(places, UnorderedElementsAre(R3(1, 0, 0), R3(3, 0, 0), R3(1, 5, 0), R3(3, 5, 0)));
+    EXPECT_THAT(model.warnings, IsEmpty());
+
+    EXPECT_EQ(read("<Group DEF='self'>" + shape + "<Group USE='self'/></Group>").parts.size(), 1u);
+    EXPECT_THAT(
+        read(shape + "<Shape><Text string='no'/></Shape><Shape><IndexedLineSet coordIndex='0 1'/></Shape>").warnings,
+        ElementsAre(HasSubstr("1 of the file's 2 shapes")));
+    std::string doubling = "<Group DEF='n0'>" + shape + "</Group>";
+    for (unsigned i = 1; i < 40; ++i)
+        doubling += fmt::format("<Group DEF='n{0}'><Group USE='n{1}'/><Group USE='n{1}'/></Group>", i, i - 1);
+    const auto begin = std::chrono::steady_clock::now();
+    try {
+        EXPECT_FALSE(read(doubling).warnings.empty());
+    } catch (const Error& e) {
+        EXPECT_EQ(e.status(), ExitStatus::BadScene);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
 }
 
 TEST(ModelScene, FramesAndLightsModelsOfAnySize) {

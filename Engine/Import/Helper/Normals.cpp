@@ -12,6 +12,8 @@ namespace oxbeam {
 
 namespace {
 
+constexpr std::size_t MostCorners = 0xffffffffu;  // that have numbers
+
 // Double precision has room for the square of every float.
 struct Vector {
     double x, y, z;
@@ -245,12 +247,15 @@ MeshData together(const std::vector<MeshData*>& meshes) {
 
 }  // namespace
 
-void makeNormals(MeshData& mesh, float crease) { NormalMaker(mesh, crease).make(); }
+void makeNormals(MeshData& mesh, float crease) {
+    if (mesh.indices.size() <= MostCorners) NormalMaker(mesh, crease).make();
+}
 
 void makeNormals(const std::vector<MeshData*>& meshes, float crease) {
     if (meshes.size() == 1) return makeNormals(*meshes[0], crease);
     MeshData all = together(meshes);
     const std::size_t before = all.positions.size();
+    if (all.indices.size() > MostCorners) return;
     NormalMaker maker(all, crease);
     maker.make();
     std::vector<unsigned> numbers(maker.origins().size());  // of split vertices in their meshes; 0: not there yet

@@ -36,15 +36,19 @@ static bool resolveUses(pugi::xml_document& document) {
     for (pugi::xml_node node = document.first_child(); node;) {
         if (const char* name = node.attribute("DEF").value(); *name) named[name] = node;
         const auto found = named.find(node.attribute("USE").value());
-        if (found == named.end() || isWithin(node, found->second)) {
+        const pugi::xml_node used = node;
+        if (found == named.end()) {
             node = after(node);
-            continue;
+        } else if (isWithin(node, found->second)) {
+            node = after(node, false);  // it would have no end; the importer crashes at it
+            used.parent().remove_child(used);
+        } else {
+            const pugi::xml_node copy = node.parent().insert_copy_after(found->second, node);
+            copied += forgetNames(copy);
+            node = after(copy, false);
+            used.parent().remove_child(used);
         }
-        const pugi::xml_node copy = node.parent().insert_copy_after(found->second, node);
-        copied += forgetNames(copy);
-        node.parent().remove_child(node);
         if (copied > most) return false;
-        node = after(copy, false);
     }
     return true;
 }
