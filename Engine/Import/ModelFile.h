@@ -91,11 +91,11 @@ struct Model {
     std::uint64_t hash = 0;  // of all that was read
 };
 
-// Polygons are cut into triangles; normals are made where the file has none, smooth but for edges sharper than 40 degrees.
-// A glTF without normals gets none, which is flat, as its standard says. Points and lines are left out. The file is read
-// by a process of its own, which malformed files may crash, hang or swell, and which sees no file outside the model's
-// folder; its limits grow with the file. Throws Error(BadScene): the file is missing, no regular file, or no model, or
-// reading it took too much.
+// Polygons are cut into triangles; normals are made where the file has none, smooth but for edges sharper than 40
+// degrees. A glTF without normals gets none, which is flat, as its standard says. Points and lines are left out. The
+// file is read by a process of its own, which malformed files may crash, hang or swell, and which sees no file outside
+// the model's folder; its limits grow with the file. Throws Error(BadScene): the file is missing, no regular file, or
+// no model, or reading it took too much.
 OXBEAM_API Model loadModel(const std::filesystem::path& file, const ImportLimits& limits = {});
 
 }  // namespace oxbeam

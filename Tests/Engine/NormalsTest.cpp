@@ -209,8 +209,8 @@ TEST(Normals, AreTheSameEveryTime) {
     EXPECT_TRUE(first.normals == second.normals && first.indices == second.indices);
 }
 
-// The same square pyramid in formats that share vertices and have no normals. A glTF's standard asks for flat faces, which
-// is what a mesh without normals gets.
+// The same square pyramid in formats that share vertices and have no normals. A glTF's standard asks for flat faces,
+// which is what a mesh without normals gets.
 TEST(ModelNormals, AreMadeWhereTheFileHasNone) {
     const std::string vertices = "0 0 0\n1 0 0\n1 1 0\n0 1 0\n0.5 0.5 2\n";
     const std::string faces = "3 0 1 4\n3 1 2 4\n3 2 3 4\n3 3 0 4\n4 3 2 1 0\n";

@@ -16,8 +16,8 @@ inline constexpr std::size_t ChunkSize = std::size_t{1} << 16;
 
 inline std::size_t chunkCount(std::size_t count) { return (count + ChunkSize - 1) / ChunkSize; }
 
-// Calls use(chunk, begin, end) for all of 0 to `count`, chunk by chunk; small counts by the calling thread alone. What the
-// chunks are does not depend on how many threads there are. Throws what the first of them throws.
+// Calls use(chunk, begin, end) for all of 0 to `count`, chunk by chunk; small counts by the calling thread alone. What
+// the chunks are does not depend on how many threads there are. Throws what the first of them throws.
 template <class Use>
 void inChunks(std::size_t count, Use use) {
     const std::size_t chunks = chunkCount(count);

@@ -17,9 +17,10 @@ struct PlyFile {
     std::string sample;                 // one triangle as such a file, with the same textures: for who reads materials
 };
 
-// Text or binary of either byte order. Polygons are cut into triangles, strips taken apart. Nothing comes back where the
-// bytes are no such file, where it has no faces, or where it has materials of its own. Never throws for what they are,
-// and keeps what can be read of a file that is cut off; reads nothing beyond the bytes, and no list is longer than they.
+// Text or binary of either byte order. Polygons are cut into triangles, strips taken apart. Nothing comes back where
+// the bytes are no such file, where it has no faces, or where it has materials of its own. Never throws for what they
+// are, and keeps what can be read of a file that is cut off; reads nothing beyond the bytes, and no list is longer than
+// they.
 std::optional<PlyFile> parsePly(std::string_view bytes);
 std::optional<PlyFile> readPly(const std::filesystem::path& file);
 

@@ -23,8 +23,8 @@ static std::uint64_t mixed(std::uint64_t hash, float value) {
 static std::uint64_t mixed(std::uint64_t hash, const R2& v) { return mixed(mixed(hash, v.x), v.y); }
 static std::uint64_t mixed(std::uint64_t hash, const R3& v) { return mixed(mixed(mixed(hash, v.x), v.y), v.z); }
 
-// The first of all that are equal, for each of `count` things, by a table with open addressing that all threads fill. An
-// entry, once taken, only ever changes to a lesser number of an equal thing, so that the outcome is always the same.
+// The first of all that are equal, for each of `count` things, by a table with open addressing that all threads fill.
+// An entry, once taken, only ever changes to a lesser number of an equal thing, so that the outcome is always the same.
 template <class Hash, class Equal>
 static std::vector<unsigned> firstOfEqual(std::size_t count, Hash hash, Equal equal) {
     std::vector<unsigned> table(std::bit_ceil(2 * count + 1), None);
