@@ -18,6 +18,7 @@ struct ModelCommand {
     std::string background;                 // "transparent", "environment", or a colour; or nothing
     std::string ground = "shadow";          // or "none"
     std::string color, texture;             // or nothing
+    std::string up;                         // "-z", or nothing for what the file says
 };
 
 struct RenderCommand {
@@ -44,7 +45,8 @@ struct RenderCommand {
     double checkpointEvery = 60.0;
     bool resume = false;
     bool packets = false;
-    std::string isa;  // or nothing for the default
+    std::string isa;                      // or nothing for the default
+    std::optional<unsigned> importLimit;  // seconds that reading a model may take
     bool quiet = false;
 };
 
@@ -57,12 +59,15 @@ struct SceneCommand {
     std::string output;  // or nothing for standard output
     std::string size;
     ModelCommand options;
+    std::optional<unsigned> importLimit;
 };
 
 // Of "1280x720"; throws Error(Usage).
 ImageSize parseSize(const std::string& text);
 // `size` is such a text or nothing.
 ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::string& size);
+// What reading a model may take; throws Error(Usage).
+ImportLimits importLimits(const std::optional<unsigned>& seconds);
 void checkInput(const std::string& scene);
 // That a file can be written: throws Error(InputOutput).
 void checkWritable(const std::string& file);
@@ -70,7 +75,7 @@ void checkWritable(const std::string& file);
 // Writes the scene that `render` would make around a model.
 ExitStatus runScene(const SceneCommand& command, const Registry& registry);
 ExitStatus runRender(const RenderCommand& command, const Registry& registry);
-ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry);
+ExitStatus runCheck(const RenderCommand& command, const Registry& registry);
 // Lays pictures out on one, each labelled with its file's name.
 ExitStatus runSheet(const std::vector<std::string>& pictures, const std::string& output, unsigned columns);
 ExitStatus runList(const Registry& registry);

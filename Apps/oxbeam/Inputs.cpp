@@ -38,6 +38,7 @@ static void addOptions(const RenderCommand& command, const World& world, const R
     inputs["--ground"] = m.ground;
     inputs["--color"] = m.color;
     inputs["--texture"] = m.texture;
+    inputs["--up"] = m.up;
 }
 
 // Files are named as seen from the scene, so that all of it can be moved to another place.

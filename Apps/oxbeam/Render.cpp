@@ -101,10 +101,10 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     return leave(result.complete ? ExitStatus::Done : stoppedStatus());
 }
 
-ExitStatus runCheck(const std::string& scene, const std::vector<std::string>& set, const Registry& registry) {
-    const auto world = load(scene, {set, {}}, registry, false);
+ExitStatus runCheck(const RenderCommand& command, const Registry& registry) {
+    const auto world = load(command.scene, {command.set, {}, {}, importLimits(command.importLimit)}, registry, false);
     if (!world) return ExitStatus::BadScene;
-    std::cout << fmt::format("{}: no errors; {}\n", scene, contents(*world));
+    std::cout << fmt::format("{}: no errors; {}\n", command.scene, contents(*world));
     return ExitStatus::Done;
 }
 

@@ -75,6 +75,7 @@ void checkModelOptions(const RenderCommand& command) {
                         : !m.view.empty()             ? "--view"
                         : m.ground != "shadow"        ? "--ground"
                         : m.rotateEnvironment != 0.0f ? "--rotate-environment"
+                        : !m.up.empty()               ? "--up"
                         : !m.color.empty()            ? "--color"
                         : !m.texture.empty()          ? "--texture"
                                                       : nullptr;

@@ -122,7 +122,9 @@ void choosePicture(const RenderCommand& command, World& world) {
 Prepared prepare(const RenderCommand& command, const Registry& registry) {
     Prepared p;
     checkModelOptions(command);
-    p.world = load(command.scene, {command.set, command.camera, modelSceneOptions(command.model, command.size)},
+    p.world = load(command.scene,
+                   {command.set, command.camera, modelSceneOptions(command.model, command.size),
+                    importLimits(command.importLimit)},
                    registry, command.quiet);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));

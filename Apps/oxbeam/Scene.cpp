@@ -1,10 +1,13 @@
 #include "Apps/oxbeam/Commands.h"
 #include "Apps/oxbeam/OutputFiles.h"
 #include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/SceneFile/UpAxis.h"
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -29,6 +32,10 @@ static R3 parseColor(const std::string& text) {
 ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::string& size) {
     if (command.ground != "shadow" && command.ground != "none")
         throw Error(ExitStatus::Usage, fmt::format("--ground {}: expected shadow or none", command.ground));
+    const auto up = std::find(AxisNames.begin(), AxisNames.end(), command.up);
+    if (up == AxisNames.end() && !command.up.empty())
+        throw Error(ExitStatus::Usage, fmt::format("--up {}: expected one of {}{}", command.up,
+                                                   fmt::join(AxisNames, ", "), didYouMean(command.up, AxisNames)));
     if (!command.environment.empty()) checkInput(command.environment);
     if (!std::isfinite(command.rotateEnvironment))
         throw Error(ExitStatus::Usage, "--rotate-environment: expected a number of degrees");
@@ -42,8 +49,17 @@ ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::stri
     if (!command.color.empty()) options.color = parseColor(command.color);
     if (!command.texture.empty()) checkInput(command.texture);
     options.texture = command.texture;
+    if (up != AxisNames.end()) options.up = static_cast<Model::Axis>(up - AxisNames.begin());
     if (!size.empty()) options.size = parseSize(size);
     return options;
+}
+
+ImportLimits importLimits(const std::optional<unsigned>& seconds) {
+    constexpr unsigned most = 86400;
+    if (!seconds) return {};
+    if (*seconds < 1 || *seconds > most)
+        throw Error(ExitStatus::Usage, fmt::format("--import-limit {}: expected 1 to {} seconds", *seconds, most));
+    return ImportLimits().lifted(*seconds);
 }
 
 ExitStatus runScene(const SceneCommand& command, const Registry& registry) {
@@ -56,7 +72,7 @@ ExitStatus runScene(const SceneCommand& command, const Registry& registry) {
         outputs = {{"--output", command.output}};
         requireApart(outputs, inputsOf(command.model, command.options, registry));
     }
-    SceneAssets assets;
+    SceneAssets assets(importLimits(command.importLimit));
     Diagnostics diagnostics;
     const std::string text =
         describeModelScene(command.model, fs::path(command.output).parent_path(),

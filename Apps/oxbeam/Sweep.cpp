@@ -4,6 +4,7 @@
 #include "Apps/oxbeam/OutputFiles.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Apps/oxbeam/SharedOptions.h"
 #include "Apps/oxbeam/SweepValues.h"
 #include "Engine/Output/ContactSheet.h"
 
@@ -22,7 +23,7 @@ static constexpr unsigned PictureSide = 320, LeastCellWidth = 160, MaxPictures =
 void addSweep(CLI::App& app, SweepCommand& command) {
     RenderCommand& r = command.render;
     CLI::App* c = app.add_subcommand("sweep", "Render a scene with many values of a parameter, on one contact sheet");
-    c->add_option("SCENE", r.scene, "Scene file (TOML)")->required();
+    c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
     c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
         ->required()
         ->type_name("FILE");
@@ -39,6 +40,8 @@ void addSweep(CLI::App& app, SweepCommand& command) {
         ->type_name("N")
         ->check(CLI::Range(1, 64));
     c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
+    addUp(*c, r.model);
+    addImportLimit(*c, r.importLimit);
     c->add_option("--samples", r.samples, "Passes over each picture, instead of the scene's")->type_name("N");
     c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
     addMemoryLimit(*c);
@@ -54,7 +57,9 @@ std::vector<SweptSetting> takeSwept(RenderCommand& render, const Registry& regis
     std::copy_if(render.set.begin(), render.set.end(), std::back_inserter(given),
                  [](const std::string& text) { return text.find('=') != std::string::npos; });
     Diagnostics unreadable;  // is said when the scene is loaded, unless a declaration is needed before
-    const std::vector<ScenePlace> places = scenePlaces(render.scene, registry, unreadable, given);
+    const std::vector<ScenePlace> places =
+        scenePlaces(render.scene, registry, unreadable,
+                    {given, {}, modelSceneOptions(render.model, render.size), importLimits(render.importLimit)});
     if (unreadable.hasErrors() && given.size() < render.set.size()) {
         unreadable.print(std::cerr);
         return {};

@@ -6,6 +6,7 @@
 #include "Apps/oxbeam/MemoryLimit.h"
 #include "Apps/oxbeam/Metadata.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Apps/oxbeam/SharedOptions.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
 #include "Engine/Diagnostics/Diagnostics.h"
@@ -37,8 +38,7 @@ struct Arguments {
     std::vector<std::string> packagePaths;
     RenderCommand render;
     SceneCommand scene;
-    std::string checkScene;
-    std::vector<std::string> checkSet;
+    RenderCommand check;  // the scene and its settings
     std::vector<std::string> pictures;
     std::string sheet;
     unsigned columns = 4;
@@ -63,6 +63,7 @@ void addModelOptions(CLI::App& c, ModelCommand& m) {
         ->type_name("environment|transparent|r,g,b");
     c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("KIND");
     c.add_option("--view", m.view, "Of a model: look at it from iso, front, left or top")->type_name("NAME");
+    addUp(c, m);
 }
 
 void addCheckpoint(CLI::App& c, RenderCommand& r) {
@@ -115,6 +116,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
     c->add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
         ->type_name("sse2|sse4.2|avx|avx2|avx512");
     addMemoryLimit(*c);
+    addImportLimit(*c, r.importLimit);
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
 }
 
@@ -125,16 +127,18 @@ void addScene(CLI::App& app, SceneCommand& s) {
     c->add_option("--size", s.size, "Size of the picture in pixels")->type_name("WxH");
     addModelOptions(*c, s.options);
     addMemoryLimit(*c);
+    addImportLimit(*c, s.importLimit);
 }
 
 void addOthers(CLI::App& app, Arguments& a) {
     CLI::App* check = app.add_subcommand("check", "Report all errors of a scene without rendering it");
-    check->add_option("SCENE", a.checkScene, "Scene file (TOML)")->required();
-    check->add_option("--set", a.checkSet, "Set a parameter over the scene; may be repeated")
+    check->add_option("SCENE", a.check.scene, "Scene file (.toml), or a model")->required();
+    check->add_option("--set", a.check.set, "Set a parameter over the scene; may be repeated")
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addMemoryLimit(*check);
+    addImportLimit(*check, a.check.importLimit);
     CLI::App* sheet = app.add_subcommand("sheet", "Lay pictures out on one contact sheet, labelled by their names");
     sheet->add_option("PICTURE", a.pictures, "Pictures")->required();
     sheet->add_option("-o,--output", a.sheet, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
@@ -167,7 +171,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     registry.loadPackages(folders);
     if (app.got_subcommand("render")) return runRender(a.render, registry);
     if (app.got_subcommand("scene")) return runScene(a.scene, registry);
-    if (app.got_subcommand("check")) return runCheck(a.checkScene, a.checkSet, registry);
+    if (app.got_subcommand("check")) return runCheck(a.check, registry);
     if (app.got_subcommand("sweep")) return runSweep(a.sweep, registry);
     if (app.got_subcommand("completion")) return runCompletion(app, registry);
     if (app.got_subcommand("list")) return runList(registry);

@@ -35,6 +35,14 @@ static rlim_t addresses() {
     return getrlimit(RLIMIT_AS, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
 }
 
+ImportLimits ImportLimits::forFile(std::uintmax_t size) const {
+    constexpr std::uintmax_t most = std::uintmax_t{1} << 40;  // beyond any file that could be read
+    ImportLimits grown = *this;
+    grown.seconds += static_cast<unsigned>(std::min(size, most) >> 21);
+    grown.bytes += 16 * std::min(size, most);
+    return grown;
+}
+
 static Error cannotStart(const std::string& program, const std::string& why) {
     return {ExitStatus::InputOutput, fmt::format("cannot start '{}': {}", program, why)};
 }
@@ -101,15 +109,15 @@ void ImportProcess::fail(const std::string& why) const {
     throw Error(ExitStatus::BadScene, fmt::format("{} {}", m_what, why));
 }
 
-static std::string tooSlow(const ImportLimits& limits) {
-    return fmt::format("takes longer than {} s to read", limits.seconds);
+void ImportProcess::failAsTooSlow() const {
+    fail(fmt::format("takes longer than {} s to read{}", m_limits.seconds, m_limits.advice));
 }
 
 // When its end of the socket is closed, it has ended or is about to.
 void ImportProcess::failAsItEnded() {
     int status = 0;
     while (waitpid(m_pid, &status, WNOHANG) != m_pid) {
-        if (Clock::now() > m_deadline) fail(tooSlow(m_limits));
+        if (Clock::now() > m_deadline) failAsTooSlow();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     m_ended = true;
@@ -127,7 +135,7 @@ void ImportProcess::failForTheMachine(const std::string& why) const {
 }
 
 void ImportProcess::failAsSignalled(int signal) const {
-    if (signal == SIGXCPU) fail(tooSlow(m_limits));
+    if (signal == SIGXCPU) failAsTooSlow();
     if (signal == SIGSYS)
         fail(fmt::format("makes its reader ask the system for what no file needs ({})", strsignal(signal)));
     // No file makes a library raise one of these.
@@ -161,7 +169,8 @@ std::uint64_t ImportProcess::ask(const fs::path& file, std::string what, const s
     if (!sendRequest(file.empty() ? "" : words + fs::absolute(file).string(), descriptor)) failAsItEnded();
     std::uint64_t length = 0;
     take(&length, sizeof length);
-    if (length > m_limits.bytes) fail(fmt::format("takes more than {} MiB once it is read", m_limits.bytes >> 20));
+    if (length > m_limits.bytes)
+        fail(fmt::format("takes more than {} MiB once it is read{}", m_limits.bytes >> 20, m_limits.advice));
     return length;
 }
 
@@ -170,7 +179,7 @@ void ImportProcess::take(void* to, std::size_t size) {
     for (auto* at = static_cast<char*>(to); size > 0;) {
         if (interrupted()) throw Interruption(fmt::format("stopped while reading {}", m_what));
         const long left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
-        if (left <= 0) fail(tooSlow(m_limits));
+        if (left <= 0) failAsTooSlow();
         pollfd waiting{m_socket, POLLIN, 0};
         if (poll(&waiting, 1, static_cast<int>(std::min(left, lookUp))) <= 0) continue;
         const ssize_t taken = recv(m_socket, at, size, 0);

@@ -21,7 +21,20 @@ inline constexpr const char* PictureProgram = "oxbeam-decode";
 struct ImportLimits {
     unsigned seconds = 20;
     std::size_t bytes = std::size_t{4} << 30;  // of addresses, and of what is handed back
+    std::string advice = {};                   // what to do, said where one of the two is reached
+
+    // For a file of so many bytes: a second more for each two MiB, and sixteen bytes for each of its own.
+    ImportLimits forFile(std::uintmax_t size) const;
+    // With so many seconds, and where these are more, with as many times the memory.
+    ImportLimits lifted(unsigned toSeconds) const {
+        ImportLimits higher = *this;
+        higher.seconds = toSeconds;
+        if (toSeconds > seconds) higher.bytes = bytes / seconds * toSeconds;
+        return higher;
+    }
 };
+
+inline constexpr const char* ImportAdvice = "; --import-limit SECONDS allows it more";
 
 // One process, which reads one file after the other. When it has failed once, it is of no more use.
 class ImportProcess {
@@ -51,6 +64,7 @@ private:
     [[noreturn]] void failAsItEnded();
     [[noreturn]] void failAsSignalled(int signal) const;
     bool sendRequest(const std::string& name, int descriptor) const;
+    [[noreturn]] void failAsTooSlow() const;
 
     ImportLimits m_limits;
     std::string m_what;

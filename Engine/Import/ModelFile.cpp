@@ -24,18 +24,22 @@ Model loadModel(const fs::path& file, const ImportLimits& limits) {
     if (input.state == InputFile::Refused)
         throw Error(ExitStatus::InputOutput, fmt::format("{} cannot be read: {}", name, input.why));
 
-    ImportProcess process(ModelProgram, limits);
+    ImportLimits grown = limits.forFile(fs::file_size(file));
+    grown.advice = ImportAdvice;
+    ImportProcess process(ModelProgram, grown);
     const std::uint64_t length = process.ask(file, name);
-    // As bytes and as what is made of them; what stays is charged where it is kept.
-    const MemoryCharge memory(MemoryUse::Models, 2 * length, name);
-    std::vector<std::byte> bytes(length);
-    process.take(bytes.data(), bytes.size());
-    auto result = decodeModel(bytes);
+    const MemoryCharge memory(MemoryUse::Models, length, name);  // what stays is charged where it is kept
+    std::uint64_t hash = 0;
+    const auto take = [&](void* to, std::size_t size) {
+        process.take(to, size);
+        hash = hashOf({static_cast<const std::byte*>(to), size}, hash);
+    };
+    auto result = decodeModel(length, take);
     if (!result) throw badModel("cannot be read: its reader handed back what is no model");
     if (!result->failure.empty()) throw badModel("cannot be read: " + oneLine(result->failure));
     for (std::string& warning : result->model.warnings) warning = oneLine(warning);
     if (result->model.parts.empty()) throw badModel("has no triangles in it");
-    result->model.hash = hashOf(bytes);
+    result->model.hash = hash;
     return std::move(result->model);
 }
 

@@ -79,7 +79,7 @@ struct ModelLight {
 };
 
 struct Model {
-    enum Axis : unsigned { X, Y, Z };
+    enum Axis : unsigned { X, Y, Z, MinusX, MinusY, MinusZ };
 
     std::vector<MeshData> meshes;
     std::vector<unsigned> meshMaterials;  // by mesh
@@ -94,10 +94,12 @@ struct Model {
     std::uint64_t hash = 0;  // of all that was read
 };
 
-// Polygons are cut into triangles; normals are made where the file has none, smooth up to a crease of 45 degrees. Points
-// and lines are left out. The file is read by a process of its own, which malformed files may crash, hang or swell, and
-// which sees no file outside the model's folder. Throws Error(BadScene): the file is missing, no regular file, or no
-// model, or reading it took too much; Error(InputOutput) where it would take more memory than the limit allows, or the
+// Polygons are cut into triangles; normals are made where the file has none, smooth but for edges sharper than 40
+// degrees. A glTF without normals gets none, which is flat, as its standard says. Points and lines are left out. The
+// file is read by a process of its own, which malformed files may crash, hang or swell, and which sees no file outside
+// file is read by a process of its own, which malformed files may crash, hang or swell, and which sees no file outside
+// the model's folder; its limits grow with the file. Throws Error(BadScene): the file is missing, no regular file, or
+// no model, or reading it took too much; Error(InputOutput) where it would take more memory than the limit allows, or the
 // system refuses to read it.
 OXBEAM_API Model loadModel(const std::filesystem::path& file, const ImportLimits& limits = {});
 

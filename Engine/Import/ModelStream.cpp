@@ -12,74 +12,117 @@ namespace {
 constexpr std::uint32_t Magic = 0x314d784f, EndMark = 0x444e4521;
 constexpr std::uint32_t IsModel = 1, IsFailure = 2;
 
+// Small values are passed on together; arrays go from where they are and to where they stay.
+constexpr std::size_t BufferSize = std::size_t{1} << 16;
+
 // Both directions walk over a model alike, so that they cannot disagree.
 class Writer {
 public:
-    std::vector<std::byte> bytes;
+    explicit Writer(const ModelSink& sink) : m_sink(sink) {}
 
     template <class T>
     void plain(const T& value) {
-        const auto* from = reinterpret_cast<const std::byte*>(&value);
-        bytes.insert(bytes.end(), from, from + sizeof value);
+        put(&value, sizeof value);
     }
     template <class T>
     void list(const std::vector<T>& values) {
         plain(static_cast<std::uint64_t>(values.size()));
-        const auto* from = reinterpret_cast<const std::byte*>(values.data());
-        bytes.insert(bytes.end(), from, from + sizeof(T) * values.size());
+        put(values.data(), sizeof(T) * values.size());
     }
-    void text(const std::string& value) { list(std::vector<char>(value.begin(), value.end())); }
+    void text(const std::string& value) {
+        plain(static_cast<std::uint64_t>(value.size()));
+        put(value.data(), value.size());
+    }
     template <class T, class Each>
     void each(const std::vector<T>& values, Each each) {
         plain(static_cast<std::uint64_t>(values.size()));
         for (const T& value : values) each(*this, value);
     }
-    bool good() const { return true; }
+    void flush() {
+        if (!m_buffer.empty()) m_sink(m_buffer.data(), m_buffer.size());
+        m_buffer.clear();
+    }
+
+private:
+    void put(const void* data, std::size_t size) {
+        if (m_buffer.size() + size > BufferSize) flush();
+        const auto* from = static_cast<const std::byte*>(data);
+        if (size > BufferSize)
+            m_sink(from, size);
+        else
+            m_buffer.insert(m_buffer.end(), from, from + size);
+    }
+
+    const ModelSink& m_sink;
+    std::vector<std::byte> m_buffer;
 };
 
 class Reader {
 public:
-    explicit Reader(const std::vector<std::byte>& bytes) : m_bytes(bytes) {}
+    Reader(std::uint64_t size, const ModelSource& source) : m_source(source), m_left(size) {}
 
     template <class T>
     void plain(T& value) {
-        take(&value, 1, sizeof value);
+        take(&value, sizeof value);
     }
+    // Grows as it arrives: a length that is a lie costs no memory.
     template <class T>
     void list(std::vector<T>& values) {
-        values.resize(length(sizeof(T)));
-        take(values.data(), values.size(), sizeof(T));
+        constexpr std::size_t step = std::max<std::size_t>(1, (std::size_t{1} << 22) / sizeof(T));
+        const std::size_t count = length(sizeof(T));
+        values.reserve(count);
+        while (values.size() < count && m_good) {
+            const std::size_t before = values.size();
+            values.resize(std::min(count, before + step));
+            take(values.data() + before, sizeof(T) * (values.size() - before));
+        }
     }
     void text(std::string& value) {
         value.resize(length(1));
-        take(value.data(), value.size(), 1);
+        take(value.data(), value.size());
     }
     template <class T, class Each>
     void each(std::vector<T>& values, Each each) {
         // An entry takes a byte at the very least; it is made only when its turn comes.
         for (std::size_t left = length(1); left > 0 && m_good; --left) each(*this, values.emplace_back());
     }
-    bool good() const { return m_good; }
-    bool atEnd() const { return m_good && m_at == m_bytes.size(); }
+    bool atEnd() const { return m_good && available() == 0; }
 
 private:
+    std::uint64_t available() const { return m_left + m_buffer.size() - m_at; }
     std::size_t length(std::size_t elementSize) {
         std::uint64_t count = 0;
         plain(count);
-        if (count > (m_bytes.size() - m_at) / elementSize) m_good = false;
+        if (count > available() / elementSize) m_good = false;
         return m_good ? static_cast<std::size_t>(count) : 0;
     }
-    void take(void* to, std::size_t count, std::size_t size) {
-        if (!m_good || count > (m_bytes.size() - m_at) / size) {
+    void take(void* to, std::size_t size) {
+        if (!m_good || size > available()) {
             m_good = false;
             return;
         }
-        if (count) std::memcpy(to, m_bytes.data() + m_at, count * size);
-        m_at += count * size;
+        for (auto* at = static_cast<std::byte*>(to); size > 0;) {
+            if (m_at == m_buffer.size() && size >= BufferSize) return fetch(at, size);
+            if (m_at == m_buffer.size()) refill();
+            const std::size_t now = std::min(size, m_buffer.size() - m_at);
+            std::memcpy(at, m_buffer.data() + m_at, now);
+            at += now, m_at += now, size -= now;
+        }
+    }
+    void refill() {
+        m_buffer.resize(std::min<std::uint64_t>(BufferSize, m_left));
+        m_at = 0;
+        fetch(m_buffer.data(), m_buffer.size());
+    }
+    void fetch(void* to, std::size_t size) {
+        m_source(to, size);
+        m_left -= size;
     }
 
-    const std::vector<std::byte>& m_bytes;
-    std::size_t m_at = 0;
+    const ModelSource& m_source;
+    std::uint64_t m_left;  // that the source still has
+    std::vector<std::byte> m_buffer;
+    std::size_t m_at = 0;  // in the buffer
     bool m_good = true;
 };
 
@@ -176,7 +219,7 @@ bool consistent(const ModelImage& image) {
 bool consistent(const Model& model) {
     const auto all = [](const auto& list, const auto& good) { return std::all_of(list.begin(), list.end(), good); };
     return model.meshMaterials.size() == model.meshes.size() && !model.materials.empty() &&
-           within(model.up, Model::Z) && all(model.meshes, [](const MeshData& m) { return consistent(m); }) &&
+           within(model.up, Model::MinusZ) && all(model.meshes, [](const MeshData& m) { return consistent(m); }) &&
            all(model.meshMaterials, [&](unsigned m) { return m < model.materials.size(); }) &&
            all(model.parts, [&](const ModelPart& p) { return p.mesh < model.meshes.size(); }) &&
            all(model.images, [](const ModelImage& i) { return consistent(i); }) &&
@@ -235,27 +278,27 @@ void keepUsable(std::vector<T>& list, const char* kind, std::vector<std::string>
 
 }  // namespace
 
-static std::vector<std::byte> framed(std::uint32_t kind, const auto& content) {
-    Writer writer;
+static void framed(std::uint32_t kind, const ModelSink& sink, const auto& content) {
+    Writer writer(sink);
     writer.plain(Magic);
     writer.plain(kind);
     content(writer);
     writer.plain(EndMark);
-    return std::move(writer.bytes);
+    writer.flush();
 }
 
-std::vector<std::byte> encodeModel(const Model& model) {
-    return framed(IsModel, [&](Writer& w) { passModel(w, model); });
+void encodeModel(const Model& model, const ModelSink& sink) {
+    framed(IsModel, sink, [&](Writer& w) { passModel(w, model); });
 }
 
-std::vector<std::byte> encodeFailure(const std::string& why) {
-    return framed(IsFailure, [&](Writer& w) { w.text(why); });
+void encodeFailure(const std::string& why, const ModelSink& sink) {
+    framed(IsFailure, sink, [&](Writer& w) { w.text(why); });
 }
 
-std::optional<ModelOrFailure> decodeModel(const std::vector<std::byte>& bytes) {
+std::optional<ModelOrFailure> decodeModel(std::uint64_t size, const ModelSource& source) {
     ModelOrFailure result;
     Model& model = result.model;
-    Reader reader(bytes);
+    Reader reader(size, source);
     std::uint32_t magic = 0, kind = 0, end = 0;
     reader.plain(magic);
     reader.plain(kind);

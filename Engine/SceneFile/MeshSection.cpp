@@ -3,6 +3,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Scene/BoxCoordinates.h"
 #include "Engine/Scene/Shapes.h"
+#include "Engine/SceneFile/UpAxis.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -146,22 +147,10 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     }
 }
 
-// A turn that brings an axis of the file upwards, without the rounding of sines.
-static Matrix turnedUp(unsigned axis) {
-    Matrix turn;
-    if (axis == 1) return turn;
-    for (auto& row : turn.m) std::fill(std::begin(row), std::end(row), 0.0f);
-    if (axis == 2)
-        turn.m[0][0] = turn.m[1][2] = 1.0f, turn.m[2][1] = -1.0f;
-    else
-        turn.m[1][0] = turn.m[2][2] = 1.0f, turn.m[0][1] = -1.0f;
-    return turn;
-}
-
 // Turned up and scaled first, then rotated about x, y and z, then moved.
 Matrix MeshSection::placementOf(TableReader& reader) {
     const auto matrix = reader.numbers("matrix", 16);
-    const Matrix turn = turnedUp(reader.word("up", {"x", "y", "z"}).value_or(1));
+    const Matrix turn = turnUp(reader.word("up", AxisNames).value_or(Model::Y));
     const auto translate = reader.vector("translate"), rotate = reader.vector("rotate");
     R3 scale(1.0f, 1.0f, 1.0f);
     if (reader.isList("scale"))

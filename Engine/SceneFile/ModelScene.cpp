@@ -6,6 +6,7 @@
 #include "Engine/SceneFile/ModelMaterials.h"
 #include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneText.h"
+#include "Engine/SceneFile/UpAxis.h"
 #include "Engine/Textures/Studio.h"
 
 #include <fmt/format.h>
@@ -38,12 +39,7 @@ struct Placement {
     Model::Axis up = Model::Y;
     float scale = 1.0f;
 
-    Matrix matrix() const {
-        Matrix m = ScaleMatrix(scale * White);
-        if (up == Model::Z) std::swap(m.m[1], m.m[2]), m.m[2][1] = -m.m[2][1];
-        if (up == Model::X) std::swap(m.m[0], m.m[1]), m.m[0][1] = -m.m[0][1];
-        return m;
-    }
+    Matrix matrix() const { return ScaleMatrix(scale * White) * turnUp(up); }
 };
 
 // One model's scene, section by section.
@@ -97,7 +93,7 @@ private:
 // ---- Geometry
 
 void ModelSceneWriter::place() {
-    m_placement.up = m_model.up;
+    m_placement.up = m_options.up.value_or(m_model.up);
     m_points = VisiblePoints(m_model, m_placement.matrix());
     const auto measure = [&] {
         m_bounds = Bounds();
@@ -317,9 +313,8 @@ void ModelSceneWriter::writeGroundShader() {
 
 void ModelSceneWriter::writeMeshes() {
     const std::string scale = m_placement.scale == 1.0f ? "" : tomlValue(m_placement.scale);
-    static const char* const axes[] = {"\"x\"", "", "\"z\""};
-    SceneText::Values values = {
-        {"file", tomlValue(relativeTo(m_folder, m_file))}, {"up", axes[m_placement.up]}, {"scale", scale}};
+    const std::string up = m_placement.up == Model::Y ? "" : tomlValue(AxisNames[m_placement.up]);
+    SceneText::Values values = {{"file", tomlValue(relativeTo(m_folder, m_file))}, {"up", up}, {"scale", scale}};
     const bool bare = std::any_of(m_model.meshes.begin(), m_model.meshes.end(),
                                   [](const MeshData& mesh) { return mesh.texCoords.empty(); });
     if (bare && !m_options.texture.empty()) values.emplace_back("coordinates", "\"box\"");

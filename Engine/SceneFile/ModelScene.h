@@ -21,6 +21,7 @@ struct ModelSceneOptions {
     std::optional<ImageSize> size;  // of the picture that it is framed for
     std::optional<R3> color;        // of all surfaces, 0 to 1, instead of the file's
     std::string texture;            // a picture for all surfaces, which the colour modulates; or nothing
+    std::optional<Model::Axis> up;  // instead of the one that the file or its format says
 };
 
 // Whether a file is taken for a scene and not for a model: it ends in .toml, or in nothing.

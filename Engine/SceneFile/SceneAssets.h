@@ -22,6 +22,7 @@ struct TextureSource {
 
 class OXBEAM_API SceneAssets {
 public:
+    explicit SceneAssets(ImportLimits limits = {}) : m_limits(std::move(limits)) {}
     virtual ~SceneAssets() = default;
 
     // Both throw Error where the file is no good.
@@ -36,7 +37,7 @@ public:
 
 protected:
     // What reads a file that is met for the first time; for programs whose files are elsewhere than in the file system.
-    virtual Model readModel(const std::filesystem::path& file) { return loadModel(file); }
+    virtual Model readModel(const std::filesystem::path& file) { return loadModel(file, m_limits); }
     virtual Texture readTexture(const std::filesystem::path& file);
 
 private:
@@ -53,6 +54,7 @@ private:
     template <class Read>
     Texture once(const Contents& contents, Read read);
 
+    ImportLimits m_limits;  // of a model
     TextureReader m_textureReader;
     std::map<std::filesystem::path, std::uint64_t> m_files;
     std::map<std::filesystem::path, Model> m_models;

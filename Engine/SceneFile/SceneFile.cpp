@@ -143,7 +143,7 @@ std::optional<toml::table> readSceneOrModel(const fs::path& file, const Registry
 std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry, Diagnostics& diagnostics,
                                  const SceneFileOptions& options) {
     auto world = std::make_unique<World>();
-    SceneAssets assets;
+    SceneAssets assets(options.importing);
     if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options))
         SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world)
             .load(options.camera);

@@ -20,6 +20,8 @@ struct SceneFileOptions {
     std::string camera = {};
     // For a model in place of a scene file.
     ModelSceneOptions model = {};
+    // What reading each model may take.
+    ImportLimits importing = {};
 };
 
 // Reads a scene, or makes one around a model, and loads its textures and models; the geometry is prepared but not

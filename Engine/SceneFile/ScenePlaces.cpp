@@ -52,10 +52,8 @@ private:
 }  // namespace
 
 std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Registry& registry,
-                                    Diagnostics& diagnostics, const std::vector<std::string>& set) {
-    SceneAssets assets;
-    SceneFileOptions options;
-    options.set = set;
+                                    Diagnostics& diagnostics, const SceneFileOptions& options) {
+    SceneAssets assets(options.importing);
     const auto document = readSceneOrModel(file, registry, assets, diagnostics, options);
     return document ? PlaceFinder(*document, registry).find() : std::vector<ScenePlace>();
 }

@@ -3,6 +3,7 @@
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Packages/Registry.h"
+#include "Engine/SceneFile/SceneFile.h"
 
 #include <filesystem>
 #include <string>
@@ -17,9 +18,9 @@ struct ScenePlace {
     std::vector<std::string> keys;        // that the scene itself knows there, beside the object's parameters
 };
 
-// Reads no more than the scene file itself, with `set` laid over it; empty where that cannot be read.
+// Reads no more than the scene file itself, with the options' settings laid over it; empty where that cannot be read.
 OXBEAM_API std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Registry& registry,
-                                               Diagnostics& diagnostics, const std::vector<std::string>& set = {});
+                                               Diagnostics& diagnostics, const SceneFileOptions& options = {});
 
 // The declaration behind "shader.table.shininess" or, of all shaders together, "shader.*.shininess"; null where there
 // is none.

@@ -24,7 +24,7 @@ TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
             .filename();
     writeImage(scratch() / "wood.png", 2, 1, {White, Color(0.8f, 0.1f, 0.1f)});
     fs::create_directory(scratch() / "elsewhere");
-    for (const char* options : {"", "--view top", "--shader KelDiffuse --ground none",
+    for (const char* options : {"", "--view top", "--shader KelDiffuse --ground none", "--up -z --view iso", "--up x",
                                 "--color 0.2,0.4,0.6 --texture wood.png --environment wood.png"}) {
         const std::string rest = std::string(" --size 40x30 ") + options;
         ASSERT_EQ(run("render " + model + " -q --samples 2 -o one.png" + rest).status, 0);
@@ -67,6 +67,11 @@ TEST_F(Command, ASweepTakesAModel) {
     const Outcome outcome = run("sweep " + model + " --set shader.skin.diffuseColor=[1,0,0]..[0,0,1]/2 -o sheet.png" +
                                 " --size 160x120 --samples 1");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(run("sweep " + model + " --up z --import-limit 5 --set shader.skin.diffuseColor=[1,0,0]..[0,0,1]/2 -o " +
+                  "turned.png --size 160x120 --samples 1")
+                  .status,
+              0);
+    EXPECT_NE(contentOf("turned.png"), contentOf("sheet.png"));
     const R3 first = pixel("sheet.png", 12 + 80, 12 + 60), second = pixel("sheet.png", 2 * 12 + 160 + 80, 12 + 60);
     EXPECT_GT(first.x, 2 * first.z);
     EXPECT_GT(second.z, 2 * second.x);
@@ -91,6 +96,9 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
         {"render " + model + " -o old.png --texture none.png", 5, HasSubstr("none.png: no such")},
         {"render " + model + " -o old.png --texture scene.toml", 3, HasSubstr("scene.toml' cannot be decoded")},
         {"render " + model + " -o old.png --ground grass", 2, HasSubstr("--ground grass: expected shadow or none")},
+        {"render " + model + " -o old.png --up w", 2, HasSubstr("--up w: expected one of x, y, z, -x, -y, -z")},
+        {"render scene.toml -o old.png --up z", 2, HasSubstr("--up is for models; 'scene.toml' is a scene file")},
+        {"scene " + model + " --import-limit 0", 2, HasSubstr("--import-limit 0: expected 1 to 86400 seconds")},
         {"render " + model + " -o old.png --environment none.exr", 5, HasSubstr("none.exr: no such")},
         {"scene scene.toml", 2, HasSubstr("'scene.toml' is a scene file already; expected a model")},
         {"scene " + model + " -o nowhere/x.toml", 5, HasSubstr("there is no directory 'nowhere'")},

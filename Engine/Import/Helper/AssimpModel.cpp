@@ -1,6 +1,10 @@
 #include "Engine/Import/Helper/AssimpModel.h"
 
 #include "Engine/Import/Helper/Materials.h"
+#include "Engine/Import/Helper/Normals.h"
+#include "Engine/Import/Helper/PlyFile.h"
+#include "Engine/Import/Helper/Vertices.h"
+#include "Engine/Import/Helper/X3dDocument.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/config.h>
@@ -8,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <map>
 #include <new>
 #include <set>
@@ -28,40 +33,67 @@ static Matrix toMatrix(const aiMatrix4x4& a) {
 
 // ---- Which way is up
 
-// Formats whose files have z upwards and whose importer leaves it at that. Those that it turns itself (3DS, Blender,
-// IFC, MD2, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up
-// by definition or custom are not in it.
+// Formats whose files have z upwards and whose importer leaves it at that. Those that it turns itself (3DS, ASE, IFC,
+// MD2, ...), those that say it in the file (COLLADA, which the importer turns; FBX and glTF) and those where y is up by
+// definition or custom are not in it.
 static const std::map<std::string, Model::Axis> UpAxes = {
-    {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z}, {".ase", Model::Z}, {".ask", Model::Z},
-    {".cob", Model::Z}, {".dxf", Model::Z}, {".hmp", Model::Z}, {".nff", Model::Z}, {".q3o", Model::Z},
-    {".q3s", Model::Z}, {".smd", Model::Z}, {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
+    {".3d", Model::Z},  {".3mf", Model::Z}, {".amf", Model::Z}, {".blend", Model::Z}, {".cob", Model::Z},
+    {".dxf", Model::Z}, {".hmp", Model::Z}, {".nff", Model::Z}, {".q3o", Model::Z},   {".q3s", Model::Z},
+    {".smd", Model::Z}, {".stl", Model::Z}, {".uc", Model::Z},  {".vta", Model::Z},
 };
 
-static Model::Axis upAxis(const aiScene& scene, std::string ending) {
+static std::string endingOf(const fs::path& file) {
+    std::string ending = file.extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    return ending;
+}
+
+static Model::Axis upAxis(const aiScene& scene, const std::string& ending) {
     int axis = 1;
-    if (ending == ".fbx" && scene.mMetaData && scene.mMetaData->Get("UpAxis", axis))
-        return axis == 2 ? Model::Z : axis == 0 ? Model::X : Model::Y;
+    if (ending == ".fbx" && scene.mMetaData && scene.mMetaData->Get("UpAxis", axis) && axis >= 0 && axis < 3) {
+        int sign = 1;
+        scene.mMetaData->Get("UpAxisSign", sign);
+        return static_cast<Model::Axis>(sign < 0 ? axis + Model::MinusX : axis);
+    }
     const auto known = UpAxes.find(ending);
     return known == UpAxes.end() ? Model::Y : known->second;
 }
 
 // ---- Meshes and nodes
 
-static MeshData toMesh(const aiMesh& from, unsigned coordinateSet, const Matrix& coordinates) {
+// How meshes are taken over from a format.
+struct MeshRules {
+    bool takeNormals = true;  // of the file
+    bool makeNormals = true;  // where none are taken
+    bool tellUnused = true;   // where no triangle uses most of the vertices
+};
+
+// Facets of a solid (STL) have a normal each, which says no more than their corners do, and nothing of what is round.
+// A glTF without normals is flat, and many of its meshes may each use a part of the same vertices.
+static MeshRules rulesOf(const std::string& ending, bool isGltf) { return {ending != ".stl", !isGltf, !isGltf}; }
+
+static MeshData toMesh(const aiMesh& from, const MeshRules& rules, unsigned coordinateSet, const Matrix& coordinates) {
     MeshData mesh;
     mesh.name = from.mName.C_Str();
-    const unsigned set = from.HasTextureCoords(coordinateSet) ? coordinateSet : 0;
-    for (unsigned i = 0; i < from.mNumVertices; ++i) {
-        mesh.positions.push_back(toR3(from.mVertices[i]));
-        if (from.HasNormals()) mesh.normals.push_back(toR3(from.mNormals[i]));
-        if (from.HasTextureCoords(set)) {
-            const aiVector3D& st = from.mTextureCoords[set][i];
-            const R3 moved = TransformPoint(coordinates, R3(st.x, st.y, 0.0f));
+    const std::size_t vertices = from.mNumVertices;
+    mesh.positions.reserve(vertices);
+    std::transform(from.mVertices, from.mVertices + vertices, std::back_inserter(mesh.positions), toR3);
+    if (from.HasNormals() && rules.takeNormals) {
+        mesh.normals.reserve(vertices);
+        std::transform(from.mNormals, from.mNormals + vertices, std::back_inserter(mesh.normals), toR3);
+    }
+    if (const aiVector3D* st = from.mTextureCoords[from.HasTextureCoords(coordinateSet) ? coordinateSet : 0]) {
+        mesh.texCoords.reserve(vertices);
+        for (std::size_t i = 0; i < vertices; ++i) {
+            const R3 moved = TransformPoint(coordinates, R3(st[i].x, st[i].y, 0.0f));
             mesh.texCoords.emplace_back(moved.x, moved.y);
         }
-        if (const aiColor4D* c = from.mColors[0]) mesh.colors.emplace_back(c[i].r, c[i].g, c[i].b);
     }
+    if (const aiColor4D* c = from.mColors[0]) {
+        mesh.colors.reserve(vertices);
+        for (std::size_t i = 0; i < vertices; ++i) mesh.colors.emplace_back(c[i].r, c[i].g, c[i].b);
+    }
+    mesh.indices.reserve(std::size_t{3} * from.mNumFaces);
     for (unsigned i = 0; i < from.mNumFaces; ++i)
         if (const aiFace& face = from.mFaces[i]; face.mNumIndices == 3)
             mesh.indices.insert(mesh.indices.end(), face.mIndices, face.mIndices + 3);
@@ -82,10 +114,20 @@ static void eachNode(const aiNode* root, Use use) {
     }
 }
 
+// Of a node's meshes that are new.
+static void makeMissingNormals(std::vector<MeshData>& meshes, std::size_t firstNew) {
+    std::vector<MeshData*> bare;
+    for (std::size_t i = firstNew; i < meshes.size(); ++i)
+        if (meshes[i].normals.empty()) bare.push_back(&meshes[i]);
+    if (!bare.empty()) makeNormals(bare);
+}
+
 // Meshes with triangles that some node places, and the materials that these use.
-static void addGeometry(const aiScene& scene, MaterialReader& materials, Model& model) {
+static void addGeometry(const aiScene& scene, MaterialReader& materials, const MeshRules& rules, Model& model) {
     std::map<unsigned, unsigned> meshes, used;
+    std::size_t vertices = 0, unused = 0;
     eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix& toModel) {
+        const std::size_t before = model.meshes.size();
         for (unsigned i = 0; i < node.mNumMeshes; ++i) {
             const unsigned number = node.mMeshes[i];
             if (number >= scene.mNumMeshes) continue;
@@ -93,7 +135,10 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, Model& 
             const auto [known, isNew] = meshes.try_emplace(number, static_cast<unsigned>(model.meshes.size()));
             if (isNew) {
                 const unsigned own = std::min(from.mMaterialIndex, scene.mNumMaterials - 1);
-                model.meshes.push_back(toMesh(from, materials.coordinateSet(own), materials.coordinateTransform(own)));
+                model.meshes.push_back(
+                    toMesh(from, rules, materials.coordinateSet(own), materials.coordinateTransform(own)));
+                vertices += from.mNumVertices;
+                unused += joinVertices(model.meshes.back());
                 const auto [material, first] = used.try_emplace(own, static_cast<unsigned>(model.materials.size()));
                 if (first) model.materials.push_back(materials.read(own));
                 model.meshMaterials.push_back(material->second);
@@ -101,7 +146,11 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, Model& 
             }
             if (!model.meshes[known->second].indices.empty()) model.parts.push_back({known->second, toModel});
         }
+        if (rules.makeNormals) makeMissingNormals(model.meshes, before);
     });
+    if (rules.tellUnused && 2 * unused > vertices)
+        model.warnings.push_back("no triangle uses " + std::to_string(unused) + " of the file's " +
+                                 std::to_string(vertices) + " vertices; something may be missing");
 }
 
 // ---- Cameras and lights
@@ -179,6 +228,27 @@ static ModelImage toImage(const aiTexture& from) {
     return image;
 }
 
+// ---- Formats with a reader of their own
+
+// The importer has read the sample, for its material.
+static void takePly(PlyFile ply, Model& model) {
+    for (std::string& warning : ply.warnings) model.warnings.push_back(std::move(warning));
+    if (model.meshes.empty()) return;
+    MeshData& mesh = model.meshes[0] = std::move(ply.mesh);
+    const bool soup = mesh.positions.size() > mesh.indices.size() / 2;
+    if (soup) joinVertices(mesh);
+    if (mesh.normals.empty()) makeNormals(mesh);
+    if (mesh.indices.empty()) model.parts.clear();
+}
+
+static void warnOfShapes(const X3dDocument& x3d, Model& model) {
+    if (x3d.tooLarge)
+        model.warnings.push_back("the file uses its nodes again more than a million times; not all are shown");
+    if (model.parts.size() < x3d.shapes)
+        model.warnings.push_back(std::to_string(x3d.shapes - model.parts.size()) + " of the file's " +
+                                 std::to_string(x3d.shapes) + " shapes are of kinds that cannot be read, and missing");
+}
+
 // ---- All of it
 
 // Where a material library is not there, the importer looks for one of the model's own name instead, and tells nobody.
@@ -195,15 +265,20 @@ Model readModel(const fs::path& file) {
     auto* folder = new ModelFolder(file);  // owned by the importer
     importer.SetIOHandler(folder);
     std::optional<GltfDocument> gltf;
-    if (const std::string ending = file.extension().string(); ending == ".gltf" || ending == ".glb")
-        gltf = GltfDocument::read(folder->model());
+    const std::string ending = endingOf(file);
+    const bool isGltf = ending == ".gltf" || ending == ".glb";
+    if (isGltf) gltf = GltfDocument::read(folder->model());
     if (gltf) folder->replaceModel(gltf->corrected());
+    std::optional<PlyFile> ply;
+    if (ending == ".ply") ply = readPly(folder->model());
+    if (ply) folder->replaceModel(ply->sample);
+    std::optional<X3dDocument> x3d;
+    if (ending == ".x3d") x3d = readX3d(folder->model());
+    if (x3d) folder->replaceModel(x3d->text);
 
     importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
-    importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, 45.0f);
-    const aiScene* scene = importer.ReadFile((folder->folder() / file.filename()).string(),
-                                             aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
-                                                 aiProcess_GenSmoothNormals | aiProcess_SortByPType);
+    const aiScene* scene =
+        importer.ReadFile((folder->folder() / file.filename()).string(), aiProcess_Triangulate | aiProcess_SortByPType);
     const std::string said = scene ? "" : importer.GetErrorString();
     if (said == std::bad_alloc().what()) throw std::bad_alloc();
     if (said == "No meshes remaining") throw std::runtime_error("it has no triangles, only points or lines");
@@ -214,10 +289,12 @@ Model readModel(const fs::path& file) {
         for (const std::string& name : gltf->unknownRequiredExtensions())
             model.warnings.push_back("the file requires the extension '" + name +
                                      "', which is not known here; the picture may be wrong");
-    if (file.extension() == ".obj") warnOfMissingLibraries(*folder, file, model);
-    model.up = upAxis(*scene, file.extension().string());
+    if (ending == ".obj") warnOfMissingLibraries(*folder, file, model);
+    model.up = upAxis(*scene, ending);
     MaterialReader materials(*scene, *folder, gltf, model.warnings);
-    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, model);
+    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, rulesOf(ending, isGltf), model);
+    if (ply) takePly(std::move(*ply), model);
+    if (x3d) warnOfShapes(*x3d, model);
     const auto places = placesOf(*scene);
     addCameras(*scene, places, gltf.has_value(), model);
     addLights(*scene, places, gltf.has_value(), model);

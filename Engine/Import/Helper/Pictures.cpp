@@ -190,5 +190,6 @@ int main(int argc, char** argv) {
     return serveRequests(argc, argv,
                          {std::to_string(version / 10000) + '.' + std::to_string(version / 100 % 100) + '.' +
                               std::to_string(version % 100),
-                          readAsAsked, failure, needs});
+                          [](const fs::path& file) { return answerOf(readAsAsked(file)); },
+                          [](const std::string& why) { return answerOf(failure(why)); }, needs});
 }

@@ -18,10 +18,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 // A library's thread that cannot be had, perhaps while it is loaded.
 [[gnu::section(".preinit_array"), gnu::used]] static void (*const speakLast)() = [] {
@@ -73,10 +75,20 @@ static std::optional<std::string> nextRequest() {
     return transfer(::read, STDIN_FILENO, name.data(), name.size()) ? std::optional(name) : std::nullopt;
 }
 
-static bool answer(const void* data, std::size_t size) {
-    const std::uint64_t length = size;
-    return transfer(::write, STDOUT_FILENO, reinterpret_cast<const char*>(&length), sizeof length) &&
-           transfer(::write, STDOUT_FILENO, static_cast<const char*>(data), size);
+static bool answer(const Answer& pass) {
+    std::uint64_t length = 0;
+    pass([&](const void*, std::size_t size) { length += size; });
+    bool good = transfer(::write, STDOUT_FILENO, reinterpret_cast<const char*>(&length), sizeof length);
+    pass([&](const void* data, std::size_t size) {
+        good = good && transfer(::write, STDOUT_FILENO, static_cast<const char*>(data), size);
+    });
+    return good;
+}
+
+Answer answerOf(std::vector<std::byte> bytes) {
+    return [kept = std::make_shared<const std::vector<std::byte>>(std::move(bytes))](const AnswerSink& sink) {
+        sink(kept->data(), kept->size());
+    };
 }
 
 // ---- The process that reads a file
@@ -103,13 +115,14 @@ static bool isLack(const std::exception& e) {
            what.find("memory") != what.npos;
 }
 
-static std::vector<std::byte> readWith(const FileReader& reader, const std::string& file, const ImportLimits& limits) {
+static Answer readWith(const FileReader& reader, const std::string& file, const ImportLimits& limits) {
     try {
         confine(limits, reader.needs(file));
         return reader.read(file);
     } catch (const std::bad_alloc&) {
         if (limitedFromOutside(limits.bytes)) _exit(ReaderShort);
-        return reader.failure("it takes more than " + std::to_string(limits.bytes >> 20) + " MiB of memory");
+        return reader.failure("it takes more than " + std::to_string(limits.bytes >> 20) + " MiB of memory" +
+                              reader.ifTooLarge);
     } catch (const std::exception& e) {
         if (limitedFromOutside(limits.bytes) && isLack(e)) _exit(ReaderShort);
         return reader.failure(*e.what() ? e.what() : "its reader gives no reason");
@@ -121,10 +134,9 @@ static std::vector<std::byte> readWith(const FileReader& reader, const std::stri
     bool good = false;
     if (file.empty()) {
         const std::string text = report(reader, limits);
-        good = answer(text.data(), text.size());
+        good = answer([&](const AnswerSink& sink) { sink(text.data(), text.size()); });
     } else {
-        const std::vector<std::byte> result = readWith(reader, file, limits);
-        good = answer(result.data(), result.size());
+        good = answer(readWith(reader, file, limits));
     }
     _exit(good ? 0 : ReaderFailed);
 }
