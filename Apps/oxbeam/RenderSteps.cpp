@@ -164,7 +164,7 @@ std::optional<Rendered> renderPicture(const RenderCommand& command, const Regist
     p.options.alpha = false;  // what a picture is laid on here, it hides
     Workers workers(p.threads);
     build(*p.world, workers, command.isa);
-    const WorthWaitingFor picture;
+    const WorthWaitingFor waited;
     const RenderResult result = render(*p.world, workers, p.options);
     warnOfBadResults(result.statistics);
     Rendered picture{image.width, image.height, result.film.pixels()};
