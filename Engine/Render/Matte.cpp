@@ -41,7 +41,8 @@ float Matte::passed(OxState& state) {
 // Shadows are asked for in both shadings, so that both draw the same random numbers.
 Oxvoid Matte::Shade(OxState* state) {
     Straight& straight = s_straight;
-    if (!(state->ray.visibilityMask & RAY_TRANSPARENCY) || state->ray.direction != straight.direction)
+    constexpr Oxuint onwards = RAY_PRIMARY | RAY_TRANSPARENCY;  // primary: a surface that shows what is behind it
+    if (!(state->ray.visibilityMask & onwards) || state->ray.direction != straight.direction)
         return m_environment.Shade(state);
     straight.left = true;
     oxsReturnColor(state, White * (passed(*state) * straight.backdrop));

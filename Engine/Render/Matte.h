@@ -7,8 +7,8 @@
 
 namespace oxbeam {
 
-// Stands in for the environment of a session. Straight rays - those from the eye, and those of the transparency kind
-// that go on in their direction, through holes, clear texels and transparent surfaces - find nothing there; all others
+// Stands in for the environment of a session. Straight rays - those from the eye, and those of the eye's or the
+// transparency kind that go on in their direction, through holes, clear texels and transparent surfaces - find nothing there; all others
 // find the environment. What arrives along a straight ray is told by a second shading before a white backdrop, with the
 // same random numbers: whatever the surfaces on its way make of the light, the difference is the share of the backdrop
 // (A. R. Smith, J. F. Blinn, "Blue screen matting", 1996).

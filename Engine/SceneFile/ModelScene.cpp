@@ -146,7 +146,8 @@ void ModelSceneWriter::writeRender() {
     m_text.table("[image]", {{"width", std::to_string(m_image.width)},
                              {"height", std::to_string(m_image.height)},
                              {"samples", "16"},
-                             {"tone", "\"neutral\""}});
+                             {"tone", "\"neutral\""},
+                             {"background", m_options.background == backgroundNames()[1] ? "\"transparent\"" : ""}});
     // A light with a place of its own would be jittered by a length that no model's size is known to suit.
     const bool soft = std::all_of(m_model.lights.begin(), m_model.lights.end(),
                                   [](const ModelLight& l) { return l.kind == ModelLight::Directional; });
