@@ -13,8 +13,9 @@ namespace oxbeam {
 
 // What can be said of a model that is given in place of a scene file.
 struct ModelCommand {
-    std::string shader, environment, view;  // or nothing
-    std::string ground = "shadow";          // or "none"
+    std::string shader, environment;  // or nothing
+    ViewChoice view;
+    std::string ground = "shadow";  // or "none"
 };
 
 struct RenderCommand {
@@ -24,7 +25,7 @@ struct RenderCommand {
     std::string output;
     std::string size;    // "WxH", or nothing for the scene's own
     std::string crop;    // "x0,y0,x1,y1", or nothing for the whole picture
-    std::string camera;  // one of the scene's named cameras, or nothing
+    std::string camera;  // one of the scene's named cameras or of a model's, or nothing
     std::optional<unsigned> samples;
     std::optional<unsigned> threads;
     unsigned bits = 8;

@@ -54,6 +54,9 @@ public:
 
 private:
     void place();
+    void placeCameras();
+    const ModelCamera* chosenCamera();
+    ViewAngles direction();
     void chooseView();
     void writeRender();
     void writeCameras();
@@ -81,6 +84,7 @@ private:
     bool m_ground = true;
     float m_groundLight = 0.0f;  // what arrives on it from all lights
     std::vector<std::string> m_shaders;
+    std::vector<std::string> m_cameras;  // the file's, by the scene's names
 };
 
 // ---- Geometry
@@ -104,33 +108,64 @@ void ModelSceneWriter::place() {
     }
 }
 
-void ModelSceneWriter::chooseView() {
-    std::string name = m_options.view.empty() ? ViewNames.front() : m_options.view;
-    if (edgeOn(m_points, name)) {
-        const auto better = std::find_if(ViewNames.begin(), ViewNames.end(),
-                                         [&](const std::string& other) { return !edgeOn(m_points, other); });
-        if (better != ViewNames.end()) {
-            warn(fmt::format("the model is flat and would be seen from its edge; shown from {} instead of {}", *better,
-                             name));
-            name = *better;
-        }
-    }
-    m_view = frame(m_points, name, m_fov, m_image);
+// Where the file's cameras are in the scene, and what they are called there.
+void ModelSceneWriter::placeCameras() {
     const Matrix toScene = m_placement.matrix();
-    for (ModelCamera& camera : m_model.cameras) {
+    for (std::size_t i = 0; i < m_model.cameras.size(); ++i) {
+        ModelCamera& camera = m_model.cameras[i];
         camera.position = TransformPoint(toScene, camera.position);
         camera.lookAt = TransformPoint(toScene, camera.lookAt);
         camera.lookUp = Normalize(TransformVector(toScene, camera.lookUp));
+        m_cameras.push_back(m_text.name("camera", camera.name, fmt::format("camera{}", i)));
     }
-    if (!m_options.view.empty() || m_model.cameras.empty()) return;
-    for (const ModelCamera& camera : m_model.cameras) {
-        const View view{camera.position, camera.lookAt, camera.lookUp};
-        if (!sees(view, camera.fov, m_image, m_points)) continue;
-        m_view = view;
-        m_fov = camera.fov;
-        return;
+}
+
+// The one that is asked for, by its name in the file or in the scene; or null for none. A camera may be called "file".
+const ModelCamera* ModelSceneWriter::chosenCamera() {
+    const std::string& wanted = m_options.view.camera;
+    const std::vector<ModelCamera>& all = m_model.cameras;
+    if (wanted.empty()) {
+        if (!all.empty())
+            m_diagnostics.note({m_file.string(), 0, 0},
+                               fmt::format("all of it is framed; it has {} of its own: {}; --camera NAME looks through "
+                                           "one, --camera file through the first",
+                                           all.size() == 1 ? "a camera" : "cameras", fmt::join(m_cameras, ", ")));
+        return nullptr;
     }
-    warn("none of the file's cameras sees the model; all of it is framed");
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (all[i].name == wanted || m_cameras[i] == wanted) return &all[i];
+    if (wanted == "file" && !all.empty()) return &all.front();
+    throw Error(ExitStatus::BadScene, all.empty()
+                                          ? fmt::format("--camera {}: the model has no cameras", wanted)
+                                          : fmt::format("the model has no camera '{}'; it has {}{}", wanted,
+                                                        fmt::join(m_cameras, ", "), didYouMean(wanted, m_cameras)));
+}
+
+// A flat model's edge is shown to those only who ask for that very direction.
+ViewAngles ModelSceneWriter::direction() {
+    const ViewAngles wanted = anglesOf(m_options.view);
+    if (m_options.view.azimuth || m_options.view.elevation || !edgeOn(m_points, wanted)) return wanted;
+    const std::string name = m_options.view.name.empty() ? viewNames().front() : m_options.view.name;
+    for (const std::string& other : viewNames()) {
+        const ViewAngles better = anglesOf({other, {}, {}, 1.0f, {}});
+        if (edgeOn(m_points, better)) continue;
+        warn(
+            fmt::format("the model is flat and would be seen from its edge; shown from {} instead of {}", other, name));
+        return better;
+    }
+    return wanted;
+}
+
+void ModelSceneWriter::chooseView() {
+    placeCameras();
+    if (const ModelCamera* camera = chosenCamera()) {
+        m_view = {camera->position, camera->lookAt, camera->lookUp};
+        m_fov = camera->fov;
+        if (!sees(m_view, m_fov, m_image, m_points)) warn(fmt::format("its camera '{}' does not see it", camera->name));
+    } else {
+        m_view = frame(m_points, direction(), m_fov, m_image);
+    }
+    m_fov = zoomed(m_fov, m_options.view.zoom);
 }
 
 // ---- Sections
@@ -164,9 +199,8 @@ void ModelSceneWriter::writeCameras() {
     camera("[camera]", m_view, m_fov);
     for (std::size_t i = 0; i < m_model.cameras.size(); ++i) {
         const ModelCamera& own = m_model.cameras[i];
-        const std::string name = m_text.name("camera", own.name, fmt::format("camera{}", i));
-        m_text.comment(fmt::format("The file's camera '{}': oxbeam render --camera {}", own.name, name));
-        camera(fmt::format("[camera.{}]", name), {own.position, own.lookAt, own.lookUp}, own.fov);
+        m_text.comment(fmt::format("The file's camera '{}': oxbeam render --camera {}", own.name, m_cameras[i]));
+        camera(fmt::format("[camera.{}]", m_cameras[i]), {own.position, own.lookAt, own.lookUp}, own.fov);
     }
 }
 
@@ -282,9 +316,7 @@ std::string ModelSceneWriter::write() {
 
 std::string describeModelScene(const fs::path& model, const fs::path& folder, const ModelSceneOptions& options,
                                const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics) {
-    if (!options.view.empty() && !std::count(ViewNames.begin(), ViewNames.end(), options.view))
-        throw Error(ExitStatus::Usage, fmt::format("--view {}: expected one of {}{}", options.view,
-                                                   fmt::join(ViewNames, ", "), didYouMean(options.view, ViewNames)));
+    checkView(options.view);
     const fs::path from = folder.empty() ? fs::path(".") : folder;
     return ModelSceneWriter(fs::absolute(model), from, options, registry, assets, diagnostics).write();
 }

@@ -3,6 +3,7 @@
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Packages/Registry.h"
+#include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneAssets.h"
 #include "Engine/World.h"
 
@@ -12,9 +13,9 @@
 namespace oxbeam {
 
 struct ModelSceneOptions {
-    std::string shader;             // a registered surface instead of every material; or nothing
-    std::string environment;        // an equirectangular picture to light it with; or nothing for a studio
-    std::string view;               // "iso", "front", "left", "top"; or nothing for the file's camera, else iso
+    std::string shader;       // a registered surface instead of every material; or nothing
+    std::string environment;  // an equirectangular picture to light it with; or nothing for a studio
+    ViewChoice view;
     bool ground = true;             // catches the shadow
     std::optional<ImageSize> size;  // of the picture that it is framed for
 };

@@ -122,8 +122,9 @@ std::optional<toml::table> readSceneOrModel(const fs::path& file, const Registry
                                             Diagnostics& diagnostics, const SceneFileOptions& options) {
     if (isSceneFile(file)) return readSceneDocument(file, options.set, registry, diagnostics);
     try {
-        const std::string text =
-            describeModelScene(file, file.parent_path(), options.model, registry, assets, diagnostics);
+        ModelSceneOptions model = options.model;
+        model.view.camera = options.camera;
+        const std::string text = describeModelScene(file, file.parent_path(), model, registry, assets, diagnostics);
         return parseSceneDocument(text, sourceOf(file), options.set, registry, diagnostics);
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
@@ -138,7 +139,7 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
     SceneAssets assets;
     if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options))
         SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world)
-            .load(options.camera);
+            .load(isSceneFile(file) ? options.camera : std::string());  // a model's scene is made for the chosen one
     world->files = assets.files();
     return world;
 }

@@ -71,7 +71,7 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
     expectFailures({
         {"render scene.toml -o old.png --view top", 2, HasSubstr("--view is for models; 'scene.toml' is a scene file")},
         {"render " + model + " -o old.png --view tpo", 2,
-         HasSubstr("expected one of iso, front, left, top; did you mean 'top'?")},
+         HasSubstr("expected one of iso, front, left, top, right, back, bottom; did you mean 'top'?")},
         {"render " + model + " -o old.png --shader KelDifuse", 2, HasSubstr("did you mean 'KelDiffuse'?")},
         {"render " + model + " -o old.png --ground grass", 2, HasSubstr("--ground grass: expected shadow or none")},
         {"render " + model + " -o old.png --environment none.exr", 5, HasSubstr("none.exr: no such")},
