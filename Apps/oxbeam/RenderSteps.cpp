@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Engine/Render/Advice.h"
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
@@ -41,6 +42,19 @@ void warnOfBadResults(const RenderStatistics& s) {
                                  s.refusedRays);
     if (s.badSamples)
         std::cerr << fmt::format("oxbeam: warning: {} samples were not finite, and counted as black\n", s.badSamples);
+}
+
+static void warn(const std::optional<std::string>& advice) {
+    if (advice) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
+}
+
+void warnOfEye(const World& world) { warn(adviceOnEye(world)); }
+
+// Formats that hold more than white are shown by programs that choose what is white.
+void warnOfPicture(World& world, const RenderResult& result, const std::string& output) {
+    const bool clips = !isExr(output) && !output.ends_with(".hdr");
+    warn(adviceOnPicture(world, result.film,
+                         clips ? [](const R3& color) { return color; } : std::function<R3(const R3&)>()));
 }
 
 void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,

@@ -289,9 +289,8 @@ void ModelSceneWriter::writeMeshes() {
     if (!m_ground) return;
     const R3 middle = m_bounds.center();
     m_text.comment("The ground, a hair below the model");
-    m_text.table("[[mesh]]", {{"shape", "\"plane\""},
+    m_text.table("[[mesh]]", {{"shape", "\"ground\""},
                               {"shader", tomlValue(m_shaders.back())},
-                              {"scale", tomlValue(30.0f * m_size)},
                               {"translate", tomlValue(R3(middle.x, m_bounds.lower.y - 2e-4f * m_size, middle.z))}});
 }
 

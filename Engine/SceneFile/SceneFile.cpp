@@ -34,6 +34,7 @@ public:
         readLights();
         m_sections.eachEntry("mesh", [&](TableReader& reader) { m_meshes.read(reader); });
         m_sections.reportUnknown();
+        m_meshes.placeGrounds();
         m_world.geometry.prepare();
         m_camera.focus(m_meshes.named());
         m_meshes.reportDroppedTriangles();
@@ -71,6 +72,10 @@ void SceneLoader::readRender() {
     const ObjectClass* object = m_objects.classOf(reader);
     if (!object) return;
     OxRenderingObject& ro = m_world.setRenderingObject(*object);
+    // A scene without shadows looks wrong, and nothing in it tells why; the object's own default stays as it is.
+    Diagnostics unsaid;  // where it means something else there
+    if (object->find("receiveShadow"))
+        ParameterWriter(*object, reader.label(), unsaid, {}).write(ro, "receiveShadow", {}, {true, {}});
     m_objects.writeParameters(reader, *object, ro);
     if (reader.has("rayEpsilon")) {
         if (ro.m_rayEpsilon > 0.0f)
