@@ -14,7 +14,7 @@ struct OxState4;
 // Something that rays can hit.
 class OXBEAM_API GeometryObject {
 public:
-    Oxuint id = 0;  // in order of creation
+    Oxuint id = 0;  // no other object has it
 
     virtual ~GeometryObject();
     // Number of the hit's shader among the object's own; an instance's shaderBias is added to it.

@@ -16,6 +16,7 @@ struct ModelCommand {
     std::string shader, environment;  // or nothing
     ViewChoice view;
     std::string ground = "shadow";  // or "none"
+    std::string color, texture;     // or nothing
 };
 
 struct RenderCommand {

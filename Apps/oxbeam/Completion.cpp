@@ -116,7 +116,7 @@ static std::string kindOf(const CLI::Option& option, const Registry& registry) {
         std::replace(type.begin(), type.end(), '|', ' ');
         return type;
     }
-    if (type.find(',') != std::string::npos && type.find("x0") == std::string::npos) {
+    if (type.find(',') != std::string::npos && type.find("x0") == std::string::npos && type != "R,G,B") {
         std::replace(type.begin(), type.end(), ',', ' ');
         return "@list " + type;
     }

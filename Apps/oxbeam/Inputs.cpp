@@ -36,6 +36,8 @@ static void addOptions(const RenderCommand& command, const World& world, const R
     inputs["--elevation"] = m.view.elevation ? fmt::format("{}", *m.view.elevation) : "";
     inputs["--zoom"] = fmt::format("{}", m.view.zoom);
     inputs["--ground"] = m.ground;
+    inputs["--color"] = m.color;
+    inputs["--texture"] = m.texture;
 }
 
 // Files are named as seen from the scene, so that all of it can be moved to another place.

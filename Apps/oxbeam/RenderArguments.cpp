@@ -87,6 +87,8 @@ void checkModelOptions(const RenderCommand& command) {
                         : m.view.elevation       ? "--elevation"
                         : m.view.zoom != 1.0f    ? "--zoom"
                         : m.ground != "shadow"   ? "--ground"
+                        : !m.color.empty()       ? "--color"
+                        : !m.texture.empty()     ? "--texture"
                                                  : nullptr;
     if (given && isSceneFile(command.scene))
         throw Error(ExitStatus::Usage, fmt::format("{} is for models; '{}' is a scene file", given, command.scene));

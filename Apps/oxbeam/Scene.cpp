@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <iostream>
 
@@ -11,11 +12,27 @@ namespace oxbeam {
 
 namespace fs = std::filesystem;
 
+// "0.8,0.2,0.1".
+static R3 parseColor(const std::string& text) {
+    R3 c;
+    char rest;
+    const auto share = [](float v) { return v >= 0.0f && v <= 1.0f; };
+    if (std::sscanf(text.c_str(), "%f,%f,%f%c", &c.x, &c.y, &c.z, &rest) != 3 || !share(c.x) || !share(c.y) ||
+        !share(c.z))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--color {}: expected red, green and blue from 0 to 1, as in 0.8,0.2,0.1", text));
+    return c;
+}
+
 ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::string& size) {
     if (command.ground != "shadow" && command.ground != "none")
         throw Error(ExitStatus::Usage, fmt::format("--ground {}: expected shadow or none", command.ground));
     if (!command.environment.empty()) checkInput(command.environment);
-    ModelSceneOptions options{command.shader, command.environment, command.view, command.ground == "shadow", {}};
+    ModelSceneOptions options{
+        command.shader, command.environment, command.view, command.ground == "shadow", {}, {}, {}};
+    if (!command.color.empty()) options.color = parseColor(command.color);
+    if (!command.texture.empty()) checkInput(command.texture);
+    options.texture = command.texture;
     if (!size.empty()) options.size = parseSize(size);
     return options;
 }

@@ -37,6 +37,10 @@ struct Arguments {
 
 void addModelOptions(CLI::App& c, ModelCommand& m) {
     c.add_option("--shader", m.shader, "Of a model: show all of it with this surface")->type_name("OBJECT");
+    c.add_option("--color", m.color, "Of a model: this colour everywhere, 0 to 1, instead of the file's")
+        ->type_name("R,G,B");
+    c.add_option("--texture", m.texture, "Of a model: this picture everywhere, instead of the file's")
+        ->type_name("PICTURE");
     c.add_option("--environment", m.environment, "Of a model: light it with this equirectangular picture")
         ->type_name("PICTURE");
     c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("shadow|none");

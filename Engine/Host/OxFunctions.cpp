@@ -9,6 +9,7 @@
 #include "Oxbeam/OxLight.h"
 #include "Oxbeam/OxRenderingObject.h"
 #include "Oxbeam/OxShader.h"
+#include "Sampling/Frame.h"
 
 using oxbeam::Texture;
 
@@ -96,19 +97,67 @@ static bool textureAxes(const OxState* state, R3& ds, R3& dt) {
     return true;
 }
 
+// The normal as the bumps of a texture bend it, before it is turned to the ray; `own` where they do not.
+static R3 bentNormal(const OxState* state, const Texture& bumps, const R3& own) {
+    const bool flat = bumps.width() * bumps.height() == 1 && bumps.bumpKind == oxbeam::BumpKind::Height;
+    R3 ds, dt;
+    if (flat || !textureAxes(state, ds, dt)) return own;
+    const R3 tangent = ds - Dot(ds, own) * own, bitangent = dt - Dot(dt, own) * own;
+    const R2 st = textureCoordinates(state);
+    const R3 local = bumps.tangentNormal(st.x, st.y);
+    const R3 bent = local.x * Normalize(tangent) + local.y * Normalize(bitangent) + local.z * own;
+    return IsFinite(bent) ? Normalize(bent) : own;
+}
+
+static float fraction(float x) { return x - std::floor(x); }
+
+// Two numbers in [0, 1) that belong to a pixel and a ray's depth: the finalizer of A. Appleby's MurmurHash3 (2011).
+static R2 pixelNumbers(std::uint32_t pixel, int depth) {
+    std::uint64_t h = std::uint64_t{pixel} << 32 | static_cast<std::uint32_t>(depth);
+    h = (h ^ h >> 33) * 0xff51afd7ed558ccdu;
+    h = (h ^ h >> 33) * 0xc4ceb9fe1a85ec53u;
+    h ^= h >> 33;
+    return {static_cast<float>(h & 0xffffff) / 0x1p24f, static_cast<float>(h >> 40) / 0x1p24f};
+}
+
+// Slope of the mirror, among those that a rough surface is made of, which a pass sees at a pixel: their distribution is
+// that of P. Beckmann and A. Spizzichino, "The scattering of electromagnetic waves from rough surfaces" (1963), for a
+// spread of 1. Passes follow a sequence of low discrepancy, of which every other one takes the opposite slope: what the
+// tilt adds to the light of a matte surface in one pass, the next takes away.
+static R2 facetSlope(const OxState* state) {
+    const oxbeam::ThreadRecord& record = oxbeam::ThreadRecord::mine();
+    const R2 start = pixelNumbers(record.pixel, state->ray.depth);
+    const auto step = static_cast<float>(record.sampleIndex / 2 % 4096);
+    const float u = fraction(start.x + step * 0.754877666f), v = fraction(start.y + step * 0.569840291f);
+    const float slope = std::sqrt(-std::log(1.0f - u)), phi = 6.28318531f * v;
+    const float sign = record.sampleIndex % 2 ? -1.0f : 1.0f;
+    return {sign * slope * std::cos(phi), sign * slope * std::sin(phi)};
+}
+
+// That mirror's normal, bent so far towards the ray that none is sent into the surface: as those of a smooth one are
+// where it is seen nearly from its edge and its triangles stand for something round.
+static R3 facetNormal(const OxState* state, const R3& n, float roughness) {
+    constexpr float steepest = 0.5f;  // beyond it, most mirrors hide behind others
+    constexpr float lowest = 0.02f;
+    const float spread = std::min(roughness * roughness, steepest);
+    const R2 slope = facetSlope(state);
+    const R3 facet = Normalize(LocalFrame(n).toWorld(R3(spread * slope.x, spread * slope.y, 1.0f)));
+    const R3& D = state->ray.direction;
+    const R3 outwards = Dot(D, state->hit.normal) > 0.0f ? -state->hit.normal : state->hit.normal;
+    const R3 mirrored = D - 2.0f * Dot(D, facet) * facet;
+    const float height = Dot(mirrored, outwards);
+    if (height >= lowest && Dot(D, facet) < 0.0f) return facet;
+    const R3 bent = Normalize(mirrored + std::max(lowest - height, 0.0f) * outwards) - D;
+    return Dot(bent, bent) > 1e-12f ? Normalize(bent) : n;
+}
+
 // J. Blinn, "Simulation of wrinkled surfaces" (1978): height maps are turned into slopes, normal maps hold them.
 Oxvoid oxsFindShadingBumpMapNormal(const OxState* state, R3& normal, Oxint textureId) {
     const Texture* bumps = textureId < 0 ? nullptr : textureOf(static_cast<Oxuint>(textureId));
     if (!bumps) return oxsFindShadingNormal(state, normal);
     const R3 own = Normalize(worldNormal(state));
-    normal = faceRay(state, own, own);
-    R3 ds, dt;
-    if (!textureAxes(state, ds, dt)) return;
-    const R3 tangent = ds - Dot(ds, own) * own, bitangent = dt - Dot(dt, own) * own;
-    const R2 st = textureCoordinates(state);
-    const R3 local = bumps->tangentNormal(st.x, st.y);
-    const R3 bent = local.x * Normalize(tangent) + local.y * Normalize(bitangent) + local.z * own;
-    if (IsFinite(bent)) normal = faceRay(state, Normalize(bent), own);
+    normal = faceRay(state, bentNormal(state, *bumps, own), own);
+    if (bumps->roughness > 0.0f) normal = facetNormal(state, normal, bumps->roughness);
 }
 
 bool oxsHasVertexColors(const OxState* state) { return state->object && !meshOf(state).colors.empty(); }

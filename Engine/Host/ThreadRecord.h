@@ -14,6 +14,7 @@ struct ThreadRecord {
     std::array<std::uint64_t, 32> rays{};
     std::uint64_t refusedRays = 0;  // rays that no hit can be found for
     unsigned sampleIndex = 0;       // pass that the thread renders
+    std::uint32_t pixel = 0;        // pixel that it shades: x in the lower half, y in the upper
 
     void countRays(std::uint32_t visibilityMask, unsigned number) {
         rays[static_cast<unsigned>(std::countr_zero(visibilityMask)) & 31u] += number;

@@ -40,9 +40,10 @@ struct ModelMaterial {
     AlphaMode alphaMode = Blend;
     float alphaCutoff = 0.5f;
     R3 emissive;
-    R3 specular;              // of highlights
-    float shininess = 16.0f;  // of Phong's highlight
-    float reflectivity = 0.0f;
+    // Of what it reflects as a dielectric: share at all angles, and colour straight on, which may be brighter than white.
+    float specular = 1.0f;
+    R3 specularColor{1.0f, 1.0f, 1.0f};
+    float reflectivity = 0.0f;  // of a mirror, beside that
     float metallic = 0.0f, roughness = 1.0f;
     float clearCoat = 0.0f;
     float transmission = 0.0f;
@@ -57,6 +58,7 @@ struct ModelMaterial {
     bool bumpIsNormal = true;        // else heights
     float bumpScale = 1.0f;
     bool vertexColors = false;
+    bool given = false;  // by the file; or else there are only these defaults
 };
 
 struct ModelCamera {

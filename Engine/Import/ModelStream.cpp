@@ -93,16 +93,18 @@ void passTexture(Stream& s, Texture& t) {
 template <class Stream, class Material>
 void passMaterial(Stream& s, Material& m) {
     s.text(m.name);
-    for (auto* value : {&m.opacity, &m.alphaCutoff, &m.shininess, &m.reflectivity, &m.metallic, &m.roughness,
+    for (auto* value : {&m.opacity, &m.alphaCutoff, &m.specular, &m.reflectivity, &m.metallic, &m.roughness,
                         &m.clearCoat, &m.transmission, &m.ior, &m.thickness, &m.attenuationDistance, &m.bumpScale})
         s.plain(*value);
-    for (auto* value : {&m.baseColor, &m.emissive, &m.specular, &m.attenuationColor}) s.plain(*value);
+    for (auto* value : {&m.baseColor, &m.emissive, &m.specularColor, &m.attenuationColor}) s.plain(*value);
     s.plain(m.alphaMode);
-    std::uint8_t flags = static_cast<std::uint8_t>((m.bumpIsNormal ? 1 : 0) | (m.vertexColors ? 2 : 0));
+    std::uint8_t flags =
+        static_cast<std::uint8_t>((m.bumpIsNormal ? 1 : 0) | (m.vertexColors ? 2 : 0) | (m.given ? 4 : 0));
     s.plain(flags);
     if constexpr (!std::is_const_v<Material>) {
         m.bumpIsNormal = flags & 1;
         m.vertexColors = flags & 2;
+        m.given = flags & 4;
     }
     for (auto* texture : {&m.texture, &m.bumpMap, &m.emissiveTexture, &m.metalRoughTexture}) passTexture(s, *texture);
 }
@@ -197,17 +199,17 @@ void mend(R3& color, float most, const R3& otherwise) {
 
 void mend(ModelMaterial& m) {
     const ModelMaterial plain;
-    for (float* share : {&m.opacity, &m.reflectivity, &m.metallic, &m.roughness, &m.clearCoat, &m.transmission})
+    for (float* share :
+         {&m.opacity, &m.specular, &m.reflectivity, &m.metallic, &m.roughness, &m.clearCoat, &m.transmission})
         mend(*share, 0.0f, 1.0f, 0.0f);
     mend(m.alphaCutoff, 0.0f, 1.0f, 0.5f);
-    mend(m.shininess, 1.0f, 512.0f, plain.shininess);
     mend(m.ior, 1.0f, 10.0f, plain.ior);
     mend(m.thickness, 0.0f, 1e18f, 0.0f);
     mend(m.attenuationDistance, 0.0f, 1e18f, 0.0f);
     mend(m.bumpScale, -100.0f, 100.0f, 1.0f);
     mend(m.baseColor, 1.0f, plain.baseColor);
     mend(m.emissive, 1000.0f, plain.emissive);
-    mend(m.specular, 1.0f, plain.specular);
+    mend(m.specularColor, 100.0f, plain.specularColor);
     mend(m.attenuationColor, 1.0f, plain.attenuationColor);
 }
 

@@ -182,6 +182,7 @@ R3 Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y) {
 
 // The colour along a primary ray that has been shot.
 R3 Frame::shadeSample(OxState& state, unsigned x, unsigned y) {
+    ThreadRecord::mine().pixel = y << 16 | x;
     if (m_aovs) keepAovs(x, y, m_aovs->sample(state));
     return Session::shade(state);
 }

@@ -1,6 +1,7 @@
 #include "Engine/SceneFile/MeshSection.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Scene/BoxCoordinates.h"
 #include "Engine/Scene/Shapes.h"
 
 #include <fmt/format.h>
@@ -66,6 +67,18 @@ std::vector<unsigned> MeshSection::shadersOf(TableReader& reader) {
     return numbers.size() == names.size() ? numbers : std::vector<unsigned>();
 }
 
+// One repetition of a texture spans the model's longest side.
+static void giveBoxCoordinates(Model& model) {
+    Bounds bounds;
+    for (const MeshData& mesh : model.meshes)
+        for (const R3& p : mesh.positions)
+            if (IsFinite(p)) bounds.add(p);
+    const float side = bounds.empty ? 0.0f : Max(bounds.upper - bounds.lower);
+    if (!(side > 0.0f && std::isfinite(side))) return;
+    for (MeshData& mesh : model.meshes)
+        if (mesh.texCoords.empty()) giveBoxCoordinates(mesh, side);
+}
+
 // Adds a model's meshes to the world once, however often the scene places it.
 const std::vector<PlacedPart>& MeshSection::addModel(const std::string& key, Model& model,
                                                      const SourceLocation& where) {
@@ -94,12 +107,14 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     const auto shape = reader.word("shape", ShapeNames);
     const auto segments = reader.count("segments", 4, 1024);
     const auto uvScale = reader.pair("uvScale");
+    const bool box = reader.word("coordinates", {"box"}).has_value();
     if (reader.has("file") == reader.has("shape")) {
         reader.error("shape", "needs either a 'file' or a 'shape'");
         return {};
     }
     if (segments && shape != 2u) reader.error("segments", "'segments' is for spheres");
     if (uvScale && !shape) reader.error("uvScale", "'uvScale' is for shapes");
+    if (box && shape) reader.error("coordinates", "'coordinates' is for a 'file'; shapes have their own");
     if (shape) {
         const R2 scale = uvScale.value_or(R2(1.0f, 1.0f));
         constexpr std::size_t most = 8'000'000;
@@ -115,15 +130,21 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     }
     if (!file) return {};
     const fs::path path = m_folder / *file;
-    if (const auto known = m_models.find(path.string()); known != m_models.end()) return known->second;
+    const std::string boxed = path.string() + "\nbox", key = box ? boxed : path.string();
+    if (m_models.contains(box ? path.string() : boxed)) {  // whose meshes are the world's already
+        reader.error(box ? "coordinates" : "file", "'coordinates' must be the same wherever the file stands");
+        return {};
+    }
+    if (const auto known = m_models.find(key); known != m_models.end()) return known->second;
     try {
         Model& model = m_assets.model(path);
         for (const std::string& warning : model.warnings) m_diagnostics.warning(reader.where("file"), warning);
-        return addModel(path.string(), model, reader.where("file"));
+        if (box) giveBoxCoordinates(model);
+        return addModel(key, model, reader.where("file"));
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
         m_diagnostics.error(reader.where("file"), e.what());
-        return m_models[path.string()] = {};
+        return m_models[key] = {};
     }
 }
 

@@ -96,11 +96,27 @@ static float skyBrightness(const Texture& picture) {
 }
 
 // Strong enough that a white surface that all of the sky reaches is nearly white.
+static float suitableFactor(const Texture& picture) { return 0.26f / std::max(skyBrightness(picture), 1e-6f); }
+
 void ModelLights::writeSurroundings(const Texture& picture) {
-    const float brightness = std::max(skyBrightness(picture), 1e-6f);
-    write(
-        "Light from the surroundings", "KelEnvMapLight",
-        {{"texture", "\"surroundings\""}, {"numLights", "24"}, {"intensity", tomlValue(White * (0.26f / brightness))}});
+    write("Light from the surroundings", "KelEnvMapLight",
+          {{"texture", "\"surroundings\""},
+           {"numLights", "24"},
+           {"intensity", tomlValue(White * suitableFactor(picture))}});
+    m_onGround = 1.0f;
+}
+
+// Such a surface takes a fixed small share of every light. The scene's first light is not sampled but, in a preview,
+// stands for all the others.
+void ModelLights::writeManyLights(const Texture& picture) {
+    constexpr float share = 0.002f;
+    constexpr unsigned number = 64;
+    write("Stands for all others in the first pass", "KelDirectionalLight",
+          {{"direction", "[0.3, -1.0, -0.4]"}, {"intensity", tomlValue(White * (0.7f / share / number))}});
+    write("Many lights from the surroundings", "KelEnvMapLight",
+          {{"texture", "\"surroundings\""},
+           {"numLights", std::to_string(number)},
+           {"intensity", tomlValue(White * (suitableFactor(picture) / share))}});
     m_onGround = 1.0f;
 }
 

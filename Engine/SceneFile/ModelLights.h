@@ -22,6 +22,8 @@ public:
     void writeOwn();
     // From an equirectangular picture that the scene calls "surroundings".
     void writeSurroundings(const Texture& picture);
+    // The same from many weak lights, for surfaces that each pass samples a few of them on.
+    void writeManyLights(const Texture& picture);
     // What arrives on level ground from all of them.
     float onGround() const { return m_onGround; }
 

@@ -26,12 +26,13 @@ const Texture* ModelMaterials::picture(const ModelTexture& from, std::optional<C
     }
 }
 
-// Name of a texture in the scene; nothing where there is none, or none that can be read.
+// Name of a texture in the scene; nothing where there is none, or none that can be read. `values` go with the picture,
+// `own` make a texture even without one.
 std::string ModelMaterials::texture(const ModelTexture& from, const std::string& name, SceneText::Values values,
-                                    ColorSpace space, bool colors) {
+                                    ColorSpace space, SceneText::Values own) {
     const bool linear = space == ColorSpace::Linear;
     const bool there = from.given() && picture(from, linear ? std::optional(space) : std::nullopt);
-    if (!there && !colors) return {};
+    if (!there && own.empty()) return {};
     static const char* const wraps[] = {"", "\"clamp\"", "\"mirror\""};
     SceneText::Values all;
     if (there) {
@@ -42,7 +43,7 @@ std::string ModelMaterials::texture(const ModelTexture& from, const std::string&
         all.emplace_back("colorSpace", linear ? "\"linear\"" : "");
         all.insert(all.end(), values.begin(), values.end());
     }
-    if (colors) all.emplace_back("vertexColors", "true");
+    all.insert(all.end(), own.begin(), own.end());
     std::string contents;
     for (const auto& [key, value] : all) contents += fmt::format("{}={}\n", key, value);
     std::string& known = m_textures[contents];
@@ -70,20 +71,23 @@ std::string ModelMaterials::write(const ModelMaterial& original, std::size_t num
     std::string name = m_text.name("shader", material.name, fmt::format("material{}", number));
     static const char* const alphas[] = {"\"ignore\"", "\"mask\"", ""};  // by mode
     const bool masked = material.alphaMode == ModelMaterial::Mask;
-    Surface surface{material, {}, {}, material.baseColor, m_size, m_scale};
-    surface.texture =
-        texture(material.texture, name,
-                {{"alpha", alphas[material.alphaMode]}, {"alphaCutoff", masked ? tomlValue(material.alphaCutoff) : ""}},
-                ColorSpace::SRGB, material.vertexColors);
-    surface.bumpMap = texture(material.bumpMap, fmt::format("{}-bumps", name),
-                              {{"bump", material.bumpIsNormal ? "\"normal\"" : "\"height\""},
-                               {"bumpScale", material.bumpScale != 1.0f ? tomlValue(material.bumpScale) : ""}},
-                              ColorSpace::Linear, false);
+    Surface surface{material, {}, {}, material.baseColor, m_highlights, m_size, m_scale};
+    surface.texture = texture(
+        material.texture, name,
+        {{"alpha", alphas[material.alphaMode]}, {"alphaCutoff", masked ? tomlValue(material.alphaCutoff) : ""}},
+        ColorSpace::SRGB, material.vertexColors ? SceneText::Values{{"vertexColors", "true"}} : SceneText::Values());
     if (material.texture.given() && !surface.texture.empty())
         if (const Texture* p = picture(material.texture, std::nullopt)) {
             const R3 mean = p->rawMean();
             surface.color *= mean * mean;  // about what decoding sRGB does
         }
+    const float roughness = roughnessOfBumps(surface);
+    surface.bumpMap =
+        texture(material.bumpMap, fmt::format("{}-bumps", name),
+                {{"bump", material.bumpIsNormal ? "\"normal\"" : "\"height\""},
+                 {"bumpScale", material.bumpScale != 1.0f ? tomlValue(material.bumpScale) : ""}},
+                ColorSpace::Linear,
+                roughness > 0.0f ? SceneText::Values{{"roughness", tomlValue(roughness)}} : SceneText::Values());
     const ShaderTable table = shaderFor(surface);
     m_text.comment(fmt::format("Material {} of the file: '{}'", number, material.name));
     m_text.object(fmt::format("[shader.{}]", name), table.object, table.parameters);

@@ -1,10 +1,12 @@
 #include "Engine/SceneFile/ModelScene.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/SceneFile/MaterialTable.h"
 #include "Engine/SceneFile/ModelLights.h"
 #include "Engine/SceneFile/ModelMaterials.h"
 #include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneText.h"
+#include "Engine/Textures/Studio.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -24,8 +26,10 @@ bool isSceneFile(const fs::path& file) {
 namespace {
 
 constexpr float FieldOfView = 30.0f;
-constexpr float Ambient = 0.12f;  // of all materials, see their table
+constexpr float Ambient = 0.12f;         // of all materials, see their table
+constexpr float BrightestShown = 25.0f;  // a lamp is still white in what reflects 4%
 constexpr R3 Backdrop(0.42f, 0.43f, 0.45f);
+constexpr R3 Clay(0.72f, 0.38f, 0.22f);
 
 // The axis of the file that is up turned upwards, and models of extreme size brought to where single precision and the
 // parameters' bounds are at ease.
@@ -63,7 +67,9 @@ private:
     void writeEnvironment();
     void writeLights();
     void writeShaders();
-    std::string writeOverride();
+    std::string writeOverride(ModelMaterials& materials);
+    ModelTexture painted() const;
+    ModelMaterial dressed(ModelMaterial material) const;
     void writeMeshes();
     void warn(const std::string& message) { m_diagnostics.warning({m_file.string(), 0, 0}, message); }
 
@@ -208,7 +214,8 @@ void ModelSceneWriter::writeEnvironment() {
     if (!m_options.environment.empty()) {
         m_text.comment("Surroundings that light the model and show in it.");
         m_text.table("[texture.surroundings]", {{"file", tomlValue(relativeTo(m_folder, m_options.environment))},
-                                                {"projection", tomlValue(std::string("equirectangular"))}});
+                                                {"projection", tomlValue(std::string("equirectangular"))},
+                                                {"brightest", tomlValue(BrightestShown)}});
         m_text.object("[environment]", "KelEnvironment", {{"texture", "\"surroundings\""}});
         return;
     }
@@ -223,51 +230,86 @@ void ModelSceneWriter::writeEnvironment() {
 
 void ModelSceneWriter::writeLights() {
     ModelLights lights(m_text, m_model, m_placement.matrix(), m_placement.scale, m_bounds.center(), m_view, Ambient);
-    if (!m_options.environment.empty()) {
-        TextureSource source;
-        source.file = m_folder / relativeTo(m_folder, m_options.environment);
-        lights.writeSurroundings(m_assets.keepTexture(source));
+    const bool studio = m_options.environment.empty();
+    const std::unique_ptr<Texture> generated = studio ? studioPicture() : nullptr;
+    TextureSource source;
+    if (!studio) source.file = m_folder / relativeTo(m_folder, m_options.environment);
+    const Texture& surroundings = studio ? *generated : m_assets.keepTexture(source);
+    if (samplesManyLights(m_options.shader)) {
+        lights.writeManyLights(surroundings);
+    } else {
+        if (!studio) lights.writeSurroundings(surroundings);
+        if (!m_model.lights.empty()) lights.writeOwn();
+        if (studio) lights.writeStudio();
     }
-    if (!m_model.lights.empty()) lights.writeOwn();
-    if (m_options.environment.empty()) lights.writeStudio();
     m_groundLight = lights.onGround();
 }
 
 // ---- Shaders
 
-// Lengths among an object's parameters follow the size of the model.
-std::string ModelSceneWriter::writeOverride() {
+std::string ModelSceneWriter::writeOverride(ModelMaterials& materials) {
     const ObjectClass* object = m_registry.find(m_options.shader);
     const std::vector<ObjectKind> surfaces = {ObjectKind::Surface, ObjectKind::Shader};
+    if (m_options.shader == "KelCubicEnvironment")  // which no document of its own says
+        throw Error(ExitStatus::Usage, "--shader KelCubicEnvironment: that is an environment, not a surface");
     if (!object || !std::count(surfaces.begin(), surfaces.end(), object->kind))
         throw Error(ExitStatus::Usage, fmt::format("--shader {}: no package offers such a surface{}", m_options.shader,
                                                    didYouMean(m_options.shader, m_registry.names(surfaces))));
-    SceneText::Values values;
-    const auto set = [&](const char* parameter, const std::string& value) {
-        if (object->find(parameter)) values.emplace_back(parameter, value);
+    SceneText::Values values = overrideFor(*object, m_size).parameters;
+    const auto set = [&](const char* option, const char* parameter, const std::string& value) {
+        if (!object->find(parameter))
+            throw Error(ExitStatus::Usage, fmt::format("{}: {} has no '{}'", option, m_options.shader, parameter));
+        std::erase_if(values, [&](const auto& v) { return v.first == parameter; });
+        values.emplace_back(parameter, value);
     };
-    set("diffuseColor", tomlValue(0.8f * White));
-    set("maxDistance", tomlValue(object->find("scaleDistance") ? m_size : 0.4f * m_size));
-    set("scaleDistance", tomlValue(1.2f / m_size));
+    if (m_options.color) set("--color", "diffuseColor", tomlValue(*m_options.color));
+    if (!m_options.texture.empty()) {
+        if (!m_options.color) set("--texture", "diffuseColor", tomlValue(White));
+        set("--texture", object->find("texture") ? "texture" : "texture0",
+            tomlValue(materials.writeTexture(painted())));
+    }
     m_text.comment("Instead of the file's materials");
     m_text.object("[shader.model]", m_options.shader, values);
     return m_text.name("shader", "model", "model");
 }
 
-void ModelSceneWriter::writeShaders() {
-    if (!m_options.shader.empty()) {
-        m_shaders.push_back(writeOverride());
-    } else {
-        ModelMaterials materials(m_text, m_file, m_folder, m_size, m_placement.scale, m_assets, m_diagnostics);
-        for (std::size_t i = 0; i < m_model.materials.size(); ++i)
-            m_shaders.push_back(materials.write(m_model.materials[i], i));
+ModelTexture ModelSceneWriter::painted() const {
+    ModelTexture texture;
+    if (!m_options.texture.empty()) texture.file = fs::absolute(m_options.texture).string();
+    return texture;
+}
+
+// What nobody gave a surface is of clay: no shade of the backdrop's grey. What the options say holds for all.
+ModelMaterial ModelSceneWriter::dressed(ModelMaterial material) const {
+    if (!material.given) {
+        material.baseColor = material.vertexColors ? White : Clay;
+        material.roughness = 0.45f;
+        material.specular = 1.0f;
     }
+    if (!m_options.color && m_options.texture.empty()) return material;
+    material.texture = painted();
+    material.baseColor = m_options.color.value_or(White);
+    material.vertexColors = false;
+    return material;
+}
+
+void ModelSceneWriter::writeShaders() {
+    ModelMaterials materials(m_text, m_file, m_folder, m_size, m_placement.scale, !m_model.lights.empty(), m_assets,
+                             m_diagnostics);
+    if (!m_options.texture.empty()) m_assets.keepTexture({fs::absolute(m_options.texture), -1, {}});  // or an error
+    if (!m_options.shader.empty())
+        m_shaders.push_back(writeOverride(materials));
+    else
+        for (std::size_t i = 0; i < m_model.materials.size(); ++i)
+            m_shaders.push_back(materials.write(dressed(m_model.materials[i]), i));
     if (!m_ground) return;
     const R3 color = Backdrop / m_groundLight;
     m_shaders.push_back(m_text.name("shader", "ground", "ground"));
     m_text.comment("As bright, where it is in no shadow, as the backdrop");
-    m_text.object(fmt::format("[shader.{}]", m_shaders.back()), "KelPhong",
-                  {{"diffuseColor", tomlValue(color)}, {"ambientIntensity", tomlValue(Ambient)}});
+    SceneText::Values values = {{"diffuseColor", tomlValue(color)}, {"ambientIntensity", tomlValue(Ambient)}};
+    const bool many = samplesManyLights(m_options.shader);  // which no other surface could bear
+    if (many) values.emplace_back("specularColor", tomlValue(Black));
+    m_text.object(fmt::format("[shader.{}]", m_shaders.back()), many ? m_options.shader : "KelPhong", values);
 }
 
 // ---- Meshes
@@ -277,6 +319,9 @@ void ModelSceneWriter::writeMeshes() {
     static const char* const axes[] = {"\"x\"", "", "\"z\""};
     SceneText::Values values = {
         {"file", tomlValue(relativeTo(m_folder, m_file))}, {"up", axes[m_placement.up]}, {"scale", scale}};
+    const bool bare = std::any_of(m_model.meshes.begin(), m_model.meshes.end(),
+                                  [](const MeshData& mesh) { return mesh.texCoords.empty(); });
+    if (bare && !m_options.texture.empty()) values.emplace_back("coordinates", "\"box\"");
     const std::size_t own = m_shaders.size() - (m_ground ? 1 : 0);
     if (own == 1) {
         values.emplace_back("shader", tomlValue(m_shaders[0]));

@@ -18,6 +18,8 @@ struct ModelSceneOptions {
     ViewChoice view;
     bool ground = true;             // catches the shadow
     std::optional<ImageSize> size;  // of the picture that it is framed for
+    std::optional<R3> color;        // of all surfaces, 0 to 1, instead of the file's
+    std::string texture;            // a picture for all surfaces, which the colour modulates; or nothing
 };
 
 // Whether a file is taken for a scene and not for a model: it ends in .toml, or in nothing.

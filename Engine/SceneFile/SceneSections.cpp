@@ -15,7 +15,7 @@ const std::vector<SceneSection>& sceneSections() {
          {},
          nullptr,
          {"file", "image", "wrap", "filter", "model", "colorSpace", "projection", "generate", "bump", "bumpScale",
-          "alpha", "alphaCutoff", "vertexColors"}},
+          "alpha", "alphaCutoff", "vertexColors", "roughness", "brightest"}},
         {"shader", Named, {Surface, Shader}, nullptr, {"object"}},
         {"render", Table, {RenderingObject}, "Kel", {"object"}},
         {"image", Table, {}, nullptr, {"width", "height", "samples"}},
@@ -30,8 +30,8 @@ const std::vector<SceneSection>& sceneSections() {
          List,
          {},
          nullptr,
-         {"file", "shape", "segments", "uvScale", "name", "shader", "shaders", "up", "scale", "rotate", "translate",
-          "matrix", "visibleTo"}}};
+         {"file", "shape", "segments", "uvScale", "coordinates", "name", "shader", "shaders", "up", "scale", "rotate",
+          "translate", "matrix", "visibleTo"}}};
     return all;
 }
 

@@ -23,11 +23,15 @@ std::optional<int> TextureSection::idFor(const std::string& name, const std::str
     const Layout layout = layoutFor(object);
     if (found->second == Ox_NOTEXTURE || layout == Layout::AsItIs || !m_equirectangular.contains(name))
         return found->second;
-    const auto [entry, isNew] = m_converted.try_emplace({name, layout}, Ox_NOTEXTURE);
+    // A light must not lose what a lamp gives; who only shows it may.
+    const bool limited = m_brightest.contains(name) && object != "KelEnvMapLight";
+    const auto [entry, isNew] = m_converted.try_emplace({name, layout, limited}, Ox_NOTEXTURE);
     if (isNew) {
         const auto& picture = static_cast<const Texture&>(*m_world.textures.ByID(found->second));
-        entry->second =
-            m_world.textures.add(layout == Layout::AngularMap ? toAngularMap(picture) : toVerticalCross(picture));
+        std::unique_ptr<Texture> converted =
+            layout == Layout::AngularMap ? toAngularMap(picture) : toVerticalCross(picture);
+        if (limited) converted->limit(m_brightest[name]);
+        entry->second = m_world.textures.add(std::move(converted));
     }
     return entry->second;
 }
@@ -46,17 +50,22 @@ struct Origin {
     bool generated = false;
     bool equirectangular = false;
     bool vertexColors = false;
+    bool rough = false;
+    std::optional<float> brightest;
 
     explicit Origin(TableReader& reader)
         : file(reader.text("file")), image(reader.count("image", 0, 1u << 20)),
           space(reader.word("colorSpace", {"linear", "srgb"})), generated(reader.word("generate", {"studio"})),
           equirectangular(reader.word("projection", {"equirectangular"}) || generated),
-          vertexColors(reader.flag("vertexColors").value_or(false)) {
+          vertexColors(reader.flag("vertexColors").value_or(false)), rough(reader.has("roughness")),
+          brightest(reader.number("brightest")) {
+        if (brightest && !(equirectangular && *brightest > 0.0f))
+            reader.error("brightest", "'brightest' is for an equirectangular picture, and above 0");
         if (!isKnown() && !reader.has("file")) reader.error("file", "has no 'file'");
         if (image && !file) reader.error("image", "'image' is for the images within a model's 'file'");
     }
 
-    bool isKnown() const { return file || vertexColors || generated; }
+    bool isKnown() const { return file || vertexColors || generated || rough; }
 
     TextureSource source(const std::filesystem::path& folder) const {
         TextureSource source;
@@ -71,7 +80,7 @@ struct Origin {
 struct Use {
     Oxuint wrap, filter, model;
     std::optional<BumpKind> bump;
-    float bumpScale;
+    float bumpScale, roughness;
     std::optional<float> alphaThreshold;
 
     explicit Use(TableReader& reader) {
@@ -84,6 +93,9 @@ struct Use {
         if (const auto kind = reader.word("bump", {"height", "normal"}))
             bump = *kind == 0 ? BumpKind::Height : BumpKind::Normal;
         bumpScale = reader.number("bumpScale").value_or(1.0f);
+        roughness = reader.number("roughness").value_or(0.0f);
+        if (!(roughness >= 0.0f && roughness <= 1.0f))
+            reader.error("roughness", fmt::format("'roughness' is {}; expected 0 to 1", roughness));
         const auto alpha = reader.word("alpha", {"blend", "mask", "ignore"});
         const float cutoff = reader.number("alphaCutoff").value_or(0.5f);
         if (alpha == 1u) alphaThreshold = cutoff;
@@ -96,6 +108,7 @@ struct Use {
         texture.textureModel = model;
         if (bump) texture.bumpKind = *bump;
         texture.bumpScale = bumpScale;
+        texture.roughness = roughness;
         if (alphaThreshold) texture.thresholdAlpha(*alphaThreshold);
     }
 };
@@ -109,6 +122,7 @@ void TextureSection::read(const std::string& name, TableReader& reader) {
     const Use use(reader);
     reader.finish();
     if (origin.equirectangular) m_equirectangular.insert(name);
+    if (origin.brightest) m_brightest[name] = *origin.brightest;
     if (!origin.isKnown()) return;
     try {
         auto texture = origin.file        ? m_assets.texture(origin.source(m_folder))

@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace oxbeam {
@@ -34,8 +35,9 @@ private:
     Diagnostics& m_diagnostics;
     std::map<std::string, int> m_ids;
     std::vector<std::string> m_names;
-    std::set<std::string> m_equirectangular;                    // those whose picture is laid out like that
-    std::map<std::pair<std::string, Layout>, int> m_converted;  // and what they were turned into
+    std::set<std::string> m_equirectangular;                           // those whose picture is laid out like that
+    std::map<std::string, float> m_brightest;                          // of those who show it, by the texture
+    std::map<std::tuple<std::string, Layout, bool>, int> m_converted;  // what they were turned into; whether limited
 };
 
 }  // namespace oxbeam

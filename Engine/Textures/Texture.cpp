@@ -41,6 +41,10 @@ void Texture::mend() {
             m_floats[i] = std::clamp(m_floats[i], 0.0f, 1.0f);
 }
 
+void Texture::limit(float most) {
+    for (float& v : m_floats) v = std::min(v, most);
+}
+
 // Finds out once whether anything shines through, and whether the picture holds normals: unit vectors, most of them
 // pointing outwards. 4096 texels spread over the picture are enough for the latter.
 void Texture::examine() {

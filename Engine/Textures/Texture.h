@@ -25,6 +25,8 @@ public:
     // Strength as a bump map. Heights: white rises above black by this times 2% of the picture's width. Normals: factor
     // on their slope.
     float bumpScale = 1.0f;
+    // As a bump map: the surface consists of mirrors too small to be seen, whose slopes spread by this, 0 to 1, squared.
+    float roughness = 0.0f;
     bool withVertexColors = false;  // where it is applied to a surface, the mesh's own colours modulate it
 
     // Texels row by row from the bottom up, `channels` values each: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA (alpha not
@@ -48,6 +50,8 @@ public:
     RGBAFloat lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
     // Makes alpha 1 where it is at least this, and 0 elsewhere; 0 makes all of the picture opaque.
     void thresholdAlpha(float least);
+    // Makes no number of a picture of floats larger than this.
+    void limit(float most);
     // How many of the file's numbers were not finite. They count as 0, infinities as the largest number of half precision.
     std::size_t mended() const { return m_mended; }
     // The mean of the picture's numbers as they are stored, from a grid of probes.

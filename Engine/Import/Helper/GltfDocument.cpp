@@ -136,7 +136,6 @@ static void completeFactors(ModelMaterial& m, const json& material) {
 static void completeExtensions(ModelMaterial& m, const json& extensions) {
     m.clearCoat = number(at(extensions, "KHR_materials_clearcoat"), "clearcoatFactor", 0.0f);
     m.transmission = number(at(extensions, "KHR_materials_transmission"), "transmissionFactor", 0.0f);
-    m.ior = number(at(extensions, "KHR_materials_ior"), "ior", 1.5f);
     const json& volume = at(extensions, "KHR_materials_volume");
     m.thickness = number(volume, "thicknessFactor", 0.0f);
     m.attenuationColor = color(volume, "attenuationColor", R3(1.0f, 1.0f, 1.0f));
@@ -147,17 +146,24 @@ static void completeExtensions(ModelMaterial& m, const json& extensions) {
     m.baseColor = color(old, "diffuseFactor", R3(1.0f, 1.0f, 1.0f));
     m.opacity = m.alphaMode == ModelMaterial::Opaque ? 1.0f : element(at(old, "diffuseFactor"), 3, 1.0f);
     m.metallic = 0.0f;
-    m.roughness = 1.0f - number(old, "glossinessFactor", 1.0f);
+    const bool pictured = at(old, "specularGlossinessTexture").is_object();  // which nobody here looks into
+    m.roughness = pictured ? 0.5f : 1.0f - number(old, "glossinessFactor", 1.0f);
 }
 
-// Highlights of a rough dielectric: Phong's exponent that falls off as the microfacets' distribution does (B. Walter et
-// al., "Microfacet models for refraction through rough surfaces", 2007), weaker the rougher.
-static void completeHighlight(ModelMaterial& m, const json& extensions) {
+// What a dielectric reflects.
+static void completeSpecular(ModelMaterial& m, const json& extensions) {
     const json& specular = at(extensions, "KHR_materials_specular");
-    const float alpha = std::max(m.roughness * m.roughness, 0.03f), smooth = 1.0f - m.roughness;
-    m.shininess = std::clamp(2.0f / (alpha * alpha) - 2.0f, 1.0f, 512.0f);
-    m.specular = 0.4f * smooth * smooth * number(specular, "specularFactor", 1.0f) *
-                 color(specular, "specularColorFactor", R3(1.0f, 1.0f, 1.0f));
+    m.specular = number(specular, "specularFactor", 1.0f);
+    m.specularColor = color(specular, "specularColorFactor", R3(1.0f, 1.0f, 1.0f));
+    m.ior = number(at(extensions, "KHR_materials_ior"), "ior", 1.5f);
+    if (at(extensions, "KHR_materials_unlit").is_object()) m.specular = 0.0f;
+    const json& old = at(extensions, "KHR_materials_pbrSpecularGlossiness");
+    // These two say directly how much is reflected straight on, not as a multiple of the 4% of an index of 1.5.
+    const bool direct = old.is_object() && !at(old, "specularGlossinessTexture").is_object();
+    if (direct) m.specularColor = color(old, "specularFactor", R3(1.0f, 1.0f, 1.0f));
+    if (!direct && m.ior != 0.0f) return;
+    m.ior = 1.5f;
+    m.specularColor *= 25.0f;
 }
 
 void GltfDocument::complete(ModelMaterial& m, std::size_t number) const {
@@ -166,7 +172,7 @@ void GltfDocument::complete(ModelMaterial& m, std::size_t number) const {
     m.name = text(at(material, "name"));
     completeFactors(m, material);
     completeExtensions(m, at(material, "extensions"));
-    completeHighlight(m, at(material, "extensions"));
+    completeSpecular(m, at(material, "extensions"));
 }
 
 // ---- Texture coordinates. One set serves a mesh: that of its colours, or else of its bumps.
@@ -204,7 +210,8 @@ std::vector<std::string> GltfDocument::unknownRequiredExtensions() const {
                                                    "KHR_materials_clearcoat",    "KHR_materials_emissive_strength",
                                                    "KHR_materials_ior",          "KHR_materials_pbrSpecularGlossiness",
                                                    "KHR_materials_specular",     "KHR_materials_transmission",
-                                                   "KHR_materials_volume",       "KHR_texture_transform"};
+                                                   "KHR_materials_unlit",        "KHR_materials_volume",
+                                                   "KHR_texture_transform"};
     std::vector<std::string> unknown;
     const json& required = at(m_json, "extensionsRequired");
     if (required.is_array())

@@ -3,6 +3,7 @@
 #include <assimp/GltfMaterial.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 
 namespace oxbeam {
@@ -74,23 +75,32 @@ ModelTexture MaterialReader::texture(const aiMaterial& material, std::initialize
 
 // ---- Materials
 
+// A Phong highlight falls off as the mirrors of a rough surface are distributed (B. Walter et al., "Microfacet models for
+// refraction through rough surfaces", 2007). Its colour is the programs' own measure: half of white stands for what a
+// dielectric reflects. A material that has none is matte.
+static void readHighlight(const aiMaterial& from, ModelMaterial& m) {
+    const float exponent = number(from, AI_MATKEY_SHININESS, 16.0f);
+    R3 own = color(from, AI_MATKEY_COLOR_SPECULAR).value_or(R3());
+    own *= std::clamp(number(from, AI_MATKEY_SHININESS_STRENGTH, 1.0f), 0.0f, 1.0f);
+    m.roughness = std::pow(2.0f / (std::clamp(exponent, 1.0f, 1e6f) + 2.0f), 0.25f);
+    m.specular = exponent < 1.0f ? 0.0f : std::min(2.0f * Max(own), 1.0f);
+    if (m.specular > 0.0f) m.specularColor = own / Max(own);
+}
+
 // Colours and factors as most formats have them: after Phong.
 static void readPhong(const aiMaterial& from, ModelMaterial& m) {
     if (const auto c = color(from, AI_MATKEY_COLOR_DIFFUSE)) m.baseColor = *c;
     if (const auto c = color(from, AI_MATKEY_BASE_COLOR)) m.baseColor = *c;
     m.emissive = color(from, AI_MATKEY_COLOR_EMISSIVE).value_or(R3());
-    m.shininess = number(from, AI_MATKEY_SHININESS, 16.0f);
-    m.specular = color(from, AI_MATKEY_COLOR_SPECULAR).value_or(R3());
-    m.specular *= 0.5f * std::clamp(number(from, AI_MATKEY_SHININESS_STRENGTH, 1.0f), 0.0f, 1.0f);
-    if (m.shininess < 1.0f) m.specular = R3();
     m.opacity = number(from, AI_MATKEY_OPACITY, 1.0f);
     m.reflectivity = number(from, AI_MATKEY_REFLECTIVITY, 0.0f);
     m.metallic = number(from, AI_MATKEY_METALLIC_FACTOR, 0.0f);
-    m.roughness = number(from, AI_MATKEY_ROUGHNESS_FACTOR, 0.5f);
     m.clearCoat = number(from, AI_MATKEY_CLEARCOAT_FACTOR, 0.0f);
     m.transmission = number(from, AI_MATKEY_TRANSMISSION_FACTOR, 0.0f);
     m.ior = number(from, AI_MATKEY_REFRACTI, 1.5f);
     if (m.ior <= 1.0f) m.ior = 1.5f;
+    m.roughness = number(from, AI_MATKEY_ROUGHNESS_FACTOR, -1.0f);
+    if (m.roughness < 0.0f) readHighlight(from, m);
 }
 
 std::optional<std::size_t> MaterialReader::gltfNumber(unsigned number) const {
@@ -112,9 +122,14 @@ ModelMaterial MaterialReader::read(unsigned number) {
     m.emissiveTexture = texture(from, {aiTextureType_EMISSIVE, aiTextureType_EMISSION_COLOR});
     if (const auto own = gltfNumber(number)) {
         m_gltf->complete(m, *own);
+        m.given = true;
         m.metalRoughTexture = texture(from, {aiTextureType_METALNESS, aiTextureType_UNKNOWN});
         return m;
     }
+    // What importers make up, which some name, and others leave at their grey where a library of materials is missing.
+    const bool unnamed = m.name.empty() || m.name == AI_DEFAULT_MATERIAL_NAME;
+    const bool untouched = m.specular <= 0.0f && m.baseColor == R3(0.6f, 0.6f, 0.6f);
+    m.given = m.texture.given() || !(unnamed || untouched);
     // Exporters that mean "no colour of its own" write black, and those that know no transparency an opacity of 0.
     if (m.texture.given() && Max(m.baseColor) <= 0.0f) m.baseColor = R3(1.0f, 1.0f, 1.0f);
     if (m.opacity <= 0.0f) {
