@@ -17,6 +17,7 @@ struct ModelCommand {
     ViewChoice view;
     std::string ground = "shadow";  // or "none"
     std::string color, texture;     // or nothing
+    bool keepMaterials = false;     // of the scene that is written
 };
 
 struct RenderCommand {

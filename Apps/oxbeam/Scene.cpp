@@ -28,11 +28,15 @@ ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::stri
     if (command.ground != "shadow" && command.ground != "none")
         throw Error(ExitStatus::Usage, fmt::format("--ground {}: expected shadow or none", command.ground));
     if (!command.environment.empty()) checkInput(command.environment);
-    ModelSceneOptions options{
-        command.shader, command.environment, command.view, command.ground == "shadow", {}, {}, {}};
+    ModelSceneOptions options;
+    options.shader = command.shader;
+    options.environment = command.environment;
+    options.view = command.view;
+    options.ground = command.ground == "shadow";
     if (!command.color.empty()) options.color = parseColor(command.color);
     if (!command.texture.empty()) checkInput(command.texture);
     options.texture = command.texture;
+    options.keepMaterials = command.keepMaterials;
     if (!size.empty()) options.size = parseSize(size);
     return options;
 }

@@ -101,6 +101,8 @@ void addScene(CLI::App& app, SceneCommand& s) {
     c->add_option("--camera", s.options.view.camera, "Look through one of the model's own cameras; 'file': its first")
         ->type_name("CAMERA");
     c->add_option("--size", s.size, "Size of the picture in pixels")->type_name("WxH");
+    c->add_flag("--keep-materials", s.options.keepMaterials,
+                "Name the model as a whole, with the materials of its file, instead of writing them out");
     addModelOptions(*c, s.options);
 }
 

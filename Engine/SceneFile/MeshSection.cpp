@@ -20,10 +20,14 @@ constexpr unsigned GroundShape = 3;
 
 void MeshSection::read(TableReader& reader) {
     if (!reader.has("file") && reader.is("shape", ShapeNames[GroundShape])) return readGround(reader);
-    const auto name = reader.text("name");
     const auto shaders = shadersOf(reader);
-    const auto parts = partsOf(reader);
-    const Matrix placement = placementOf(reader);
+    place(reader, partsOf(reader), shaders, Model::Y);
+}
+
+void MeshSection::place(TableReader& reader, const std::vector<PlacedPart>& parts, const std::vector<unsigned>& shaders,
+                        unsigned up) {
+    const auto name = reader.text("name");
+    const Matrix placement = placementOf(reader, up);
     const Oxuint visibility = visibilityOf(reader);
     reader.finish();
     if (shaders.empty()) return;
@@ -128,8 +132,10 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
         Model model = shapeModel(*shape, segments.value_or(96), scale);
         return addModel(key, model, reader.where());
     }
-    if (!file) return {};
-    const fs::path path = m_folder / *file;
+    return file ? fileParts(reader, m_folder / *file, box) : std::vector<PlacedPart>();
+}
+
+std::vector<PlacedPart> MeshSection::fileParts(TableReader& reader, const fs::path& path, bool box) {
     const std::string boxed = path.string() + "\nbox", key = box ? boxed : path.string();
     if (m_models.contains(box ? path.string() : boxed)) {  // whose meshes are the world's already
         reader.error(box ? "coordinates" : "file", "'coordinates' must be the same wherever the file stands");
@@ -213,9 +219,9 @@ static Matrix turnedUp(unsigned axis) {
 }
 
 // Turned up and scaled first, then rotated about x, y and z, then moved.
-Matrix MeshSection::placementOf(TableReader& reader) {
+Matrix MeshSection::placementOf(TableReader& reader, unsigned up) {
     const auto matrix = reader.numbers("matrix", 16);
-    const Matrix turn = turnedUp(reader.word("up", {"x", "y", "z"}).value_or(1));
+    const Matrix turn = turnedUp(reader.word("up", {"x", "y", "z"}).value_or(up));
     const auto translate = reader.vector("translate"), rotate = reader.vector("rotate");
     R3 scale(1.0f, 1.0f, 1.0f);
     if (reader.isList("scale"))

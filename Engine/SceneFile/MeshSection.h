@@ -30,6 +30,14 @@ public:
 
     // One table.
     void read(TableReader& reader);
+    // The parts of a file. Texture coordinates are made where it has none, if `box` says so. An error, and nothing, where
+    // it cannot be read.
+    std::vector<PlacedPart> fileParts(TableReader& reader, const std::filesystem::path& path, bool box);
+    // Places parts as a table says, each with the shader of its material's number or the only one there is, or not at all
+    // where there is none. `up` is the axis that is up unless the table knows better.
+    void place(TableReader& reader, const std::vector<PlacedPart>& parts, const std::vector<unsigned>& shaders,
+               unsigned up);
+    static Matrix placementOf(TableReader& reader, unsigned up);
     // When all else is placed and the view is known, and the geometry yet to be prepared.
     void placeGrounds();
     // When the geometry is prepared.
@@ -53,7 +61,6 @@ private:
     std::vector<unsigned> shadersOf(TableReader& reader);
     std::vector<PlacedPart> partsOf(TableReader& reader);
     const std::vector<PlacedPart>& addModel(const std::string& key, Model& model, const SourceLocation& where);
-    Matrix placementOf(TableReader& reader);
     Oxuint visibilityOf(TableReader& reader);
 
     std::filesystem::path m_folder;

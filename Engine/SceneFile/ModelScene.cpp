@@ -4,6 +4,7 @@
 #include "Engine/SceneFile/MaterialTable.h"
 #include "Engine/SceneFile/ModelLights.h"
 #include "Engine/SceneFile/ModelMaterials.h"
+#include "Engine/SceneFile/ModelTables.h"
 #include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneText.h"
 #include "Engine/Textures/Studio.h"
@@ -29,7 +30,6 @@ constexpr float FieldOfView = 30.0f;
 constexpr float Ambient = 0.12f;         // of all materials, see their table
 constexpr float BrightestShown = 25.0f;  // a lamp is still white in what reflects 4%
 constexpr R3 Backdrop(0.42f, 0.43f, 0.45f);
-constexpr R3 Clay(0.72f, 0.38f, 0.22f);
 
 // The axis of the file that is up turned upwards, and models of extreme size brought to where single precision and the
 // parameters' bounds are at ease.
@@ -70,6 +70,8 @@ private:
     std::string writeOverride(ModelMaterials& materials);
     ModelTexture painted() const;
     ModelMaterial dressed(ModelMaterial material) const;
+    bool wantsCoordinates() const;
+    std::pair<std::string, std::string> shadersByMaterial() const;
     void writeMeshes();
     void warn(const std::string& message) { m_diagnostics.warning({m_file.string(), 0, 0}, message); }
 
@@ -109,7 +111,7 @@ void ModelSceneWriter::place() {
                     fmt::format("model '{}' has no triangle that could be seen", m_file.string()));
     if (m_size < 1e-2f || m_size > 1e4f) {
         m_placement.scale = std::pow(10.0f, -std::round(std::log10(m_size)));
-        for (R3& p : m_points) p = m_placement.scale * p;
+        m_points = visiblePoints(m_model, m_placement.matrix());
         measure();
     }
 }
@@ -279,13 +281,9 @@ ModelTexture ModelSceneWriter::painted() const {
     return texture;
 }
 
-// What nobody gave a surface is of clay: no shade of the backdrop's grey. What the options say holds for all.
+// What the options say holds for all.
 ModelMaterial ModelSceneWriter::dressed(ModelMaterial material) const {
-    if (!material.given) {
-        material.baseColor = material.vertexColors ? White : Clay;
-        material.roughness = 0.45f;
-        material.specular = 1.0f;
-    }
+    material = dressedInClay(std::move(material));
     if (!m_options.color && m_options.texture.empty()) return material;
     material.texture = painted();
     material.baseColor = m_options.color.value_or(White);
@@ -299,7 +297,7 @@ void ModelSceneWriter::writeShaders() {
     if (!m_options.texture.empty()) m_assets.keepTexture({fs::absolute(m_options.texture), -1, {}});  // or an error
     if (!m_options.shader.empty())
         m_shaders.push_back(writeOverride(materials));
-    else
+    else if (!m_options.keepMaterials)
         for (std::size_t i = 0; i < m_model.materials.size(); ++i)
             m_shaders.push_back(materials.write(dressed(m_model.materials[i]), i));
     if (!m_ground) return;
@@ -314,23 +312,35 @@ void ModelSceneWriter::writeShaders() {
 
 // ---- Meshes
 
+bool ModelSceneWriter::wantsCoordinates() const {
+    return !m_options.texture.empty() && std::any_of(m_model.meshes.begin(), m_model.meshes.end(),
+                                                     [](const MeshData& mesh) { return mesh.texCoords.empty(); });
+}
+
+std::pair<std::string, std::string> ModelSceneWriter::shadersByMaterial() const {
+    const std::size_t own = m_shaders.size() - (m_ground ? 1 : 0);
+    if (own == 1) return {"shader", tomlValue(m_shaders[0])};
+    std::string list = "[  # by the numbers of the file's materials\n";
+    for (std::size_t i = 0; i < own; ++i) list += fmt::format("    {},\n", tomlValue(m_shaders[i]));
+    return {"shaders", list + "]"};
+}
+
 void ModelSceneWriter::writeMeshes() {
     const std::string scale = m_placement.scale == 1.0f ? "" : tomlValue(m_placement.scale);
-    static const char* const axes[] = {"\"x\"", "", "\"z\""};
-    SceneText::Values values = {
-        {"file", tomlValue(relativeTo(m_folder, m_file))}, {"up", axes[m_placement.up]}, {"scale", scale}};
-    const bool bare = std::any_of(m_model.meshes.begin(), m_model.meshes.end(),
-                                  [](const MeshData& mesh) { return mesh.texCoords.empty(); });
-    if (bare && !m_options.texture.empty()) values.emplace_back("coordinates", "\"box\"");
-    const std::size_t own = m_shaders.size() - (m_ground ? 1 : 0);
-    if (own == 1) {
-        values.emplace_back("shader", tomlValue(m_shaders[0]));
+    static const char* const axes[] = {"\"x\"", "\"y\"", "\"z\""};
+    SceneText::Values values = {{"file", tomlValue(relativeTo(m_folder, m_file))},
+                                {"up", m_placement.up == Model::Y ? "" : axes[m_placement.up]},
+                                {"scale", scale}};
+    if (m_options.keepMaterials) {
+        values[1].second = axes[m_placement.up];  // whatever the file says
+        values.emplace_back("highlights", m_model.lights.empty() ? "false" : "");
+        m_text.comment("With the materials of its file; shaders = { \"Material\" = \"mine\" } replaces some of them");
+        m_text.table("[[model]]", values);
     } else {
-        std::string list = "[  # by the numbers of the file's materials\n";
-        for (std::size_t i = 0; i < own; ++i) list += fmt::format("    {},\n", tomlValue(m_shaders[i]));
-        values.emplace_back("shaders", fmt::format("{}]", list));
+        values.emplace_back("coordinates", wantsCoordinates() ? "\"box\"" : "");
+        values.push_back(shadersByMaterial());
+        m_text.table("[[mesh]]", values);
     }
-    m_text.table("[[mesh]]", values);
     if (!m_ground) return;
     const R3 middle = m_bounds.center();
     m_text.comment("The ground, a hair below the model");
@@ -361,6 +371,11 @@ std::string ModelSceneWriter::write() {
 std::string describeModelScene(const fs::path& model, const fs::path& folder, const ModelSceneOptions& options,
                                const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics) {
     checkView(options.view);
+    if (options.keepMaterials && (!options.shader.empty() || options.color || !options.texture.empty()))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--keep-materials and {} contradict each other", !options.shader.empty() ? "--shader"
+                                                                                 : options.color         ? "--color"
+                                                                                                 : "--texture"));
     const fs::path from = folder.empty() ? fs::path(".") : folder;
     return ModelSceneWriter(fs::absolute(model), from, options, registry, assets, diagnostics).write();
 }

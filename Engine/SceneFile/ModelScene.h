@@ -16,6 +16,7 @@ struct ModelSceneOptions {
     std::string shader;       // a registered surface instead of every material; or nothing
     std::string environment;  // an equirectangular picture to light it with; or nothing for a studio
     ViewChoice view;
+    bool keepMaterials = false;     // the scene names the file's materials instead of writing them out
     bool ground = true;             // catches the shadow
     std::optional<ImageSize> size;  // of the picture that it is framed for
     std::optional<R3> color;        // of all surfaces, 0 to 1, instead of the file's

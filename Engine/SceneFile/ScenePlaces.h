@@ -17,7 +17,7 @@ struct ScenePlace {
     std::vector<std::string> keys;        // that the scene itself knows there, beside the object's parameters
 };
 
-// Reads no more than the scene file itself, with `set` laid over it; empty where that cannot be read.
+// Reads no more than the scene file itself, and models that bring materials along, with `set` laid over it; empty where that cannot be read.
 OXBEAM_API std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Registry& registry,
                                                Diagnostics& diagnostics, const std::vector<std::string>& set = {});
 
