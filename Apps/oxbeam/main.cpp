@@ -145,7 +145,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     if (app.got_subcommand("scene")) return runScene(a.scene, registry);
     if (app.got_subcommand("check")) return runCheck(a.checkScene, a.checkSet, registry);
     if (app.got_subcommand("sweep")) return runSweep(a.sweep, registry);
-    if (app.got_subcommand("completion")) return runCompletion(app, registry);
+    if (app.got_subcommand("completion")) return runCompletion(app, a.completion.shell, registry);
     if (app.got_subcommand("list")) return runList(registry);
     return runDescribe(a.describe, registry);
 }
