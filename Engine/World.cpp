@@ -86,9 +86,8 @@ R2 World::imageWindow() const {
     return {top * static_cast<float>(image.width) / static_cast<float>(image.height), top};
 }
 
-View World::framingView() const {
+View World::framingView(const Bounds& bounds) const {
     View framing;
-    const Bounds& bounds = geometry.bounds();
     if (bounds.empty) return framing;
     const float aspect = static_cast<float>(image.width) / static_cast<float>(image.height);
     const float halfAngle = 0.5f * fov * 3.14159265f / 180.0f;

@@ -90,8 +90,9 @@ public:
     void nameObject(unsigned instance, const std::string& name) { m_objectNames[instance] = name; }
     std::string objectName(unsigned instance) const;
 
-    // A view of all that is there, from the front, the right and above.
-    View framingView() const;
+    // A view of all that is there, or of what lies within such bounds, from the front, the right and above.
+    View framingView() const { return framingView(geometry.bounds()); }
+    View framingView(const Bounds& bounds) const;
     // The world's own view, or that of all.
     View viewInForce() const { return view ? *view : framingView(); }
     // Half the width and height of the picture at distance 1 from the eye.

@@ -13,12 +13,14 @@ namespace oxbeam {
 
 // What can be said of a model that is given in place of a scene file; the background also of a scene file.
 struct ModelCommand {
-    std::string shader, environment, view;  // or nothing
-    float rotateEnvironment = 0.0f;         // degrees
-    std::string background;                 // "transparent", "environment", or a colour; or nothing
-    std::string ground = "shadow";          // or "none"
-    std::string color, texture;             // or nothing
-    std::string up;                         // "-z", or nothing for what the file says
+    std::string shader, environment;  // or nothing
+    float rotateEnvironment = 0.0f;   // degrees
+    std::string background;           // "transparent", "environment", or a colour; or nothing
+    ViewChoice view;
+    std::string ground = "shadow";  // or "none"
+    std::string color, texture;     // or nothing
+    std::string up;                 // "-z", or nothing for what the file says
+    bool keepMaterials = false;     // of the scene that is written
 };
 
 struct RenderCommand {
@@ -29,7 +31,7 @@ struct RenderCommand {
     std::string format;  // of what goes to standard output, "png"
     std::string size;    // "WxH", or nothing for the scene's own
     std::string crop;    // "x0,y0,x1,y1", or nothing for the whole picture
-    std::string camera;  // one of the scene's named cameras, or nothing
+    std::string camera;  // one of the scene's named cameras or of a model's, or nothing
     std::optional<unsigned> samples;
     std::optional<unsigned> threads;
     unsigned bits = 8;

@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Completion.h"
 
+#include "Apps/oxbeam/CompletionScripts.h"
 #include "Engine/SceneFile/ScenePlaces.h"
 
 #include <CLI/CLI.hpp>
@@ -15,152 +16,67 @@ namespace oxbeam {
 
 void addCompletion(CLI::App& app, CompletionCommand& command) {
     CLI::App* script = app.add_subcommand("completion", "Print a script that completes this command in a shell");
-    script->add_option("SHELL", command.shell, "For which shell: bash")
-        ->required()
-        ->check(CLI::IsMember({"bash"}).description(""))
-        ->type_name("bash|");
+    script->add_option("SHELL", command.shell, "For which shell")->required()->check(CLI::IsMember(shellNames()));
     CLI::App* callback = app.add_subcommand("complete", "What can follow an option, for a scene")->group("");
     callback->add_option("SCENE", command.scene, "Scene file")->required();
 }
 
 // ---- The script
 
-// _oxbeam_words tells, for "subcommand ", its options; for "subcommand --option" and for "subcommand *", an argument of
-// it, the words that can stand there, or @file, @directory or @scene.
-static const char* const Script = R"bash(
-# What can follow "$1", an option, in the scene on the command line; asked for once until the file changes.
-_oxbeam_from_scene() {
-    local file=${scene//[\'\"\\]/} line rest part
-    file=${file/#\~/$HOME}
-    [[ -f $file ]] || return 0
-    local key="${packages[*]} $file $(stat -c '%Y %s' -- "$file")"
-    if [[ $key != "$_oxbeam_scene_key" ]]; then
-        mapfile -t _oxbeam_scene < <(timeout 5 "${COMP_WORDS[0]/#\~/$HOME}" "${packages[@]}" complete "$file" 2>/dev/null)
-        _oxbeam_scene_key=$key
-    fi
-    local -A seen=()
-    for line in "${_oxbeam_scene[@]}"; do
-        [[ $line == "$1 $current"* ]] || continue
-        rest=${line#"$1 $current"}
-        part=${rest%%[.=]*} # one step of a path at a time
-        part+=${rest:${#part}:1}
-        [[ -v seen[x$part] ]] && continue
-        seen[x$part]=1
-        [[ $part == *[.=] ]] && compopt -o nospace 2>/dev/null
-        part=$current$part
-        # bash replaces no more than what stands behind the last '='.
-        [[ $part == *=?* || $current == *= ]] && part=${part##*=}
-        [[ -n $part ]] && COMPREPLY+=("$part")
-    done
+static std::string joined(const std::vector<std::string>& words) { return fmt::format("{}", fmt::join(words, " ")); }
+
+// A word that stands for itself, unlike R or x0, which stand for what the user knows.
+static bool isLiteral(const std::string& word) {
+    return word.size() > 1 || word == "x" || word == "y" || word == "z"
+               ? std::none_of(word.begin(), word.end(), [](unsigned char c) { return std::isupper(c) || c == ','; })
+               : std::isdigit(static_cast<unsigned char>(word[0])) != 0;
 }
 
-_oxbeam() {
-    local words=() packages=() word command= scene= option= i
-    COMPREPLY=()
-    # bash takes words apart at '='.
-    for ((i = 1; i <= COMP_CWORD; i++)); do
-        if ((${#words[@]})) && [[ ${COMP_WORDS[i]} == "=" || ${COMP_WORDS[i - 1]} == "=" ]]; then
-            words[-1]+=${COMP_WORDS[i]}
-        else
-            words+=("${COMP_WORDS[i]}")
-        fi
-    done
-    local current=${words[-1]}
-    unset 'words[-1]'
-    for word in "${words[@]}"; do
-        if [[ -n $option ]]; then
-            [[ $option == --package-path ]] && packages+=("$option" "$word")
-            option=
-        elif [[ $word == -* ]]; then
-            [[ -n ${_oxbeam_words["$command $word"]+x} ]] && option=$word
-        elif [[ -z $command ]]; then
-            command=$word
-        elif [[ -z $scene ]]; then
-            scene=$word
-        fi
-    done
-    if [[ -z $option && $current == --*=* && -n ${_oxbeam_words["$command ${current%%=*}"]+x} ]]; then
-        option=${current%%=*} current=${current#*=}
-    fi
-    local kind
-    if [[ -n $option ]]; then
-        kind=${_oxbeam_words["$command $option"]}
-    elif [[ $current == -* || -z $command ]]; then
-        kind=${_oxbeam_words["$command "]-}
-    else
-        kind=${_oxbeam_words["$command *"]-}
-    fi
-    case $kind in
-    @file | @directory)
-        mapfile -t COMPREPLY < <(compgen -A "${kind:1}" -- "$current")
-        compopt -o filenames 2>/dev/null
-        ;;
-    @scene) _oxbeam_from_scene "$option" ;;
-    @list*) # some of the words, with commas in between
-        mapfile -t COMPREPLY < <(compgen -P "${current%"${current##*,}"}" -W "${kind#@list}" -- "${current##*,}")
-        compopt -o nospace 2>/dev/null
-        ;;
-    *) mapfile -t COMPREPLY < <(compgen -W "$kind" -- "$current") ;;
-    esac
-    return 0
+static std::vector<std::string> literals(const std::string& text, char separator) {
+    std::vector<std::string> words = CLI::detail::split(text, separator);
+    std::erase_if(words, [](const std::string& word) { return word.empty() || !isLiteral(word); });
+    return words;
 }
-complete -F _oxbeam oxbeam
-)bash";
 
-// What completes an option's value or an argument; nothing where that is for the user to know.
+// What completes an option's value or an argument; nothing where that is for the user to know. Options say it by their
+// type's name, as a|b|c for words and a,b,c for lists of them, or by the set that their value is checked against.
 static std::string kindOf(const CLI::Option& option, const Registry& registry) {
-    static const std::map<std::string, std::string> known = {
-        {"FILE", "@file"}, {"SCENE", "@file"}, {"PICTURE", "@file"}, {"DIR", "@directory"}, {"CAMERA", "@scene"}};
-    std::string type = option.get_type_name();
-    if (type.find('|') != std::string::npos) {
-        std::replace(type.begin(), type.end(), '|', ' ');
-        return type;
-    }
-    if (type.find(',') != std::string::npos && type.find("x0") == std::string::npos && type != "R,G,B") {
-        std::replace(type.begin(), type.end(), ',', ' ');
-        return "@list " + type;
-    }
+    static const std::map<std::string, std::string> known = {{"FILE", "@file"},     {"SCENE", "@file"},
+                                                             {"MODEL", "@file"},    {"PICTURE", "@file"},
+                                                             {"DIR", "@directory"}, {"CAMERA", "@scene"}};
+    const std::string type = option.get_type_name();
+    if (const auto set = type.find('{'); set != std::string::npos)
+        return joined(literals(type.substr(set + 1, type.rfind('}') - set - 1), ','));
+    if (type.find('|') != std::string::npos) return joined(literals(type, '|'));
+    if (type.find(',') != std::string::npos && type.find_first_of("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ") == type.npos)
+        return "@list " + joined(literals(type, ','));
     const std::string name = option.get_positional() ? option.get_name() : type;
-    if (name == "OBJECT") return fmt::format("{}", fmt::join(registry.names(), " "));
+    if (name == "OBJECT") return joined(registry.names());
     if (name.starts_with("PLACE")) return "@scene";
     const auto found = known.find(name);
     return found == known.end() ? "" : found->second;
 }
 
-using Words = std::map<std::string, std::string>;
-
-// Adds the options of an app to those of a subcommand; global ones belong to every subcommand.
-static void addOptions(const std::string& subcommand, const CLI::App& app, const Registry& registry, Words& words) {
+static std::vector<ShellOption> optionsOf(const CLI::App& app, const Registry& registry) {
+    std::vector<ShellOption> options;
     for (const CLI::Option* option : app.get_options()) {
-        if (option->get_positional()) {
-            words[subcommand + " *"] = kindOf(*option, registry);
-            continue;
-        }
-        std::vector<std::string> names;
-        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
-        for (const std::string& name : option->get_snames()) names.push_back("-" + name);
-        for (const std::string& name : names) {
-            std::string& all = words[subcommand + ' '];
-            if (all.find(name + ' ') == std::string::npos) all += name + ' ';
-            if (option->get_items_expected_max() > 0)
-                words[fmt::format("{} {}", subcommand, name)] = kindOf(*option, registry);
-        }
+        ShellOption made;
+        for (const std::string& name : option->get_lnames()) made.names.push_back("--" + name);
+        for (const std::string& name : option->get_snames()) made.names.push_back("-" + name);
+        made.takesValue = option->get_positional() || option->get_items_expected_max() > 0;
+        if (option->get_positional()) made.names.clear();
+        made.kind = made.takesValue ? kindOf(*option, registry) : "";
+        made.help = option->get_description();
+        options.push_back(std::move(made));
     }
+    return options;
 }
 
-ExitStatus runCompletion(const CLI::App& app, const Registry& registry) {
-    Words words;
-    addOptions("", app, registry, words);
-    for (const CLI::App* subcommand : app.get_subcommands([](const CLI::App* s) { return !s->get_group().empty(); })) {
-        words[" "] += subcommand->get_name() + ' ';
-        addOptions(subcommand->get_name(), *subcommand, registry, words);
-        addOptions(subcommand->get_name(), app, registry, words);
-    }
-    std::cout << "# Completes the arguments of oxbeam: source this, or put it where bash looks for completions.\n"
-                 "# Printed by `oxbeam completion bash`; print it anew when packages have changed.\n"
-                 "declare -gA _oxbeam_words=(\n";
-    for (const auto& [key, value] : words) std::cout << fmt::format("    [\"{}\"]=\"{}\"\n", key, value);
-    std::cout << ")\n" << Script;
+ExitStatus runCompletion(const CLI::App& app, const std::string& shell, const Registry& registry) {
+    std::vector<ShellCommand> commands = {{"", "", optionsOf(app, registry)}};
+    for (const CLI::App* subcommand : app.get_subcommands([](const CLI::App* s) { return !s->get_group().empty(); }))
+        commands.push_back({subcommand->get_name(), subcommand->get_description(), optionsOf(*subcommand, registry)});
+    std::cout << completionScript(shell, commands);
     return ExitStatus::Done;
 }
 

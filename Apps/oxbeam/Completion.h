@@ -20,9 +20,9 @@ struct CompletionCommand {
 // `completion`, and `complete`, which the script calls back for what only a scene file tells.
 void addCompletion(CLI::App& app, CompletionCommand& command);
 
-// Prints the shell's script. Subcommands, options and objects stand in it, so that they complete at once. An option's
-// type name says what completes its value: FILE, DIR, CAMERA, PLACE..., OBJECT, or the words themselves, as a|b|c.
-ExitStatus runCompletion(const CLI::App& app, const Registry& registry);
+// Prints the shell's script. Subcommands, options and objects stand in it, so that they complete at once. What completes
+// an option's value is told by the option itself, see there.
+ExitStatus runCompletion(const CLI::App& app, const std::string& shell, const Registry& registry);
 
 // Prints what can follow an option where it depends on the scene, a line each: "--set shader.body.shininess=". Silent
 // about everything that is wrong with the scene.

@@ -34,7 +34,10 @@ static void addOptions(const RenderCommand& command, const World& world, const R
     inputs["--isa"] = command.isa.empty() ? SceneGeometry::defaultIsa() : command.isa;
     inputs["--shader"] = m.shader;
     inputs["--environment"] = m.environment;
-    inputs["--view"] = m.view;
+    inputs["--view"] = m.view.name;
+    inputs["--azimuth"] = m.view.azimuth ? fmt::format("{}", *m.view.azimuth) : "";
+    inputs["--elevation"] = m.view.elevation ? fmt::format("{}", *m.view.elevation) : "";
+    inputs["--zoom"] = fmt::format("{}", m.view.zoom);
     inputs["--ground"] = m.ground;
     inputs["--color"] = m.color;
     inputs["--texture"] = m.texture;

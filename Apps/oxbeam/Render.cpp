@@ -74,6 +74,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     build(*world, workers, command.isa);
     times.build = building.seconds();
     progress.step(fmt::format("built in {:.2f} s", times.build));
+    warnOfEye(*world);
     if (stopWanted()) return stoppedStatus();
     if (begun) progress.step(fmt::format("resumed from {} after {} passes", command.checkpoint, begun->film.passes()));
 
@@ -83,6 +84,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     times.render = rendering.seconds();
     sayRendered(result, options, times.render, threads, progress);
     warnOfBadResults(result.statistics);
+    warnOfPicture(*world, result, command.output);
     if (!result.statistics.packetsRefused.empty() && !command.quiet)
         std::cerr << fmt::format("oxbeam: note: --packets has no effect: {}\n", result.statistics.packetsRefused);
 

@@ -72,7 +72,10 @@ void checkModelOptions(const RenderCommand& command) {
     const ModelCommand& m = command.model;
     const char* given = !m.shader.empty()             ? "--shader"
                         : !m.environment.empty()      ? "--environment"
-                        : !m.view.empty()             ? "--view"
+                        : !m.view.name.empty()        ? "--view"
+                        : m.view.azimuth              ? "--azimuth"
+                        : m.view.elevation            ? "--elevation"
+                        : m.view.zoom != 1.0f         ? "--zoom"
                         : m.ground != "shadow"        ? "--ground"
                         : m.rotateEnvironment != 0.0f ? "--rotate-environment"
                         : !m.up.empty()               ? "--up"

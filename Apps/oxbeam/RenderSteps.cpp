@@ -1,6 +1,7 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
 #include "Apps/oxbeam/OutputFiles.h"
+#include "Engine/Render/Advice.h"
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
@@ -51,6 +52,19 @@ void warnOfBadResults(const RenderStatistics& s) {
             "oxbeam: warning: the samples of {} pixels add up to more than a number holds, and were "
             "limited to that\n",
             s.overflowedPixels);
+}
+
+static void warn(const std::optional<std::string>& advice) {
+    if (advice) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
+}
+
+void warnOfEye(const World& world) { warn(adviceOnEye(world)); }
+
+// Formats that hold more than white are shown by programs that choose what is white.
+void warnOfPicture(World& world, const RenderResult& result, const std::string& output) {
+    const bool clips = !isExr(output) && !output.ends_with(".hdr");
+    warn(adviceOnPicture(world, result.film,
+                         clips ? [](const R3& color) { return color; } : std::function<R3(const R3&)>()));
 }
 
 void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,

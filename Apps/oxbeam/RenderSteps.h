@@ -76,6 +76,9 @@ Prepared prepare(const RenderCommand& command, const Registry& registry);
 MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image);
 void build(World& world, Workers& workers, const std::string& isa);
 void warnOfBadResults(const RenderStatistics& statistics);
+// Of an eye inside a surface, before it is rendered; of a picture that shows nothing, afterwards.
+void warnOfEye(const World& world);
+void warnOfPicture(World& world, const RenderResult& result, const std::string& output);
 
 struct Times {
     double load = 0.0, build = 0.0, render = 0.0, write = 0.0;

@@ -42,6 +42,9 @@ ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::stri
     ModelSceneOptions options;
     options.shader = command.shader;
     options.environment = command.environment;
+    ModelSceneOptions options;
+    options.shader = command.shader;
+    options.environment = command.environment;
     options.environmentTurn = command.rotateEnvironment;
     options.background = command.background;
     options.view = command.view;
@@ -50,6 +53,7 @@ ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::stri
     if (!command.texture.empty()) checkInput(command.texture);
     options.texture = command.texture;
     if (up != AxisNames.end()) options.up = static_cast<Model::Axis>(up - AxisNames.begin());
+    options.keepMaterials = command.keepMaterials;
     if (!size.empty()) options.size = parseSize(size);
     return options;
 }

@@ -61,8 +61,15 @@ void addModelOptions(CLI::App& c, ModelCommand& m) {
     c.add_option("--background", m.background,
                  "What is seen where nothing is; transparent makes an alpha channel; a colour is for models")
         ->type_name("environment|transparent|r,g,b");
-    c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("KIND");
-    c.add_option("--view", m.view, "Of a model: look at it from iso, front, left or top")->type_name("NAME");
+    c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("shadow|none");
+    c.add_option("--view", m.view.name, "Of a model: where it is looked at from")
+        ->type_name(CLI::detail::join(viewNames(), "|"));
+    c.add_option("--azimuth", m.view.azimuth, "Of a model: degrees from its front to the right, instead of the view's")
+        ->type_name("DEGREES");
+    c.add_option("--elevation", m.view.elevation, "Of a model: degrees above its front, instead of the view's")
+        ->type_name("DEGREES");
+    c.add_option("--zoom", m.view.zoom, "Of a model: how many times as large as it fits the picture")
+        ->type_name("FACTOR");
     addUp(c, m);
 }
 
@@ -94,7 +101,8 @@ void addRender(CLI::App& app, RenderCommand& r) {
         ->type_name("FILE");
     c->add_option("--format", r.format, "Of the picture on standard output")->type_name("png|jpg|tiff|exr|hdr");
     c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
-    c->add_option("--camera", r.camera, "One of the scene's named cameras")->type_name("CAMERA");
+    c->add_option("--camera", r.camera, "One of the scene's named cameras, or of a model's own; 'file': its first")
+        ->type_name("CAMERA");
     c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
     c->add_option("--time", r.seconds, "Render as many whole passes as fit into this time; --samples limits them")
         ->type_name("SECONDS");
@@ -123,8 +131,12 @@ void addRender(CLI::App& app, RenderCommand& r) {
 void addScene(CLI::App& app, SceneCommand& s) {
     CLI::App* c = app.add_subcommand("scene", "Write the scene that render makes around a model, to edit it");
     c->add_option("MODEL", s.model, "Model file")->required();
-    c->add_option("-o,--output", s.output, "Scene file to write, instead of standard output");
+    c->add_option("-o,--output", s.output, "Scene file to write, instead of standard output")->type_name("FILE");
+    c->add_option("--camera", s.options.view.camera, "Look through one of the model's own cameras; 'file': its first")
+        ->type_name("CAMERA");
     c->add_option("--size", s.size, "Size of the picture in pixels")->type_name("WxH");
+    c->add_flag("--keep-materials", s.options.keepMaterials,
+                "Name the model as a whole, with the materials of its file, instead of writing them out");
     addModelOptions(*c, s.options);
     addMemoryLimit(*c);
     addImportLimit(*c, s.importLimit);
@@ -173,7 +185,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
     if (app.got_subcommand("scene")) return runScene(a.scene, registry);
     if (app.got_subcommand("check")) return runCheck(a.check, registry);
     if (app.got_subcommand("sweep")) return runSweep(a.sweep, registry);
-    if (app.got_subcommand("completion")) return runCompletion(app, registry);
+    if (app.got_subcommand("completion")) return runCompletion(app, a.completion.shell, registry);
     if (app.got_subcommand("list")) return runList(registry);
     return runDescribe(a.describe, registry);
 }

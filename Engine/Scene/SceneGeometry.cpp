@@ -273,6 +273,19 @@ void SceneGeometry::build(const std::string& isa) {
     }
     m_bounds = m_intersector->build(m_scene);
     m_structureMemory.shrinkTo(m_intersector->bytes());
+    if (m_endless.empty() || m_endless.size() == m_instances.size()) return;
+    m_bounds = Bounds();
+    for (unsigned i = 0; i < m_instances.size(); ++i)
+        if (!isEndless(i)) m_bounds.add(instanceBounds(i));
+}
+
+Bounds SceneGeometry::placedBounds() const {
+    Bounds bounds;
+    for (const auto& instance : m_instances)
+        if (const MeshData* mesh = m_data[instance->object].get())
+            for (const R3& vertex : mesh->positions)
+                if (const R3 p = TransformPoint(instance->meshToWorldXfm, vertex); reachable(p)) bounds.add(p);
+    return bounds;
 }
 
 std::string SceneGeometry::defaultIsa() { return EmbreeIntersector::defaultIsa(); }

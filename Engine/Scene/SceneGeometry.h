@@ -7,6 +7,7 @@
 #include "Oxbeam/OxScene.h"
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -49,8 +50,14 @@ public:
     // movable gets its transformation baked in.
     unsigned addInstance(unsigned mesh, const Matrix& meshToWorld, unsigned shader, Oxuint visibilityMask = RAY_ALL,
                          bool movable = false);
+    // A ground that goes on to the horizon: it counts for no bounds, so that nothing follows its size.
+    void makeEndless(unsigned instance) { m_endless.insert(instance); }
+    bool isEndless(unsigned instance) const { return m_endless.contains(instance); }
     // Moves a movable instance; takes effect with the next build.
     void moveInstance(unsigned instance, const Matrix& meshToWorld);
+
+    // Of all that has been placed so far; valid until prepare. Vertices count also where no triangle uses them.
+    Bounds placedBounds() const;
 
     // Validates the meshes and bakes transformations in. Afterwards no mesh and no instance can be added.
     void prepare();
@@ -93,6 +100,7 @@ private:
     std::vector<std::unique_ptr<ABSP>> m_meshes;
     std::vector<std::unique_ptr<Instance>> m_instances;
     std::vector<bool> m_movable;
+    std::set<unsigned> m_endless;
     std::vector<unsigned> m_origins;
     std::vector<DroppedTriangles> m_dropped;
     Scene m_scene;

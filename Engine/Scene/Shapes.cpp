@@ -1,5 +1,6 @@
 #include "Engine/Scene/Shapes.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace oxbeam {
@@ -19,6 +20,27 @@ MeshData planeMesh() {
     mesh.name = "plane";
     addSquare(mesh, R3(), R3(1, 0, 0), R3(0, 0, -1));
     return mesh;
+}
+
+// Squares around squares, each side of one joined to the same side of the next: no vertex lies on another's edge.
+MeshData groundMesh(const R3& middle, float inner, float halfSide) {
+    constexpr float growth = 4.0f;
+    MeshData mesh;
+    mesh.name = "ground";
+    mesh.indices = {0, 1, 2, 0, 2, 3};
+    for (float side = inner;; side = std::min(side * growth, halfSide)) {
+        const auto first = static_cast<unsigned>(mesh.positions.size());
+        for (const R2 corner : {R2(-1.0f, 1.0f), R2(1.0f, 1.0f), R2(1.0f, -1.0f), R2(-1.0f, -1.0f)}) {
+            const R3 p = middle + R3(side * corner.x, 0.0f, side * corner.y);
+            mesh.positions.push_back(p);
+            mesh.texCoords.emplace_back(p.x, -p.z);
+        }
+        for (unsigned i = 0; i < 4 && first > 0; ++i) {
+            const unsigned a = first + i, b = first + (i + 1) % 4;
+            mesh.indices.insert(mesh.indices.end(), {a, b, b - 4, a, b - 4, a - 4});
+        }
+        if (side >= halfSide) return mesh;
+    }
 }
 
 MeshData boxMesh() {

@@ -16,11 +16,19 @@ namespace oxbeam {
 
 namespace fs = std::filesystem;
 
+static const std::vector<std::string> ShapeNames = {"plane", "box", "sphere", "ground"};
+constexpr unsigned GroundShape = 3;
+
 void MeshSection::read(TableReader& reader) {
-    const auto name = reader.text("name");
+    if (!reader.has("file") && reader.is("shape", ShapeNames[GroundShape])) return readGround(reader);
     const auto shaders = shadersOf(reader);
-    const auto parts = partsOf(reader);
-    const Matrix placement = placementOf(reader);
+    place(reader, partsOf(reader), shaders, Model::Y);
+}
+
+void MeshSection::place(TableReader& reader, const std::vector<PlacedPart>& parts, const std::vector<unsigned>& shaders,
+                        unsigned up) {
+    const auto name = reader.text("name");
+    const Matrix placement = placementOf(reader, up);
     const Oxuint visibility = visibilityOf(reader);
     reader.finish();
     if (shaders.empty()) return;
@@ -101,7 +109,7 @@ static Model shapeModel(unsigned shape, unsigned segments, const R2& uvScale) {
 
 std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     const auto file = reader.fileName("file");
-    const auto shape = reader.word("shape", {"plane", "box", "sphere"});
+    const auto shape = reader.word("shape", ShapeNames);
     const auto segments = reader.count("segments", 4, 1024);
     const auto uvScale = reader.pair("uvScale");
     const bool box = reader.word("coordinates", {"box"}).has_value();
@@ -126,8 +134,10 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
         Model model = shapeModel(*shape, segments.value_or(96), scale);
         return addModel(key, model, reader.where());
     }
-    if (!file) return {};
-    const fs::path path = m_folder / *file;
+    return file ? fileParts(reader, m_folder / *file, box) : std::vector<PlacedPart>();
+}
+
+std::vector<PlacedPart> MeshSection::fileParts(TableReader& reader, const fs::path& path, bool box) {
     const std::string boxed = path.string() + "\nbox", key = box ? boxed : path.string();
     if (m_models.contains(box ? path.string() : boxed)) {  // whose meshes are the world's already
         reader.error(box ? "coordinates" : "file", "'coordinates' must be the same wherever the file stands");
@@ -147,10 +157,62 @@ std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     }
 }
 
+// ---- The ground
+
+void MeshSection::readGround(TableReader& reader) {
+    const auto shaders = shadersOf(reader);
+    for (const char* key : {"segments", "up", "scale", "rotate", "matrix"})
+        if (reader.has(key))
+            reader.error(key, fmt::format("'{}' is not for a ground, which is level and has no end", key));
+    Ground ground;
+    reader.text("shape");
+    ground.name = reader.text("name");
+    ground.point = reader.vector("translate").value_or(R3());
+    ground.uvScale = reader.pair("uvScale").value_or(R2(1.0f, 1.0f));
+    ground.visibility = visibilityOf(reader);
+    ground.where = reader.where();
+    reader.finish();
+    if (shaders.empty()) return;
+    ground.shader = shaders[0];
+    m_grounds.push_back(std::move(ground));
+}
+
+// How far a ground must go: its edge lies below the horizon by the eye's height over its distance, which must be less
+// than any picture's pixel. It ends there since coordinates do.
+static float groundReach(const World& world, const Bounds& bounds, float level) {
+    constexpr float finestPicture = 16384.0f;  // pixels high
+    const View view = world.view ? *world.view : world.framingView(bounds);
+    const float pixel = 2.0f * std::tan(0.5f * world.fov * 3.14159265f / 180.0f) / finestPicture;
+    const float height = std::fabs(view.position.y - level), size = 2.0f * bounds.radius();
+    const float away = bounds.empty ? 0.0f : Length(view.position - bounds.center());
+    return std::clamp(away + std::max(2.0f * height / pixel, 1000.0f * size), 1e3f, 1e17f);
+}
+
+void MeshSection::placeGrounds() {
+    if (m_grounds.empty()) return;
+    const Bounds bounds = m_world.geometry.placedBounds();
+    for (Ground& ground : m_grounds) {
+        const R3 middle = bounds.center();
+        MeshData mesh = groundMesh(R3(middle.x, ground.point.y, middle.z), std::max(4.0f * bounds.radius(), 1e-3f),
+                                   groundReach(m_world, bounds, ground.point.y));
+        for (R2& st : mesh.texCoords)
+            st = R2((st.x - ground.point.x) * ground.uvScale.x, (st.y + ground.point.z) * ground.uvScale.y);
+        const unsigned number = m_world.geometry.addMesh(std::move(mesh));
+        m_meshPlaces.push_back(ground.where);
+        const unsigned instance = m_world.geometry.addInstance(number, Matrix(), ground.shader, ground.visibility);
+        m_world.geometry.makeEndless(instance);
+        if (!ground.name) continue;
+        m_namedMeshes[*ground.name].push_back(instance);
+        m_world.nameObject(instance, *ground.name);
+    }
+}
+
+// ---- Placing
+
 // Turned up and scaled first, then rotated about x, y and z, then moved.
-Matrix MeshSection::placementOf(TableReader& reader) {
+Matrix MeshSection::placementOf(TableReader& reader, unsigned up) {
     const auto matrix = reader.numbers("matrix", 16);
-    const Matrix turn = turnUp(reader.word("up", AxisNames).value_or(Model::Y));
+    const Matrix turn = turnUp(reader.word("up", AxisNames).value_or(up));
     const auto translate = reader.vector("translate"), rotate = reader.vector("rotate");
     R3 scale(1.0f, 1.0f, 1.0f);
     if (reader.isList("scale"))

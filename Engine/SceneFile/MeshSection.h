@@ -30,17 +30,37 @@ public:
 
     // One table.
     void read(TableReader& reader);
+    // The parts of a file. Texture coordinates are made where it has none, if `box` says so. An error, and nothing, where
+    // it cannot be read.
+    std::vector<PlacedPart> fileParts(TableReader& reader, const std::filesystem::path& path, bool box);
+    // Places parts as a table says, each with the shader of its material's number or the only one there is, or not at all
+    // where there is none. `up` is the axis that is up unless the table knows better.
+    void place(TableReader& reader, const std::vector<PlacedPart>& parts, const std::vector<unsigned>& shaders,
+               unsigned up);
+    static Matrix placementOf(TableReader& reader, unsigned up);
+    // When all else is placed and the view is known, and the geometry yet to be prepared.
+    void placeGrounds();
     // When the geometry is prepared.
     void reportDroppedTriangles();
     // The instances of meshes that have a name.
     const std::map<std::string, std::vector<unsigned>>& named() const { return m_namedMeshes; }
 
 private:
+    // Where a ground is to be, and what it is like.
+    struct Ground {
+        R3 point;  // that it goes through, and where textures start
+        R2 uvScale;
+        unsigned shader = 0;
+        Oxuint visibility = RAY_ALL;
+        std::optional<std::string> name;
+        SourceLocation where;
+    };
+
+    void readGround(TableReader& reader);
     std::optional<unsigned> shaderNamed(TableReader& reader, const char* key, const std::string& name);
     std::vector<unsigned> shadersOf(TableReader& reader);
     std::vector<PlacedPart> partsOf(TableReader& reader);
     const std::vector<PlacedPart>& addModel(const std::string& key, Model& model, const SourceLocation& where);
-    Matrix placementOf(TableReader& reader);
     Oxuint visibilityOf(TableReader& reader);
 
     std::filesystem::path m_folder;
@@ -51,7 +71,8 @@ private:
     std::map<std::string, std::vector<unsigned>> m_namedMeshes;
     std::map<std::string, std::vector<PlacedPart>> m_models;  // by what they were made from
     std::size_t m_shapeTriangles = 0;                         // of those that were made
-    std::vector<SourceLocation> m_meshPlaces;                 // by the world's meshes
+    std::vector<Ground> m_grounds;
+    std::vector<SourceLocation> m_meshPlaces;  // by the world's meshes
 };
 
 }  // namespace oxbeam

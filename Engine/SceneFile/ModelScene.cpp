@@ -4,6 +4,7 @@
 #include "Engine/SceneFile/MaterialTable.h"
 #include "Engine/SceneFile/ModelLights.h"
 #include "Engine/SceneFile/ModelMaterials.h"
+#include "Engine/SceneFile/ModelTables.h"
 #include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneText.h"
 #include "Engine/SceneFile/UpAxis.h"
@@ -31,7 +32,6 @@ constexpr float FieldOfView = 30.0f;
 constexpr float Ambient = 0.12f;         // of all materials, see their table
 constexpr float BrightestShown = 25.0f;  // a lamp is still white in what reflects 4%
 constexpr R3 Backdrop(0.42f, 0.43f, 0.45f);
-constexpr R3 Clay(0.72f, 0.38f, 0.22f);
 
 // The axis of the file that is up turned upwards, and models of extreme size brought to where single precision and the
 // parameters' bounds are at ease.
@@ -55,6 +55,9 @@ public:
 
 private:
     void place();
+    void placeCameras();
+    const ModelCamera* chosenCamera();
+    ViewAngles direction();
     void chooseView();
     void writeRender();
     void writeCameras();
@@ -67,6 +70,8 @@ private:
     std::string writeOverride(ModelMaterials& materials);
     ModelTexture painted() const;
     ModelMaterial dressed(ModelMaterial material) const;
+    bool wantsCoordinates() const;
+    std::pair<std::string, std::string> shadersByMaterial() const;
     void writeMeshes();
     void warn(const std::string& message) { m_diagnostics.warning({m_file.string(), 0, 0}, message); }
 
@@ -88,6 +93,7 @@ private:
     bool m_ground = true;
     float m_groundLight = 0.0f;  // what arrives on it from all lights
     std::vector<std::string> m_shaders;
+    std::vector<std::string> m_cameras;  // the file's, by the scene's names
 };
 
 // ---- Geometry
@@ -111,33 +117,64 @@ void ModelSceneWriter::place() {
     }
 }
 
-void ModelSceneWriter::chooseView() {
-    std::string name = m_options.view.empty() ? ViewNames.front() : m_options.view;
-    if (edgeOn(m_points, name)) {
-        const auto better = std::find_if(ViewNames.begin(), ViewNames.end(),
-                                         [&](const std::string& other) { return !edgeOn(m_points, other); });
-        if (better != ViewNames.end()) {
-            warn(fmt::format("the model is flat and would be seen from its edge; shown from {} instead of {}", *better,
-                             name));
-            name = *better;
-        }
-    }
-    m_view = frame(m_points, name, m_fov, m_image);
+// Where the file's cameras are in the scene, and what they are called there.
+void ModelSceneWriter::placeCameras() {
     const Matrix toScene = m_placement.matrix();
-    for (ModelCamera& camera : m_model.cameras) {
+    for (std::size_t i = 0; i < m_model.cameras.size(); ++i) {
+        ModelCamera& camera = m_model.cameras[i];
         camera.position = TransformPoint(toScene, camera.position);
         camera.lookAt = TransformPoint(toScene, camera.lookAt);
         camera.lookUp = Normalize(TransformVector(toScene, camera.lookUp));
+        m_cameras.push_back(m_text.name("camera", camera.name, fmt::format("camera{}", i)));
     }
-    if (!m_options.view.empty() || m_model.cameras.empty()) return;
-    for (const ModelCamera& camera : m_model.cameras) {
-        const View view{camera.position, camera.lookAt, camera.lookUp};
-        if (!sees(view, camera.fov, m_image, m_points)) continue;
-        m_view = view;
-        m_fov = camera.fov;
-        return;
+}
+
+// The one that is asked for, by its name in the file or in the scene; or null for none. A camera may be called "file".
+const ModelCamera* ModelSceneWriter::chosenCamera() {
+    const std::string& wanted = m_options.view.camera;
+    const std::vector<ModelCamera>& all = m_model.cameras;
+    if (wanted.empty()) {
+        if (!all.empty())
+            m_diagnostics.note({m_file.string(), 0, 0},
+                               fmt::format("all of it is framed; it has {} of its own: {}; --camera NAME looks through "
+                                           "one, --camera file through the first",
+                                           all.size() == 1 ? "a camera" : "cameras", fmt::join(m_cameras, ", ")));
+        return nullptr;
     }
-    warn("none of the file's cameras sees the model; all of it is framed");
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (all[i].name == wanted || m_cameras[i] == wanted) return &all[i];
+    if (wanted == "file" && !all.empty()) return &all.front();
+    throw Error(ExitStatus::BadScene, all.empty()
+                                          ? fmt::format("--camera {}: the model has no cameras", wanted)
+                                          : fmt::format("the model has no camera '{}'; it has {}{}", wanted,
+                                                        fmt::join(m_cameras, ", "), didYouMean(wanted, m_cameras)));
+}
+
+// A flat model's edge is shown to those only who ask for that very direction.
+ViewAngles ModelSceneWriter::direction() {
+    const ViewAngles wanted = anglesOf(m_options.view);
+    if (m_options.view.azimuth || m_options.view.elevation || !edgeOn(m_points, wanted)) return wanted;
+    const std::string name = m_options.view.name.empty() ? viewNames().front() : m_options.view.name;
+    for (const std::string& other : viewNames()) {
+        const ViewAngles better = anglesOf({other, {}, {}, 1.0f, {}});
+        if (edgeOn(m_points, better)) continue;
+        warn(
+            fmt::format("the model is flat and would be seen from its edge; shown from {} instead of {}", other, name));
+        return better;
+    }
+    return wanted;
+}
+
+void ModelSceneWriter::chooseView() {
+    placeCameras();
+    if (const ModelCamera* camera = chosenCamera()) {
+        m_view = {camera->position, camera->lookAt, camera->lookUp};
+        m_fov = camera->fov;
+        if (!sees(m_view, m_fov, m_image, m_points)) warn(fmt::format("its camera '{}' does not see it", camera->name));
+    } else {
+        m_view = frame(m_points, direction(), m_fov, m_image);
+    }
+    m_fov = zoomed(m_fov, m_options.view.zoom);
 }
 
 // ---- Sections
@@ -173,9 +210,8 @@ void ModelSceneWriter::writeCameras() {
     camera("[camera]", m_view, m_fov);
     for (std::size_t i = 0; i < m_model.cameras.size(); ++i) {
         const ModelCamera& own = m_model.cameras[i];
-        const std::string name = m_text.name("camera", own.name, fmt::format("camera{}", i));
-        m_text.comment(fmt::format("The file's camera '{}': oxbeam render --camera {}", own.name, name));
-        camera(fmt::format("[camera.{}]", name), {own.position, own.lookAt, own.lookUp}, own.fov);
+        m_text.comment(fmt::format("The file's camera '{}': oxbeam render --camera {}", own.name, m_cameras[i]));
+        camera(fmt::format("[camera.{}]", m_cameras[i]), {own.position, own.lookAt, own.lookUp}, own.fov);
     }
 }
 
@@ -268,13 +304,9 @@ ModelTexture ModelSceneWriter::painted() const {
     return texture;
 }
 
-// What nobody gave a surface is of clay: no shade of the backdrop's grey. What the options say holds for all.
+// What the options say holds for all.
 ModelMaterial ModelSceneWriter::dressed(ModelMaterial material) const {
-    if (!material.given) {
-        material.baseColor = material.vertexColors ? White : Clay;
-        material.roughness = 0.45f;
-        material.specular = 1.0f;
-    }
+    material = dressedInClay(std::move(material));
     if (!m_options.color && m_options.texture.empty()) return material;
     material.texture = painted();
     material.baseColor = m_options.color.value_or(White);
@@ -288,7 +320,7 @@ void ModelSceneWriter::writeShaders() {
     if (!m_options.texture.empty()) m_assets.texture({fs::absolute(m_options.texture), -1, {}});  // or an error
     if (!m_options.shader.empty())
         m_shaders.push_back(writeOverride(materials));
-    else
+    else if (!m_options.keepMaterials)
         for (std::size_t i = 0; i < m_model.materials.size(); ++i)
             m_shaders.push_back(materials.write(dressed(m_model.materials[i]), i));
     if (m_ground) writeGroundShader();
@@ -312,29 +344,41 @@ void ModelSceneWriter::writeGroundShader() {
 
 // ---- Meshes
 
+bool ModelSceneWriter::wantsCoordinates() const {
+    return !m_options.texture.empty() && std::any_of(m_model.meshes.begin(), m_model.meshes.end(),
+                                                     [](const MeshData& mesh) { return mesh.texCoords.empty(); });
+}
+
+std::pair<std::string, std::string> ModelSceneWriter::shadersByMaterial() const {
+    const std::size_t own = m_shaders.size() - (m_ground ? 1 : 0);
+    if (own == 1) return {"shader", tomlValue(m_shaders[0])};
+    std::string list = "[  # by the numbers of the file's materials\n";
+    for (std::size_t i = 0; i < own; ++i) list += fmt::format("    {},\n", tomlValue(m_shaders[i]));
+    return {"shaders", list + "]"};
+}
+
 void ModelSceneWriter::writeMeshes() {
     const std::string scale = m_placement.scale == 1.0f ? "" : tomlValue(m_placement.scale);
-    const std::string up = m_placement.up == Model::Y ? "" : tomlValue(AxisNames[m_placement.up]);
-    SceneText::Values values = {{"file", tomlValue(relativeTo(m_folder, m_file))}, {"up", up}, {"scale", scale}};
-    const bool bare = std::any_of(m_model.meshes.begin(), m_model.meshes.end(),
-                                  [](const MeshData& mesh) { return mesh.texCoords.empty(); });
-    if (bare && !m_options.texture.empty()) values.emplace_back("coordinates", "\"box\"");
+    const std::string up = tomlValue(AxisNames[m_placement.up]);
+    SceneText::Values values = {{"file", tomlValue(relativeTo(m_folder, m_file))},
+                                {"up", m_placement.up == Model::Y ? "" : up},
+                                {"scale", scale}};
     if (m_options.shader == "KelDbgObjectID") values.emplace_back("ids", "\"distinct\"");
-    const std::size_t own = m_shaders.size() - (m_ground ? 1 : 0);
-    if (own == 1) {
-        values.emplace_back("shader", tomlValue(m_shaders[0]));
+    if (m_options.keepMaterials) {
+        values[1].second = up;  // whatever the file says
+        values.emplace_back("highlights", m_model.lights.empty() ? "false" : "");
+        m_text.comment("With the materials of its file; shaders = { \"Material\" = \"mine\" } replaces some of them");
+        m_text.table("[[model]]", values);
     } else {
-        std::string list = "[  # by the numbers of the file's materials\n";
-        for (std::size_t i = 0; i < own; ++i) list += fmt::format("    {},\n", tomlValue(m_shaders[i]));
-        values.emplace_back("shaders", fmt::format("{}]", list));
+        values.emplace_back("coordinates", wantsCoordinates() ? "\"box\"" : "");
+        values.push_back(shadersByMaterial());
+        m_text.table("[[mesh]]", values);
     }
-    m_text.table("[[mesh]]", values);
     if (!m_ground) return;
     const R3 middle = m_bounds.center();
     m_text.comment("The ground, a hair below the model");
-    SceneText::Values ground = {{"shape", "\"plane\""},
+    SceneText::Values ground = {{"shape", "\"ground\""},
                                 {"shader", tomlValue(m_shaders.back())},
-                                {"scale", tomlValue(30.0f * m_size)},
                                 {"translate", tomlValue(R3(middle.x, m_bounds.lower.y - 2e-4f * m_size, middle.z))}};
     // Light comes from below as well, and reflections show the surroundings themselves.
     if (catchesShadows()) ground.emplace_back("visibleTo", "[\"primary\", \"transparency\", \"refraction\"]");
@@ -363,9 +407,12 @@ std::string ModelSceneWriter::write() {
 
 std::string describeModelScene(const fs::path& model, const fs::path& folder, const ModelSceneOptions& options,
                                const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics) {
-    if (!options.view.empty() && !std::count(ViewNames.begin(), ViewNames.end(), options.view))
-        throw Error(ExitStatus::Usage, fmt::format("--view {}: expected one of {}{}", options.view,
-                                                   fmt::join(ViewNames, ", "), didYouMean(options.view, ViewNames)));
+    checkView(options.view);
+    if (options.keepMaterials && (!options.shader.empty() || options.color || !options.texture.empty()))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("--keep-materials and {} contradict each other", !options.shader.empty() ? "--shader"
+                                                                                 : options.color         ? "--color"
+                                                                                                 : "--texture"));
     const fs::path from = folder.empty() ? fs::path(".") : folder;
     return ModelSceneWriter(fs::absolute(model), from, options, registry, assets, diagnostics).write();
 }

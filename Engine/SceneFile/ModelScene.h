@@ -3,6 +3,7 @@
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Packages/Registry.h"
+#include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneAssets.h"
 #include "Engine/World.h"
 
@@ -12,11 +13,12 @@
 namespace oxbeam {
 
 struct ModelSceneOptions {
-    std::string shader;             // a registered surface instead of every material; or nothing
-    std::string environment;        // an equirectangular picture to light it with; or nothing for a studio
-    float environmentTurn = 0.0f;   // degrees, counterclockwise as seen from above
-    std::string background;         // "environment", "transparent", "r,g,b"; or nothing for what goes with the light
-    std::string view;               // "iso", "front", "left", "top"; or nothing for the file's camera, else iso
+    std::string shader;            // a registered surface instead of every material; or nothing
+    std::string environment;       // an equirectangular picture to light it with; or nothing for a studio
+    float environmentTurn = 0.0f;  // degrees, counterclockwise as seen from above
+    std::string background;        // "environment", "transparent", "r,g,b"; or nothing for what goes with the light
+    ViewChoice view;
+    bool keepMaterials = false;     // the scene names the file's materials instead of writing them out
     bool ground = true;             // catches the shadow
     std::optional<ImageSize> size;  // of the picture that it is framed for
     std::optional<R3> color;        // of all surfaces, 0 to 1, instead of the file's

@@ -1,6 +1,13 @@
 #include "Engine/SceneFile/ModelView.h"
 
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/Diagnostics/Error.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -35,24 +42,80 @@ struct Frustum {
     }
 };
 
+struct NamedView {
+    const char* name;
+    ViewAngles angles;
+};
+
+// Where a flat model would be seen from its edge, the first that shows it is taken.
+constexpr NamedView NamedViews[] = {{"iso", {32.0f, 22.0f}},   {"front", {0.0f, 0.0f}},  {"left", {-90.0f, 0.0f}},
+                                    {"top", {0.0f, 90.0f}},    {"right", {90.0f, 0.0f}}, {"back", {180.0f, 0.0f}},
+                                    {"bottom", {0.0f, -90.0f}}};
+
 struct Direction {
     R3 towards, up;
 };
 
-Direction directionOf(const std::string& viewName) {
-    if (viewName == "front") return {R3(0.0f, 0.0f, -1.0f), R3(0.0f, 1.0f, 0.0f)};
-    if (viewName == "left") return {R3(1.0f, 0.0f, 0.0f), R3(0.0f, 1.0f, 0.0f)};
-    if (viewName == "top") return {R3(0.0f, -1.0f, 0.0f), R3(0.0f, 0.0f, -1.0f)};
-    return {R3(-0.62f, -0.48f, -1.0f), R3(0.0f, 1.0f, 0.0f)};
+// Sine and cosine without the rounding of pi, so that a view along an axis is one.
+R2 onCircle(float degrees) {
+    const double angle = static_cast<double>(degrees) * 3.14159265358979323846 / 180.0;
+    const auto exact = [](double value) { return std::fabs(value) < 1e-15 ? 0.0f : static_cast<float>(value); };
+    return {exact(std::sin(angle)), exact(std::cos(angle))};
+}
+
+// The world's up is the picture's, unless the view is along it: then it is the way a camera turns upwards.
+Direction directionOf(const ViewAngles& angles) {
+    const R2 a = onCircle(angles.azimuth), e = onCircle(angles.elevation);
+    const R3 from(a.x * e.y, e.x, a.y * e.y);
+    const R3 turned(-a.x * e.x, e.y, -a.y * e.x);
+    return {-from, std::fabs(angles.elevation) < 89.0f ? R3(0.0f, 1.0f, 0.0f) : turned};
 }
 
 }  // namespace
 
+const std::vector<std::string>& viewNames() {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (const NamedView& view : NamedViews) all.emplace_back(view.name);
+        return all;
+    }();
+    return names;
+}
+
+void checkView(const ViewChoice& c) {
+    const auto refuse = [](const std::string& message) { throw Error(ExitStatus::Usage, message); };
+    if (!c.name.empty() && !std::count(viewNames().begin(), viewNames().end(), c.name))
+        refuse(fmt::format("--view {}: expected one of {}{}", c.name, fmt::join(viewNames(), ", "),
+                           didYouMean(c.name, viewNames())));
+    if (c.azimuth && !(std::fabs(*c.azimuth) <= 360.0f))
+        refuse(fmt::format("--azimuth {:g}: expected -360 to 360 degrees", *c.azimuth));
+    if (c.elevation && !(std::fabs(*c.elevation) <= 90.0f))
+        refuse(fmt::format("--elevation {:g}: expected -90 to 90 degrees", *c.elevation));
+    if (!(c.zoom >= 0.01f && c.zoom <= 100.0f)) refuse(fmt::format("--zoom {:g}: expected 0.01 to 100", c.zoom));
+    if (!c.camera.empty() && c.namesDirection())
+        refuse(fmt::format("--camera {} and {} contradict each other", c.camera,
+                           !c.name.empty() ? "--view"
+                           : c.azimuth     ? "--azimuth"
+                                           : "--elevation"));
+}
+
+ViewAngles anglesOf(const ViewChoice& choice) {
+    const std::string& name = choice.name.empty() ? viewNames().front() : choice.name;
+    const auto named = std::find_if(std::begin(NamedViews), std::end(NamedViews),
+                                    [&](const NamedView& view) { return view.name == name; });
+    return {choice.azimuth.value_or(named->angles.azimuth), choice.elevation.value_or(named->angles.elevation)};
+}
+
+float zoomed(float fov, float zoom) {
+    constexpr float degrees = 3.14159265f / 180.0f;
+    return zoom == 1.0f ? fov : 2.0f * std::atan(std::tan(0.5f * fov * degrees) / zoom) / degrees;
+}
+
 // Along one axis of the picture, a border at slope t is met by the point that is farthest out along it; the two borders
 // together give the camera's offset and its distance.
-View frame(const VisiblePoints& points, const std::string& viewName, float fov, const ImageSize& image) {
+View frame(const VisiblePoints& points, const ViewAngles& angles, float fov, const ImageSize& image) {
     constexpr float margin = 0.86f;
-    const Direction direction = directionOf(viewName);
+    const Direction direction = directionOf(angles);
     const Frustum f(direction.towards, direction.up, fov, image);
     const R3 middle = points.any();
     struct Axis {
@@ -86,8 +149,8 @@ View frame(const VisiblePoints& points, const std::string& viewName, float fov, 
     return view;
 }
 
-bool edgeOn(const VisiblePoints& points, const std::string& viewName) {
-    const Direction direction = directionOf(viewName);
+bool edgeOn(const VisiblePoints& points, const ViewAngles& angles) {
+    const Direction direction = directionOf(angles);
     const R3 right = Normalize(Cross(direction.towards, direction.up));
     const R3 up = Normalize(Cross(right, direction.towards));
     Bounds seen;

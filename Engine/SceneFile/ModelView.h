@@ -6,6 +6,7 @@
 #include "Engine/World.h"
 
 #include <cmath>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,12 +55,35 @@ void VisiblePoints::each(Use use) const {
     }
 }
 
-inline const std::vector<std::string> ViewNames = {"iso", "front", "left", "top"};
+// Where a camera stands that looks at the model, in degrees: 0, 0 is straight in front of it, 90, 0 on its right as the
+// viewer sees it, 0, 90 above it.
+struct ViewAngles {
+    float azimuth = 0.0f;
+    float elevation = 0.0f;  // from -90 to 90
+};
 
-// The nearest camera in the direction of a named view that has every point in its picture, with a margin.
-View frame(const VisiblePoints& points, const std::string& viewName, float fov, const ImageSize& image);
+// How a model is to be looked at, as it stands on a command line.
+struct ViewChoice {
+    std::string name;                         // one of viewNames(); or nothing for the first
+    std::optional<float> azimuth, elevation;  // in place of the named view's
+    float zoom = 1.0f;                        // 2: twice as large in the picture
+    std::string camera;                       // of the file's: its name, or "file" for the first; or nothing
+
+    bool namesDirection() const { return !name.empty() || azimuth || elevation; }
+};
+
+// What is no view of any model, or contradicts itself: throws Error(Usage), naming the option.
+void checkView(const ViewChoice& choice);
+OXBEAM_API const std::vector<std::string>& viewNames();
+// Of a view that has been checked.
+ViewAngles anglesOf(const ViewChoice& choice);
+
+// The nearest camera in a direction that has every point in its picture, with a margin.
+View frame(const VisiblePoints& points, const ViewAngles& angles, float fov, const ImageSize& image);
 // Whether the points fill a line at most in that view: a flat thing seen from its edge.
-bool edgeOn(const VisiblePoints& points, const std::string& viewName);
+bool edgeOn(const VisiblePoints& points, const ViewAngles& angles);
+// The field of view, in degrees, in which everything is as many times as large.
+float zoomed(float fov, float zoom);
 // Whether any of the points can be seen.
 bool sees(const View& view, float fov, const ImageSize& image, const VisiblePoints& points);
 

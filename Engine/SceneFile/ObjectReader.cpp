@@ -42,4 +42,13 @@ void ObjectReader::writeParameters(TableReader& reader, const ObjectClass& objec
         });
 }
 
+std::optional<unsigned> ObjectReader::addShader(TableReader& reader, World& world) const {
+    const ObjectClass* object = classOf(reader);
+    if (!object) return std::nullopt;
+    OxShader& shader = world.addShader(*object);
+    const auto number = static_cast<unsigned>(world.shaders.size()) - 1;
+    writeParameters(reader, *object, shader);
+    return number;
+}
+
 }  // namespace oxbeam

@@ -15,6 +15,9 @@ public:
     // Everything in a table that is not the section's own.
     void writeParameters(TableReader& reader, const ObjectClass& object, OxLoadableObject& target) const;
 
+    // Adds the shader of a table to the world; its number, or nothing where it is none.
+    std::optional<unsigned> addShader(TableReader& reader, World& world) const;
+
 private:
     std::string m_file;
     const Registry& m_registry;

@@ -1,6 +1,7 @@
 #include "Engine/SceneFile/SceneDocument.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/SceneFile/ModelTables.h"
 #include "Engine/SceneFile/SceneText.h"
 #include "Engine/System/InputFile.h"
 
@@ -11,6 +12,8 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 
 namespace oxbeam {
 
@@ -99,8 +102,6 @@ static std::vector<std::string> keysOf(const toml::table& table) {
     return keys;
 }
 
-static void merge(toml::table& under, toml::table& over, const std::string& path, Diagnostics& diagnostics);
-
 // Entries of a list of tables are addressed by their number, from 0.
 static void mergeEntries(toml::array& under, toml::table& over, const std::string& path, Diagnostics& diagnostics) {
     for (auto&& [key, node] : over) {
@@ -121,20 +122,20 @@ static void mergeEntries(toml::array& under, toml::table& over, const std::strin
                                                                     "numbered from 0",
                                                                     path, digits, under.size()));
         else
-            merge(*entry, *node.as_table(), fmt::format("{}.{}", path, digits), diagnostics);
+            layOver(*entry, *node.as_table(), fmt::format("{}.{}", path, digits), diagnostics);
     }
 }
 
-static void merge(toml::table& under, toml::table& over, const std::string& path, Diagnostics& diagnostics) {
+void layOver(toml::table& under, toml::table& over, const std::string& path, Diagnostics& diagnostics) {
     for (auto&& [key, node] : over) {
         const std::string name(key.str()), full = path.empty() ? name : fmt::format("{}.{}", path, name);
         toml::node* old = under.get(name);
         toml::table* table = node.as_table();
         if (table && old && old->is_table()) {
-            merge(*old->as_table(), *table, full, diagnostics);
+            layOver(*old->as_table(), *table, full, diagnostics);
         } else if (table && old && old->is_array_of_tables()) {
             mergeEntries(*old->as_array(), *table, full, diagnostics);
-        } else if (table && (path == "shader" || path == "texture")) {
+        } else if (table && (path == "shader" || path == "texture" || path.ends_with(".shader"))) {
             // A misspelt name must not make a new one.
             diagnostics.error(locationOf(key.source()),
                               fmt::format("the scene has no {}{}", full, didYouMean(name, keysOf(under))));
@@ -160,17 +161,44 @@ static std::optional<toml::table> parseSetting(const std::string& setting, Diagn
 
 // ---- Settings for all
 
-// The entries of a section, by their names or numbers.
-static std::vector<std::pair<std::string, const toml::table*>> entriesOf(const toml::table& document,
-                                                                         const std::string& section) {
-    std::vector<std::pair<std::string, const toml::table*>> entries;
-    const toml::node* node = document.get(section);
+// What stands at a place like "model.0.shader"; null where there is nothing.
+static const toml::node* nodeAt(const toml::table& document, const std::string& path) {
+    const toml::node* node = &document;
+    std::istringstream steps(path);
+    for (std::string step; node && std::getline(steps, step, '.');) {
+        std::size_t index = 0;
+        if (const toml::table* table = node->as_table())
+            node = table->get(step);
+        else if (const toml::array* list = node->as_array();
+                 list && std::from_chars(step.data(), step.data() + step.size(), index).ec == std::errc())
+            node = list->get(index);
+        else
+            node = nullptr;
+    }
+    return node;
+}
+
+using Entries = std::vector<std::pair<std::string, const toml::table*>>;
+
+// The entries of a section, by their places.
+static Entries entriesOf(const toml::table& document, const std::string& section) {
+    Entries entries;
+    const toml::node* node = nodeAt(document, section);
     if (const toml::table* tables = node ? node->as_table() : nullptr)
         for (const auto& [key, entry] : *tables)
-            if (entry.is_table()) entries.emplace_back(tomlValue(std::string(key.str())), entry.as_table());
-    if (const toml::array* list = node ? node->as_array() : nullptr)
-        for (std::size_t i = 0; i < list->size(); ++i)
-            if (list->get(i)->is_table()) entries.emplace_back(std::to_string(i), list->get(i)->as_table());
+            if (entry.is_table()) entries.emplace_back(fmt::format("{}.{}", section, tomlValue(std::string(key.str()))), entry.as_table());
+    const toml::array* list = node ? node->as_array() : nullptr;
+    for (std::size_t i = 0; list && i < list->size(); ++i)
+        if (list->get(i)->is_table()) entries.emplace_back(fmt::format("{}.{}", section, i), list->get(i)->as_table());
+    return entries;
+}
+
+// With those of the models, where they have such.
+static Entries allEntriesOf(const toml::table& document, const std::string& section) {
+    Entries entries = entriesOf(document, section);
+    if (section != "shader") return entries;
+    for (const auto& [place, model] : entriesOf(document, "model"))
+        for (auto& own : entriesOf(document, place + ".shader")) entries.push_back(std::move(own));
     return entries;
 }
 
@@ -183,12 +211,12 @@ static std::vector<std::string> expanded(const std::string& setting, const toml:
     const std::string section = key.substr(0, star), rest = setting.substr(star + 3);
     const std::string parameter = key.substr(star + 3, key.find_last_not_of(' ') - star - 2);
     std::vector<std::string> settings, known;
-    for (const auto& [name, entry] : entriesOf(document, section)) {
+    for (const auto& [place, entry] : allEntriesOf(document, section)) {
         const ObjectClass* object = registry.find(entry->get("object") ? entry->at("object").value_or("") : "");
         if (object && !object->find(parameter) && !entry->contains(parameter)) {
             for (const std::string& other : object->parameterNames()) known.push_back(other);
         } else {
-            settings.push_back(fmt::format("{}.{}.{}", section, name, rest));
+            settings.push_back(fmt::format("{}.{}", place, rest));
         }
     }
     if (settings.empty())
@@ -197,24 +225,36 @@ static std::vector<std::string> expanded(const std::string& setting, const toml:
     return settings;
 }
 
+// ---- Documents
+
+// What files of models say stands there before anything is set over it.
+static void addModels(toml::table& document, const fs::path& folder, const Registry& registry, SceneAssets& assets,
+                      Diagnostics& diagnostics) {
+    toml::array* models = document["model"].as_array();
+    for (std::size_t i = 0; models && i < models->size(); ++i)
+        if (toml::table* model = models->get(i)->as_table())
+            addModelTables(*model, fmt::format("model.{}", i), folder, registry, assets, diagnostics);
+}
+
 std::optional<toml::table> parseSceneDocument(const std::string& text, const std::string& source,
-                                              const std::vector<std::string>& set, const Registry& registry,
-                                              Diagnostics& diagnostics) {
+                                              const fs::path& folder, const std::vector<std::string>& set,
+                                              const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics) {
     auto document = parse(text, source, diagnostics);
+    if (document) addModels(*document, folder, registry, assets, diagnostics);
     static const toml::table nothing;
     for (const std::string& given : set)
         for (const std::string& setting : expanded(given, document ? *document : nothing, registry, diagnostics)) {
             auto over = parseSetting(setting, diagnostics);
-            if (document && over) merge(*document, *over, "", diagnostics);
+            if (document && over) layOver(*document, *over, "", diagnostics);
         }
     return document;
 }
 
 std::optional<toml::table> readSceneDocument(const fs::path& file, const std::vector<std::string>& set,
-                                             const Registry& registry, Diagnostics& diagnostics) {
+                                             const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics) {
     const auto text = readText(file, diagnostics);
     if (!text) return std::nullopt;
-    return parseSceneDocument(*text, file.string(), set, registry, diagnostics);
+    return parseSceneDocument(*text, file.string(), file.parent_path(), set, registry, assets, diagnostics);
 }
 
 }  // namespace oxbeam

@@ -3,6 +3,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/SceneFile/CameraSection.h"
 #include "Engine/SceneFile/MeshSection.h"
+#include "Engine/SceneFile/ModelSection.h"
 #include "Engine/SceneFile/SceneDocument.h"
 #include "Engine/SceneFile/SectionReader.h"
 
@@ -21,7 +22,8 @@ public:
                 const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics, World& world)
         : m_world(world), m_sections(source, document, diagnostics), m_textures(folder, assets, world, diagnostics),
           m_objects(source, registry, m_textures, diagnostics), m_camera(source, m_objects, world, diagnostics),
-          m_meshes(folder, m_shaders, assets, world, diagnostics) {}
+          m_meshes(folder, m_shaders, assets, world, diagnostics),
+          m_models(folder, registry, m_textures, m_shaders, m_meshes, assets, world, diagnostics) {}
 
     void load(const std::string& camera) {
         m_sections.eachNamed("texture", [&](const auto& name, TableReader& reader) { m_textures.read(name, reader); });
@@ -32,8 +34,10 @@ public:
         m_camera.read(cameras, camera);
         readEnvironment();
         readLights();
+        m_sections.eachEntry("model", [&](TableReader& reader) { m_models.read(reader); });
         m_sections.eachEntry("mesh", [&](TableReader& reader) { m_meshes.read(reader); });
         m_sections.reportUnknown();
+        m_meshes.placeGrounds();
         m_world.geometry.prepare();
         m_camera.focus(m_meshes.named());
         m_meshes.reportDroppedTriangles();
@@ -53,16 +57,12 @@ private:
     CameraSection m_camera;
     MeshSection::Shaders m_shaders;
     MeshSection m_meshes;
+    ModelSection m_models;
 };
 
 void SceneLoader::readShaders() {
     m_sections.eachNamed("shader", [&](const std::string& name, TableReader& reader) {
-        m_shaders[name] = std::nullopt;
-        const ObjectClass* object = m_objects.classOf(reader);
-        if (!object) return;
-        OxShader& shader = m_world.addShader(*object);
-        m_shaders[name] = static_cast<unsigned>(m_world.shaders.size()) - 1;
-        m_objects.writeParameters(reader, *object, shader);
+        m_shaders[name] = m_objects.addShader(reader, m_world);
     });
 }
 
@@ -71,6 +71,10 @@ void SceneLoader::readRender() {
     const ObjectClass* object = m_objects.classOf(reader);
     if (!object) return;
     OxRenderingObject& ro = m_world.setRenderingObject(*object);
+    // A scene without shadows looks wrong, and nothing in it tells why; the object's own default stays as it is.
+    Diagnostics unsaid;  // where it means something else there
+    if (object->find("receiveShadow"))
+        ParameterWriter(*object, reader.label(), unsaid, {}).write(ro, "receiveShadow", {}, {true, {}});
     m_objects.writeParameters(reader, *object, ro);
     if (reader.has("rayEpsilon")) {
         if (ro.m_rayEpsilon > 0.0f)
@@ -128,11 +132,12 @@ static std::string sourceOf(const fs::path& file) {
 
 std::optional<toml::table> readSceneOrModel(const fs::path& file, const Registry& registry, SceneAssets& assets,
                                             Diagnostics& diagnostics, const SceneFileOptions& options) {
-    if (isSceneFile(file)) return readSceneDocument(file, options.set, registry, diagnostics);
+    if (isSceneFile(file)) return readSceneDocument(file, options.set, registry, assets, diagnostics);
     try {
-        const std::string text =
-            describeModelScene(file, file.parent_path(), options.model, registry, assets, diagnostics);
-        return parseSceneDocument(text, sourceOf(file), options.set, registry, diagnostics);
+        ModelSceneOptions model = options.model;
+        model.view.camera = options.camera;
+        const std::string text = describeModelScene(file, file.parent_path(), model, registry, assets, diagnostics);
+        return parseSceneDocument(text, sourceOf(file), file.parent_path(), options.set, registry, assets, diagnostics);
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
         diagnostics.error({file.string(), 0, 0}, e.what());
@@ -146,7 +151,7 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
     SceneAssets assets(options.importing);
     if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options))
         SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world)
-            .load(options.camera);
+            .load(isSceneFile(file) ? options.camera : std::string());  // a model's scene is made for the chosen one
     world->files = assets.files();
     return world;
 }
@@ -154,7 +159,7 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
 std::unique_ptr<World> loadSceneText(const std::string& text, const std::string& source, const fs::path& folder,
                                      const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics) {
     auto world = std::make_unique<World>();
-    if (const auto document = parseSceneDocument(text, source, {}, registry, diagnostics))
+    if (const auto document = parseSceneDocument(text, source, folder, {}, registry, assets, diagnostics))
         SceneLoader(source, folder, *document, registry, assets, diagnostics, *world).load({});
     return world;
 }

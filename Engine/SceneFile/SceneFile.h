@@ -16,7 +16,8 @@ struct SceneFileOptions {
     // "PLACE.PARAM=VALUE", each laid over the file: "shader.table.shininess=64", "light.0.intensity=[1, 1, 1]". A value
     // that is no TOML is a text.
     std::vector<std::string> set = {};
-    // One of the scene's named cameras; nothing for the unnamed one.
+    // One of the scene's named cameras; nothing for the unnamed one. Of a model, one of the file's, or "file" for the
+    // first of them; nothing frames it.
     std::string camera = {};
     // For a model in place of a scene file.
     ModelSceneOptions model = {};

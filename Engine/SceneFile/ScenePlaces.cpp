@@ -18,6 +18,7 @@ public:
             const toml::node* node = m_document.get(section.name);
             if (section.form == SceneSection::List) {
                 if (node && node->is_array()) addEntries(section, *node->as_array());
+                if (node && node->is_array() && section.name == std::string_view("model")) addModels(*node->as_array());
                 continue;
             }
             const toml::table* table = node ? node->as_table() : nullptr;
@@ -44,6 +45,16 @@ private:
             add(fmt::format("{}.{}", section.name, i), section, entries.get(i)->as_table());
     }
 
+    // The shaders of their files' materials.
+    void addModels(const toml::array& models) {
+        for (std::size_t i = 0; i < models.size(); ++i)
+            if (const toml::table* shaders =
+                    models[i].as_table() ? (*models[i].as_table())["shader"].as_table() : nullptr)
+                for (const auto& [key, node] : *shaders)
+                    if (node.is_table())
+                        add(fmt::format("model.{}.shader.{}", i, key.str()), sceneSection("shader"), node.as_table());
+    }
+
     const toml::table& m_document;
     const Registry& m_registry;
     std::vector<ScenePlace> m_places;
@@ -63,7 +74,9 @@ const ParameterDeclaration* parameterAt(const std::vector<ScenePlace>& places, s
     if (dot == std::string_view::npos) return nullptr;
     const std::string_view place = path.substr(0, dot), parameter = path.substr(dot + 1);
     const auto matches = [&](const std::string& known) {
-        return place.ends_with(".*") ? known.starts_with(place.substr(0, place.size() - 1)) : known == place;
+        if (!place.ends_with(".*")) return known == place;
+        const std::string section(place.substr(0, place.size() - 1));
+        return known.starts_with(section) || (known.starts_with("model.") && known.find('.' + section) != known.npos);
     };
     for (const ScenePlace& candidate : places) {
         const bool here = candidate.object && matches(candidate.path);

@@ -18,7 +18,8 @@ struct ScenePlace {
     std::vector<std::string> keys;        // that the scene itself knows there, beside the object's parameters
 };
 
-// Reads no more than the scene file itself, with the options' settings laid over it; empty where that cannot be read.
+// Reads no more than the scene file itself, and models that bring materials along, with the options' settings laid over
+// it; empty where that cannot be read.
 OXBEAM_API std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Registry& registry,
                                                Diagnostics& diagnostics, const SceneFileOptions& options = {});
 

@@ -47,6 +47,10 @@ public:
     std::vector<std::pair<std::string, const toml::table*>> tables();
 
     bool has(std::string_view key) const { return m_table.contains(key); }
+    // Whether a key has that text, without a word where it has not.
+    bool is(std::string_view key, std::string_view text) const {
+        return m_table[key].value<std::string_view>() == text;
+    }
     bool isList(std::string_view key) const { return m_table.get(key) && m_table.get(key)->is_array(); }
     // Where the table, or a key's value, stands.
     SourceLocation where() const { return m_table.source().path ? locationOf(m_table.source()) : m_unwritten; }

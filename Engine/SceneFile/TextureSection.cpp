@@ -19,7 +19,7 @@ TextureSection::Layout TextureSection::layoutFor(const std::string& object) {
 
 std::optional<int> TextureSection::idFor(const std::string& name, const std::string& object) {
     const auto found = m_ids.find(name);
-    if (found == m_ids.end()) return std::nullopt;
+    if (found == m_ids.end()) return m_outer ? m_outer->idFor(name, object) : std::nullopt;
     const Layout layout = layoutFor(object);
     if (found->second == Ox_NOTEXTURE || layout == Layout::AsItIs || !m_equirectangular.contains(name))
         return found->second;
@@ -118,6 +118,11 @@ struct Use {
 };
 
 }  // namespace
+
+void TextureSection::adopt(const std::string& name, int id) {
+    m_names.push_back(name);
+    m_ids[name] = id;
+}
 
 void TextureSection::read(const std::string& name, TableReader& reader) {
     m_names.push_back(name);

@@ -15,11 +15,15 @@ namespace oxbeam {
 
 class TextureSection {
 public:
-    TextureSection(std::filesystem::path folder, SceneAssets& assets, World& world, Diagnostics& diagnostics)
-        : m_folder(std::move(folder)), m_assets(assets), m_world(world), m_diagnostics(diagnostics) {}
+    // Names that are unknown here are looked for in `outer`.
+    TextureSection(std::filesystem::path folder, SceneAssets& assets, World& world, Diagnostics& diagnostics,
+                   TextureSection* outer = nullptr)
+        : m_folder(std::move(folder)), m_assets(assets), m_world(world), m_diagnostics(diagnostics), m_outer(outer) {}
 
     // One table.
     void read(const std::string& name, TableReader& reader);
+    // A name for a texture that the world has already.
+    void adopt(const std::string& name, int id);
     // In the world, laid out as an object of that name reads it; nothing where no such texture is defined.
     std::optional<int> idFor(const std::string& name, const std::string& object);
     const std::vector<std::string>& names() const { return m_names; }
@@ -33,6 +37,7 @@ private:
     SceneAssets& m_assets;
     World& m_world;
     Diagnostics& m_diagnostics;
+    TextureSection* m_outer;
     std::map<std::string, int> m_ids;
     std::vector<std::string> m_names;
     std::map<std::string, float> m_equirectangular;  // those whose picture is laid out like that; their turn

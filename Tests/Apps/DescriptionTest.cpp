@@ -42,6 +42,8 @@ TEST_F(Command, BashCompletesWhatTheCommandTakes) {
         {"re", "render"},
         {"describe KelPh", "KelPhong KelPhongEyeLight"},
         {"describe --format = x", "xml"},
+        {"scene car.glb --view b", "back bottom"},
+        {"scene sce", "scene.toml"},
         {"render sce", "scene.toml"},
         {"render scene.toml --set sha", "shader."},
         {"render scene.toml --set shader.", "shader.body."},
@@ -70,6 +72,55 @@ TEST_F(Command, BashCompletesWhatTheCommandTakes) {
     writeFile("cases.bash", script);
     ASSERT_EQ(std::system(("cd " + scratch().string() + " && bash cases.bash >replies 2>&1").c_str()), 0);
     EXPECT_EQ(contentOf("replies"), expected);
+}
+
+// The other shells, where they are installed. zsh has its own functions stand-ins here, as they work in its editor only.
+TEST_F(Command, ZshAndFishCompleteWhatBashDoes) {
+    struct Case {
+        std::string line, expected;  // an empty word at the end is completed to anything
+    };
+    const std::vector<Case> cases = {
+        {"rend", "render"},
+        {"scene car.glb --view b", "back bottom"},
+        {"render --ground n", "none"},
+        {"render --aov dep", "depth"},
+        {"completion z", "zsh"},
+        {"describe KelPhongE", "KelPhongEyeLight"},
+        {"render scene.toml --camera s", "side"},
+    };
+    writeFile("scene.toml", std::string(SceneText) + "[camera.side]\nfov = 20\n");
+    const auto has = [](const char* shell) {
+        return std::system(("command -v " + std::string(shell) + " >/dev/null 2>&1").c_str()) == 0;
+    };
+    std::filesystem::create_symlink(OXBEAM_COMMAND, scratch() / "oxbeam");
+    const auto reply = [&](const std::string& shell, const std::string& script) {
+        writeFile("cases." + shell, script);
+        const std::string call = "cd " + scratch().string() + " && PATH=" + scratch().string() + ":$PATH " + shell +
+                                 (shell == "zsh" ? " -f" : " --no-config") + " cases." + shell + " >replies 2>&1";
+        EXPECT_EQ(std::system(call.c_str()), 0);
+        return contentOf("replies");
+    };
+    std::string zsh = R"(source script.zsh
+compadd() { while [[ $1 != -- ]]; do shift; done; shift; print -rl -- ${(M)@:#${words[CURRENT]}*}; }
+compset() { :; }
+_files() { print -- files; }
+try() { words=(oxbeam "$@") CURRENT=$(( $# + 1 )); print -r -- "$* -> ${(j: :)${(f)$(_oxbeam)}}"; }
+)",
+                fish = "source script.fish\n", expected;
+    for (const Case& c : cases) {
+        zsh += "try " + c.line + '\n';
+        fish += "echo '" + c.line + " ->' (complete -C 'oxbeam " + c.line + "' | string replace -r '\\t.*' '')\n";
+        expected += c.line + " -> " + c.expected + '\n';
+    }
+    if (!has("zsh") && !has("fish")) GTEST_SKIP() << "neither zsh nor fish is installed";
+    writeFile("script.zsh", run("completion zsh").out);
+    writeFile("script.fish", run("completion fish").out);
+    if (has("zsh"))
+        EXPECT_EQ(reply("zsh", zsh + "try render sce\ntry render scene.toml --set shader.body.shin\n"),
+                  expected +
+                      "render sce -> files\n"
+                      "render scene.toml --set shader.body.shin -> shader.body.shininess=\n");
+    if (has("fish")) EXPECT_EQ(reply("fish", fish), expected);
 }
 
 // ---- Sweeping

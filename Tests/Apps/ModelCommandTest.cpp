@@ -82,7 +82,7 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
     expectFailures({
         {"render scene.toml -o old.png --view top", 2, HasSubstr("--view is for models; 'scene.toml' is a scene file")},
         {"render " + model + " -o old.png --view tpo", 2,
-         HasSubstr("expected one of iso, front, left, top; did you mean 'top'?")},
+         HasSubstr("expected one of iso, front, left, top, right, back, bottom; did you mean 'top'?")},
         {"render " + model + " -o old.png --shader KelDifuse", 2, HasSubstr("did you mean 'KelDiffuse'?")},
         {"render " + model + " -o old.png --shader KelCubicEnvironment", 2,
          HasSubstr("that is an environment, not a surface")},

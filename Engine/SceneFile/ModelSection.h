@@ -1,0 +1,44 @@
+// The [[model]] tables of a scene file, with what their files brought along.
+#pragma once
+
+#include "Engine/SceneFile/MeshSection.h"
+#include "Engine/SceneFile/ObjectReader.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace oxbeam {
+
+class ModelSection {
+public:
+    // Shaders and textures of the models see those of the scene, but not the other way round.
+    ModelSection(std::filesystem::path folder, const Registry& registry, TextureSection& textures,
+                 const MeshSection::Shaders& shaders, MeshSection& meshes, SceneAssets& assets, World& world,
+                 Diagnostics& diagnostics)
+        : m_folder(std::move(folder)), m_registry(registry), m_textures(textures), m_shaders(shaders), m_meshes(meshes),
+          m_assets(assets), m_world(world), m_diagnostics(diagnostics) {}
+
+    // One table.
+    void read(TableReader& reader);
+
+private:
+    using Tables = std::map<std::string, const toml::table*>;
+
+    MeshSection::Shaders readShaders(TableReader& reader, const Tables& tables);
+    void readTexture(TextureSection& textures, const std::string& name, TableReader& reader, const toml::table& table);
+    std::vector<unsigned> byMaterial(TableReader& reader, const Model& model, const Tables& tables,
+                                     const MeshSection::Shaders& own);
+
+    std::filesystem::path m_folder;
+    const Registry& m_registry;
+    TextureSection& m_textures;
+    const MeshSection::Shaders& m_shaders;
+    MeshSection& m_meshes;
+    SceneAssets& m_assets;
+    World& m_world;
+    Diagnostics& m_diagnostics;
+    std::map<std::string, int> m_loaded;  // ids of textures by what stands in their tables
+};
+
+}  // namespace oxbeam

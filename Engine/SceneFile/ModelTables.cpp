@@ -1,0 +1,79 @@
+#include "Engine/SceneFile/ModelTables.h"
+
+#include "Engine/Diagnostics/Error.h"
+#include "Engine/SceneFile/MeshSection.h"
+#include "Engine/SceneFile/ModelMaterials.h"
+#include "Engine/SceneFile/ModelView.h"
+#include "Engine/SceneFile/SceneDocument.h"
+#include "Engine/SceneFile/SceneText.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+ModelMaterial dressedInClay(ModelMaterial material) {
+    constexpr R3 clay(0.72f, 0.38f, 0.22f);
+    if (material.given) return material;
+    material.baseColor = material.vertexColors ? White : clay;
+    material.roughness = 0.45f;
+    material.specular = 1.0f;
+    return material;
+}
+
+std::string materialKey(const Model& model, std::size_t number) {
+    const std::string& name = model.materials[number].name;
+    return name.empty() ? fmt::format("material{}", number) : name;
+}
+
+// How many times as large a placement makes lengths; the mean where it stretches them.
+static float scaleOf(TableReader& reader, const Matrix& placement) {
+    if (!reader.has("matrix") && !reader.isList("scale")) return reader.number("scale").value_or(1.0f);
+    return std::cbrt(std::fabs(Determinant(placement)));
+}
+
+static toml::table tablesOf(TableReader& reader, const fs::path& file, const fs::path& folder, const Model& model,
+                            const toml::table* replaced, const Registry& registry, SceneAssets& assets,
+                            Diagnostics& diagnostics) {
+    const Matrix placement = MeshSection::placementOf(reader, model.up);
+    Bounds bounds;
+    for (const R3& p : visiblePoints(model, placement)) bounds.add(p);
+    const float size = bounds.empty ? 0.0f : 2.0f * bounds.radius();
+    SceneText text(registry);
+    ModelMaterials materials(text, file, folder, size, scaleOf(reader, placement),
+                             reader.flag("highlights").value_or(true), assets, diagnostics);
+    toml::table names;
+    for (std::size_t i = 0; i < model.materials.size(); ++i)
+        if (!replaced || !replaced->contains(materialKey(model, i)))
+            names.insert(std::to_string(i), materials.write(dressedInClay(model.materials[i]), i));
+    toml::table tables = toml::parse(text.text(), fmt::format("{} as a scene", file.string()));
+    tables.insert("materials", std::move(names));
+    return tables;
+}
+
+void addModelTables(toml::table& model, const std::string& path, const fs::path& here, const Registry& registry,
+                    SceneAssets& assets, Diagnostics& diagnostics) {
+    const fs::path folder = here.empty() ? fs::path(".") : here;
+    Diagnostics later;  // what is wrong with its keys is said where they are read
+    TableReader reader(model, sceneSection("model"), path, later);
+    const auto name = reader.text("file");
+    if (!name) return;
+    const fs::path file = fs::absolute(folder / *name);
+    try {
+        toml::table tables = tablesOf(reader, file, folder, assets.model(file), model["shaders"].as_table(), registry,
+                                      assets, diagnostics);
+        toml::table own;
+        if (toml::table* given = model["shader"].as_table()) own = std::move(*given);
+        if (!tables.contains("shader")) tables.insert("shader", toml::table());
+        layOver(*tables["shader"].as_table(), own, path + ".shader", diagnostics);
+        for (auto&& [key, table] : tables) model.insert_or_assign(key, std::move(table));
+    } catch (const Error& e) {
+        if (e.status() != ExitStatus::BadScene) throw;
+        diagnostics.error(reader.where("file"), e.what());
+    }
+}
+
+}  // namespace oxbeam
