@@ -42,9 +42,6 @@ ModelSceneOptions modelSceneOptions(const ModelCommand& command, const std::stri
     ModelSceneOptions options;
     options.shader = command.shader;
     options.environment = command.environment;
-    ModelSceneOptions options;
-    options.shader = command.shader;
-    options.environment = command.environment;
     options.environmentTurn = command.rotateEnvironment;
     options.background = command.background;
     options.view = command.view;

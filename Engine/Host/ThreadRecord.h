@@ -18,7 +18,7 @@ struct ThreadRecord {
     unsigned sampleIndex = 0;       // pass that the thread renders
     // What the package draws the tile's random numbers from, where it is a sampler of the host's.
     OxMersenneTwisterSampler* sampler = nullptr;
-    std::uint32_t pixel = 0;        // pixel that it shades: x in the lower half, y in the upper
+    std::uint32_t pixel = 0;  // pixel that it shades: x in the lower half, y in the upper
 
     void countRays(std::uint32_t visibilityMask, unsigned number) {
         rays[static_cast<unsigned>(std::countr_zero(visibilityMask)) & 31u] += number;

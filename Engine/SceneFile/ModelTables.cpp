@@ -40,7 +40,7 @@ static toml::table tablesOf(TableReader& reader, const fs::path& file, const fs:
                             Diagnostics& diagnostics) {
     const Matrix placement = MeshSection::placementOf(reader, model.up);
     Bounds bounds;
-    for (const R3& p : visiblePoints(model, placement)) bounds.add(p);
+    VisiblePoints(model, placement).each([&](const R3& p) { bounds.add(p); });
     const float size = bounds.empty ? 0.0f : 2.0f * bounds.radius();
     SceneText text(registry);
     ModelMaterials materials(text, file, folder, size, scaleOf(reader, placement),

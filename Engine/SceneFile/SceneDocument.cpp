@@ -186,7 +186,9 @@ static Entries entriesOf(const toml::table& document, const std::string& section
     const toml::node* node = nodeAt(document, section);
     if (const toml::table* tables = node ? node->as_table() : nullptr)
         for (const auto& [key, entry] : *tables)
-            if (entry.is_table()) entries.emplace_back(fmt::format("{}.{}", section, tomlValue(std::string(key.str()))), entry.as_table());
+            if (entry.is_table())
+                entries.emplace_back(fmt::format("{}.{}", section, tomlValue(std::string(key.str()))),
+                                     entry.as_table());
     const toml::array* list = node ? node->as_array() : nullptr;
     for (std::size_t i = 0; list && i < list->size(); ++i)
         if (list->get(i)->is_table()) entries.emplace_back(fmt::format("{}.{}", section, i), list->get(i)->as_table());

@@ -235,7 +235,7 @@ TEST(ModelScene, FramesAndLightsModelsOfAnySize) {
         const fs::path file = writeGltf("size.gltf", Plain, "", fmt::format(R"(, "scale": [{0}, {0}, {0}])", size));
         Diagnostics diagnostics;
         SceneFileOptions options;
-        options.model.view = "front";
+        options.model.view.name = "front";
         options.model.ground = false;
         options.model.size = ImageSize{24, 16};
         const auto world = loadScene(file, registry(), diagnostics, options);
