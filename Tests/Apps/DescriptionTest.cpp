@@ -115,12 +115,15 @@ try() { words=(oxbeam "$@") CURRENT=$(( $# + 1 )); print -r -- "$* -> ${(j: :)${
     if (!has("zsh") && !has("fish")) GTEST_SKIP() << "neither zsh nor fish is installed";
     writeFile("script.zsh", run("completion zsh").out);
     writeFile("script.fish", run("completion fish").out);
-    if (has("zsh"))
+    if (has("zsh")) {
         EXPECT_EQ(reply("zsh", zsh + "try render sce\ntry render scene.toml --set shader.body.shin\n"),
                   expected +
                       "render sce -> files\n"
                       "render scene.toml --set shader.body.shin -> shader.body.shininess=\n");
-    if (has("fish")) EXPECT_EQ(reply("fish", fish), expected);
+    }
+    if (has("fish")) {
+        EXPECT_EQ(reply("fish", fish), expected);
+    }
 }
 
 // ---- Sweeping

@@ -12,15 +12,6 @@ using testing::HasSubstr;
 
 namespace {
 
-// As the file has it: alpha is not multiplied in.
-OIIO::ImageBuf picture(const std::string& file) {
-    OIIO::ImageSpec config;
-    config["oiio:UnassociatedAlpha"] = 1;
-    OIIO::ImageBuf image((scratch() / file).string(), 0, 0, nullptr, &config);
-    EXPECT_TRUE(image.read(0, 0, true, OIIO::TypeDesc::FLOAT)) << image.geterror();
-    return image;
-}
-
 // A card of a colour, half of whose left column of pixels is covered, before a bright environment.
 std::string cardScene(const std::string& image, const std::string& color) {
     return "[image]\nwidth = 40\nheight = 30\nsamples = 16\n" + image +

@@ -20,16 +20,6 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// A line of the shell in the scratch folder, in which $OXBEAM is the command.
-Outcome shell(const std::string& line) {
-    const std::string script = "cd '" + scratch().string() + "' && OXBEAM='" OXBEAM_COMMAND "'; " + line;
-    writeFile("script.sh", script);
-    const int status = std::system(("sh '" + (scratch() / "script.sh").string() + "' > '" +
-                                    (scratch() / "sh.out").string() + "' 2> '" + (scratch() / "sh.err").string() + "'")
-                                       .c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), contentOf("sh.out"), contentOf("sh.err")};
-}
-
 bool hasSaid(const Process& process, const std::string& what) {
     for (int i = 0; i < 3000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10)))
         if (process.errors().find(what) != std::string::npos) return true;
@@ -70,23 +60,23 @@ TEST_F(Command, AGoneTerminalStopsLikeATerminationAndThePictureIsSaved) {
     // Whoever reads the messages goes before the last ones are written.
     fs::remove(scratch() / "p.png");
     EXPECT_EQ(
-        shell("{ $OXBEAM render scene.toml -o p.png --time 2; echo $? > status; } 2>&1 | sed '/built in/q'").status, 0);
+        shell("{ $oxbeam render scene.toml -o p.png --time 2; echo $? > status; } 2>&1 | sed '/built in/q'").status, 0);
     EXPECT_EQ(contentOf("status"), "0\n");
     EXPECT_TRUE(fs::exists(scratch() / "p.png"));
     // Whoever reads nothing at all: a message before the rendering is the last one.
-    EXPECT_EQ(shell("{ sleep 0.5; $OXBEAM " + render + "; echo $? > status; } 2>&1 | true").status, 0);
+    EXPECT_EQ(shell("{ sleep 0.5; $oxbeam " + render + "; echo $? > status; } 2>&1 | true").status, 0);
     EXPECT_EQ(contentOf("status"), "6\n");
 
     // Without standard error, and under nohup, it goes on.
-    EXPECT_EQ(shell("$OXBEAM render scene.toml -o q.png 2>&-").status, 0);
+    EXPECT_EQ(shell("$oxbeam render scene.toml -o q.png 2>&-").status, 0);
     EXPECT_TRUE(fs::exists(scratch() / "q.png"));
     const Outcome ignored =
-        shell("trap '' HUP; $OXBEAM render scene.toml -o r.png --time 2 & sleep 1; kill -HUP $!; wait $!");
+        shell("trap '' HUP; $oxbeam render scene.toml -o r.png --time 2 & sleep 1; kill -HUP $!; wait $!");
     EXPECT_EQ(ignored.status, 0) << ignored.err;
 }
 
 TEST_F(Command, AClosedStandardOutputIsAnErrorOfOutput) {
-    const Outcome outcome = shell("{ sleep 0.1; $OXBEAM describe --format json; echo $? > status; } | true");
+    const Outcome outcome = shell("{ sleep 0.1; $oxbeam describe --format json; echo $? > status; } | true");
     EXPECT_EQ(contentOf("status"), "5\n") << outcome.err;
     EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
 }
@@ -99,7 +89,7 @@ TEST_F(Command, ASignalEndsWhatHangsWithinTheGrace) {
         // Stops the reader as soon as there is one, and asks for the end then.
         const auto start = Clock::now();
         const Outcome outcome = shell(
-            "$OXBEAM render scene.toml -o p.png & p=$!; r=; while [ -z \"$r\" ] && kill -0 $p 2>/dev/null; do "
+            "$oxbeam render scene.toml -o p.png & p=$!; r=; while [ -z \"$r\" ] && kill -0 $p 2>/dev/null; do "
             "r=$(ps -o pid= --ppid $p | tr -d ' '); done; kill -STOP $r; kill -" +
             std::string(signal) + " $p; wait $p; s=$?; kill -KILL $r 2>/dev/null; exit $s");
         EXPECT_EQ(outcome.status, status) << outcome.err;
@@ -116,7 +106,7 @@ TEST_F(Command, LackOfMemoryIsTheMachinesAndNoPictureIsMadeWithoutItsTextures) {
     GTEST_SKIP() << "sanitizers reserve terabytes of addresses";
 #endif
     const std::string render =
-        "exec $OXBEAM render '" SCENES "/assets/materials.glb' -q --size 32x32 --samples 1 -o p.png";
+        "exec $oxbeam render '" SCENES "/assets/materials.glb' -q --size 32x32 --samples 1 -o p.png";
     unsigned refused = 0;
     for (const int megabytes : {500, 600, 700}) {
         fs::remove(scratch() / "p.png");

@@ -90,7 +90,9 @@ inline void expectFailures(const std::vector<Failure>& cases) {
 
 // As floats. Not through the library's cache, which knows a file by its name and the second in which it was written.
 inline OIIO::ImageBuf picture(const std::filesystem::path& file) {
-    const auto input = OIIO::ImageInput::open((scratch() / file).string());
+    OIIO::ImageSpec hints;
+    hints["oiio:UnassociatedAlpha"] = 1;  // as it is in the file
+    const auto input = OIIO::ImageInput::open((scratch() / file).string(), &hints);
     if (!input) {
         ADD_FAILURE() << OIIO::geterror();
         return {};
