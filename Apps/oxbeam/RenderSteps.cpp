@@ -63,8 +63,9 @@ void warnOfEye(const World& world) { warn(adviceOnEye(world)); }
 // Formats that hold more than white are shown by programs that choose what is white.
 void warnOfPicture(World& world, const RenderResult& result, const std::string& output) {
     const bool clips = !isExr(output) && !output.ends_with(".hdr");
-    warn(adviceOnPicture(world, result.film,
-                         clips ? [](const R3& color) { return color; } : std::function<R3(const R3&)>()));
+    std::function<R3(const R3&)> shown;
+    if (clips) shown = [&](const R3& color) { return toned(color, world.tone); };
+    warn(adviceOnPicture(world, result.film, shown));
 }
 
 void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
@@ -112,8 +113,9 @@ MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image
     const std::vector<Aov> aovs = parseAovs(command.aov);
     // The colours and what they are encoded to; with layers, those, all pixel by pixel, and the file.
     constexpr std::uint64_t colors = 2 * sizeof(R3), layers = 3 * sizeof(AovSample);
+    const bool transparent = command.model.background == backgroundNames()[1];
     const std::uint64_t writing = window.size() * (aovs.empty() ? colors : colors + layers);
-    MemoryCharge memory(MemoryUse::Picture, Film::bytes(window, needFilm(aovs), true) + writing,
+    MemoryCharge memory(MemoryUse::Picture, Film::bytes(window, needFilm(aovs), transparent) + writing,
                         Film::describe(window));
     memory.shrinkTo(writing);
     return memory;

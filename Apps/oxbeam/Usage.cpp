@@ -33,7 +33,7 @@ static std::string notUnderstood(const CLI::App& app, const std::string& word) {
 
 // Whether the option that "--time soon" begins with takes more than whole numbers.
 static bool isReal(const CLI::App& app, const std::string& given) {
-    static const std::set<std::string> types = {"SECONDS", "EV", "PIXELS"};
+    static const std::set<std::string> types = {"SECONDS", "EV", "PIXELS", "DEGREES", "FACTOR"};
     const CLI::App& speaker = app.get_subcommands().empty() ? app : *app.get_subcommands().front();
     const CLI::Option* option = speaker.get_option_no_throw(given.substr(0, given.find(' ')));
     return option && types.contains(option->get_type_name());

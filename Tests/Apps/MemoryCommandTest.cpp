@@ -138,7 +138,7 @@ TEST_F(Command, WhatIsTooLargeIsRefusedBeforeItIsThere) {
         {"render round.toml -o old.png --memory-limit 20M", 5, refused("mesh '")},
         {"check round.toml --memory-limit 100M", 5, refused("the structure that rays are traced through, of ")},
         {"render " + model + " -o old.png --memory-limit 200M", 5, refused("a copy of mesh '")},
-        {"scene " + model + " --memory-limit 1M", 5, refused("model '")},
+        {"scene " + model + " --memory-limit 600K", 5, refused("model '")},
         {"render scene.toml -o old.png --size 30000x30000 --memory-limit 1G", 5,
          refused("a picture of 30000 x 30000 pixels takes 34 GiB")},
         {"render none.gltf -o old.png --size 60000x60000 --memory-limit 8g", 5, refused("a picture of 60000 x 60000")},

@@ -169,7 +169,7 @@ TEST(Confinement, KeepsItsTimeUnderAnotherHardLimit) {
 
 // A reader is kept at its file by a pipe that nobody writes to.
 TEST(ImportProcess, ReadsWithNothingButItsSocket) {
-    const fs::path file = scratch() / "pipe.gltf";
+    const fs::path file = scratch() / "held.gltf";
     mkfifo(file.c_str(), 0600);
     const int inherited = dup(STDERR_FILENO);  // would go on into every program that is started
     ImportProcess process(ModelProgram);
