@@ -104,7 +104,10 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
 }
 
 ExitStatus runCheck(const RenderCommand& command, const Registry& registry) {
-    const auto world = load(command.scene, {command.set, {}, {}, importLimits(command.importLimit)}, registry, false);
+    SceneFileOptions options;
+    options.set = command.set;
+    options.importing = importLimits(command.importLimit);
+    const auto world = load(command.scene, options, registry, false);
     if (!world) return ExitStatus::BadScene;
     std::cout << fmt::format("{}: no errors; {}\n", command.scene, contents(*world));
     return ExitStatus::Done;

@@ -25,7 +25,8 @@ TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
     writeImage(scratch() / "wood.png", 2, 1, {White, Color(0.8f, 0.1f, 0.1f)});
     fs::create_directory(scratch() / "elsewhere");
     for (const char* options : {"", "--view top", "--shader KelDiffuse --ground none", "--up -z --view iso", "--up x",
-                                "--color 0.2,0.4,0.6 --texture wood.png --environment wood.png"}) {
+                                "--color 0.2,0.4,0.6 --texture wood.png --environment wood.png --rotate-environment 70",
+                                "--background 0.2,0.9,0.4", "--background transparent"}) {
         const std::string rest = std::string(" --size 40x30 ") + options;
         ASSERT_EQ(run("render " + model + " -q --samples 2 -o one.png" + rest).status, 0);
         ASSERT_EQ(run("scene " + model + " -o elsewhere/made.toml" + rest).status, 0);
@@ -83,6 +84,12 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
         {"render scene.toml -o old.png --view top", 2, HasSubstr("--view is for models; 'scene.toml' is a scene file")},
         {"render " + model + " -o old.png --view tpo", 2,
          HasSubstr("expected one of iso, front, left, top, right, back, bottom; did you mean 'top'?")},
+        {"render " + model + " -o old.png --background blue", 2,
+         HasSubstr("--background blue: expected environment, transparent or r,g,b, each from 0 to 1")},
+        {"render " + model + " -o old.png --background 1,0,2", 2, HasSubstr("each from 0 to 1")},
+        {"render scene.toml -o old.png --background 1,0,0", 2, HasSubstr("expected one of environment, transparent")},
+        {"render scene.toml -o old.png --rotate-environment 9", 2, HasSubstr("--rotate-environment is for models")},
+        {"render " + model + " -o old.png --rotate-environment nan", 2, HasSubstr("expected a number of degrees")},
         {"render " + model + " -o old.png --shader KelDifuse", 2, HasSubstr("did you mean 'KelDiffuse'?")},
         {"render " + model + " -o old.png --shader KelCubicEnvironment", 2,
          HasSubstr("that is an environment, not a surface")},

@@ -1,6 +1,7 @@
 // Alpha: how much of a pixel the scene covers, by scenes of which that can be worked out.
 #include "Engine/Render/Matte.h"
 
+#include "Engine/Host/ShadowCatcher.h"
 #include "Engine/Textures/Texture.h"
 #include "Shaders/Kel/KelEnvironment.h"
 #include "Tests/Support/Probe.h"
@@ -152,4 +153,19 @@ TEST(Matte, AShadowOnTheShadowPlaneIsAlpha) {
     }
     EXPECT_GT(shadowed, 5u);
     EXPECT_LT(shadowed, 200u);
+}
+
+// Of a catcher that lets three quarters of the backdrop be seen in the square's shadow, and of nothing else.
+TEST(Matte, AShadowOnACatcherIsAlpha) {
+    CardWorld world;
+    world.phong();
+    world.addSquare(R3(0, 0, 0.5f), R3(0, 0, 1), 0.25f, RAY_SHADOW);
+    world.shader<ShadowCatcher>("OxShadowCatcher").shadowIntensity = 0.25f;
+    world.addSquare(R3(), R3(0, 0, 1), 100.0f, RAY_PRIMARY);
+    world.steadyLight(R3(0, 0, 1e6f));
+    const RenderResult result = world.matte();
+    const auto at = [&](unsigned x, unsigned y) { return std::size_t{y} * 20 + x; };
+    EXPECT_EQ(result.film.alphaSums()[at(10, 10)], 0.25f);
+    EXPECT_EQ(result.film.alphaSums()[at(2, 2)], 0.0f);
+    for (const R3& color : result.film.pixels()) EXPECT_EQ(color, Black);
 }
