@@ -53,7 +53,9 @@ public:
     // For measurements against the bare kernel.
     RTCSceneTy* root() const { return m_root; }
     // Memory that the structure takes beside the meshes.
-    std::size_t bytes() const { return static_cast<std::size_t>(std::max<ssize_t>(m_device->bytes - m_bytesBefore, 0)); }
+    std::size_t bytes() const {
+        return static_cast<std::size_t>(std::max<ssize_t>(m_device->bytes - m_bytesBefore, 0));
+    }
 
 private:
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
