@@ -71,7 +71,7 @@ TEST_F(Command, ScenesThatShowLittleAreSaidToDoSo) {
         {"line.obj", flat, 3, "line.obj: error: model 'line.obj' has no triangle that could be seen\n"},
         {"partly.obj", flat + "v 0 1 0\nf 1 2 4\n", 0, ""},
         {"inside.toml", shader + mesh + "shape = 'sphere'\n[camera]\nposition = [0, 0, 0]\nlookAt = [0, 0, 1]\n", 0,
-         ""},
+         "oxbeam: warning: the eye, at [0, 0, 0], is inside the surface of 'sphere' and sees its inner side only\n"},
         {"picture.toml", "[texture.a]\nfile = 'empty.toml'\n", 3,
          "picture.toml:2:8: error: texture 'empty.toml' cannot be decoded: it is no picture that can be read: "},
     };

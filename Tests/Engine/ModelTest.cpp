@@ -182,7 +182,7 @@ TEST(ModelScene, FramesAndLightsModelsOfAnySize) {
         const fs::path file = writeGltf("size.gltf", Plain, "", fmt::format(R"(, "scale": [{0}, {0}, {0}])", size));
         Diagnostics diagnostics;
         SceneFileOptions options;
-        options.model.view = "front";
+        options.model.view.name = "front";
         options.model.ground = false;
         options.model.size = ImageSize{24, 16};
         const auto world = loadScene(file, registry(), diagnostics, options);
@@ -217,7 +217,8 @@ TEST(ModelScene, WarnsOfWhatItLeavesOut) {
     const auto away = writeGltf("away.gltf", Plain,
                                 R"(, "cameras": [{"type": "perspective", "perspective": {"yfov": 0.5, "znear": 0.1}}])",
                                 R"(, "camera": 0)");
-    EXPECT_THAT(loadFile(away).said, ElementsAre(HasSubstr("none of the file's cameras sees the model")));
+    EXPECT_THAT(loadFile(away).said, ElementsAre(HasSubstr("note: all of it is framed; it has a camera of its own: ")));
+    EXPECT_THAT(loadFile(away, {{}, "file"}).said, ElementsAre(HasSubstr("does not see it")));
 }
 
 TEST(SceneFile, SettingsForAllReachWhoeverKnowsTheParameter) {
