@@ -120,28 +120,31 @@ static R2 pixelNumbers(std::uint32_t pixel, int depth) {
     return {static_cast<float>(h & 0xffffff) / 0x1p24f, static_cast<float>(h >> 40) / 0x1p24f};
 }
 
-// Slope of the mirror, among those that a rough surface is made of, which a pass sees at a pixel: their distribution is
-// that of P. Beckmann and A. Spizzichino, "The scattering of electromagnetic waves from rough surfaces" (1963), for a
-// spread of 1. Passes follow a sequence of low discrepancy, of which every other one takes the opposite slope: what the
-// tilt adds to the light of a matte surface in one pass, the next takes away.
-static R2 facetSlope(const OxState* state) {
+// The mirror, among those that a rough surface is made of, which a pass sees at a pixel: n and its slope. Slopes are
+// distributed as those of P. Beckmann and A. Spizzichino, "The scattering of electromagnetic waves from rough surfaces"
+// (1963). Of two opposite ones each is seen as often as it faces the ray, as E. Heitz and E. d'Eon found for all of them,
+// "Importance sampling microfacet-based BSDFs using the distribution of visible normals" (2014). Passes follow a sequence
+// of low discrepancy, by twos: where both face the ray alike, what the tilt adds to the light of a matte surface in one
+// pass, the next takes away.
+static R3 facetSeen(const OxState* state, const R3& n, float spread) {
     const oxbeam::ThreadRecord& record = oxbeam::ThreadRecord::mine();
     const R2 start = pixelNumbers(record.pixel, state->ray.depth);
     const auto step = static_cast<float>(record.sampleIndex / 2 % 4096);
     const float u = fraction(start.x + step * 0.754877666f), v = fraction(start.y + step * 0.569840291f);
-    const float slope = std::sqrt(-std::log(1.0f - u)), phi = 6.28318531f * v;
-    const float sign = record.sampleIndex % 2 ? -1.0f : 1.0f;
-    return {sign * slope * std::cos(phi), sign * slope * std::sin(phi)};
+    const float slope = spread * std::sqrt(-std::log(1.0f - u)), phi = 6.28318531f * v;
+    const R3 tilt = LocalFrame(n).toWorld(R3(slope * std::cos(phi), slope * std::sin(phi), 0.0f));
+    const float level = -Dot(state->ray.direction, n), more = -Dot(state->ray.direction, tilt);
+    const float one = std::max(level + more, 0.0f), other = std::max(level - more, 0.0f);
+    const float choice = fraction(4096.0f * start.x + 0.5f * static_cast<float>(record.sampleIndex % 2));
+    return Normalize(choice * (one + other) < one ? n + tilt : n - tilt);
 }
 
 // That mirror's normal, bent so far towards the ray that none is sent into the surface: as those of a smooth one are
 // where it is seen nearly from its edge and its triangles stand for something round.
 static R3 facetNormal(const OxState* state, const R3& n, float roughness) {
-    constexpr float steepest = 0.5f;  // beyond it, most mirrors hide behind others
+    constexpr float steepest = 0.4f;  // beyond it, most mirrors hide behind others
     constexpr float lowest = 0.02f;
-    const float spread = std::min(roughness * roughness, steepest);
-    const R2 slope = facetSlope(state);
-    const R3 facet = Normalize(LocalFrame(n).toWorld(R3(spread * slope.x, spread * slope.y, 1.0f)));
+    const R3 facet = facetSeen(state, n, std::min(roughness * roughness, steepest));
     const R3& D = state->ray.direction;
     const R3 outwards = Dot(D, state->hit.normal) > 0.0f ? -state->hit.normal : state->hit.normal;
     const R3 mirrored = D - 2.0f * Dot(D, facet) * facet;

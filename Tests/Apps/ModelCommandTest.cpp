@@ -23,7 +23,8 @@ TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
             .filename();
     writeImage(scratch() / "wood.png", 2, 1, {White, Color(0.8f, 0.1f, 0.1f)});
     fs::create_directory(scratch() / "elsewhere");
-    for (const char* options : {"", "--view top", "--shader KelDiffuse --ground none"}) {
+    for (const char* options : {"", "--view top", "--shader KelDiffuse --ground none",
+                                "--color 0.2,0.4,0.6 --texture wood.png --environment wood.png"}) {
         const std::string rest = std::string(" --size 40x30 ") + options;
         ASSERT_EQ(run("render " + model + " -q --samples 2 -o one.png" + rest).status, 0);
         ASSERT_EQ(run("scene " + model + " -o elsewhere/made.toml" + rest).status, 0);
@@ -49,12 +50,13 @@ TEST_F(Command, EveryThingThatAMaterialCanSayIsUnderstood) {
     };
     EXPECT_EQ(count("object = \"KelGlass\""), 3u);
     EXPECT_EQ(count("object = \"KelCarPaint\""), 1u);
-    EXPECT_EQ(count("object = \"KelPhong\""), 12u) << "the ground is one too";
+    EXPECT_EQ(count("object = \"KelPhong\""), 2u) << "the gold, and the ground";
+    EXPECT_EQ(count("object = \"KelFresnelPhong\""), 10u);
     for (const char* line :
          {"diffuseColor = [0.7, 0.06, 0.05]", "transparent = [0.6, 0.6, 0.6]", "texture = \"blended\"",
           "alpha = \"ignore\"", "alpha = \"mask\"", "vertexColors = true", "bump = \"normal\"\nbumpScale = 0.8",
-          "reflective = [0.982, 0.7365, 0.2946]", "reflective = [1.0, 1.0, 1.0]", "bindex = 1.45",
-          "refractionFilter = [0.2, 0.7, 0.3]", "oneSidedGlass = true", "emissiveColor = [0.7, 0.35, 0.07]"})
+          "roughness = 0.4", "roughness = 0.03", "bindex = 1.45", "refractionFilter = [0.2, 0.7, 0.3]",
+          "oneSidedGlass = true", "emissiveColor = [0.7, 0.35, 0.07]"})
         EXPECT_EQ(count(line), 1u) << line;
 }
 
@@ -195,6 +197,17 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
         {"render " + model + " -o old.png --camera file --azimuth 3", 2,
          HasSubstr("--camera file and --azimuth contradict each other")},
         {"render scene.toml -o old.png --zoom 2", 2, HasSubstr("--zoom is for models")},
+        {"render " + model + " -o old.png --shader KelCubicEnvironment", 2,
+         HasSubstr("that is an environment, not a surface")},
+        {"render " + model + " -o old.png --shader KelGlass --color 1,0,0", 2,
+         HasSubstr("--color: KelGlass has no 'diffuseColor'")},
+        {"render scene.toml -o old.png --color 1,0,0", 2, HasSubstr("--color is for models")},
+        {"render " + model + " -o old.png --color 1,2,3", 2,
+         HasSubstr("--color 1,2,3: expected red, green and blue from 0 to 1, as in 0.8,0.2,0.1")},
+        {"render " + model + " -o old.png --color red", 2, HasSubstr("expected red, green and blue")},
+        {"render " + model + " -o old.png --color 1,0,0,0", 2, HasSubstr("expected red, green and blue")},
+        {"render " + model + " -o old.png --texture none.png", 5, HasSubstr("none.png: no such")},
+        {"render " + model + " -o old.png --texture scene.toml", 3, HasSubstr("scene.toml' cannot be decoded")},
         {"render " + model + " -o old.png --ground grass", 2, HasSubstr("--ground grass: expected shadow or none")},
         {"render " + model + " -o old.png --environment none.exr", 5, HasSubstr("none.exr: no such")},
         {"scene scene.toml", 2, HasSubstr("'scene.toml' is a scene file already; expected a model")},
