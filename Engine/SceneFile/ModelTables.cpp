@@ -73,6 +73,8 @@ void addModelTables(toml::table& model, const std::string& path, const fs::path&
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
         diagnostics.error(reader.where("file"), e.what());
+    } catch (const toml::parse_error& e) {  // a name in it that is no text
+        diagnostics.error(reader.where("file"), fmt::format("what its file says is no TOML: {}", e.description()));
     }
 }
 

@@ -46,7 +46,7 @@ Rendered renderModel(const fs::path& file, const ModelSceneOptions& model, unsig
 
 ModelSceneOptions fromTheFront(unsigned width, unsigned height) {
     ModelSceneOptions options;
-    options.view = "front";
+    options.view.name = "front";
     options.ground = false;
     options.size = ImageSize{width, height};
     return options;
@@ -298,7 +298,7 @@ TEST(Materials, BareGeometryIsDressed) {
     options = fromTheFront(40, 40);
     options.texture = (scratch() / "flag.png").string();
     for (const char* view : {"front", "left"}) {
-        options.view = view;
+        options.view.name = view;
         const Rendered r = renderModel(bare, options, 4);
         EXPECT_GT(r.at(20, 13).x, 2.0f * r.at(20, 13).y) << view;
         EXPECT_GT(r.at(20, 27).y, 2.0f * r.at(20, 27).x) << view;
