@@ -65,14 +65,16 @@ std::optional<std::string> adviceOnEye(const World& world) {
         return Dot(state.hit.normal, direction) > 0.0f;
     };
     constexpr int columns = 12, rows = 8;
-    for (int i = 0; i < columns * rows; ++i)
-        if (!sees(rays.direction((static_cast<float>(i % columns) + 0.5f) / columns,
-                                 (static_cast<float>(i / columns) + 0.5f) / rows),
-                  nullptr))
+    for (int i = 0; i < columns * rows; ++i) {
+        const int column = i % columns, row = i / columns;
+        if (!sees(
+                rays.direction((static_cast<float>(column) + 0.5f) / columns, (static_cast<float>(row) + 0.5f) / rows),
+                nullptr))
             return std::nullopt;
+    }
     for (int i = 0; i < 27; ++i) {
-        const R3 around(static_cast<float>(i % 3 - 1), static_cast<float>(i / 3 % 3 - 1),
-                        static_cast<float>(i / 9 - 1));
+        const int x = i % 3 - 1, y = i / 3 % 3 - 1, z = i / 9 - 1;
+        const R3 around(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z));
         // Off the axes, along which models have edges.
         if (i != 13 && !sees(Normalize(around + R3(0.013f, 0.029f, 0.037f)), nullptr)) return std::nullopt;
     }

@@ -164,14 +164,15 @@ TEST_F(Command, MaterialsOfAModelAreReplacedAndSet) {
     EXPECT_THAT(run("complete both.toml").out, HasSubstr("--set model.1.shader.skin.emissiveColor=\n"));
     writeFile("wrong.toml", scene + left +
                                 "shaders = { skim = 'mine', skin = 'nime' }\nscael = 2\n[model.shader.skin]\nx = 1\n" +
-                                right + "[model.shader.skim]\nshininess = 1\n[model.shadre.skin]\n");
+                                right + "[model.shader.skim]\nshininess = 1\n[model.shadre.skin]\n[model.texture.a]\n");
     EXPECT_EQ(run("check wrong.toml").err,
               "wrong.toml:15:13: error: model 0: its file has no material 'skim'; did you mean 'skin'?\n"
               "wrong.toml:15:35: error: model 0: no shader 'nime' is defined; did you mean 'mine'?\n"
               "wrong.toml:16:1: error: model 0 has no key 'scael'; did you mean 'scale'?\n"
               "wrong.toml:17:15: error: the scene has no model.0.shader.skin\n"
               "wrong.toml:22:15: error: the scene has no model.1.shader.skim; did you mean 'skin'?\n"
-              "wrong.toml:24:1: error: model 1: has no table 'shadre'; did you mean 'shader'?\n");
+              "wrong.toml:24:1: error: model 1: has no table 'shadre'; did you mean 'shader'?\n"
+              "wrong.toml:25:1: error: model 1 has no key 'texture'\n");
 }
 
 TEST_F(Command, ASweepTakesAModel) {
