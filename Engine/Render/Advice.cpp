@@ -65,14 +65,16 @@ std::optional<std::string> adviceOnEye(const World& world) {
         return Dot(state.hit.normal, direction) > 0.0f;
     };
     constexpr int columns = 12, rows = 8;
-    for (int i = 0; i < columns * rows; ++i)
-        if (!sees(rays.direction((static_cast<float>(i % columns) + 0.5f) / columns,
-                                 (static_cast<float>(i / columns) + 0.5f) / rows),
-                  nullptr))
+    for (int i = 0; i < columns * rows; ++i) {
+        const int column = i % columns, row = i / columns;
+        if (!sees(
+                rays.direction((static_cast<float>(column) + 0.5f) / columns, (static_cast<float>(row) + 0.5f) / rows),
+                nullptr))
             return std::nullopt;
+    }
     for (int i = 0; i < 27; ++i) {
-        const R3 around(static_cast<float>(i % 3 - 1), static_cast<float>(i / 3 % 3 - 1),
-                        static_cast<float>(i / 9 - 1));
+        const int x = i % 3 - 1, y = i / 3 % 3 - 1, z = i / 9 - 1;
+        const R3 around(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z));
         // Off the axes, along which models have edges.
         if (i != 13 && !sees(Normalize(around + R3(0.013f, 0.029f, 0.037f)), nullptr)) return std::nullopt;
     }
@@ -103,14 +105,16 @@ std::optional<float> arriving(const OxLight& light, const R3& point) {
 // Points of the picture, with what is there and how it came out.
 struct Findings {
     unsigned points = 0, clipped = 0, clippedSurfaces = 0, surfaces = 0, darkSurfaces = 0;
+    unsigned colored = 0, darkColored = 0;  // surfaces whose own colour is not black
     float brightest = 0.0f;
-    float albedo = 0.0f, arriving = 0.0f;  // the most, on surfaces
-    bool simpleLights = true;              // all of them
+    float arriving = 0.0f;     // the most, on surfaces
+    bool simpleLights = true;  // all of them
 };
 
-void addSurface(const World& world, const AovSampler& sampler, const OxState& state, Findings& found) {
+void addSurface(const World& world, const AovSampler& sampler, const OxState& state, bool dark, Findings& found) {
     ++found.surfaces;
-    found.albedo = std::max(found.albedo, Max(sampler.sample(state).albedo));
+    found.darkSurfaces += dark;
+    if (Max(sampler.sample(state).albedo) >= Dark) ++found.colored, found.darkColored += dark;
     R3 point;
     oxsGetHitPosition(&state, point);
     float sum = 0.0f;
@@ -147,15 +151,14 @@ Findings lookAt(World& world, const Film& film, const std::function<R3(const R3&
         found.clippedSurfaces += clips && hit;
         found.brightest = std::max(found.brightest, Max(color));
         if (!hit || world.geometry.isEndless(static_cast<unsigned>(state.hit.inst))) continue;
-        addSurface(world, sampler, state, found);
-        found.darkSurfaces += Max(color) < Dark;
+        addSurface(world, sampler, state, Max(color) < Dark, found);
     }
     return found;
 }
 
 std::string causeOfBlack(const World& world, const Findings& found) {
     if (found.surfaces == 0) return "no surface is in it, and the environment is black";
-    if (found.albedo < Dark) return "the surfaces' own colour, with textures and vertex colours, is black";
+    if (found.colored == 0) return "the surfaces' own colour, with textures and vertex colours, is black";
     if (world.lights.empty()) return "the scene has no light";
     if (found.simpleLights && found.arriving <= 0.0f) return "no light has an intensity, or a cone, that reaches it";
     if (found.simpleLights && found.arriving < 0.02f)
@@ -178,8 +181,10 @@ std::optional<std::string> adviceOnPicture(World& world, const Film& film, const
     const Findings found = lookAt(world, film, shown);
     if (found.points == 0) return std::nullopt;
     if (found.brightest < Dark) return "the picture is black: " + causeOfBlack(world, found);
-    // The pixels of its silhouette have a share of what is behind it.
-    if (found.surfaces > 0 && 10 * found.darkSurfaces >= 9 * found.surfaces)
+    // Black letters are no fault, nor is a white silhouette: its pixels have a share of what is behind.
+    const bool any = found.colored > 0;
+    if (found.surfaces > 0 &&
+        10 * (any ? found.darkColored : found.darkSurfaces) >= 9 * (any ? found.colored : found.surfaces))
         return "all that the picture shows of surfaces is black: " + causeOfBlack(world, found);
     if (2 * found.clipped > found.points)
         return fmt::format("{}% of the picture is clipped to white: {}", 100 * found.clipped / found.points,

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace oxbeam {
@@ -54,9 +55,22 @@ static toml::table tablesOf(TableReader& reader, const fs::path& file, const fs:
     return tables;
 }
 
+// What comes from the file cannot be said in the scene.
+static void checkOwnKeys(const toml::table& model, const std::string& label, Diagnostics& diagnostics) {
+    for (const char* made : {"texture", "materials"})
+        if (const toml::node* node = model.get(made))
+            diagnostics.error(locationOf(node->source()), fmt::format("{} has no key '{}'", label, made));
+    if (const toml::node* shader = model.get("shader"); shader && !shader->is_table())
+        diagnostics.error(locationOf(shader->source()),
+                          fmt::format("{}: 'shader' must be a table for a material: [model.shader.NAME]", label));
+}
+
 void addModelTables(toml::table& model, const std::string& path, const fs::path& here, const Registry& registry,
                     SceneAssets& assets, Diagnostics& diagnostics) {
     const fs::path folder = here.empty() ? fs::path(".") : here;
+    std::string label = path;
+    std::replace(label.begin(), label.end(), '.', ' ');
+    checkOwnKeys(model, label, diagnostics);
     Diagnostics later;  // what is wrong with its keys is said where they are read
     TableReader reader(model, sceneSection("model"), path, later);
     const auto name = reader.text("file");
@@ -73,6 +87,8 @@ void addModelTables(toml::table& model, const std::string& path, const fs::path&
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
         diagnostics.error(reader.where("file"), e.what());
+    } catch (const toml::parse_error& e) {  // a name in it that is no text
+        diagnostics.error(reader.where("file"), fmt::format("what its file says is no TOML: {}", e.description()));
     }
 }
 

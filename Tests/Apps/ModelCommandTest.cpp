@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
+#include <cstdio>
 #include <thread>
 
 using namespace oxbeam;
@@ -62,6 +64,121 @@ TEST_F(Command, EveryThingThatAMaterialCanSayIsUnderstood) {
         EXPECT_EQ(count(line), 1u) << line;
 }
 
+// The numbers of the first line that starts like this.
+static R3 numbersAfter(const std::string& text, const std::string& key) {
+    R3 v;
+    const auto at = text.find('\n' + key + " = ");
+    const char* start = at == text.npos ? "" : text.c_str() + at + key.size() + 4;
+    EXPECT_GE(std::sscanf(start, *start == '[' ? "[%f, %f, %f]" : "%f", &v.x, &v.y, &v.z), 1) << key;
+    return v;
+}
+
+TEST_F(Command, AViewStandsWhereItsAnglesSay) {
+    const std::string box = "v -1 -1 -1\nv 1 -1 -1\nv 1 1 -1\nv -1 1 -1\nv -1 -1 1\nv 1 -1 1\nv 1 1 1\nv -1 1 1\n";
+    writeFile("box.obj", box + "f 1 4 3 2\nf 5 6 7 8\nf 1 2 6 5\nf 2 3 7 6\nf 3 4 8 7\nf 4 1 5 8\n");
+    const float r = std::sqrt(0.5f),
+                near = std::cos(32.0f * 3.14159265f / 180.0f) * std::cos(22.0f * 3.14159265f / 180.0f);
+    const struct {
+        const char* options;
+        R3 from;  // where the camera is seen from the middle
+    } cases[] = {
+        {"--view front", {0, 0, 1}},
+        {"--view right", {1, 0, 0}},
+        {"--view back", {0, 0, -1}},
+        {"--view left", {-1, 0, 0}},
+        {"--view top", {0, 1, 0}},
+        {"--view bottom", {0, -1, 0}},
+        {"--azimuth 45 --elevation 0", {r, 0, r}},
+        {"--view back --elevation 45", {0, r, -r}},
+        {"--view top --elevation -45", {0, -r, r}},
+        {"--azimuth -90 --elevation 90", {0, 1, 0}},
+        {"", {std::sqrt(1 - near * near - 0.37460659f * 0.37460659f), 0.37460659f, near}},
+    };
+    for (const auto& c : cases) {
+        const std::string text = run(std::string("scene box.obj --zoom 1 ") + c.options).out;
+        const R3 position = numbersAfter(text, "position"),
+                 towards = Normalize(position - numbersAfter(text, "lookAt"));
+        EXPECT_LT(Length(towards - c.from), 1e-4f) << c.options;
+        EXPECT_LT(std::fabs(Dot(numbersAfter(text, "lookUp"), c.from)), 0.75f) << c.options;
+        EXPECT_LT(Length(position), 12.0f) << c.options;
+    }
+    // Twice as large: the tangents of half the angles are as 2 to 1.
+    const float once = numbersAfter(run("scene box.obj").out, "fov").x * 3.14159265f / 360.0f;
+    const float twice = numbersAfter(run("scene box.obj --zoom 2").out, "fov").x * 3.14159265f / 360.0f;
+    EXPECT_NEAR(std::tan(once) / std::tan(twice), 2.0f, 1e-4f);
+}
+
+TEST_F(Command, AModelIsFramedUnlessItsCamerasAreAskedFor) {
+    const std::string model =
+        writeGltf("two.gltf", R"("name": "skin")",
+                  R"(, "cameras": [{"type": "perspective", "name": "eye", "perspective": {"yfov": 0.9, "znear": 0.1}},
+ {"type": "perspective", "name": "ear", "perspective": {"yfov": 0.5, "znear": 0.1}}])",
+                  R"(, "children": [1, 2]}, {"name": "eye", "camera": 0, "translation": [9, 0, 3]},
+ {"name": "ear", "camera": 1, "translation": [0, 0, 7])")
+            .filename();
+    const Outcome framed = run("scene " + model);
+    EXPECT_THAT(framed.err, HasSubstr("note: all of it is framed; it has cameras of its own: eye, ear; "
+                                      "--camera NAME looks through one, --camera file through the first\n"));
+    EXPECT_LT(std::fabs(numbersAfter(framed.out, "position").x), 6.0f);
+    for (const auto& [camera, position] : {std::pair("file", R3(9, 0, 3)), std::pair("ear", R3(0, 0, 7))}) {
+        const Outcome through = run("scene " + model + " --camera " + camera);
+        EXPECT_EQ(numbersAfter(through.out, "position"), position) << camera;
+        EXPECT_EQ(through.err.find("note"), std::string::npos);
+    }
+    EXPECT_THAT(run("scene " + model + " --camera aer").err, HasSubstr("it has eye, ear; did you mean 'ear'?"));
+}
+
+// ---- Models in scenes
+
+TEST_F(Command, ASceneThatNamesAModelHasThePictureOfTheOneThatWritesItOut) {
+    const std::string options = " --size 60x40 --view front -o ";
+    for (const std::string model : {"materials.glb", "suzanne.glb"}) {
+        ASSERT_EQ(run("scene " SCENES "/assets/" + model + options + "long.toml").status, 0);
+        ASSERT_EQ(run("scene " SCENES "/assets/" + model + " --keep-materials" + options + "short.toml").status, 0);
+        EXPECT_LT(contentOf("short.toml").size(), contentOf("long.toml").size());
+        for (const std::string name : {"long", "short"})
+            ASSERT_EQ(run("render " + name + ".toml -q --samples 2 -o " + name + ".png").err, "");
+        EXPECT_EQ(contentOf("long.png"), contentOf("short.png")) << model;
+    }
+    EXPECT_EQ(run("scene " SCENES "/assets/suzanne.glb --keep-materials --shader KelDiffuse").status, 2);
+}
+
+// Two squares side by side, of the same file: what stands where has the colour that the scene gives it.
+TEST_F(Command, MaterialsOfAModelAreReplacedAndSet) {
+    writeGltf("model.gltf", R"("name": "skin", "pbrMetallicRoughness": {"metallicFactor": 0})");
+    const std::string scene =
+                          "[image]\nwidth = 40\nheight = 20\nsamples = 1\n[camera]\nposition = [0, 0, 5]\n"
+                          "lookAt = [0, 0, 0]\n[shader.mine]\nobject = 'KelPhong'\ndiffuseColor = [0, 0, 0]\n"
+                          "emissiveColor = [0, 0, 1]\n",
+                      left = "[[model]]\nfile = 'model.gltf'\ntranslate = [-1, 0, 0]\n",
+                      right = "[[model]]\nfile = 'model.gltf'\ntranslate = [1, 0, 0]\n";
+    writeFile("both.toml", scene + left + "shaders = { skin = 'mine' }\n" + right +
+                               "[model.shader.skin]\nemissiveColor = [0, 1, 0]\n");
+    const auto colors = [](const std::string& options) {
+        const Outcome outcome = run("render both.toml -q -o both.exr " + options);
+        EXPECT_EQ(outcome.err, "");
+        return std::pair(pixel("both.exr", 15, 10), pixel("both.exr", 24, 10));
+    };
+    const auto [replaced, set] = colors("");
+    EXPECT_EQ(replaced, R3(0, 0, 1));
+    EXPECT_GT(set.y, 0.95f);
+    EXPECT_GT(colors("--set model.1.shader.skin.emissiveColor=[3,0,0]").second.x, 2.9f);
+    EXPECT_GT(colors("--set shader.*.emissiveColor=[0,0,4]").second.z, 3.9f);
+    EXPECT_EQ(colors("--set shader.*.emissiveColor=[0,0,4]").first.z, 4.0f);
+    EXPECT_THAT(run("complete both.toml").out, HasSubstr("--set model.1.shader.skin.emissiveColor=\n"));
+    writeFile("wrong.toml", scene + left +
+                                "shaders = { skim = 'mine', skin = 'nime' }\nscael = 2\n[model.shader.skin]\nx = 1\n" +
+                                right + "[model.shader.skim]\nshininess = 1\n[model.shadre.skin]\n[model.texture.a]\n");
+    EXPECT_EQ(run("check wrong.toml").err,
+              "wrong.toml:15:13: error: model 0: its file has no material 'skim'; did you mean 'skin'?\n"
+              "wrong.toml:15:35: error: model 0: no shader 'nime' is defined; did you mean 'mine'?\n"
+              "wrong.toml:16:1: error: model 0 has no key 'scael'; did you mean 'scale'?\n"
+              "wrong.toml:17:15: error: the scene has no model.0.shader.skin\n"
+              "wrong.toml:22:15: error: the scene has no model.1.shader.skim; did you mean 'skin'?\n"
+              "wrong.toml:24:1: error: model 1: has no table 'shadre'; did you mean 'shader'?\n"
+              "wrong.toml:25:1: error: model 1 has no key 'texture'\n");
+}
+
 TEST_F(Command, ASweepTakesAModel) {
     const std::string model =
         writeGltf("model.gltf", R"("name": "skin", "pbrMetallicRoughness": {"metallicFactor": 0})").filename();
@@ -91,6 +208,11 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
         {"render scene.toml -o old.png --rotate-environment 9", 2, HasSubstr("--rotate-environment is for models")},
         {"render " + model + " -o old.png --rotate-environment nan", 2, HasSubstr("expected a number of degrees")},
         {"render " + model + " -o old.png --shader KelDifuse", 2, HasSubstr("did you mean 'KelDiffuse'?")},
+        {"render " + model + " -o old.png --elevation 91", 2, HasSubstr("--elevation 91: expected -90 to 90 degrees")},
+        {"render " + model + " -o old.png --zoom 0", 2, HasSubstr("--zoom 0: expected 0.01 to 100")},
+        {"render " + model + " -o old.png --camera file --azimuth 3", 2,
+         HasSubstr("--camera file and --azimuth contradict each other")},
+        {"render scene.toml -o old.png --zoom 2", 2, HasSubstr("--zoom is for models")},
         {"render " + model + " -o old.png --shader KelCubicEnvironment", 2,
          HasSubstr("that is an environment, not a surface")},
         {"render " + model + " -o old.png --shader KelGlass --color 1,0,0", 2,

@@ -275,7 +275,8 @@ TEST(ModelScene, WarnsOfWhatItLeavesOut) {
     const auto away = writeGltf("away.gltf", Plain,
                                 R"(, "cameras": [{"type": "perspective", "perspective": {"yfov": 0.5, "znear": 0.1}}])",
                                 R"(, "camera": 0)");
-    EXPECT_THAT(loadFile(away).said, ElementsAre(HasSubstr("note: all of it is framed; it has a camera of its own")));
+    EXPECT_THAT(loadFile(away).said, ElementsAre(HasSubstr("note: all of it is framed; it has a camera of its own: ")));
+    EXPECT_THAT(loadFile(away, {{}, "file", {}, {}}).said, ElementsAre(HasSubstr("does not see it")));
 }
 
 TEST(SceneFile, SettingsForAllReachWhoeverKnowsTheParameter) {

@@ -159,6 +159,21 @@ TEST(SceneFile, WhatTheSceneSaysOfTheFrameCountsBeforeTheRenderingObject) {
     EXPECT_EQ(scene.world->rayEpsilon, 0.5f);
 }
 
+TEST(SceneFile, NothingFollowsTheSizeOfAGround) {
+    const std::string ball = "[[mesh]]\nshader = 'body'\nshape = 'sphere'\ntranslate = [3, 1, 0]\n",
+                      ground = "[[mesh]]\nshader = 'lid'\nshape = 'ground'\nname = 'lawn'\ntranslate = [0, -0.1, 0]\n";
+    const LoadedScene without = loadAfterPreamble(ball), with = loadAfterPreamble(ground + ball);
+    ASSERT_THAT(with.said, IsEmpty());
+    for (const LoadedScene* scene : {&without, &with}) scene->world->geometry.build();
+    EXPECT_EQ(with.world->epsilon(), without.world->epsilon());
+    EXPECT_EQ(with.world->framingView().position, without.world->framingView().position);
+    const Bounds reach = with.world->geometry.instanceBounds(1);
+    EXPECT_EQ(with.world->objectName(1), "lawn");
+    EXPECT_GT(reach.radius(), 1e4f);
+    EXPECT_EQ(reach.upper.y, -0.1f);
+    EXPECT_EQ(reach.lower.y, -0.1f) << "every vertex, or shadow rays would start below it";
+}
+
 TEST(SceneFile, MeshesOfOneSourceAreSharedByTheirInstances) {
     writeFile("tri.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 1e30 0 0\nf 1 2 3\nf 1 2 4\n");
     const std::string mesh = "[[mesh]]\nshader = 'lid'\n";
