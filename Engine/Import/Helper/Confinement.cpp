@@ -126,7 +126,7 @@ static std::string enforce(const std::vector<fs::path>& readable) {
     if (ruleset < 0) return reason(errno);
     for (const fs::path& file : readable) grant(static_cast<int>(ruleset), file);
     const bool done = syscall(SYS_landlock_restrict_self, ruleset, 0) == 0;
-    const std::string said = done ? "in force, ABI " + std::to_string(abi) : reason(errno);
+    std::string said = done ? "in force, ABI " + std::to_string(abi) : reason(errno);
     close(static_cast<int>(ruleset));
     return said;
 }
