@@ -35,6 +35,7 @@ std::vector<Point> flattened(const std::vector<R3>& polygon) {
         if (std::fabs(n[k]) > std::fabs(n[axis])) axis = k;
     const unsigned u = (axis + 1) % 3, v = (axis + 2) % 3;
     std::vector<Point> points;
+    points.reserve(polygon.size());
     for (const R3& p : polygon) points.push_back({n[axis] < 0.0 ? -double{p[u]} : double{p[u]}, p[v]});
     return points;
 }
