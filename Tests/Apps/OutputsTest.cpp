@@ -47,7 +47,9 @@ TEST_F(Command, SavingTakesNoMemoryOfThePicturesSize) {
     const std::uint64_t without = peakBytes(size), with = peakBytes(size + "--checkpoint c.exr");
     const std::uint64_t saved = fs::file_size(scratch() / "c.exr");
     EXPECT_GT(saved, 60u << 20);
-    EXPECT_LT(with, without + saved / 4);
+    if (!Sanitized) {
+        EXPECT_LT(with, without + saved / 4);
+    }
 }
 
 TEST_F(Command, ACheckpointIsWhatWasSavedInAllThatIsReadOfIt) {
