@@ -42,7 +42,7 @@ static std::string contentHash(const Film& film, const std::map<std::string, std
     if (film.hasAlpha()) pixels = hashOf(std::as_bytes(film.alphaSums()), pixels);
     std::string texts = film.hasAovs() ? "layers" : "no layers";
     for (const auto& [name, value] : attributes)
-        if (name != ContentName) texts += '\0' + name + '\0' + value;
+        if (name != ContentName) texts.append(1, '\0').append(name).append(1, '\0').append(value);
     return fmt::format("{:016x}", hashOf(std::as_bytes(std::span(texts)), pixels));
 }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -62,7 +63,8 @@ namespace {
 struct LessByBits {
     using Placed = std::pair<unsigned, Matrix>;
     bool operator()(const Placed& a, const Placed& b) const {
-        return a.first != b.first ? a.first < b.first : std::memcmp(&a.second, &b.second, sizeof(Matrix)) < 0;
+        using Bits = std::array<std::uint32_t, sizeof(Matrix) / sizeof(float)>;
+        return a.first != b.first ? a.first < b.first : std::bit_cast<Bits>(a.second) < std::bit_cast<Bits>(b.second);
     }
 };
 
@@ -188,7 +190,7 @@ void SceneGeometry::takeOver(unsigned number, Instance* owner) {
 unsigned SceneGeometry::copyMesh(unsigned mesh, const Matrix& matrix) {
     const MeshData& original = *m_data[mesh];
     // Before the copy is made, and after it was counted as any mesh is.
-    MemoryCharge(MemoryUse::Meshes, bytesOfMesh(original), fmt::format("a copy of mesh '{}'", oneLine(original.name)));
+    requireMemory(MemoryUse::Meshes, bytesOfMesh(original), fmt::format("a copy of mesh '{}'", oneLine(original.name)));
     MeshData copy = original;
     transform(copy, matrix);
     const unsigned number = addMesh(std::move(copy));

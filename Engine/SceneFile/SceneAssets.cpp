@@ -64,7 +64,7 @@ Texture SceneAssets::readTexture(const fs::path& file) {
 Texture SceneAssets::decode(const ModelImage& image, const std::string& name) {
     if (image.width == 0) return *m_textureReader.read(image.bytes, name);
     std::vector<std::uint8_t> upwards;
-    MemoryCharge(MemoryUse::Textures, image.bytes.size(), name);
+    requireMemory(MemoryUse::Textures, image.bytes.size(), name);
     upwards.reserve(image.bytes.size());
     const std::size_t row = std::size_t{4} * image.width;
     for (std::size_t y = image.height; y-- > 0;)

@@ -66,4 +66,9 @@ private:
 // "1.5 GiB", "512 MiB".
 OXBEAM_API std::string memoryText(std::uint64_t bytes);
 
+// For what is counted where it is kept, before it is made. Throws as a charge does.
+inline void requireMemory(MemoryUse use, std::uint64_t bytes, std::string_view what) {
+    const MemoryCharge tried(use, bytes, what);
+}
+
 }  // namespace oxbeam

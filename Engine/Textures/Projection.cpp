@@ -24,7 +24,7 @@ static std::unique_ptr<Texture> fill(const Texture& from, float turn, unsigned w
                                      DirectionAt directionAt) {
     const float perCell = 1.0f / static_cast<float>(grid);
     const std::uint64_t count = std::uint64_t{3} * width * height;
-    MemoryCharge(MemoryUse::Textures, count * sizeof(float), "an environment's picture, laid out anew,");
+    requireMemory(MemoryUse::Textures, count * sizeof(float), "an environment's picture, laid out anew,");
     std::vector<float> texels(count);
     Workers(std::min(availableThreads(), OxRenderingObject::MaxThreads)).run(height, [&](unsigned, unsigned y) {
         for (unsigned x = 0; x < width; ++x) {

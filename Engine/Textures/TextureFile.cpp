@@ -91,7 +91,7 @@ std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::
 
 static std::unique_ptr<Texture> takeWhole(ImportProcess& process, const PictureHeader& header, const std::string& size,
                                           std::optional<ColorSpace> space) {
-    MemoryCharge(MemoryUse::Textures, header.texelBytes(), size);  // before it is allocated; then the texture's own
+    requireMemory(MemoryUse::Textures, header.texelBytes(), size);  // before it is allocated; then the texture's own
     return takeRows(process, header, header.height, space);
 }
 
