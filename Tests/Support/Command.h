@@ -15,13 +15,6 @@
 
 namespace oxbeam::test {
 
-// Under a sanitizer: what is measured of memory means nothing.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool Sanitized = true;
-#else
-inline constexpr bool Sanitized = false;
-#endif
-
 struct Outcome {
     int status;  // of the exit, or the negative signal
     std::string out, err;

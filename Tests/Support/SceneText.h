@@ -13,6 +13,13 @@
 
 namespace oxbeam::test {
 
+// Under a sanitizer: what is counted of memory and threads means nothing.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool Sanitized = true;
+#else
+inline constexpr bool Sanitized = false;
+#endif
+
 inline std::filesystem::path writeFile(const std::string& name, const std::string& text) {
     const std::filesystem::path file = scratch() / name;
     std::ofstream(file, std::ios::binary) << text;
