@@ -90,13 +90,8 @@ static bool isSRGB(const OIIO::ImageSpec& spec, bool isFloat) {
 
 static std::vector<std::byte> readPicture(const fs::path& file) {
     // Each thread takes of the addresses that there are.
-#if defined(__SANITIZE_THREAD__)  // which after a fork still counts the threads that there were before
-    OIIO::attribute("threads", 1);
-    OIIO::attribute("exr_threads", -1);
-#else
     OIIO::attribute("threads", 2);
     OIIO::attribute("exr_threads", 2);
-#endif
     OIIO::ImageSpec hints;
     hints["oiio:UnassociatedAlpha"] = 1;
     const auto input = OIIO::ImageInput::open(file.string(), &hints);
