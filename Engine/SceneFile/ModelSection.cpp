@@ -100,7 +100,7 @@ void ModelSection::read(TableReader& reader) {
     }
     if (reader.has("shaders") && !tables.contains("shaders"))
         reader.error("shaders", "'shaders' must be a table, as { \"Material\" = \"shader\" }");
-    const auto file = reader.text("file");
+    const auto file = reader.fileName("file");
     if (!reader.has("file")) reader.error("file", "has no 'file'");
     if (!file || !tables.contains("materials")) return;  // which was said when it was looked into
     const std::filesystem::path path = m_folder / *file;

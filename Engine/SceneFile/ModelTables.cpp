@@ -65,6 +65,20 @@ static void checkOwnKeys(const toml::table& model, const std::string& label, Dia
                           fmt::format("{}: 'shader' must be a table for a material: [model.shader.NAME]", label));
 }
 
+// Where the scene takes another object for a material, that has of what the file says only what it knows.
+static void keepWhatIsKnown(toml::table& shaders, const toml::table& own, const Registry& registry) {
+    for (auto&& [name, node] : shaders) {
+        const auto chosen = own[name]["object"].value<std::string>();
+        const ObjectClass* object = chosen ? registry.find(*chosen) : nullptr;
+        toml::table* table = object ? node.as_table() : nullptr;
+        if (!table) continue;
+        std::vector<std::string> foreign;
+        for (const auto& [key, value] : *table)
+            if (key != "object" && !object->find(std::string(key.str()))) foreign.emplace_back(key.str());
+        for (const std::string& key : foreign) table->erase(key);
+    }
+}
+
 void addModelTables(toml::table& model, const std::string& path, const fs::path& here, const Registry& registry,
                     SceneAssets& assets, Diagnostics& diagnostics) {
     const fs::path folder = here.empty() ? fs::path(".") : here;
@@ -73,7 +87,7 @@ void addModelTables(toml::table& model, const std::string& path, const fs::path&
     checkOwnKeys(model, label, diagnostics);
     Diagnostics later;  // what is wrong with its keys is said where they are read
     TableReader reader(model, sceneSection("model"), path, later);
-    const auto name = reader.text("file");
+    const auto name = reader.fileName("file");
     if (!name) return;
     const fs::path file = fs::absolute(folder / *name);
     try {
@@ -82,7 +96,9 @@ void addModelTables(toml::table& model, const std::string& path, const fs::path&
         toml::table own;
         if (toml::table* given = model["shader"].as_table()) own = std::move(*given);
         if (!tables.contains("shader")) tables.insert("shader", toml::table());
-        layOver(*tables["shader"].as_table(), own, path + ".shader", diagnostics);
+        toml::table& shaders = *tables["shader"].as_table();
+        keepWhatIsKnown(shaders, own, registry);
+        layOver(shaders, own, path + ".shader", diagnostics);
         for (auto&& [key, table] : tables) model.insert_or_assign(key, std::move(table));
     } catch (const Error& e) {
         if (e.status() != ExitStatus::BadScene) throw;
