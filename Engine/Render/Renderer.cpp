@@ -2,6 +2,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Host/ThreadRecord.h"
+#include "Engine/Packages/Watch.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Matte.h"
 #include "Engine/Render/PacketPath.h"
@@ -77,15 +78,21 @@ public:
         }
         m_statistics.passes = m_film.passes();
         m_statistics.overflowedPixels = m_film.overflowed();
-        return m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped());
+        return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
     }
 
     const RenderStatistics& statistics() const { return m_statistics; }
+    const std::exception_ptr& failure() const { return m_failure; }
 
 private:
     void renderPass(Workers& workers, unsigned pass);
     bool isDone(unsigned tile, unsigned pass) const;
-    bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
+    bool stopped() const {
+        return m_failed.load(std::memory_order_relaxed) ||
+               (m_options.stop && m_options.stop->load(std::memory_order_relaxed));
+    }
+    void tryTile(unsigned thread, unsigned tile, unsigned pass);
+    void noteBad(const OxState& state);
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
     bool shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
     R3 samplePixel(const PrimarySample& sample, unsigned x, unsigned y);
@@ -113,9 +120,11 @@ private:
     std::size_t m_begun = 0;                         // tiles of all passes that were done before
     R2 m_place;                                      // in the pixel, of the pass' samples
     std::atomic<bool> m_pause{false};                // no thread begins a tile: the film is to be saved
+    std::atomic<bool> m_failed{false};
     Stopwatch m_clock;
 
-    std::mutex m_mutex;  // of all that follows
+    std::mutex m_mutex;            // of all that follows
+    std::exception_ptr m_failure;  // the first
     RenderStatistics m_statistics;
     std::size_t m_finished = 0;
     double m_saved = 0.0;  // when that was last
@@ -134,11 +143,25 @@ void Frame::renderPass(Workers& workers, unsigned pass) {
     while (true) {
         m_pause = false;
         workers.run(items, [&](unsigned thread, unsigned item) {
-            if (!m_pause && !stopped() && !isDone(m_wanted[item], pass)) renderTile(thread, m_wanted[item], pass);
+            if (!m_pause && !stopped() && !isDone(m_wanted[item], pass)) tryTile(thread, m_wanted[item], pass);
         });
         if (!m_pause || stopped()) return;
         m_options.save(m_film);
         m_saved = m_clock.seconds();
+    }
+}
+
+// Where a tile fails, those at work are finished, and it is as if it had not begun.
+void Frame::tryTile(unsigned thread, unsigned tile, unsigned pass) {
+    const Window seen = m_tiles.window(tile).shared(m_film.window());
+    const std::vector<AovSample> before = m_film.aovsIn(seen);
+    try {
+        watchPackages([&] { renderTile(thread, tile, pass); });
+    } catch (...) {
+        m_film.setAovsIn(seen, before);
+        const std::scoped_lock lock(m_mutex);
+        if (!m_failure) m_failure = std::current_exception();
+        m_failed = true;
     }
 }
 
@@ -228,14 +251,28 @@ Matte::Sample Frame::sampleMatte(const PrimarySample& sample, unsigned x, unsign
     OxState state = m_session.primaryState(sample.thread, sample.pass);
     if (!shootPixel(state, sample, x, y)) return {};
     if (m_aovs) keepAovs(x, y, m_aovs->sample(state));
-    return m_matte->shade(state, m_session, sample);
+    const OxState shot = state;
+    const Matte::Sample taken = m_matte->shade(state, m_session, sample);
+    if (!IsFinite(taken.color)) [[unlikely]]
+        noteBad(shot);
+    return taken;
 }
 
 // The colour along a primary ray that has been shot.
 R3 Frame::shadeSample(OxState& state, unsigned x, unsigned y) {
     ThreadRecord::mine().pixel = y << 16 | x;
     if (m_aovs) keepAovs(x, y, m_aovs->sample(state));
-    return Session::shade(state);
+    const R3 color = Session::shade(state);
+    if (!IsFinite(color)) [[unlikely]]
+        noteBad(state);
+    return color;
+}
+
+void Frame::noteBad(const OxState& state) {
+    const OxShader& shader = state.hit.tri >= 0 ? *oxsGetShader(&state) : *m_world.environment;
+    const std::string name = watchedName(shader);
+    const std::scoped_lock lock(m_mutex);
+    ++m_statistics.badSamplesOf[name];
 }
 
 // Packets of the rows y and y + 1, from x to `end`; `colors` are those of a tile from there on.
@@ -320,7 +357,9 @@ static void repeatFirstPass(World& world, const Session& session, Matte* matte, 
     RenderOptions first;
     first.packets = options.packets;
     first.stop = options.stop;
-    Frame(world, session, matte, film, first).render(workers);
+    Frame frame(world, session, matte, film, first);
+    frame.render(workers);
+    if (frame.failure()) std::rethrow_exception(frame.failure());
 }
 
 RenderResult render(World& world, Workers& workers, const RenderOptions& options) {
@@ -344,6 +383,7 @@ RenderResult render(World& world, Workers& workers, const RenderOptions& options
     Frame frame(world, session, matte, result.film, options);
     result.complete = frame.render(workers);
     result.statistics = frame.statistics();
+    result.failure = frame.failure();
     return result;
 }
 

@@ -49,9 +49,10 @@ TEST_F(Command, EveryFailureHasItsStatusAndItsMessageAndSparesTheOldPicture) {
          error + "cannot write 'folder.png': it exists and is not a regular file\n"},
         {render + "--stats nowhere/s.json", 5,
          error + "cannot write 'nowhere/s.json': there is no directory 'nowhere'\n"},
-        // The loader's words are its own.
-        {"list --package-path packages", 4,
-         ContainsRegex("^oxbeam: error: .*packages/libBroken\\.so: this package does not load: .*\n$")},
+        {"describe Nobody --package-path packages", 4,
+         ContainsRegex(
+             "packages/libBroken\\.so: warning: this package does not load: it is no shared library\n"
+             "oxbeam: error: no package offers an object 'Nobody'; .*libBroken\\.so, which is broken, may\n$")},
     });
 }
 
