@@ -1,4 +1,5 @@
 // The `oxbeam` command.
+#include "Apps/oxbeam/CheckPackage.h"
 #include "Apps/oxbeam/Commands.h"
 #include "Apps/oxbeam/Completion.h"
 #include "Apps/oxbeam/Describe.h"
@@ -46,6 +47,7 @@ struct Arguments {
     CompletionCommand completion;
     DescribeCommand describe;
     SweepCommand sweep;
+    CheckPackageCommand checkPackage;
 };
 
 void addModelOptions(CLI::App& c, ModelCommand& m) {
@@ -162,6 +164,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     app.add_subcommand("list", "List every object that the packages offer");
     addDescribe(app, a.describe);
     addSweep(app, a.sweep);
+    addCheckPackage(app, a.checkPackage);
     addCompletion(app, a.completion);
     addMemoryLimit(
         *app.add_subcommand("doctor", "Report versions, packages, processor, threads, memory and how files are read"));
@@ -180,6 +183,7 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
         folders.emplace_back(path);
     }
     if (app.got_subcommand("sheet")) return runSheet(a.pictures, a.sheet, a.columns);
+    if (app.got_subcommand("check-package")) return runCheckPackage(a.checkPackage, folders);
     nameCrashes();
     Registry registry;
     registry.loadPackages(folders);
@@ -259,7 +263,8 @@ ExitStatus guarded(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     openStandardStreams();
-    // A reader of what is printed that goes away is an error of writing. Programs that are started do not inherit this.
-    std::signal(SIGPIPE, [](int) {});
+    // A reader of what is printed that goes away is an error of writing, and so is a file that gets larger than allowed.
+    // Programs that are started do not inherit this.
+    for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, [](int) {});
     return static_cast<int>(leave(guarded(argc, argv)));
 }

@@ -23,7 +23,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // Each message is a letter and a text that ends with a zero.
-enum Word : char { Step = 's', Done = 'd', Thrown = 't', Short = 'm' };
+enum Word : char { Step = 's', Report = 'r', Done = 'd', Thrown = 't', Short = 'm' };
 
 int s_words = -1;  // of the child: where they go
 
@@ -92,31 +92,39 @@ bool listen(int words, const TrialLimits& limits, std::string& all) {
 }
 
 TrialOutcome outcomeOf(const std::string& words, int status) {
-    TrialOutcome outcome{TrialOutcome::Exited, {}, std::to_string(WEXITSTATUS(status))};
+    TrialOutcome outcome{TrialOutcome::Exited, {}, std::to_string(WEXITSTATUS(status)), {}};
+    const auto ended = [&](TrialOutcome::State state, const std::string& why = {}) {
+        outcome.state = state;
+        outcome.why = why;
+        return outcome;
+    };
     for (std::size_t at = 0; at < words.size(); at = words.find('\0', at) + 1) {
         const std::string text = words.c_str() + at + 1;
         switch (words[at]) {
         case Step: outcome.step = text; break;
-        case Done: return {TrialOutcome::Ended, outcome.step, {}};
-        case Thrown: return {TrialOutcome::Failed, outcome.step, text};
-        case Short: return {TrialOutcome::NotTried, outcome.step, {}};
+        case Report: outcome.reports.push_back(text); break;
+        case Done: return ended(TrialOutcome::Ended);
+        case Thrown: return ended(TrialOutcome::Failed, text);
+        case Short: return ended(TrialOutcome::NotTried);
         default: break;
         }
     }
     if (!WIFSIGNALED(status)) return outcome;
     const int signal = WTERMSIG(status);
-    if (signal == SIGXCPU || signal == SIGKILL) return {TrialOutcome::Hung, outcome.step, {}};
-    return {TrialOutcome::Crashed, outcome.step, strsignal(signal)};
+    if (signal == SIGXCPU || signal == SIGKILL) return ended(TrialOutcome::Hung);
+    return ended(TrialOutcome::Crashed, strsignal(signal));
 }
 
 }  // namespace
 
+void reportFromTrial(const std::string& text) { say(Report, text); }
+
 TrialOutcome tryOut(const std::function<void(const TrialSteps&)>& work, const TrialLimits& limits) {
 #ifdef __SANITIZE_THREAD__
-    return {TrialOutcome::NotTried, {}, {}};
+    return {TrialOutcome::NotTried, {}, {}, {}};
 #endif
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) return {TrialOutcome::NotTried, {}, {}};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) return {TrialOutcome::NotTried, {}, {}, {}};
     const pid_t child = fork();
     if (child == 0) {
         close(ends[0]);
@@ -127,7 +135,7 @@ TrialOutcome tryOut(const std::function<void(const TrialSteps&)>& work, const Tr
     std::string words;
     const bool inTime = child > 0 && listen(ends[0], limits, words);
     close(ends[0]);
-    if (child < 0) return {TrialOutcome::NotTried, {}, {}};
+    if (child < 0) return {TrialOutcome::NotTried, {}, {}, {}};
     // It, and what it has started; after its last word it has nothing left to do.
     kill(-child, SIGKILL);
     int status = 0;

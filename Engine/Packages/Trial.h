@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace oxbeam {
 
@@ -17,12 +18,16 @@ struct TrialLimits {
 
 struct TrialOutcome {
     enum State { Ended, Failed, Hung, Crashed, Exited, NotTried } state = Ended;
-    std::string step;  // the last one that was told
-    std::string why;   // Failed: what was thrown. Crashed: the signal. Exited: the status
+    std::string step;                  // the last one that was told
+    std::string why;                   // Failed: what was thrown. Crashed: the signal. Exited: the status
+    std::vector<std::string> reports;  // that the work handed back until then
 };
 
 // Where the work tells what it does next.
 using TrialSteps = std::function<void(const std::string& step)>;
+
+// From within the work: hands a text back.
+OXBEAM_API void reportFromTrial(const std::string& text);
 
 // Does the work in a copy of this process that then ends, whatever the work has done; nothing of it is left but the
 // outcome, and what it prints goes nowhere. NotTried: the machine has no process to spare, or is short of memory. Also
