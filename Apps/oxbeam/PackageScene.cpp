@@ -24,6 +24,7 @@ ApartObject::ApartObject(const ObjectClass& object, int filled) {
             constexpr std::size_t room = 96 * 1024;  // less than what the system is given back at once
             void* before = std::malloc(room);
             std::memset(before, filled, room);
+            asm volatile("" : : "r"(before) : "memory");  // or nobody would need the bytes
             std::free(before);
             static_cast<void>(std::malloc(pages) == nullptr);  // stays, as the one behind the object
             m_object = object.factory();
@@ -65,7 +66,7 @@ PackageScene::PackageScene(const ObjectClass& object, const Registry& registry)
     if (!m_complete) return;
     addObjects(standIn(object, m_object));
     addMeshes();
-    m_world->image = {32, 24};
+    m_world->image = {64, 48};
     m_world->view = View{R3(0.0f, 1.5f, 4.0f), R3(), R3(0.0f, 1.0f, 0.0f)};
 }
 
