@@ -78,7 +78,8 @@ struct Guarded {
     std::byte *begin = nullptr, *end = nullptr;  // the object
     std::byte *pageBegin = nullptr, *pageEnd = nullptr;
     const ObjectClass* object = nullptr;
-    std::string written;  // the member; nothing where none was
+    struct sigaction before {};  // whose the other crashes are
+    std::string written;         // the member; nothing where none was
 } s_guarded;
 
 void permit(int protection) {
@@ -89,7 +90,7 @@ void permit(int protection) {
 void onWrite(int number, siginfo_t* info, void*) {
     const auto* at = static_cast<const std::byte*>(info->si_addr);
     if (at < s_guarded.pageBegin || at >= s_guarded.pageEnd) {
-        std::signal(number, SIG_DFL);
+        sigaction(number, &s_guarded.before, nullptr);
         return;
     }
     permit(PROT_READ | PROT_WRITE);
@@ -107,11 +108,11 @@ public:
         auto* begin = reinterpret_cast<std::byte*>(object.get());
         const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
         const auto down = [&](std::byte* p) { return p - reinterpret_cast<std::uintptr_t>(p) % page; };
-        s_guarded = {begin, begin + object.size(), down(begin), down(begin + object.size() - 1) + page, &type, {}};
+        s_guarded = {begin, begin + object.size(), down(begin), down(begin + object.size() - 1) + page, &type, {}, {}};
         struct sigaction action {};
         action.sa_sigaction = onWrite;
-        action.sa_flags = static_cast<int>(SA_SIGINFO | SA_NODEFER);
-        sigaction(SIGSEGV, &action, nullptr);
+        action.sa_flags = SA_SIGINFO | SA_NODEFER | SA_ONSTACK;
+        sigaction(SIGSEGV, &action, &s_guarded.before);
     }
     ~ReadOnly() { permit(PROT_READ | PROT_WRITE); }
     ReadOnly(const ReadOnly&) = delete;
@@ -493,7 +494,11 @@ void addEnd(const ObjectClass& object, const TrialOutcome& outcome, PackageFindi
 void checkConduct(const ObjectClass& object, const Registry& registry, const CheckPackageCommand& command,
                   PackageFindings& findings) {
     const auto stage = [&](const std::function<void(const TrialSteps&)>& work) {
-        const TrialOutcome outcome = tryOut(work, StageLimits);
+        const auto named = [&](const TrialSteps& step) {
+            nameCrashes([](const char* kind, const std::string& text) { tell(kind, text); });
+            work(step);
+        };
+        const TrialOutcome outcome = tryOut(named, StageLimits);
         for (const std::string& report : outcome.reports) {
             const auto json = nlohmann::json::parse(report, nullptr, false);
             if (json.is_discarded()) continue;
@@ -503,7 +508,10 @@ void checkConduct(const ObjectClass& object, const Registry& registry, const Che
             });
             if (!known) findings.push_back(finding);
         }
-        addEnd(object, outcome, findings);
+        if (std::none_of(findings.begin(), findings.end(), [&](const PackageFinding& f) {
+                return f.object == object.name && (f.kind == "crash" || f.kind == "recursion" || f.kind == "exit");
+            }))
+            addEnd(object, outcome, findings);
         return outcome.state == TrialOutcome::Ended;
     };
     stage([&](const TrialSteps& step) { checkMemory(object, step); });

@@ -312,16 +312,22 @@ void Search::take(const void* function, const char* library) {
 
 // ---- The end of the process
 
-void sayLast(const Culprit& culprit, const std::string& what) {
-    const std::string text =
-        oneLine(fmt::format("oxbeam: error: {}: {} {}", culprit.package, nameOf(culprit), what)) + '\n';
-    static_cast<void>(write(STDERR_FILENO, text.data(), text.size()) < 0);
+LastWords s_say = nullptr;
+
+[[noreturn]] void sayLast(const Culprit& culprit, const char* kind, const std::string& what) {
+    const std::string text = fmt::format("{} {}", nameOf(culprit), what);
+    if (s_say) {
+        s_say(kind, text);
+    } else {
+        const std::string line = oneLine(fmt::format("oxbeam: error: {}: {}", culprit.package, text)) + '\n';
+        static_cast<void>(write(STDERR_FILENO, line.data(), line.size()) < 0);
+    }
     _exit(static_cast<int>(ExitStatus::BadPackage));
 }
 
 void onExit() {
     if (s_watching == 0) return;
-    if (const Culprit culprit = Search().run()) sayLast(culprit, "ends the process (exit)");
+    if (const Culprit culprit = Search().run()) sayLast(culprit, "exit", "ends the process (exit)");
 }
 
 // Where a thread has run out of stack, it needs another one to say so.
@@ -387,9 +393,11 @@ void onCrash(int number, siginfo_t*, void* context) {
         std::memcpy(&caller, sp, sizeof caller);
         culprit.package = packageOf(libraryOf(caller));
     }
-    const std::string how =
-        overflow ? "calls itself without end: the stack is used up" : fmt::format("crashes ({})", strsignal(number));
-    if (culprit) sayLast(culprit, how + (search.throughHost() && !overflow ? " in what it calls of the host" : ""));
+    if (culprit && overflow) sayLast(culprit, "recursion", "calls itself without end: the stack is used up");
+    if (culprit)
+        sayLast(culprit, "crash",
+                fmt::format("crashes ({}){}", strsignal(number),
+                            search.throughHost() ? " in what it calls of the host" : ""));
     std::signal(number, SIG_DFL);
     if (number == SIGABRT) std::raise(number);  // the others happen again
 }
@@ -442,7 +450,8 @@ void watchPackages(void (*work)(void*), void* argument) {
     }
 }
 
-void nameCrashes() {
+void nameCrashes(LastWords say) {
+    s_say = say;
     s_crashesNamed = true;
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which say more
     for (const int number : Crashes) {

@@ -29,9 +29,12 @@ void watchPackages(Work&& work) {
     watchPackages([](void* argument) { (*static_cast<Work*>(argument))(); }, &work);
 }
 
-// From here on a crash in the code of a package says whose it was and ends the process with status 4, and one elsewhere
-// does what it did before. Work that watchPackages does may also run out of stack; elsewhere that is a crash like others.
-// For programs: the process' signal handlers are theirs to choose.
-OXBEAM_API void nameCrashes();
+// Takes what is said last: "crash", "recursion" or "exit", and of whom and in which operation.
+using LastWords = void (*)(const char* kind, const std::string& text);
+
+// From here on a crash in the code of a package says whose it was, on standard error unless `say` is given, and ends the
+// process with status 4; one elsewhere does what it did before. Work that watchPackages does may also run out of stack;
+// elsewhere that is a crash like others. For programs: the process' signal handlers are theirs to choose.
+OXBEAM_API void nameCrashes(LastWords say = nullptr);
 
 }  // namespace oxbeam

@@ -1,7 +1,10 @@
 // What packages do that are not to be trusted, and what becomes of a rendering then.
 #include "Tests/Support/Command.h"
 
+#include <nlohmann/json.hpp>
+
 #include <filesystem>
+#include <map>
 
 using namespace oxbeam;
 using namespace oxbeam::test;
@@ -106,4 +109,75 @@ TEST_F(Packages, WhoGivesNoNumberIsNamed) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.err, ContainsRegex("^oxbeam: warning: ([0-9]+) samples were not finite, and counted as black: "
                                            "[0-9]+ of GivesNaN\n$"));
+}
+
+// ---- oxbeam check-package
+
+TEST_F(Packages, WhatIsWrongWithThemIsFound) {
+    const struct {
+        const char *package, *object, *kind;
+        const char* text;
+    } cases[] = {
+        {"NoObjects", "", "registration", "exports no Register_<Name>_LoadableObject"},
+        {"NoFactory", "", "registration", "'Orphan' has no factory"},
+        {"DataForFunction", "", "registration", "is data; expected a function"},
+        {"HangingRegister", "", "registration", "does not end"},
+        {"EndingRegister", "", "registration", "ends the process with status 7"},
+        {"ThrowingStart", "", "registration", "throws: no licence today"},
+        {"Overlapping", "", "registration", "'first' and 'second' of 'Overlapping' overlap"},
+        {"OverHostField", "", "registration", "over 'm_ro', which is the host's"},
+        {"NullId", "", "registration", "declared without an id"},
+        {"NoXml", "NoXml", "document", "is no XML"},
+        {"WrongDocument", "WrongDocument", "document", "'color' is declared with 3 components, and documented with 1"},
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose memory and signals are theirs
+        {"UnsetMember", "UnsetMember", "unset", "Init leaves 'gain' unset"},
+        {"WritesItself", "WritesItself", "writes", "writes to itself in Shade: 'number'"},
+        {"Crashing", "Crashing", "crash", "'Shade' of 'Crashing' crashes (Segmentation fault)"},
+        {"Crashing", "Aborting", "crash", "'Shade' of 'Aborting' crashes (Aborted)"},
+        {"Exiting", "Exiting", "exit", "'Shade' of 'Exiting' ends the process (exit)"},
+        {"Endless", "Endless", "recursion", "'Shade' of 'Endless' calls itself without end"},
+        {"OutOfBounds", "OutOfBounds", "crash", "'Shade' of 'OutOfBounds' crashes (Segmentation fault)"},
+#endif
+        {"ByThread", "ByThread", "threads", "on one thread and on two are not the same"},
+        {"GivesNaN", "GivesNaN", "nan", "Shade gives what is not finite"},
+        {"Throwing", "Throwing", "exception", "'Shade' of 'Throwing' throws"},
+        {"Throwing", "ThrowingFrame", "exception", "'NewFrame' of 'ThrowingFrame' throws: no such frame"},
+        {"Endless", "Hanging", "hang", "does not come back in Shade"},
+    };
+    std::map<std::string, nlohmann::json> checked;
+    std::map<std::string, std::size_t> faults, expected;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.package);
+        if (!checked.contains(c.package)) {
+            const Outcome outcome = run(std::string("check-package --json " TEST_PACKAGES "/lib") + c.package + ".so");
+            EXPECT_EQ(outcome.status, 4);
+            checked[c.package] = nlohmann::json::parse(outcome.out);
+            for (const auto& finding : checked[c.package]["findings"])
+                faults[c.package] += finding["fault"].get<bool>();
+        }
+        ++expected[c.package];
+        bool found = false;
+        for (const auto& finding : checked[c.package]["findings"])
+            found = found || (finding["object"] == c.object && finding["kind"] == c.kind && finding["fault"] == true &&
+                              finding["text"].get<std::string>().find(c.text) != std::string::npos);
+        EXPECT_TRUE(found) << checked[c.package].dump(2);
+    }
+    EXPECT_EQ(faults, expected);  // and nothing else
+}
+
+TEST_F(Packages, GoodOnesPass) {
+    const Outcome outcome = run("check-package " KEL_LIBRARY);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.out, HasSubstr("libKel.so: 18 objects, 0 faults\n"));
+    for (const std::string object : {"KelAmbientOcclusion", "KelWallThickness"})
+        EXPECT_THAT(outcome.out, HasSubstr("libKel.so: note: '" + object +
+                                           "': it draws random numbers that are the whole "
+                                           "process': its pictures repeat on one thread only [random]\n"));
+    // Its documents advertise other defaults than are in force; that is meant, and found all the same.
+    EXPECT_THAT(outcome.out,
+                HasSubstr("note: 'KelAlphaILS': the document's default of 'shininess' is 16, that in force 64 "
+                          "[difference]\n"));
+    EXPECT_EQ(run("check-package --strict " KEL_LIBRARY).status, 4);
+    EXPECT_EQ(run("check-package " TEST_PACKAGES "/libStranger.so").status, 0);
+    EXPECT_EQ(run("check-package none.so").status, 4);
 }
