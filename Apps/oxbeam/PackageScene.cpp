@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/PackageScene.h"
 
+#include "Engine/Packages/Overrides.h"
 #include "Engine/Packages/ParameterValue.h"
 #include "Engine/Scene/Shapes.h"
 
@@ -76,11 +77,21 @@ const ObjectClass* PackageScene::partner(ObjectKind kind) const {
     int most = -1;
     for (const ObjectClass* object : m_registry.all()) {
         if (object->kind != kind) continue;
-        const int rank = 4 * (object->package == m_tested.package) + 2 * object->name.ends_with("Diffuse") +
+        // A light may answer packets, too.
+        const int rank = 8 * (m_tested.kind == ObjectKind::Light && object->packetForm) +
+                         4 * (object->package == m_tested.package) + 2 * object->name.ends_with("Diffuse") +
                          object->name.ends_with("Phong");
         if (rank > most) best = object, most = rank;
     }
     return best;
+}
+
+// A light of the same package that answers packets, or else the host's, which does not.
+const ObjectClass& PackageScene::packetLight() const {
+    for (const ObjectClass* object : m_registry.all())
+        if (object->kind == ObjectKind::Light && object->package == m_tested.package)
+            if (overrides(dynamic_cast<const OxLight&>(*object->make()), &OxLight::Illuminate4)) return *object;
+    return *m_registry.find("OxPointLight");
 }
 
 static void write(const ObjectClass& object, OxLoadableObject& target, const char* name, const ParameterValue& value) {
@@ -102,10 +113,10 @@ void PackageScene::addObjects(const ObjectClass& object) {
     OxShader& sky = world.setEnvironment(is(ObjectKind::Environment) ? object : background);
     if (!is(ObjectKind::Environment))
         write(background, sky, "background", {std::vector<ParameterValue::Number>{0.25, 0.5, 0.75}, {}});
-    const ObjectClass& point = *m_registry.find("OxPointLight");
-    OxLight& light = world.addLight(is(ObjectKind::Light) ? object : point);
+    const ObjectClass& other = object.packetForm ? packetLight() : *m_registry.find("OxPointLight");
+    OxLight& light = world.addLight(is(ObjectKind::Light) ? object : other);
     if (!is(ObjectKind::Light))
-        write(point, light, "position", {std::vector<ParameterValue::Number>{2.0, 4.0, 3.0}, {}});
+        write(other, light, "position", {std::vector<ParameterValue::Number>{2.0, 4.0, 3.0}, {}});
 }
 
 void PackageScene::addMeshes() {

@@ -36,6 +36,7 @@ public:
 
 private:
     const ObjectClass* partner(ObjectKind kind) const;
+    const ObjectClass& packetLight() const;
     void addObjects(const ObjectClass& object);
     void addMeshes();
 

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -53,6 +54,12 @@ void limitChild(const TrialLimits& limits) {
     const rlimit none{0, 0}, seconds{limits.processorSeconds, limits.processorSeconds + 1};
     setrlimit(RLIMIT_CORE, &none);
     setrlimit(RLIMIT_CPU, &seconds);
+#ifndef __SANITIZE_ADDRESS__  // which reserves terabytes
+    rlimit bytes{};
+    getrlimit(RLIMIT_DATA, &bytes);
+    bytes.rlim_cur = std::min(bytes.rlim_cur, rlim_t{limits.bytes});
+    setrlimit(RLIMIT_DATA, &bytes);
+#endif
     const int nowhere = open("/dev/null", O_RDWR);
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) dup2(nowhere, stream);
 }

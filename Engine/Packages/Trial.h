@@ -3,6 +3,7 @@
 
 #include "Oxbeam/OxTypes.h"
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ namespace oxbeam {
 struct TrialLimits {
     unsigned processorSeconds = 2;
     unsigned seconds = 20;
+    std::size_t bytes = std::size_t{4} << 30;  // of memory that can be written to
 };
 
 struct TrialOutcome {

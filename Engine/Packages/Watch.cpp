@@ -381,7 +381,17 @@ std::atomic<bool> s_crashesNamed{false};
 
 constexpr std::array Crashes = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 
+// One thread speaks: others that crash meanwhile wait for it to end the process. Nor is there an end to be made of a
+// crash in here.
 void onCrash(int number, siginfo_t*, void* context) {
+    static std::atomic<pid_t> speaker{0};
+    pid_t nobody = 0;
+    const pid_t self = gettid();
+    if (!speaker.compare_exchange_strong(nobody, self)) {
+        while (nobody != self) pause();
+        std::signal(number, SIG_DFL);
+        return;
+    }
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
     const auto* ip = reinterpret_cast<const void*>(registers[REG_RIP]);
     const auto* sp = reinterpret_cast<const std::byte*>(registers[REG_RSP]);
@@ -457,7 +467,7 @@ void nameCrashes(LastWords say) {
     for (const int number : Crashes) {
         struct sigaction action {};
         action.sa_sigaction = onCrash;
-        action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | static_cast<int>(SA_RESETHAND);
+        action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
         sigaction(number, &action, nullptr);
     }
 #endif
