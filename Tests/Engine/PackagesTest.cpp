@@ -13,6 +13,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 static const fs::path folder = TEST_PACKAGES;
@@ -216,15 +217,18 @@ TEST(Packages, ABrokenOneHurtsNoOther) {
     fs::copy_file(folder / "libStranger.so", mixed / "libStranger.so");
     fs::copy_file(folder / "libNullId.so", mixed / "libNullId.so");
     fs::copy_file(folder / "libNoXml.so", mixed / "libNoXml.so");
+    fs::copy_file(folder / "libUnversioned.so", mixed / "libUnversioned.so");
     Registry registry;
     registry.loadPackages({mixed});
     EXPECT_TRUE(registry.find("StrangerBare"));
     ASSERT_EQ(registry.broken().size(), 1u);
     EXPECT_EQ(registry.brokenFor("NullId"), &registry.broken()[0]);
     EXPECT_EQ(registry.brokenFor("Nobody"), nullptr);  // all that it would offer is known
-    EXPECT_THAT(textsOf(registry.remarks()),
-                ElementsAre(HasSubstr("libNoXml.so: warning: the document of 'NoXml' is no XML: "),
-                            HasSubstr("libNullId.so: warning: a parameter of 'NullId' is declared without an id")));
+    EXPECT_THAT(
+        textsOf(registry.remarks()),
+        UnorderedElementsAre(HasSubstr("libNoXml.so: warning: the document of 'NoXml' is no XML: "),
+                             HasSubstr("libNullId.so: warning: a parameter of 'NullId' is declared without an id"),
+                             HasSubstr("libUnversioned.so: note: does not say which version of the interface")));
 
     writeFile("mixed/libUnknown.so", "no library");
     Registry second;
