@@ -11,10 +11,15 @@ function(oxbeam_add_package name)
   if(NOT programs)
     set(programs ${CMAKE_BINARY_DIR})
   endif()
+  # Another package that it links is found beside it where both are installed, and in the installation where not. One run
+  # path for both: CMake would pad the build tree's with an empty entry, which is whatever folder the host is called from.
   set_target_properties(${name} PROPERTIES
     PREFIX lib
     SUFFIX .so
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
-    LIBRARY_OUTPUT_DIRECTORY ${programs}/packages)
+    LIBRARY_OUTPUT_DIRECTORY ${programs}/packages
+    BUILD_WITH_INSTALL_RPATH ON
+    INSTALL_RPATH $ORIGIN
+    INSTALL_RPATH_USE_LINK_PATH ON)
 endfunction()
