@@ -6,7 +6,7 @@ execute_process(COMMAND ${NM} -DC --defined-only ${KEL} OUTPUT_VARIABLE symbols 
 string(REGEX MATCHALL "[^\n]+" symbols "${symbols}")
 foreach(symbol ${symbols})
   if(NOT symbol MATCHES "^[0-9a-f]+ [TW] (New[A-Za-z]+LoadableObject|Register_[A-Za-z]+_LoadableObject|(kel|oxs)[A-Z4][A-Za-z0-9]*\\(.*\\))$"
-     AND NOT symbol MATCHES "^[0-9a-f]+ [TWV] ((vtable|typeinfo|typeinfo name) for )?Kel(Light|Ray|RenderingObject|Shader)(::[^ ]+\\(.*\\)( const)?)?$")
+     AND NOT symbol MATCHES "^[0-9a-f]+ [TWVDR] ((vtable|typeinfo|typeinfo name) for )?Kel(Light|Ray|RenderingObject|Shader)(::[^ ]+\\(.*\\)( const)?)?$")
     message(SEND_ERROR "${KEL} exports ${symbol}")
   endif()
 endforeach()
@@ -32,3 +32,10 @@ foreach(library ${needed})
     message(SEND_ERROR "${KEL} needs ${library}")
   endif()
 endforeach()
+
+# What is exported is still called directly within the package, not through the table that the loader fills in.
+execute_process(COMMAND ${READELF} -rW ${KEL} OUTPUT_VARIABLE relocations COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL "JUMP_SLOT?[ 0-9a-f]+ _ZN?K?[0-9]+(kel|Kel|oxs[A-Za-z]*4)[^\n]*" indirect "${relocations}")
+if(NOT relocations MATCHES "JUMP_SLO" OR indirect)
+  message(SEND_ERROR "${KEL} calls its own functions through the loader's table: ${indirect}")
+endif()
