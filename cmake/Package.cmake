@@ -19,7 +19,11 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/lib ${CMAKE_BINARY_DIR}/bin/packages)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS fonts-dejavu-core)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "cmake, g++, pkg-config")
-# Other packages may depend on the libraries.
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+# What dpkg has to know of a library that others link: from which version on it is this one, and that there is a new one.
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/install/debian/shlibs
+     CONTENT "liboxbeam ${OXBEAM_SOVERSION} oxbeam (>= ${PROJECT_VERSION})\n")
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/install/debian/triggers CONTENT "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/install/debian/shlibs
+                                       ${CMAKE_BINARY_DIR}/install/debian/triggers)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)
