@@ -1,12 +1,12 @@
 #include "Engine/Render/Renderer.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Host/ThreadRecord.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Matte.h"
 #include "Engine/Render/PacketPath.h"
 #include "Engine/Render/Session.h"
 #include "Engine/System/Stopwatch.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxPerspectiveCamera.h"
 
