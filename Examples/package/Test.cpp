@@ -2,7 +2,7 @@
 #include "Engine/Packages/ParameterValue.h"
 #include "Engine/Render/Session.h"
 #include "Engine/Scene/Shapes.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 #include "Oxbeam/OxFunctions.h"
 
 #include <cstdio>

@@ -1,7 +1,7 @@
 // A veil before the sky, under a lamp, rendered by a rendering object: all of them on Kel's bases.
 #include "Engine/Render/Session.h"
 #include "Engine/Scene/Shapes.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <cstdio>
 
