@@ -125,7 +125,8 @@ private:
     Diagnostics m_remarks;
 };
 
-// Where packages are looked for unless told otherwise: beside the program, then where they are installed.
+// Where packages are looked for unless told otherwise: in `packages` beside the program, then where they are installed, in
+// `oxbeam/packages` beside the library.
 OXBEAM_API std::vector<std::filesystem::path> defaultPackageFolders();
 
 }  // namespace oxbeam

@@ -120,6 +120,11 @@ try() { words=(oxbeam "$@") CURRENT=$(( $# + 1 )); print -r -- "$* -> ${(j: :)${
                   expected +
                       "render sce -> files\n"
                       "render scene.toml --set shader.body.shin -> shader.body.shininess=\n");
+        // As installed, it is loaded at the first completion.
+        std::filesystem::create_directory(scratch() / "functions");
+        std::filesystem::copy_file(scratch() / "script.zsh", scratch() / "functions" / "_oxbeam");
+        zsh.replace(0, zsh.find('\n'), "fpath=($PWD/functions $fpath); autoload -Uz _oxbeam");
+        EXPECT_EQ(reply("zsh", zsh), expected);
     }
     if (has("fish")) {
         EXPECT_EQ(reply("fish", fish), expected);
