@@ -32,8 +32,8 @@ using TrialSteps = std::function<void(const std::string& step)>;
 OXBEAM_API void reportFromTrial(const std::string& text);
 
 // Does the work in a copy of this process that then ends, whatever the work has done; nothing of it is left but the
-// outcome, and what it prints goes nowhere. NotTried: the machine has no process to spare, or is short of memory. Also
-// where the process is one that cannot be copied, under the thread sanitizer.
+// outcome, and what it prints goes nowhere. NotTried: the machine has no process to spare, or is short of memory. Of the
+// threads of this process the copy has only the calling one.
 OXBEAM_API TrialOutcome tryOut(const std::function<void(const TrialSteps&)>& work, const TrialLimits& limits = {});
 
 }  // namespace oxbeam

@@ -114,6 +114,9 @@ TEST_F(Packages, WhoGivesNoNumberIsNamed) {
 // ---- oxbeam check-package
 
 TEST_F(Packages, WhatIsWrongWithThemIsFound) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer does not bear threads that are started after a fork";
+#endif
     const struct {
         const char *package, *object, *kind;
         const char* text;
@@ -166,11 +169,14 @@ TEST_F(Packages, WhatIsWrongWithThemIsFound) {
 }
 
 TEST_F(Packages, GoodOnesPass) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer does not bear threads that are started after a fork";
+#endif
     const Outcome outcome = run("check-package " KEL_LIBRARY);
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_THAT(outcome.out, HasSubstr("libKel.so: 18 objects, 0 faults\n"));
+    EXPECT_THAT(outcome.out, HasSubstr(": 18 objects, 0 faults\n"));
     for (const std::string object : {"KelAmbientOcclusion", "KelWallThickness"})
-        EXPECT_THAT(outcome.out, HasSubstr("libKel.so: note: '" + object +
+        EXPECT_THAT(outcome.out, HasSubstr(": note: '" + object +
                                            "': it draws random numbers that are the whole "
                                            "process': its pictures repeat on one thread only [random]\n"));
     // Its documents advertise other defaults than are in force; that is meant, and found all the same.
