@@ -3,16 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <filesystem>
-#include <map>
-
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::AllOf;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-
-namespace fs = std::filesystem;
 
 namespace {
 

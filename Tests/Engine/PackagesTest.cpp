@@ -7,14 +7,7 @@
 
 #include <random>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::UnorderedElementsAre;
-namespace fs = std::filesystem;
 
 static const fs::path folder = TEST_PACKAGES;
 
@@ -155,7 +148,7 @@ TEST(Packages, OfFilesWithTheSameNameTheFirstFolderWins) {
         writeFile(name, "not a library");
     Registry registry;
     registry.loadPackages({scratch() / "missing", first, second, first});
-    EXPECT_THAT(registry.packages(), testing::ElementsAre(first / "libStranger.so"));
+    EXPECT_THAT(registry.packages(), ElementsAre(first / "libStranger.so"));
     // The other one in the second folder is said to be left out; the same folder a second time is not.
     EXPECT_THAT(textsOf(registry.remarks()),
                 ElementsAre(AllOf(HasSubstr("second/libStranger.so: note: is skipped: "), HasSubstr("first/lib"))));
