@@ -44,18 +44,14 @@ static std::vector<const ObjectClass*> loadChecked(const fs::path& file, const s
 }
 
 static void print(const fs::path& file, std::size_t objects, const PackageFindings& findings) {
-    std::size_t faults = 0;
+    Diagnostics said;
     for (const PackageFinding& finding : findings) {
-        faults += finding.fault;
         const std::string about = finding.object.empty() ? "" : fmt::format("'{}': ", finding.object);
-        const Severity severity = finding.fault ? Severity::Error : Severity::Note;
-        std::cout << Diagnostic{{file.string(), 0, 0},
-                                severity,
-                                fmt::format("{}{} [{}]", about, finding.text, finding.kind)}
-                         .text()
-                  << '\n';
+        const std::string text = fmt::format("{}{} [{}]", about, finding.text, finding.kind);
+        finding.fault ? said.error({file.string(), 0, 0}, text) : said.note({file.string(), 0, 0}, text);
     }
-    std::cout << fmt::format("{}: {} objects, {} faults\n", file.string(), objects, faults);
+    said.print(std::cout);
+    std::cout << fmt::format("{}: {} objects, {} faults\n", file.string(), objects, said.errors());
 }
 
 static void printJson(const fs::path& file, std::size_t objects, const PackageFindings& findings) {
