@@ -65,6 +65,15 @@ public:
         return "a picture of " + std::to_string(window.width()) + " x " + std::to_string(window.height()) + " pixels";
     }
 
+    // With memory of its own.
+    Film copy() const {
+        Film other(m_window, hasAovs(), hasAlpha());
+        std::ranges::copy(sums(), other.m_pixels.get());
+        std::ranges::copy(aovSums(), other.m_aovs.get());
+        std::ranges::copy(alphaSums(), other.m_alphas.get());
+        return other;
+    }
+
     const Window& window() const { return m_window; }
     bool hasAovs() const { return m_aovs != nullptr; }
     bool hasAlpha() const { return m_alphas != nullptr; }
