@@ -1,10 +1,10 @@
 // Loading a large mesh: how much memory the process takes at most, against that of the mesh's arrays and of the traversal
 // structure, and how much faster the structure is built on all threads. Prints JSON. Peaks are those of the process, so
 // that each measurement is a process of its own.
-#include "Engine/Render/Workers.h"
 #include "Engine/Scene/EmbreeIntersector.h"
 #include "Engine/Scene/SceneGeometry.h"
 #include "Engine/Scene/Shapes.h"
+#include "Engine/System/Workers.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>

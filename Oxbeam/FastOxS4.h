@@ -96,6 +96,7 @@ OX_SERVICE Oxvoid oxsReflect4(ISSEVec4& newDirection, const ISSEVec4& oldDirecti
 // its colours, the intensities that arrive.
 OX_SERVICE bool oxsIlluminate4(Oxvoid* light, OxState4& shadow, ISSEVec4& pos, OxState4& state, Oxvoid* userData) {
     ISSERay4& ray = *shadow.ray4;
+    for (sse_t& channel : shadow.colors.t) channel = _mm_setzero_ps();  // of lights that set none
     if (!static_cast<OxLight*>(light)->Illuminate4(pos, ray.direction, ray.maxDist, shadow.colors, state, userData))
         return false;
     ray.origin = pos;

@@ -119,8 +119,9 @@ OXBEAM_API Oxvoid oxsAddLight(OxLight* light);
 OX_SERVICE bool oxsIlluminate(Oxvoid* light, OxState* shadow, R3& point, OxState* state, Oxvoid* shader) {
     // Straight into the shadow state: where the light does not reach, nobody looks at what stands there.
     Ray& ray = shadow->ray;
-    ray.direction = zeroVector;  // of lights that set none, as the distance
+    ray.direction = zeroVector;  // of lights that set none, as the distance and the intensity
     ray.maxDist = RayInfinity;
+    shadow->color = Black;
     if (!static_cast<OxLight*>(light)->Illuminate(point, ray.direction, ray.maxDist, shadow->color, state, shader))
         return false;
     ray.origin = point;

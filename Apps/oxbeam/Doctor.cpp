@@ -1,5 +1,7 @@
 #include "Apps/oxbeam/Doctor.h"
 
+#include "Apps/oxbeam/Versions.h"
+#include "Engine/Import/ImportProcess.h"
 #include "Engine/Packages/Registry.h"
 #include "Engine/Scene/SceneGeometry.h"
 #include "Engine/System/MemoryBudget.h"
@@ -43,9 +45,11 @@ static void reportPackages(const std::vector<fs::path>& folders, const Registry&
 
 static void reportReaders() {
     std::cout << "\nreaders of models and pictures\n";
-    for (const ReaderReport& reader : readerReports()) {
-        std::cout << fmt::format("  {}\n", reader.program);
+    for (const char* program : {ModelProgram, PictureProgram}) {
+        const ImportReport reader = importReport(program);
+        std::cout << fmt::format("  {}\n", program);
         for (const std::string& text : reader.confinement) std::cout << fmt::format("    {}\n", text);
+        if (reader.confinement.empty()) std::cout << fmt::format("    {}\n", reader.version);  // why there is none
     }
 }
 

@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Inputs.h"
 
+#include "Apps/oxbeam/Versions.h"
 #include "Engine/Host/HostObjects.h"
 #include "Engine/System/Hash.h"
 #include "Engine/System/System.h"

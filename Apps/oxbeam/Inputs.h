@@ -3,7 +3,7 @@
 
 #include "Apps/oxbeam/Commands.h"
 #include "Engine/Render/Renderer.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <map>
 #include <string>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Apps/oxbeam/Commands.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <filesystem>
 #include <string>

@@ -48,7 +48,6 @@ void stopOnSignals() {
     sigprocmask(SIG_UNBLOCK, &alarms, nullptr);
     for (const int number : {SIGINT, SIGTERM, SIGPIPE}) std::signal(number, onSignal);
     if (std::signal(SIGHUP, onSignal) == SIG_IGN) std::signal(SIGHUP, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);  // a file that gets too large is an error like any other
 }
 
 WorthWaitingFor::WorthWaitingFor() {

@@ -252,7 +252,8 @@ ExitStatus guarded(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     openStandardStreams();
-    // A reader of what is printed that goes away is an error of writing. Programs that are started do not inherit this.
-    std::signal(SIGPIPE, [](int) {});
+    // A reader of what is printed that goes away is an error of writing, and so is a file that gets larger than allowed.
+    // Programs that are started do not inherit this.
+    for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, [](int) {});
     return static_cast<int>(leave(guarded(argc, argv)));
 }

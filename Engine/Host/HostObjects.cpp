@@ -1,7 +1,6 @@
 #include "Engine/Host/HostObjects.h"
 
 #include "Engine/Host/ShadowCatcher.h"
-#include "Engine/Packages/Registry.h"
 #include "Oxbeam/OxDirectionalLight.h"
 #include "Oxbeam/OxExport.h"
 #include "Oxbeam/OxFunctions.h"
@@ -44,13 +43,16 @@ static int registerAs() {
     return oxRegisterObject<T>(&oxNewObject<T>);
 }
 
-void registerHostObjects(Registry& registry) {
-    registry.registerObject("OxBackground", HostPackage, &registerAs<Background>);
-    registry.registerObject("OxDirectionalLight", HostPackage, &registerAs<OxDirectionalLight>);
-    registry.registerObject("OxPerspectiveCamera", HostPackage, &registerAs<OxPerspectiveCamera>);
-    registry.registerObject("OxPointLight", HostPackage, &registerAs<OxPointLight>);
-    registry.registerObject("OxShadowCatcher", HostPackage, &registerAs<ShadowCatcher>);
-    registry.registerObject("OxSpotLight", HostPackage, &registerAs<OxSpotLight>);
+std::span<const HostObject> hostObjects() {
+    static constexpr HostObject objects[] = {
+        {"OxBackground", &registerAs<Background>},
+        {"OxDirectionalLight", &registerAs<OxDirectionalLight>},
+        {"OxPerspectiveCamera", &registerAs<OxPerspectiveCamera>},
+        {"OxPointLight", &registerAs<OxPointLight>},
+        {"OxShadowCatcher", &registerAs<ShadowCatcher>},
+        {"OxSpotLight", &registerAs<OxSpotLight>},
+    };
+    return objects;
 }
 
 }  // namespace oxbeam

@@ -4,6 +4,8 @@
 #include "Oxbeam/OxShader.h"
 #include "Primitives/Vec.h"
 
+#include <span>
+
 namespace oxbeam {
 
 inline constexpr float TwoPi = 6.28318530717958647692f;
@@ -24,12 +26,15 @@ public:
     Oxvoid Shade(OxState* state) override;
 };
 
-class Registry;
-
 // What the host's own objects call their package; no file.
 inline constexpr const char* HostPackage = "Oxbeam";
 
-// Registers the host's cameras, lights, environment and surface.
-void registerHostObjects(Registry& registry);
+struct HostObject {
+    const char* name;
+    int (*registration)();
+};
+
+// The host's cameras, lights, environment and surface.
+std::span<const HostObject> hostObjects();
 
 }  // namespace oxbeam

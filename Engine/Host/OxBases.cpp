@@ -1,5 +1,5 @@
 // Default bodies of the interface's base classes.
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxContext.h"

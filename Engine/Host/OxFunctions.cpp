@@ -2,7 +2,7 @@
 #define OXBEAM_EMIT_SERVICES
 #include "Oxbeam/OxFunctions.h"
 
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Engine/Textures/Texture.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/FastOxS4.h"

@@ -53,7 +53,16 @@ Oxvoid ShadowCatcher::Shade(OxState* state) {
     oxsReturnColor(state, beyond.color * share);
 }
 
-bool ShadowCatcher::LightTransparency(OxState*) { return true; }
+// The light passes and goes on to what lies beyond. A step too small to leave the point would be taken for ever.
+bool ShadowCatcher::LightTransparency(OxState* state) {
+    const float distance = oxsGetHitDistance(state), epsilon = m_ro->m_rayEpsilon;
+    if (!(distance > 0.0f)) return true;
+    R3 point;
+    oxsGetHitPosition(state, point);
+    oxsSetRayOrigin(state, point + epsilon * state->ray.direction);
+    oxsSetRayMaxDistance(state, oxsGetRayMaxDistance(state) - distance - epsilon);
+    return !oxsShootRay(state) || oxsGetShader(state)->LightTransparency(state);
+}
 
 // Lights that are each a small part of all take turns: a pass asks every so-many-th of them for shadows, which speak for
 // the others. A photograph's lights are many, and most of a picture is ground.

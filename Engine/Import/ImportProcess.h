@@ -2,6 +2,8 @@
 // crash, hang or swell, and no exception handling helps; so each program stands apart, in a process with limits.
 #pragma once
 
+#include "Oxbeam/OxTypes.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -80,6 +82,6 @@ struct ImportReport {
     std::vector<std::string> confinement;  // "name: text": what holds while it reads a file
 };
 
-ImportReport importReport(const std::string& program);
+OXBEAM_API ImportReport importReport(const std::string& program);
 
 }  // namespace oxbeam

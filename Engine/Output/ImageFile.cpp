@@ -1,6 +1,7 @@
 #include "Engine/Output/ImageFile.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Output/Dither.h"
 
 #include <OpenImageIO/color.h>
 #include <OpenImageIO/filesystem.h>
@@ -252,6 +253,11 @@ void writeImage(const fs::path& file, unsigned width, unsigned height, const std
     StoredFile stored(file);
     writeImage(stored, file, width, height, pixels, options);
     stored.finish();
+}
+
+std::string imageLibraryVersion() {
+    const int version = OIIO::openimageio_version();
+    return fmt::format("{}.{}.{}", version / 10000, version / 100 % 100, version % 100);
 }
 
 }  // namespace oxbeam

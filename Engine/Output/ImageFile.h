@@ -1,10 +1,10 @@
 // Writing pictures.
 #pragma once
 
-#include "Engine/Output/Display.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/ViewMatrices.h"
 #include "Engine/System/StoredFile.h"
+#include "Engine/World/Tone.h"
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
@@ -65,5 +65,8 @@ OXBEAM_API void writeImage(FileSink& sink, const std::filesystem::path& file, un
 // it takes no memory to speak of.
 OXBEAM_API void writeLayers(FileSink& sink, const std::filesystem::path& file, unsigned width, unsigned height,
                             const ImageOptions& options);
+
+// Of OpenImageIO, which writes, as the library that is loaded says it.
+OXBEAM_API std::string imageLibraryVersion();
 
 }  // namespace oxbeam

@@ -168,7 +168,9 @@ void Registry::check(ObjectClass& object) const {
 
 // ---- Registry
 
-Registry::Registry() { registerHostObjects(*this); }
+Registry::Registry() {
+    for (const HostObject& object : hostObjects()) registerObject(object.name, HostPackage, object.registration);
+}
 
 Registry::~Registry() = default;
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Engine/Render/Film.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 #include "Oxbeam/OxState.h"
 
 #include <functional>

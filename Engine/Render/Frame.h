@@ -1,7 +1,7 @@
 // What all threads share while a frame is rendered. For the frame loops alone.
 #pragma once
 
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Matte.h"
 #include "Engine/Render/PacketPath.h"

@@ -1,6 +1,6 @@
 #include "Engine/Render/Matte.h"
 
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxSampler.h"
 

@@ -3,7 +3,7 @@
 
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Session.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <array>
 #include <string>

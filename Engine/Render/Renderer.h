@@ -2,8 +2,8 @@
 #pragma once
 
 #include "Engine/Render/Film.h"
-#include "Engine/Render/Workers.h"
-#include "Engine/World.h"
+#include "Engine/System/Workers.h"
+#include "Engine/World/World.h"
 
 #include <array>
 #include <atomic>

@@ -1,7 +1,7 @@
 // A world set up for tracing rays.
 #pragma once
 
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 #include "Oxbeam/OxContext.h"
 #include "Oxbeam/OxState.h"
 

@@ -1,7 +1,7 @@
 // Where points of a world are in its picture.
 #pragma once
 
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <array>
 

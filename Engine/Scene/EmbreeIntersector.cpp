@@ -1,8 +1,8 @@
 #include "Engine/Scene/EmbreeIntersector.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Host/ThreadRecord.h"
 #include "Engine/Scene/HitPoint.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/OxState.h"
 
@@ -58,6 +58,15 @@ EmbreeDevice& EmbreeDevice::of(const std::string& isa) {
     rtcSetDeviceMemoryMonitorFunction(made, count, &device.bytes);
     device.handle = made;
     return device;
+}
+
+std::string embreeVersion() {
+    RTCDevice device = rtcNewDevice("threads=1");
+    const auto part = [&](RTCDeviceProperty property) { return rtcGetDeviceProperty(device, property); };
+    std::string version = fmt::format("{}.{}.{}", part(RTC_DEVICE_PROPERTY_VERSION_MAJOR),
+                                      part(RTC_DEVICE_PROPERTY_VERSION_MINOR), part(RTC_DEVICE_PROPERTY_VERSION_PATCH));
+    rtcReleaseDevice(device);
+    return version;
 }
 
 EmbreeIntersector::EmbreeIntersector(const std::string& isa) {

@@ -146,4 +146,7 @@ private:
     std::unique_ptr<EmbreeIntersector> m_intersector;
 };
 
+// Of Embree, as the library that is loaded says it.
+OXBEAM_API std::string embreeVersion();
+
 }  // namespace oxbeam

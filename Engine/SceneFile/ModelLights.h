@@ -4,7 +4,7 @@
 #include "Engine/Import/ModelFile.h"
 #include "Engine/SceneFile/SceneText.h"
 #include "Engine/Textures/Texture.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 namespace oxbeam {
 

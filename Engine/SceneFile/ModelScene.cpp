@@ -243,6 +243,7 @@ void ModelSceneWriter::writeEnvironment() {
             values.end(),
             {{"visibleForDirect", "false"}, {"visibleForTransparency", "false"}, {"color", tomlValue(*m_backdrop)}});
     m_text.comment(m_options.environment.empty() ? "Reflections show a studio." : "A photograph lights the model.");
+    m_text.name("texture", "surroundings", "");  // no material's
     m_text.table("[texture.surroundings]", picture);
     m_text.comment(m_backdrop ? "Behind the model there is a plain backdrop." : "It is seen behind the model, too.");
     m_text.object("[environment]", "KelEnvironment", values);

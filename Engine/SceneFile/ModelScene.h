@@ -5,7 +5,7 @@
 #include "Engine/Packages/Registry.h"
 #include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneAssets.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <filesystem>
 #include <string>

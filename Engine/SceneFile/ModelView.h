@@ -3,7 +3,7 @@
 
 #include "Engine/Import/ModelFile.h"
 #include "Engine/Scene/SceneGeometry.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <cmath>
 #include <optional>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Engine/SceneFile/TableReader.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 namespace oxbeam {
 

@@ -162,4 +162,6 @@ std::unique_ptr<World> loadSceneText(const std::string& text, const std::string&
     return world;
 }
 
+std::string tomlVersion() { return fmt::format("{}.{}.{}", TOML_LIB_MAJOR, TOML_LIB_MINOR, TOML_LIB_PATCH); }
+
 }  // namespace oxbeam

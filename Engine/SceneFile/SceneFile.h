@@ -3,7 +3,7 @@
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/SceneFile/ModelScene.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <filesystem>
 #include <memory>
@@ -34,5 +34,8 @@ OXBEAM_API std::unique_ptr<World> loadScene(const std::filesystem::path& file, c
 OXBEAM_API std::unique_ptr<World> loadSceneText(const std::string& text, const std::string& source,
                                                 const std::filesystem::path& folder, const Registry& registry,
                                                 SceneAssets& assets, Diagnostics& diagnostics);
+
+// Of toml++, which reads scene files.
+OXBEAM_API std::string tomlVersion();
 
 }  // namespace oxbeam

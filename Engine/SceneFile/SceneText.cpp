@@ -1,5 +1,7 @@
 #include "Engine/SceneFile/SceneText.h"
 
+#include "Engine/SceneFile/SceneSections.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -88,12 +90,20 @@ void SceneText::defaults(const ObjectClass& object, const Values& set) {
     }
 }
 
+// Of a table that holds values of its own beside the named ones.
+bool SceneText::isKey(const std::string& kind, const std::string& name) const {
+    const SceneSection& section = sceneSection(kind);
+    if (section.form != SceneSection::TableAndNamed) return false;
+    const ObjectClass* object = m_registry.find(section.preset);
+    return section.knows(name) || (object && object->find(name));
+}
+
 std::string SceneText::name(const std::string& kind, const std::string& wanted, const std::string& otherwise) {
     std::string base;
     for (const char c : wanted.substr(0, 60)) base += std::isalnum(static_cast<unsigned char>(c)) || c == '-' ? c : '_';
     if (base.find_first_not_of('_') == std::string::npos) base = otherwise;
     std::string unique = base;
-    for (unsigned n = 2; !m_names.insert(fmt::format("{}.{}", kind, unique)).second; ++n)
+    for (unsigned n = 2; isKey(kind, unique) || !m_names.insert(fmt::format("{}.{}", kind, unique)).second; ++n)
         unique = fmt::format("{}-{}", base, n);
     return unique;
 }

@@ -27,12 +27,13 @@ public:
     void table(const std::string& header, const Values& values);
     // The table of an object: what is set, and in comments the parameters that keep their defaults.
     void object(const std::string& header, const std::string& name, const Values& values);
-    // A name made of what a key may hold, unlike all that this gave out before for the same kind.
+    // A name made of what a key may hold, unlike all that this gave out before for the same section, and its keys.
     std::string name(const std::string& kind, const std::string& wanted, const std::string& otherwise);
 
     const std::string& text() const { return m_text; }
 
 private:
+    bool isKey(const std::string& kind, const std::string& name) const;
     void keys(const Values& values);
     void defaults(const ObjectClass& object, const Values& set);
 

@@ -3,7 +3,7 @@
 
 #include "Engine/SceneFile/SceneAssets.h"
 #include "Engine/SceneFile/TableReader.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include <string>
 

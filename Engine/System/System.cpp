@@ -1,17 +1,8 @@
 #include "Engine/System/System.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Import/ImportProcess.h"
-#include "Engine/Render/Workers.h"
+#include "Engine/System/Workers.h"
 #include "Oxbeam/OxRenderingObject.h"
-
-#include <OpenImageIO/imageio.h>
-#include <embree3/rtcore.h>
-#include <fmt/format.h>
-#include <oneapi/tbb/version.h>
-
-#define TOML_HEADER_ONLY 0
-#include <toml++/toml.h>
 
 #include <dlfcn.h>
 #include <sched.h>
@@ -21,39 +12,6 @@
 #include <thread>
 
 namespace oxbeam {
-
-static std::string dotted(unsigned major, unsigned minor, unsigned patch) {
-    return fmt::format("{}.{}.{}", major, minor, patch);
-}
-
-static std::string embreeVersion() {
-    RTCDevice device = rtcNewDevice("threads=1");
-    const auto part = [&](RTCDeviceProperty property) {
-        return static_cast<unsigned>(rtcGetDeviceProperty(device, property));
-    };
-    std::string version = dotted(part(RTC_DEVICE_PROPERTY_VERSION_MAJOR), part(RTC_DEVICE_PROPERTY_VERSION_MINOR),
-                                 part(RTC_DEVICE_PROPERTY_VERSION_PATCH));
-    rtcReleaseDevice(device);
-    return version;
-}
-
-std::vector<LibraryVersion> libraryVersions() {
-    const auto oiio = static_cast<unsigned>(OIIO::openimageio_version());
-    return {{"Embree", embreeVersion()},
-            {"oneTBB", TBB_runtime_version()},
-            {"OpenImageIO", dotted(oiio / 10000, oiio / 100 % 100, oiio % 100)},
-            {"Assimp", importReport(ModelProgram).version},
-            {"toml++", dotted(TOML_LIB_MAJOR, TOML_LIB_MINOR, TOML_LIB_PATCH)}};
-}
-
-std::vector<ReaderReport> readerReports() {
-    std::vector<ReaderReport> reports;
-    for (const char* program : {ModelProgram, PictureProgram}) {
-        const ImportReport said = importReport(program);
-        reports.push_back({program, said.confinement.empty() ? std::vector{said.version} : said.confinement});
-    }
-    return reports;
-}
 
 Processor processor() {
     Processor found;

@@ -1,4 +1,4 @@
-// What the engine runs on: libraries, processor, and how much of it.
+// What the engine runs on: its own file, the processor, and how much of it.
 #pragma once
 
 #include "Oxbeam/OxTypes.h"
@@ -9,21 +9,6 @@
 #include <vector>
 
 namespace oxbeam {
-
-struct LibraryVersion {
-    std::string name;
-    std::string version;  // as the library that is loaded says it, or why there is none
-};
-
-OXBEAM_API std::vector<LibraryVersion> libraryVersions();
-
-// How a program that reads others' files is confined while it does, as it says itself.
-struct ReaderReport {
-    std::string program;
-    std::vector<std::string> confinement;  // "name: text"
-};
-
-OXBEAM_API std::vector<ReaderReport> readerReports();
 
 // The file that the engine was loaded from.
 OXBEAM_API std::filesystem::path engineLibrary();

@@ -1,7 +1,7 @@
 #include "Engine/Textures/Projection.h"
 
-#include "Engine/Render/Workers.h"
 #include "Engine/System/MemoryBudget.h"
+#include "Engine/System/Workers.h"
 #include "Oxbeam/OxRenderingObject.h"
 #include "Sampling/AngularMap.h"
 

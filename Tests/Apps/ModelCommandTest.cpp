@@ -234,6 +234,23 @@ TEST_F(Command, OptionsOfModelsAreCheckedFirst) {
     });
 }
 
+TEST_F(Command, NamesAndValuesOfAModelStandBesideTheScenesOwn) {
+    writeImage(scratch() / "t.png", 1, 1, {White});
+    writeGltf("named.gltf", R"("name": "surroundings", "pbrMetallicRoughness": {"baseColorTexture": {"index": 0}})",
+              R"(, "images": [{"uri": "t.png"}], "textures": [{"source": 0}],
+"cameras": [{"type": "perspective", "perspective": {"yfov": 0.8, "znear": 0.1}}])",
+              R"(, "camera": 0, "name": "fov")");
+    EXPECT_EQ(run("scene named.gltf -o named.toml").status, 0);
+    EXPECT_THAT(contentOf("named.toml"), HasSubstr("[camera.fov-2]"));
+    // Of what the file says, another object takes what it knows: not the Fresnel surface's index.
+    writeFile("other.toml", "[[model]]\nfile = 'named.gltf'\n[model.shader.surroundings]\nobject = 'KelDiffuse'\n");
+    for (const std::string scene : {"named.toml", "other.toml"}) {
+        const Outcome checked = run("check " + scene);
+        EXPECT_EQ(checked.status, 0) << checked.err;
+        EXPECT_EQ(checked.err, "") << scene;
+    }
+}
+
 namespace {
 
 // The process that reads a file for the one that waits for it, for the command; once it is there.

@@ -172,6 +172,17 @@ TEST_F(Command, NothingThatIsPrintedIsLostUnnoticed) {
     }
 }
 
+TEST_F(Command, AFileThatGetsLargerThanAllowedIsAnErrorOfWriting) {
+    ASSERT_EQ(run("render scene.toml -q --size 200x200 -o p.png").status, 0);
+    for (const std::string arguments : {"render scene.toml --size 300x300 -o q.png", "sheet p.png p.png -o q.png",
+                                        "scene " SCENES "/assets/materials.glb -o q.toml"}) {
+        const Outcome outcome = shell("ulimit -f 1; $oxbeam " + arguments);
+        EXPECT_EQ(outcome.status, 5) << arguments;
+        EXPECT_THAT(outcome.err, HasSubstr("error: cannot write 'q.")) << arguments;
+        EXPECT_THAT(outcome.err, HasSubstr("File too large")) << arguments;
+    }
+}
+
 TEST_F(Command, WhatBelongsToOthersIsRefusedBeforeRendering) {
     if (!canBeNobody()) GTEST_SKIP() << "needs root, setpriv, and a build that everybody may run";
     ASSERT_EQ(run("render scene.toml -q -o p.png --checkpoint c.exr").status, 0);

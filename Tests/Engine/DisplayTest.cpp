@@ -1,6 +1,6 @@
 // From light to what a display shows.
-#include "Engine/Output/Display.h"
-
+#include "Engine/Output/Dither.h"
+#include "Engine/World/Tone.h"
 #include "Tests/Support/Probe.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // What rays hit: meshes and their placements, and what is read off a hit.
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxDirectionalLight.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Tests/Support/Probe.h"

@@ -1,4 +1,5 @@
 // The services that packages call, and the host's own lights and camera.
+#include "Oxbeam/FastOxS4.h"
 #include "Oxbeam/OxDirectionalLight.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxPerspectiveCamera.h"
@@ -54,6 +55,28 @@ TEST(HostServices, HandlesThatNameNothingAreNull) {
 }
 
 // ---- Lights
+
+// Says that it reaches all there is, and nothing more.
+struct Silent : OxLight {
+    bool Illuminate(const R3&, R3&, float&, R3&, OxState*, void*) override { return true; }
+    bool Illuminate4(const ISSEVec4&, ISSEVec4&, sse_t&, ISSEVec4&, OxState4&, void*) override { return true; }
+};
+
+TEST(HostServices, ALightWithoutIntensityShowsNoOtherLights) {
+    Silent light;
+    OxState shadow;
+    shadow.color = White;
+    R3 point;
+    EXPECT_TRUE(oxsIlluminate(static_cast<OxLight*>(&light), &shadow, point, &shadow, nullptr));
+    EXPECT_EQ(shadow.color, Black);
+    ISSERay4 ray;
+    OxState4 packet;
+    packet.ray4 = &ray;
+    packet.colors = ISSEVec4(White);
+    ISSEVec4 points(point);
+    EXPECT_TRUE(oxsIlluminate4(static_cast<OxLight*>(&light), packet, points, packet, nullptr));
+    EXPECT_EQ(packet.colors.lane(2), Black);
+}
 
 TEST(HostServices, LightsArriveAsTheirFormulasSay) {
     OxPointLight point;

@@ -221,6 +221,12 @@ TEST(Materials, WhatAGltfSaysOfReflectionsIsUnderstood) {
 }
 
 // Neither black nor clipped nor all alike.
+TEST(Materials, AFactorOfNoColourReflectsNothing) {
+    const fs::path duck = "/usr/share/assimp/models/Collada/duck.dae";  // a factor of 0.5, of black
+    if (!fs::exists(duck)) GTEST_SKIP() << "assimp-testmodels is not installed";
+    EXPECT_EQ(loadModel(duck).materials.at(0).reflectivity, 0.0f);
+}
+
 TEST(Materials, EverySurfaceShowsAModelWell) {
     std::vector<std::string> surfaces = registry().names({ObjectKind::Surface});
     std::erase_if(surfaces, [](const std::string& name) { return !name.starts_with("Kel"); });

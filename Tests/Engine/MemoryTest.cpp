@@ -1,7 +1,7 @@
 // What scenes share in memory, and what they are refused.
-#include "Engine/Render/Workers.h"
 #include "Engine/SceneFile/SceneAssets.h"
 #include "Engine/System/MemoryBudget.h"
+#include "Engine/System/Workers.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Tests/Support/Probe.h"
 #include "Tests/Support/SceneText.h"

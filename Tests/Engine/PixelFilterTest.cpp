@@ -1,5 +1,5 @@
 // Places of samples against what their filters are.
-#include "Engine/Render/PixelFilter.h"
+#include "Engine/World/PixelFilter.h"
 
 #include "Engine/Render/Renderer.h"
 #include "Tests/Support/TestWorld.h"

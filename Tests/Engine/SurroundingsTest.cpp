@@ -44,6 +44,21 @@ TEST(ShadowCatcher, ShowsTheSurroundingsTimesTheShareOfLightThatArrives) {
     EXPECT_EQ(caught(0, {White}, 1.0f, false), Sky) << "no light is asked where nothing can throw a shadow";
 }
 
+TEST(ShadowCatcher, LetsLightThroughFromWhateverLiesBeyondIt) {
+    for (const bool blocked : {false, true}) {
+        TestWorld world;
+        world.floor();
+        world.shader<ShadowCatcher>("OxShadowCatcher");
+        for (const float y : {1.0f, 2.0f}) world.addSquare(R3(0, y, 0), R3(0, 1, 0), 1.0f, RAY_SHADOW);
+        if (blocked) {
+            world.phong();
+            world.addSquare(R3(0, 3, 0), R3(0, 1, 0), 1.0f, RAY_SHADOW);
+        }
+        world.steadyLight(R3(0, 5, 0));
+        EXPECT_EQ(world.trace(R3(0.1f, 0.5f, 0.1f), R3(0, -1, 0)) == Black, blocked);
+    }
+}
+
 TEST(Surroundings, TurnCounterclockwiseAsSeenFromAbove) {
     // White towards -z alone.
     std::vector<float> texels(3 * 64 * 32, 0.0f);

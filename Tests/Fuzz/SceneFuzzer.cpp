@@ -1,8 +1,8 @@
 // Scene files that nobody would write: whatever a file holds, loading it ends with a world that can be built, or with
 // errors that can be shown.
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Render/Workers.h"
 #include "Engine/SceneFile/SceneFile.h"
+#include "Engine/System/Workers.h"
 
 #include <algorithm>
 #include <cstdlib>

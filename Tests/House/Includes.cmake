@@ -1,6 +1,6 @@
 # No third-party header reaches the interface or the package: a system header that they include is one of the standard
 # library's (no folder, no ending) or the compiler's vector intrinsics. What the rooms may know of each other is
-# enforced by their include directories.
+# enforced by their include directories, which a path that climbs out of its folder would get around.
 cmake_minimum_required(VERSION 3.25)
 
 set(allowed xmmintrin.h)
@@ -13,6 +13,15 @@ foreach(room include Kernel Sampling Oxbeam Shaders)
       if(header MATCHES "[./]" AND NOT header IN_LIST allowed)
         message(SEND_ERROR "${file} includes <${header}>")
       endif()
+    endforeach()
+  endforeach()
+endforeach()
+foreach(room include Kernel Sampling Oxbeam Engine Shaders Apps)
+  file(GLOB_RECURSE files ${ROOT}/${room}/*.h ${ROOT}/${room}/*.cpp)
+  foreach(file ${files})
+    file(STRINGS ${file} lines REGEX "^[ \t]*#[ \t]*include.*\\.\\./")
+    foreach(line ${lines})
+      message(SEND_ERROR "${file} leaves its room: ${line}")
     endforeach()
   endforeach()
 endforeach()

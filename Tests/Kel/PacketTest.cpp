@@ -1,5 +1,5 @@
 // Packets of four rays: every lane against the same formula for a single ray, and the lanes that must differ.
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Engine/Textures/Texture.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/FastOxS4.h"

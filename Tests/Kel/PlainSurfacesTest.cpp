@@ -1,5 +1,5 @@
 // Surfaces that need few lights or none: diffuse, eye light, interleaved light sampling.
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Engine/Textures/Texture.h"
 #include "Shaders/Kel/KelAlphaILS.h"
 #include "Shaders/Kel/KelDiffuse.h"

@@ -1,5 +1,5 @@
 // What the rendering object keeps: the settings in force, and a record of the ray for every thread.
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Shaders/Kel/KelFunctions.h"
 #include "Tests/Support/Probe.h"
 

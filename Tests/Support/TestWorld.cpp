@@ -1,7 +1,7 @@
 #include "Tests/Support/TestWorld.h"
 
 #include "Engine/Host/HostObjects.h"
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Sampling/Frame.h"
 

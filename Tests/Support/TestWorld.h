@@ -5,7 +5,7 @@
 #include "Engine/Render/Renderer.h"
 #include "Engine/Render/Session.h"
 #include "Engine/Scene/Shapes.h"
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 #include "Shaders/Kel/KelPhong.h"
 #include "Shaders/Kel/KelPointLight.h"
 #include "Shaders/Kel/KelRenderingObject.h"

@@ -93,7 +93,9 @@ static void readPhong(const aiMaterial& from, ModelMaterial& m) {
     if (const auto c = color(from, AI_MATKEY_BASE_COLOR)) m.baseColor = *c;
     m.emissive = color(from, AI_MATKEY_COLOR_EMISSIVE).value_or(R3());
     m.opacity = number(from, AI_MATKEY_OPACITY, 1.0f);
-    m.reflectivity = number(from, AI_MATKEY_REFLECTIVITY, 0.0f);
+    // A factor of a colour, which many exporters leave black.
+    m.reflectivity = number(from, AI_MATKEY_REFLECTIVITY, 0.0f) *
+                     Max(color(from, AI_MATKEY_COLOR_REFLECTIVE).value_or(R3(1.0f, 1.0f, 1.0f)));
     m.metallic = number(from, AI_MATKEY_METALLIC_FACTOR, 0.0f);
     m.clearCoat = number(from, AI_MATKEY_CLEARCOAT_FACTOR, 0.0f);
     m.transmission = number(from, AI_MATKEY_TRANSMISSION_FACTOR, 0.0f);

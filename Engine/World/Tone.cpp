@@ -1,8 +1,7 @@
-#include "Engine/Output/Display.h"
+#include "Engine/World/Tone.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 
 namespace oxbeam {
 
@@ -33,18 +32,6 @@ R3 toned(const R3& light, const Tone& tone) {
     const auto bounded = [](float v) { return v > 0.0f ? std::min(v, 1e6f) : 0.0f; };  // as far as squares are exact
     const R3 c(bounded(exposed.x), bounded(exposed.y), bounded(exposed.z));
     return tone.curve == ToneCurve::Filmic ? R3(filmic(c.x), filmic(c.y), filmic(c.z)) : neutral(c);
-}
-
-float ditherThreshold(unsigned x, unsigned y) {
-    // Reciprocals of the plastic number and of its square, as fractions of 2^64.
-    constexpr std::uint64_t a1 = 0xC13FA9A902A6328Full, a2 = 0x91E10DA5C79E7B1Dull;
-    return (static_cast<float>((a1 * x + a2 * y) >> 41) + 0.5f) * 0x1p-23f;
-}
-
-unsigned dithered(float value, float threshold) {
-    const float nearest = std::round(value);
-    if (std::fabs(value - nearest) < 1e-3f) return static_cast<unsigned>(nearest);
-    return static_cast<unsigned>(value + (1.0f - threshold));
 }
 
 }  // namespace oxbeam

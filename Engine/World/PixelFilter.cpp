@@ -1,4 +1,4 @@
-#include "Engine/Render/PixelFilter.h"
+#include "Engine/World/PixelFilter.h"
 
 #include <cmath>
 #include <numbers>

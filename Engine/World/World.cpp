@@ -1,4 +1,4 @@
-#include "Engine/World.h"
+#include "Engine/World/World.h"
 
 #include "Engine/Packages/Overrides.h"
 

@@ -1,4 +1,4 @@
-#include "Engine/Host/ThreadRecord.h"
+#include "Engine/System/ThreadRecord.h"
 
 namespace oxbeam {
 

@@ -1,4 +1,6 @@
-#include "Engine/Render/Workers.h"
+#include "Engine/System/Workers.h"
+
+#include <oneapi/tbb/version.h>
 
 #include <pmmintrin.h>
 #include <xmmintrin.h>
@@ -125,5 +127,7 @@ unsigned availableThreads() {
     const double share = std::ceil(std::max(1.0, processorQuota().value_or(1e6)));
     return std::max(1u, std::min(processors(), static_cast<unsigned>(std::min(share, 1e6))));
 }
+
+std::string schedulerVersion() { return TBB_runtime_version(); }
 
 }  // namespace oxbeam

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace oxbeam {
 
@@ -32,5 +33,8 @@ private:
 OXBEAM_API std::optional<double> processorQuota();
 // Threads that this process may use: its processors, or the quota that its container sets where that is lower.
 OXBEAM_API unsigned availableThreads();
+
+// Of oneTBB, which schedules, as the library that is loaded says it.
+OXBEAM_API std::string schedulerVersion();
 
 }  // namespace oxbeam

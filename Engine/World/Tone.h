@@ -1,4 +1,4 @@
-// What a display shows of linear light: exposure, tone curves, and rounding to the integers of a file.
+// What a display shows of linear light: exposure and tone curves.
 #pragma once
 
 #include "Oxbeam/OxTypes.h"
@@ -30,12 +30,5 @@ inline constexpr float MostExposure = 64.0f;
 // A linear colour as a display is to show it, still linear. A curve brings all light into [0, 1], and takes what is
 // negative or NaN as none; without one, what lies outside stays there.
 OXBEAM_API R3 toned(const R3& light, const Tone& tone);
-
-// Where in (0, 1) a pixel rounds up: an even pattern over the plane (M. Roberts, "The unreasonable effectiveness of
-// quasirandom sequences", 2018), the same for all colours, so that greys stay grey.
-OXBEAM_API float ditherThreshold(unsigned x, unsigned y);
-// A value of at least 0 as one of the two integers about it, by its threshold; one that is an integer but for rounding
-// errors stays that integer.
-OXBEAM_API unsigned dithered(float value, float threshold);
 
 }  // namespace oxbeam

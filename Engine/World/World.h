@@ -1,12 +1,12 @@
 // Everything that a picture is made from: the objects of a scene with their parameters, geometry, textures, view.
 #pragma once
 
-#include "Engine/Output/Display.h"
 #include "Engine/Packages/Registry.h"
-#include "Engine/Render/PixelFilter.h"
 #include "Engine/Scene/SceneGeometry.h"
+#include "Engine/World/PixelFilter.h"
 #include "Engine/World/Placements.h"
 #include "Engine/World/Places.h"
+#include "Engine/World/Tone.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxContext.h"
 #include "Oxbeam/OxLight.h"
