@@ -3,6 +3,7 @@
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Packages/Registry.h"
+#include "Primitives/Vec.h"
 
 #include <cstdint>
 #include <functional>
@@ -66,6 +67,10 @@ inline const std::byte* memberOf(const OxLoadableObject& object, const Parameter
 }
 // What the bytes of a parameter mean, as a value that writes the same bytes. Integers that are textures stay such.
 OXBEAM_API ParameterValue valueOf(const ParameterDeclaration& p, const std::byte* bytes);
+// Of a colour, a position or a direction.
+inline ParameterValue valueOf(const R3& v) {
+    return {std::vector<ParameterValue::Number>{double{v.x}, double{v.y}, double{v.z}}, {}};
+}
 // A value as a scene file has it: "0.5", "[1, 0, 0]", "true", "\"wood\"".
 OXBEAM_API std::string textOf(const ParameterValue& value);
 

@@ -117,10 +117,11 @@ void Places::Object::giveBack(const std::vector<std::byte>& values) {
     }
 }
 
+// While a scene is read, who is asked for has just come.
 Places::Object* Places::find(std::string_view place) const {
     const auto found =
-        std::find_if(m_objects.begin(), m_objects.end(), [&](const auto& o) { return o->place.path == place; });
-    return found == m_objects.end() ? nullptr : found->get();
+        std::find_if(m_objects.rbegin(), m_objects.rend(), [&](const auto& o) { return o->place.path == place; });
+    return found == m_objects.rend() ? nullptr : found->get();
 }
 
 Places::Object& Places::at(std::string_view place) const {
@@ -194,14 +195,15 @@ bool Places::write(Object& object, const std::string& name, const SourceLocation
     const ObjectClass& kind = *object.place.object;
     const std::string scope = scopeOf(object.place.path);
     const auto textures = [&](const std::string& texture) { return m_textures.idFor(scope, texture, kind.name); };
-    ParameterWriter writer(kind, labelOf(object.place.path), diagnostics, textures, m_textures.names(scope),
-                           otherNames);
+    const auto* text = std::get_if<std::string>(&value.data);
+    const bool named = text && textures(*text);
+    ParameterWriter writer(kind, labelOf(object.place.path), diagnostics, textures,
+                           text && !named ? m_textures.names(scope) : std::vector<std::string>(), otherNames);
     if (object.framed) object.giveBack(object.set = object.valuesSet());
     const ParameterDeclaration* p = writer.write(*object.made, name, nameAt, value);
     if (object.framed) object.set = object.left = object.values();
     if (!p) return false;
-    const auto* text = std::get_if<std::string>(&value.data);
-    object.given[p->id] = text && m_textures.idFor(scope, *text, kind.name) ? *text : std::string();
+    object.given[p->id] = named ? *text : std::string();
     object.changed = true;
     return true;
 }
@@ -273,8 +275,8 @@ void Places::beginFrame(const Replaced& replaced) {
     for (const auto& object : m_objects) {
         object->set = object->valuesSet();
         if (object->framed && changed.contains(object->place.object)) {
-            const std::unique_ptr<OxLoadableObject> before = std::move(object->made);
-            object->made = object->place.object->make();
+            std::unique_ptr<OxLoadableObject> before = object->place.object->make();
+            std::swap(object->made, before);
             replaced(before.get(), object->made.get(), *object->place.object);
         }
         object->giveBack(object->set);

@@ -50,6 +50,7 @@ static BaseColor declaredBaseColor(const ObjectClass& object, const OxLoadableOb
 // Says also what packets and layers must know of it.
 OxShader& World::knownShader(OxLoadableObject& made, const ObjectClass& object) {
     auto& shader = dynamic_cast<OxShader&>(made);
+    m_packetShaders.erase(&shader);  // another one may have been where it is
     if (overrides(shader, &OxShader::Shade4) && !object.packetsInherited) m_packetShaders.insert(&shader);
     m_baseColors[&shader] = declaredBaseColor(object, shader);
     return shader;
@@ -67,7 +68,8 @@ OxLight& World::addLight(const ObjectClass& object) {
 }
 
 OxShader& World::addShader(const ObjectClass& object, std::string place) {
-    if (place.empty()) place = "shader." + std::to_string(shaders.size());
+    for (std::size_t number = shaders.size(); place.empty() || places.has(place); ++number)
+        place = "shader." + std::to_string(number);
     shaders.push_back(&knownShader(places.add(std::move(place), object), object));
     return *shaders.back();
 }
@@ -142,9 +144,9 @@ void World::beginFrame() {
 }
 
 std::set<std::string> World::packages() const {
-    std::set<std::string> files;
-    for (const Place& place : places.all()) files.insert(place.object->package);
-    return files;
+    std::set<std::string> all;
+    for (const Place& place : places.all()) all.insert(place.object->package);
+    return all;
 }
 
 // ---- What surfaces say of themselves

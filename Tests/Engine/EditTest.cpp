@@ -52,9 +52,10 @@ struct Document {
     }
 };
 
-std::string vector(float x, float y, float z) {
-    return textOf(ParameterValue{std::vector<ParameterValue::Number>{double{x}, double{y}, double{z}}, {}});
-}
+std::string vector(float x, float y, float z) { return textOf(valueOf(R3(x, y, z))); }
+
+// The first three meshes stay: of one that stands several times, there are always two.
+constexpr unsigned FixedMeshes = 3;
 
 Document smallScene() {
     writeImage(scratch() / "one.png", 2, 2, {Black, White, Red, Green});
@@ -70,9 +71,15 @@ Document smallScene() {
                  {"mirror", {{"object", "'KelFresnelPhong'"}, {"fresnelMethod", "3"}}}};
     d.lights = {{{"object", "'KelPointLight'"}, {"position", "[3.0, 5.0, 4.0]"}, {"intensity", "[30.0, 30.0, 30.0]"}},
                 {{"object", "'KelDirectionalLight'"}, {"direction", "[-0.3, -0.9, 0.2]"}}};
+    const auto box = [](const char* shader, const char* scale, const char* rotate, const char* translate) {
+        return Values{
+            {"shape", "'box'"}, {"shader", shader}, {"scale", scale}, {"rotate", rotate}, {"translate", translate}};
+    };
     d.meshes = {{{"shape", "'plane'"}, {"scale", "4"}, {"shader", "'floor'"}},
+                box("'red'", "0.3", "[10, 20, 30]", "[-0.5, 3.1, 0.2]"),
+                box("'red'", "[0.2, 0.4, 0.3]", "[40, -20, 5]", "[0.4, 3.2, 0.4]"),
                 {{"shape", "'sphere'"}, {"segments", "24"}, {"shader", "'red'"}, {"translate", "[-1.2, 1.0, 0.0]"}},
-                {{"shape", "'box'"}, {"scale", "0.6"}, {"shader", "'mirror'"}, {"translate", "[1.3, 0.6, 0.3]"}}};
+                box("'mirror'", "0.6", "[0, 0, 0]", "[1.3, 0.6, 0.3]")};
     return d;
 }
 
@@ -177,8 +184,8 @@ private:
 
     // Each of its own number of triangles, so that the file does not place one mesh twice.
     std::string meshComesOrGoes() {
-        if (m_document.meshes.size() > 2 && below(2) == 0) {
-            const unsigned number = 1 + below(m_document.meshes.size() - 1);
+        if (m_document.meshes.size() > FixedMeshes + 1 && below(2) == 0) {
+            const unsigned number = FixedMeshes + below(m_document.meshes.size() - FixedMeshes);
             m_world.placements.remove("mesh." + std::to_string(number));
             m_document.meshes.erase(m_document.meshes.begin() + number);
             return "no mesh " + std::to_string(number);
@@ -335,6 +342,7 @@ TEST(Edit, EditsThatMoveNothingLeaveTheBitsOfTheSceneLoadedSo) {
 // Only what was moved gets a structure of its own.
 TEST(Edit, WhatMovesLooksAsIfItHadAlwaysBeenThere) {
     Document document = smallScene();
+    document.meshes.erase(document.meshes.begin() + 1, document.meshes.begin() + 3);
     document.meshes.push_back({{"shape", "'sphere'"},
                                {"segments", "40"},
                                {"scale", "0.5"},
