@@ -31,9 +31,10 @@ void CameraSection::readCamera(TableReader& reader, const std::string& place, bo
     } else if (const auto mesh = reader.text("focus")) {
         focus = *mesh;
     }
+    const CameraView& own = m_world.cameraViews[place] = {view, fov.value_or(CameraView().fov)};
     if (chosen) {
-        m_world.view = view;
-        m_world.fov = fov.value_or(m_world.fov);
+        m_world.view = own.view;
+        m_world.fov = own.fov;
         m_focus = focus;
         m_focusPlace = reader.where("focus");
         m_focusLabel = reader.label();

@@ -181,7 +181,7 @@ ParameterValue Places::get(std::string_view path) const {
     const auto [object, p] = parameter(path);
     ParameterValue value = valueOf(*p, object->valueSet(*p).data());
     const auto given = object->given.find(p->id);
-    if (isTexture(*p) && given != object->given.end() && !given->second.empty()) value.data = given->second;
+    if (given != object->given.end() && !given->second.empty()) value.data = given->second;
     return value;
 }
 
@@ -203,7 +203,8 @@ bool Places::write(Object& object, const std::string& name, const SourceLocation
     const ParameterDeclaration* p = writer.write(*object.made, name, nameAt, value);
     if (object.framed) object.set = object.left = object.values();
     if (!p) return false;
-    object.given[p->id] = named ? *text : std::string();
+    const bool texture = named && (!p->info || isTexture(*p));  // else an item of an enumeration
+    object.given[p->id] = texture ? *text : std::string();
     object.changed = true;
     return true;
 }

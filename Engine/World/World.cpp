@@ -117,6 +117,10 @@ void World::chooseCamera(std::string_view place) {
     auto* chosen = dynamic_cast<OxCamera*>(&places.objectAt(place));
     if (!chosen) throw NoSuchName(labelOf(place) + " is no camera");
     camera = chosen;
+    const auto own = cameraViews.find(place);
+    if (own == cameraViews.end()) return;
+    view = own->second.view;
+    fov = own->second.fov;
 }
 
 void World::setPicture(std::string_view texture, std::unique_ptr<Texture> picture) {

@@ -33,6 +33,12 @@ struct View {
     R3 lookUp{0.0f, 1.0f, 0.0f};
 };
 
+// How a camera stands, and the vertical angle of its picture in degrees.
+struct CameraView {
+    std::optional<View> view;  // none: the whole scene is framed
+    float fov = 40.0f;
+};
+
 // Where a surface keeps the colour that it has before any light falls on it, by what it declares; null where it
 // declares none.
 struct BaseColor {
@@ -68,8 +74,9 @@ public:
     PixelFilter filter;
     bool transparentBackground = false;  // the picture has an alpha channel instead of the environment
     std::optional<View> view;            // none: the whole scene is framed
-    float fov = 40.0f;                   // vertical angle of the picture, degrees
-    std::optional<float> rayEpsilon;     // none: the rendering object's if set, else by the scene's size
+    float fov = CameraView().fov;        // vertical angle of the picture, degrees
+    std::map<std::string, CameraView, std::less<>> cameraViews;  // of the scene's cameras, by place
+    std::optional<float> rayEpsilon;  // none: the rendering object's if set, else by the scene's size
     // These are what the places hold; they are others after an object has been changed and a frame has begun.
     OxRenderingObject* renderingObject = nullptr;
     OxCamera* camera = nullptr;
@@ -88,7 +95,7 @@ public:
     // The camera in force. addCamera makes one more, to choose from: "camera.close".
     OxCamera& setCamera(const ObjectClass& object, std::string place = "camera");
     OxCamera& addCamera(const ObjectClass& object, std::string place);
-    // Its number is shaders.size() - 1, its place that or "shader.N" with that number.
+    // Its number is shaders.size() - 1, its place that or, where that is taken or nothing, "shader.N".
     OxShader& addShader(const ObjectClass& object, std::string place = {});
 
     // ---- Changes, beside those that `places`, `placements` and the members above take
@@ -98,7 +105,7 @@ public:
     void setClass(std::string_view place, const ObjectClass& object);
     // Those after it are counted anew: "light.2" becomes "light.1". Throws NoSuchName.
     void removeLight(std::string_view place);
-    // The camera at a place is in force from now on. Throws NoSuchName.
+    // The camera at a place is in force from now on, with its view where the scene has one for it. Throws NoSuchName.
     void chooseCamera(std::string_view place);
     // A name stands for another picture, used as the one before: "texture.wood", "model.0.texture.wood". Throws NoSuchName.
     void setPicture(std::string_view texture, std::unique_ptr<Texture> picture);

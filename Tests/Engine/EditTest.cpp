@@ -62,7 +62,8 @@ Document smallScene() {
     writeImage(scratch() / "two.png", 3, 1, {Red, Green, White});
     Document d;
     d.textures = {{"wood", {{"file", "'one.png'"}, {"wrap", "'mirror'"}}},
-                  {"bumps", {{"file", "'two.png'"}, {"bump", "'height'"}, {"filter", "'nearest'"}}}};
+                  {"bumps", {{"file", "'two.png'"}, {"bump", "'height'"}, {"filter", "'nearest'"}}},
+                  {"sky", {{"file", "'one.png'"}, {"projection", "'equirectangular'"}, {"rotate", "30"}}}};
     d.render = {{"softShadows", "true"}, {"recursionLimit", "4"}, {"numFuzzySamples", "2"}};
     d.camera = {{"position", "[0.5, 2.0, 6.0]"}, {"lookAt", "[0.0, 0.5, 0.0]"}, {"fov", "40"}};
     d.environment = {{"object", "'OxBackground'"}, {"background", "[0.2, 0.3, 0.4]"}};
@@ -111,13 +112,14 @@ public:
     Editor(World& world, Document& document, unsigned seed) : m_world(world), m_document(document), m_random(seed) {}
 
     std::string edit() {
-        switch (below(9)) {
+        switch (below(10)) {
         case 0: return setClass();
         case 1: return lightComesOrGoes();
         case 2: return meshComesOrGoes();
         case 3: return setPicture();
         case 4: return changePlacement();
         case 5: return changeView();
+        case 6: return setEnvironment();
         default: return setParameter();
         }
     }
@@ -132,7 +134,8 @@ private:
 
     // Of the kind that the declaration asks for, small enough to be rendered at once.
     ParameterValue valueFor(const ParameterDeclaration& p) {
-        if (isTexture(p)) return {std::string(any<std::string>({"wood", "bumps"})), {}};
+        const bool undocumented = !p.info && (p.id == "texture" || p.id == "textureid" || p.id == "bumpMap");
+        if (isTexture(p) || undocumented) return {std::string(any<std::string>({"wood", "bumps", "sky"})), {}};
         if (p.info && !p.info->items.empty())
             return {std::int64_t{std::next(p.info->items.begin(), below(p.info->items.size()))->first}, {}};
         if (p.type == ElementType::Bool) return {below(2) == 1, {}};
@@ -152,7 +155,12 @@ private:
         const std::string path = place.path + '.' + p.id;
         const ParameterValue value = valueFor(p);
         m_world.places.set(path, value);
-        m_document.at(place.path)[p.id] = textOf(value);
+        Values& values = m_document.at(place.path);
+        values[p.id] = textOf(value);
+        for (const ParameterDeclaration& other :
+             place.object->parameters)  // which may be a part of it, or a second name
+            if (values.contains(other.id) && other.offset < p.offset + p.size && p.offset < other.offset + other.size)
+                values[other.id] = textOf(m_world.places.get(place.path + '.' + other.id));
         EXPECT_EQ(textOf(m_world.places.get(path)), textOf(value)) << path;
         return path + " = " + textOf(value);
     }
@@ -161,6 +169,16 @@ private:
         const std::string place = "shader." + any<std::string>({"floor", "red", "mirror"});
         const std::string name = any<std::string>({"KelPhong", "KelGlass", "KelDiffuse", "KelFresnelPhong",
                                                    "KelAlphaILS", "KelPhongEyeLight", "KelDbgObjectID"});
+        return become(place, name);
+    }
+
+    // Some take their light apart into lights of the scene's.
+    std::string setEnvironment() {
+        const std::string name = any<std::string>({"OxBackground", "KelEnvironment", "KelCubicEnvironment"});
+        return become("environment", name);
+    }
+
+    std::string become(const std::string& place, const std::string& name) {
         const ObjectClass& object = *registry().find(name);
         m_world.setClass(place, object);
         Values& values = m_document.at(place);
@@ -176,7 +194,8 @@ private:
             m_document.lights.erase(m_document.lights.begin() + number);
             return "no light " + std::to_string(number);
         }
-        const std::string name = any<std::string>({"KelPointLight", "KelDirectionalLight", "KelSpotLight"});
+        const std::string name =
+            any<std::string>({"KelPointLight", "KelDirectionalLight", "KelSpotLight", "KelEnvMapLight"});
         m_world.addLight(*registry().find(name));
         m_document.lights.push_back({{"object", '\'' + name + '\''}});
         return "a " + name;
@@ -201,7 +220,8 @@ private:
     }
 
     std::string setPicture() {
-        const std::string file = any<std::string>({"one.png", "two.png"}), name = any<std::string>({"wood", "bumps"});
+        const std::string file = any<std::string>({"one.png", "two.png"}),
+                          name = any<std::string>({"wood", "bumps", "sky"});
         m_world.setPicture("texture." + name, TextureReader().read(scratch() / file));
         m_document.textures[name]["file"] = '\'' + file + '\'';
         return name + " is " + file;
@@ -289,6 +309,52 @@ TEST(Edit, WhatCannotBeIsRefusedWithWhatWasMeant) {
     for (const auto& [act, message] : cases) EXPECT_EQ(failure(ExitStatus::BadScene, act), message);
 }
 
+TEST(Edit, WhatAModelBroughtAlongHasPlacesOfItsOwn) {
+    namespace fs = std::filesystem;
+    const std::string model = "[[model]]\nfile = '" + (fs::path(SCENES) / "assets/materials.glb").string() + "'\n";
+    std::vector<R3> edited;
+    std::string shader;
+    {
+        const auto world = loadText("[image]\nwidth = 40\nheight = 30\n" + model).world;
+        for (const Place& place : world->places.all())
+            if (place.path.starts_with("model.0.shader.") && place.object->find("emissiveColor")) shader = place.path;
+        ASSERT_FALSE(shader.empty());
+        Workers workers(2);
+        FrameLoop loop(*world, workers);
+        EXPECT_TRUE(loop.step());
+        world->places.set(shader + ".emissiveColor", valueOf(R3(0.5f, 0.25f, 1)));
+        loop.restart();
+        EXPECT_TRUE(loop.step());
+        edited = loop.film().pixels();
+        EXPECT_EQ(failure(ExitStatus::BadScene,
+                          [&] {
+                              world->places.set(shader + ".texture", {std::string("x"), {}});
+                          }),
+                  "parameter 'texture' of model 0, shader '" + shader.substr(15) + "' (" +
+                      world->places.classAt(shader).name + ") names texture 'x', which is not defined");
+    }
+    const auto fresh = loadText("[image]\nwidth = 40\nheight = 30\n" + model,
+                                {"model.0.shader.'" + shader.substr(15) + "'.emissiveColor=[0.5, 0.25, 1]"});
+    EXPECT_THAT(fresh.said, testing::IsEmpty());
+    Workers workers(2);
+    workers.within([&] { fresh.world->geometry.build(); });
+    EXPECT_EQ(differing(edited, render(*fresh.world, workers, {}).film.pixels()), 0u);
+}
+
+TEST(Edit, AnotherCameraComesWithItsView) {
+    const auto world = loadText(smallScene().text() +
+                                "[camera.close]\nobject = 'KelDOFCamera'\nposition = [0, 1, 2]\n"
+                                "lookAt = [0, 1, 0]\nfov = 25\n")
+                           .world;
+    EXPECT_EQ(world->fov, 40.0f);
+    world->chooseCamera("camera.close");
+    EXPECT_EQ(world->places.placeOf(world->camera), "camera.close");
+    EXPECT_EQ(world->fov, 25.0f);
+    EXPECT_EQ(world->view->position, R3(0, 1, 2));
+    EXPECT_THAT(failure(ExitStatus::BadScene, [&] { world->chooseCamera("camera.clos"); }),
+                HasSubstr("did you mean 'camera.close'?"));
+}
+
 // An epsilon that somebody has set stays, by whatever door it came.
 TEST(Edit, TheEpsilonStaysAsItWasSet) {
     const auto world = loaded(smallScene());
@@ -312,7 +378,7 @@ TEST(Edit, EditsThatMoveNothingLeaveTheBitsOfTheSceneLoadedSo) {
         Document document;
         std::vector<R3> pixels;
     };
-    for (unsigned seed = 1; seed <= 6; ++seed) {
+    for (unsigned seed = 1; seed <= 12; ++seed) {
         std::vector<Shown> shown;
         {
             Document document = smallScene();
