@@ -13,22 +13,34 @@
 
 #include <algorithm>
 
+// A package can offer copies of its own to other packages, under the same names: one source file emits them, and all
+// others must agree that they are exported.
+#if defined(OXBEAM_EMIT_PACKET_SERVICES)
+#define OX_PACKET_SERVICE [[gnu::used]] inline OXBEAM_API
+#elif defined(OXBEAM_EXPORT_PACKET_SERVICES)
+#define OX_PACKET_SERVICE inline OXBEAM_API
+#else
+#define OX_PACKET_SERVICE OX_SERVICE
+#endif
+
 inline const sse_t sse_one_half = _mm_set1_ps(0.5f);
 inline const sse_t sse_three = _mm_set1_ps(3.0f);
 
 // ---- The packet
 
-OX_SERVICE Oxvoid oxs4Init(OxState4& state4) {
+OX_PACKET_SERVICE Oxvoid oxs4Init(OxState4& state4) {
     for (unsigned i = 0; i < 4; ++i) state4.scene[i] = OxContext::current->scene;
 }
 
-OX_SERVICE Oxvoid* oxsGetPrivatePtr4(OxState4& state) { return state.ray4->privatePtr; }
-OX_SERVICE Oxvoid oxsSetPrivatePtr4(OxState4& state, Oxvoid* record) { state.ray4->privatePtr = record; }
+OX_PACKET_SERVICE Oxvoid* oxsGetPrivatePtr4(OxState4& state) { return state.ray4->privatePtr; }
+OX_PACKET_SERVICE Oxvoid oxsSetPrivatePtr4(OxState4& state, Oxvoid* record) { state.ray4->privatePtr = record; }
 
-OX_SERVICE Oxvoid oxsGetRayOrigin4(OxState4& state, ISSEVec4& origin) { origin = state.ray4->origin; }
-OX_SERVICE Oxvoid oxsSetRayOrigin4(OxState4& state, ISSEVec4& origin) { state.ray4->origin = origin; }
-OX_SERVICE Oxvoid oxsGetRayDirection4(OxState4& state, ISSEVec4& direction) { direction = state.ray4->direction; }
-OX_SERVICE Oxvoid oxsSetRay4(OxState4& state, const ISSEVec4& origin, const ISSEVec4& direction, sse_t maxDist) {
+OX_PACKET_SERVICE Oxvoid oxsGetRayOrigin4(OxState4& state, ISSEVec4& origin) { origin = state.ray4->origin; }
+OX_PACKET_SERVICE Oxvoid oxsSetRayOrigin4(OxState4& state, ISSEVec4& origin) { state.ray4->origin = origin; }
+OX_PACKET_SERVICE Oxvoid oxsGetRayDirection4(OxState4& state, ISSEVec4& direction) {
+    direction = state.ray4->direction;
+}
+OX_PACKET_SERVICE Oxvoid oxsSetRay4(OxState4& state, const ISSEVec4& origin, const ISSEVec4& direction, sse_t maxDist) {
     state.ray4->origin = origin;
     state.ray4->direction = direction;
     state.ray4->maxDist = maxDist;
@@ -37,7 +49,7 @@ OX_SERVICE Oxvoid oxsSetRay4(OxState4& state, const ISSEVec4& origin, const ISSE
 // ---- The hits
 
 // Fills in the instances and objects of the lanes that hit something.
-OX_SERVICE Oxvoid oxs4LoadGeometry(OxState4& state4) {
+OX_PACKET_SERVICE Oxvoid oxs4LoadGeometry(OxState4& state4) {
     for (unsigned i = 0; i < 4; ++i) {
         if (state4.hit4->tri[i] == TRI_NONE) continue;
         const Scene& scene = *state4.scene[i];
@@ -46,12 +58,12 @@ OX_SERVICE Oxvoid oxs4LoadGeometry(OxState4& state4) {
     }
 }
 
-OX_SERVICE Oxvoid oxsGetHitPosition4(OxState4& state, ISSEVec4& position) {
+OX_PACKET_SERVICE Oxvoid oxsGetHitPosition4(OxState4& state, ISSEVec4& position) {
     position = state.ray4->origin + _mm_loadu_ps(state.hit4->dist) * state.ray4->direction;
 }
 
 // By lane, the shader of the hit, or `background`.
-OX_SERVICE Oxvoid oxs4GetShader(OxState4& state4, OxShader** shader4, const OxShader* background) {
+OX_PACKET_SERVICE Oxvoid oxs4GetShader(OxState4& state4, OxShader** shader4, const OxShader* background) {
     for (unsigned i = 0; i < 4; ++i)
         shader4[i] =
             state4.hit4->tri[i] < 0
@@ -76,7 +88,7 @@ inline Oxvoid oxs4NormalizeFaceForward(const OxState4& state4, ISSEVec4& normal4
 
 // Turns normals of the hit objects into unit normals in world space that face the rays. The instances of all lanes must
 // be set; those that transform do it by their matrix for points, which is right for rotations and even scales.
-OX_SERVICE Oxvoid oxs4FindShadingNormal(OxState4& state4, ISSEVec4& normal4) {
+OX_PACKET_SERVICE Oxvoid oxs4FindShadingNormal(OxState4& state4, ISSEVec4& normal4) {
     for (unsigned i = 0; i < 4; ++i)
         if (state4.hit4->tri[i] >= 0 && state4.instance[i]->hasXfm)
             normal4.setLane(i, TransformVector(state4.instance[i]->meshToWorldXfm, normal4.lane(i)));
@@ -84,7 +96,7 @@ OX_SERVICE Oxvoid oxs4FindShadingNormal(OxState4& state4, ISSEVec4& normal4) {
 }
 
 // The normal is taken off by the square of the cosine, where a mirror takes twice the cosine.
-OX_SERVICE Oxvoid oxsReflect4(ISSEVec4& newDirection, const ISSEVec4& oldDirection, const ISSEVec4& normal) {
+OX_PACKET_SERVICE Oxvoid oxsReflect4(ISSEVec4& newDirection, const ISSEVec4& oldDirection, const ISSEVec4& normal) {
     const sse_t cosTheta = Dot(oldDirection, normal);
     const sse_t cosTheta2 = _mm_mul_ps(cosTheta, cosTheta);
     newDirection = oldDirection - cosTheta2 * normal;
@@ -94,7 +106,8 @@ OX_SERVICE Oxvoid oxsReflect4(ISSEVec4& newDirection, const ISSEVec4& oldDirecti
 
 // Asks a light for four samples at once. True: the shadow packet holds the four rays from `pos` to the light and, as
 // its colours, the intensities that arrive.
-OX_SERVICE bool oxsIlluminate4(Oxvoid* light, OxState4& shadow, ISSEVec4& pos, OxState4& state, Oxvoid* userData) {
+OX_PACKET_SERVICE bool oxsIlluminate4(Oxvoid* light, OxState4& shadow, ISSEVec4& pos, OxState4& state,
+                                      Oxvoid* userData) {
     ISSERay4& ray = *shadow.ray4;
     for (sse_t& channel : shadow.colors.t) channel = _mm_setzero_ps();  // of lights that set none
     if (!static_cast<OxLight*>(light)->Illuminate4(pos, ray.direction, ray.maxDist, shadow.colors, state, userData))
@@ -115,8 +128,8 @@ inline R2 oxs4TextureCoordinates(const OxState4& state4, const ISSEIntersection4
 
 // Looks textures up, one a lane (all bits set: none, the lane's colour stays). Coordinates are clamped to the texture's
 // range; texels stand at whole places, not half ones.
-OX_SERVICE Oxvoid oxs4ApplyTexture(OxState4& state4, ISSEIntersection4& hit4, unsigned int* textureId,
-                                   ISSEVec4& color4) {
+OX_PACKET_SERVICE Oxvoid oxs4ApplyTexture(OxState4& state4, ISSEIntersection4& hit4, unsigned int* textureId,
+                                          ISSEVec4& color4) {
     for (unsigned i = 0; i < 4; ++i) {
         if (textureId[i] == ~0u || hit4.tri[i] < 0) continue;
         const TextureObject* texture = TextureList::current->ByID(static_cast<Oxint>(textureId[i]));

@@ -140,7 +140,12 @@ _oxbeam() {
         *) compadd -- ${=kind} ;;
     esac
 }
-(( $+functions[compdef] )) && compdef _oxbeam oxbeam
+# Out of a folder of fpath this is loaded at the first completion, which it then has to answer.
+if [[ $funcstack[1] == _oxbeam ]]; then
+    _oxbeam "$@"
+elif (( $+functions[compdef] )); then
+    compdef _oxbeam oxbeam
+fi
 )zsh";
 
 static const char* const FishScript = R"fish(

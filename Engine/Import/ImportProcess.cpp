@@ -50,10 +50,10 @@ static Error cannotStart(const std::string& program, const std::string& why) {
 // Beside the library, in a build tree as well as where it is installed.
 static fs::path whereIs(const std::string& program) {
     const fs::path folder = engineLibrary().parent_path();
-    for (const char* place : {".", "../bin", "../libexec/oxbeam"})
+    for (const char* place : {".", "../bin", "oxbeam"})
         if (fs::path found = folder / place / program; access(found.c_str(), X_OK) == 0) return found;
-    throw cannotStart(program, fmt::format("it is neither in '{}' nor in '../bin' or '../libexec/oxbeam' beside it",
-                                           folder.string()));
+    throw cannotStart(program,
+                      fmt::format("it is neither in '{}' nor in '../bin' or 'oxbeam' from there", folder.string()));
 }
 
 // Its standard input and output are the socket; what else it says goes nowhere. In a process group of its own: an

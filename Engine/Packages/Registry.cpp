@@ -2,6 +2,7 @@
 
 #include "Engine/Host/HostObjects.h"
 #include "Engine/Packages/Overrides.h"
+#include "Engine/System/System.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxLight.h"
 #include "Oxbeam/OxRenderingObject.h"
@@ -307,8 +308,8 @@ std::vector<std::string> Registry::names(const std::vector<ObjectKind>& kinds) c
 }
 
 std::vector<fs::path> defaultPackageFolders() {
-    const fs::path here = boost::dll::program_location().parent_path();
-    return {here / "packages", here.parent_path() / "lib" / "oxbeam" / "packages"};
+    return {boost::dll::program_location().parent_path() / "packages",
+            engineLibrary().parent_path() / "oxbeam" / "packages"};
 }
 
 }  // namespace oxbeam

@@ -96,7 +96,8 @@ private:
     std::vector<std::filesystem::path> m_packages;
 };
 
-// Where packages are looked for unless told otherwise: beside the program, then where they are installed.
+// Where packages are looked for unless told otherwise: in `packages` beside the program, then where they are installed, in
+// `oxbeam/packages` beside the library.
 OXBEAM_API std::vector<std::filesystem::path> defaultPackageFolders();
 
 }  // namespace oxbeam

@@ -34,7 +34,7 @@ std::filesystem::path engineLibrary() {
     Dl_info info{};
     if (dladdr(reinterpret_cast<const void*>(&engineLibrary), &info) == 0 || !info.dli_fname)
         throw Error(ExitStatus::InputOutput, "cannot find out where the library is");
-    return std::filesystem::absolute(info.dli_fname);
+    return std::filesystem::weakly_canonical(info.dli_fname);
 }
 
 ThreadBudget threadBudget() {

@@ -12,6 +12,8 @@
 #include "Sampling/Frame.h"
 #include "Sampling/PowerCosine.h"
 
+#include <atomic>
+#include <cstdint>
 #include <limits>
 
 // What the standard assertion calls where it fails; its header hides it from release builds.
@@ -264,6 +266,29 @@ KEL_SERVICE R3 kelGetRefractiveIntensity(OxState* state, float& distance, float 
 }
 
 // ---- Shadow rays
+
+// Remembers by class where the KelLight lies in a light. An entry is a single word, so that threads need no lock: the
+// address of the class' table of virtual functions in the upper 48 bits, the distance in bytes in the lower 16.
+class KelLightOffsets {
+public:
+    static KelLightOffsets instance;
+
+    KelLight* kelLight(OxLight* light) {
+        const auto table = *reinterpret_cast<const std::uintptr_t*>(light);
+        const std::uint64_t known = m_known[table / 16 % Size].load(std::memory_order_relaxed);
+        if (known >> 16 != table) [[unlikely]]
+            return find(light);
+        const auto distance = static_cast<std::int16_t>(known);
+        return distance ? reinterpret_cast<KelLight*>(reinterpret_cast<char*>(light) + distance) : nullptr;
+    }
+
+private:
+    static constexpr unsigned Size = 64;
+
+    KelLight* find(OxLight* light);
+
+    std::atomic<std::uint64_t> m_known[Size];
+};
 
 // Null where the light is not one of the package's. The same as a dynamic_cast, which costs as much as a short ray: how
 // far a light's KelLight lies from its OxLight is the same for all lights of a class, and is found out once.

@@ -19,10 +19,10 @@ struct alignas(64) KelRay {
     OxSampler* sampler = nullptr;        // made by the first setSeed
     bool m_deleteSampler = true;         // the record owns the sampler
 
-    explicit KelRay(OxSampler* sampler = nullptr);
-    KelRay(const KelRay& other);
-    KelRay& operator=(const KelRay& other);
-    ~KelRay();
+    OXBEAM_API explicit KelRay(OxSampler* sampler = nullptr);
+    OXBEAM_API KelRay(const KelRay& other);
+    OXBEAM_API KelRay& operator=(const KelRay& other);
+    OXBEAM_API ~KelRay();
 
     // Back to a primary ray's values; pattern and sampler stay.
     void init() {
@@ -30,9 +30,9 @@ struct alignas(64) KelRay {
         insideFlag = 0;
         opacity = 1.0f;
     }
-    void setSeed(unsigned seed);
+    OXBEAM_API void setSeed(unsigned seed);
     // Replaces the sampler, which is then owned as the former one was.
-    void setSampler(OxSampler* newSampler);
+    OXBEAM_API void setSampler(OxSampler* newSampler);
     void setRo(KelRenderingObject* ro) { m_ro = ro; }
     // Next random number in [0, 1) of a dimension; 0 before the first setSeed.
     float getSample(int dimension) { return sampler ? sampler->nextSample(dimension) : 0.0f; }

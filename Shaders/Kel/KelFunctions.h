@@ -1,5 +1,6 @@
 // The package's ray services, for other packages that link against this one: settings in force, secondary rays,
-// culling by contribution, and shadow rays. The package's own shaders include FastKel.h, which inlines them.
+// culling by contribution, and shadow rays. The package's own shaders include FastKel.h, which inlines them. The library has
+// a copy of the services for packets too (Oxbeam/FastOxS4.h).
 //
 // Every OxState* that is a shaded ray's must have a KelRenderingObject as its m_ro and a KelRay as its private pointer.
 // Where only m_ro is read, a missing one ends the process with an assertion, in release builds too. Colours are

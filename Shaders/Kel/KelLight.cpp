@@ -1,5 +1,6 @@
 #include "KelLight.h"
 
+#include "FastKel.h"
 #include "Kel.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxLight.h"

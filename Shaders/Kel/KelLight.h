@@ -4,9 +4,6 @@
 #include "Oxbeam/OxTypes.h"
 #include "Primitives/Vec.h"
 
-#include <atomic>
-#include <cstdint>
-
 class OxLight;
 struct OxState;
 
@@ -15,7 +12,7 @@ struct OxState;
 //
 // Jittering a light's sample point over an extent and averaging over passes makes penumbrae and wide highlights
 // (R. Cook, T. Porter and L. Carpenter, "Distributed ray tracing", 1984).
-class KelLight {
+class OXBEAM_API KelLight {
 public:
     R3 u;  // jitter axes; their lengths are the extent along them
     R3 v;
@@ -43,27 +40,4 @@ protected:
     bool deflectDirection(OxState* state, R3& direction) const;
     // Jitters the state's ray in that way.
     bool deflectRayDirection(OxState* state) const;
-};
-
-// Remembers by class where the KelLight lies in a light. An entry is a single word, so that threads need no lock: the
-// address of the class' table of virtual functions in the upper 48 bits, the distance in bytes in the lower 16.
-class KelLightOffsets {
-public:
-    static KelLightOffsets instance;
-
-    KelLight* kelLight(OxLight* light) {
-        const auto table = *reinterpret_cast<const std::uintptr_t*>(light);
-        const std::uint64_t known = m_known[table / 16 % Size].load(std::memory_order_relaxed);
-        if (known >> 16 != table) [[unlikely]]
-            return find(light);
-        const auto distance = static_cast<std::int16_t>(known);
-        return distance ? reinterpret_cast<KelLight*>(reinterpret_cast<char*>(light) + distance) : nullptr;
-    }
-
-private:
-    static constexpr unsigned Size = 64;
-
-    KelLight* find(OxLight* light);
-
-    std::atomic<std::uint64_t> m_known[Size];
 };

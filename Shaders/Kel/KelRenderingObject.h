@@ -7,7 +7,7 @@
 #include "Kel.h"
 #include "Oxbeam/OxRenderingObject.h"
 
-class KelRenderingObject : public OxRenderingObject {
+class OXBEAM_API KelRenderingObject : public OxRenderingObject {
 public:
     float m_transparentAccuracy = 0.15f;  // rays whose weight would fall to this or below are not traced
     float m_reflectiveAccuracy = 0.15f;

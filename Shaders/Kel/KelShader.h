@@ -10,7 +10,7 @@ struct OxState;
 // A shader's switch can turn a feature on for its surface, never off where it is on for the whole picture; in the
 // same way the number of samples can only be raised. A shader's switch is on when nonzero, the global one when
 // exactly 1.
-class KelShader : public OxShader {
+class OXBEAM_API KelShader : public OxShader {
 public:
     Oxint m_wireframe = 0;       // draw only the borders of triangles
     float m_thickness = -1.0f;   // of the borders; negative: 1% of the length of each edge

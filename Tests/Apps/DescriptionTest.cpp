@@ -4,18 +4,13 @@
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-
-// ---- Describing
 
 TEST_F(Command, JsonHoldsValuesInForceBesideDocumentedOnes) {
     const auto all = nlohmann::json::parse(run("describe --format json").out);
     ASSERT_EQ(all.size(), registry().all().size());
     const auto phong = nlohmann::json::parse(run("describe KelPhong --format json").out);
-    EXPECT_THAT(all, testing::Contains(phong));
+    EXPECT_THAT(all, Contains(phong));
     const auto parameter = [&](const std::string& id) {
         for (const auto& p : phong.at("parameters"))
             if (p.at("id") == id) return p;
@@ -32,129 +27,73 @@ TEST_F(Command, JsonHoldsValuesInForceBesideDocumentedOnes) {
     EXPECT_EQ(parameter("texture").at("default"), nullptr);
 }
 
-// ---- Completing
+// What is completed to what, a line each: "WORDS -> OFFERS".
+static std::string completions(const char* name) { return contentOf(TEST_TRANSCRIPTS "/" + std::string(name)); }
 
+// The words as bash takes them apart.
 TEST_F(Command, BashCompletesWhatTheCommandTakes) {
-    struct Case {
-        std::string words, expected;  // the words as bash takes them apart; all that is offered
-    };
-    const std::vector<Case> cases = {
-        {"re", "render"},
-        {"describe KelPh", "KelPhong KelPhongEyeLight"},
-        {"describe --format = x", "xml"},
-        {"scene car.glb --view b", "back bottom"},
-        {"scene sce", "scene.toml"},
-        {"render sce", "scene.toml"},
-        {"render scene.toml --set sha", "shader."},
-        {"render scene.toml --set shader.", "shader.body."},
-        {"render --size 4x4 scene.toml -q --set shader.body.shin", "shader.body.shininess="},
-        {"sweep scene.toml --set render.softShadows =", "false true"},
-        {"render scene.toml --set render.softShadows = t", "true"},
-        {"check scene.toml --set = light.0.int", "light.0.intensity="},
-        {"render scene.toml --set mesh.0.sha", "mesh.0.shape= mesh.0.shader= mesh.0.shaders="},
-        {"render scene.toml --camera ''", "side"},
-        {"render none.toml --set sha", ""},
-        {"render packages/libBroken.so --set sha", ""},
-        {"--package-path pack", "packages"},
-        {"--package-path packages render scene.toml --set im", "image."},
-    };
-    std::filesystem::create_directory(scratch() / "packages");
-    writeFile("packages/libBroken.so", "no library");
-    writeFile("scene.toml", std::string(SceneText) + "[camera.side]\nfov = 20\n");
+    writeBrokenPackage();
+    writeFile("scene.toml", SceneText + "[camera.side]\nfov = 20\n");
     writeFile("script.bash", run("completion bash").out);
-    std::string script = "source script.bash\n", expected;
-    for (const Case& c : cases) {
-        script +=
-            "COMP_WORDS=(\"" OXBEAM_COMMAND "\" " + c.words + ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_oxbeam\n";
-        script += "echo \"" + c.words + " -> ${COMPREPLY[*]}\"\n";
-        expected += c.words + " -> " + c.expected + '\n';
-    }
-    writeFile("cases.bash", script);
-    ASSERT_EQ(std::system(("cd " + scratch().string() + " && bash cases.bash >replies 2>&1").c_str()), 0);
-    EXPECT_EQ(contentOf("replies"), expected);
+    writeFile("cases", completions("bash.txt"));
+    const Outcome replies = shell(R"sh(source script.bash
+while IFS= read -r line; do
+    words=${line% -> *}
+    eval "COMP_WORDS=('$oxbeam' $words)"
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    COMPREPLY=()
+    _oxbeam
+    echo "$words -> ${COMPREPLY[*]}"
+done <cases)sh");
+    EXPECT_EQ(replies.out + replies.err, completions("bash.txt"));
 }
 
 // The other shells, where they are installed. zsh has its own functions stand-ins here, as they work in its editor only.
 TEST_F(Command, ZshAndFishCompleteWhatBashDoes) {
-    struct Case {
-        std::string line, expected;  // an empty word at the end is completed to anything
-    };
-    const std::vector<Case> cases = {
-        {"rend", "render"},
-        {"scene car.glb --view b", "back bottom"},
-        {"render --ground n", "none"},
-        {"render --aov dep", "depth"},
-        {"completion z", "zsh"},
-        {"describe KelPhongE", "KelPhongEyeLight"},
-        {"render scene.toml --camera s", "side"},
-    };
-    writeFile("scene.toml", std::string(SceneText) + "[camera.side]\nfov = 20\n");
-    const auto has = [](const char* shell) {
-        return std::system(("command -v " + std::string(shell) + " >/dev/null 2>&1").c_str()) == 0;
-    };
-    std::filesystem::create_symlink(OXBEAM_COMMAND, scratch() / "oxbeam");
-    const auto reply = [&](const std::string& shell, const std::string& script) {
-        writeFile("cases." + shell, script);
-        const std::string call = "cd " + scratch().string() + " && PATH=" + scratch().string() + ":$PATH " + shell +
-                                 (shell == "zsh" ? " -f" : " --no-config") + " cases." + shell + " >replies 2>&1";
-        EXPECT_EQ(std::system(call.c_str()), 0);
-        return contentOf("replies");
-    };
+    const auto has = [](const std::string& name) { return shell("command -v " + name).status == 0; };
+    if (!has("zsh") && !has("fish")) GTEST_SKIP() << "neither zsh nor fish is installed";
+    writeFile("scene.toml", SceneText + "[camera.side]\nfov = 20\n");
+    fs::create_symlink(OXBEAM_COMMAND, scratch() / "oxbeam");
+    const std::string expected = completions("shells.txt");
     std::string zsh = R"(source script.zsh
 compadd() { while [[ $1 != -- ]]; do shift; done; shift; print -rl -- ${(M)@:#${words[CURRENT]}*}; }
 compset() { :; }
 _files() { print -- files; }
 try() { words=(oxbeam "$@") CURRENT=$(( $# + 1 )); print -r -- "$* -> ${(j: :)${(f)$(_oxbeam)}}"; }
 )",
-                fish = "source script.fish\n", expected;
-    for (const Case& c : cases) {
-        zsh += "try " + c.line + '\n';
-        fish += "echo '" + c.line + " ->' (complete -C 'oxbeam " + c.line + "' | string replace -r '\\t.*' '')\n";
-        expected += c.line + " -> " + c.expected + '\n';
+                fish = "source script.fish\n";
+    std::istringstream lines(expected);
+    for (std::string line; std::getline(lines, line);) {
+        const std::string words = line.substr(0, line.find(" -> "));
+        zsh += "try " + words + '\n';
+        fish += "echo '" + words + " ->' (complete -C 'oxbeam " + words + "' | string replace -r '\\t.*' '')\n";
     }
-    if (!has("zsh") && !has("fish")) GTEST_SKIP() << "neither zsh nor fish is installed";
-    writeFile("script.zsh", run("completion zsh").out);
-    writeFile("script.fish", run("completion fish").out);
+    const auto reply = [&](const std::string& name, const std::string& options, const std::string& script) {
+        writeFile("script." + name, run("completion " + name).out);
+        writeFile("cases." + name, script);
+        const Outcome outcome = shell("PATH=$PWD:$PATH " + name + options + " cases." + name);
+        EXPECT_EQ(outcome.status, 0);
+        return outcome.out + outcome.err;
+    };
     if (has("zsh")) {
-        EXPECT_EQ(reply("zsh", zsh + "try render sce\ntry render scene.toml --set shader.body.shin\n"),
+        EXPECT_EQ(reply("zsh", " -f", zsh + "try render sce\ntry render scene.toml --set shader.body.shin\n"),
                   expected +
                       "render sce -> files\n"
                       "render scene.toml --set shader.body.shin -> shader.body.shininess=\n");
+        // As installed, it is loaded at the first completion.
+        std::filesystem::create_directory(scratch() / "functions");
+        std::filesystem::copy_file(scratch() / "script.zsh", scratch() / "functions" / "_oxbeam");
+        zsh.replace(0, zsh.find('\n'), "fpath=($PWD/functions $fpath); autoload -Uz _oxbeam");
+        EXPECT_EQ(reply("zsh", zsh), expected);
     }
     if (has("fish")) {
-        EXPECT_EQ(reply("fish", fish), expected);
+        EXPECT_EQ(reply("fish", " --no-config", fish), expected);
     }
 }
 
-// ---- Sweeping
-
 TEST_F(Command, SweepsTakeStepsFromTheLineOrFromTheDeclaration) {
-    struct Case {
-        std::string arguments;
-        std::vector<std::string> labels;
-    };
-    const std::vector<Case> cases = {
-        // Declared from 1 to 512, logarithmic.
-        {"--set shader.body.shininess",
-         {"shininess = 1", "shininess = 3.4822", "shininess = 12.1257", "shininess = 42.2243", "shininess = 147.033",
-          "shininess = 512"}},
-        {"--set camera.fov=20..60/3", {"fov = 20", "fov = 40", "fov = 60"}},
-        // Whole steps, each once.
-        {"--set render.recursionLimit=1..3/6", {"recursionLimit = 1", "recursionLimit = 2", "recursionLimit = 3"}},
-        {"--set shader.body.reflective=[0,1,0]..[1,0,0]/3",
-         {"reflective = [0, 1, 0]", "reflective = [0.5, 0.5, 0]", "reflective = [1, 0, 0]"}},
-        {"--set render.softShadows --set camera.fov=20,30 --set light.0.intensity=[9,9,9]",
-         {"softShadows = false, fov = 20", "softShadows = true, fov = 20", "softShadows = false, fov = 30",
-          "softShadows = true, fov = 30"}},
-    };
-    for (const Case& c : cases) {
-        const Outcome outcome = run("sweep scene.toml -o s.png --samples 1 --size 8x6 " + c.arguments);
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
-        std::string steps;
-        for (std::size_t i = 0; i < c.labels.size(); ++i)
-            steps += std::to_string(i + 1) + " of " + std::to_string(c.labels.size()) + ": " + c.labels[i] + '\n';
-        EXPECT_THAT(outcome.err, testing::StartsWith(steps + "wrote s.png ("));
-    }
+    writeFile("old.png", "an old picture");
+    expectTranscript("sweeps.txt");
 }
 
 TEST_F(Command, ASweepsSheetHoldsItsPictures) {
@@ -177,31 +116,8 @@ TEST_F(Command, ASweepsSheetHoldsItsPictures) {
     EXPECT_EQ(pixel("t.exr", 12 + 80, 12 + 15), R3(0, 0, 1));
 }
 
-TEST_F(Command, ASweepThatCannotBeIsRefused) {
-    const std::string sweep = "sweep scene.toml -o old.png ", error = "oxbeam: error: ";
-    expectFailures({
-        {sweep + "--set camera.fov=30", 2,
-         error + "--set: none of the settings have more than one value; expected one, or two for a grid\n"},
-        {sweep + "--set shader.body.shininess=1..9/1", 2,
-         error + "--set shader.body.shininess=1..9/1: expected 2 to 64 steps after the '/'\n"},
-        {sweep + "--set shader.body.emissive=0..[1,1,1]", 2,
-         error +
-             "--set shader.body.emissive=0..[1,1,1]: expected A..B or A..B/N, with two numbers or two lists of as many "
-             "numbers\n"},
-        {sweep + "--set shader.body.emissiveColor", 2,
-         error + "--set shader.body.emissiveColor: the object declares no bounds for it; say which values, as "
-                 "shader.body.emissiveColor=A..B/N or shader.body.emissiveColor=a,b,c\n"},
-        {sweep + "--set shader.body.shinyness", 3,
-         error + "--set shader.body.shinyness: no object of the scene declares this parameter; did you mean "
-                 "'shader.body.shininess'?\n"},
-    });
-}
-
-// ---- The doctor
-
 TEST_F(Command, TheDoctorGoesOnWhereAPackageDoesNotLoad) {
-    std::filesystem::create_directory(scratch() / "packages");
-    writeFile("packages/libBroken.so", "no library");
+    writeBrokenPackage();
     const Outcome outcome = run("doctor --package-path packages");
     EXPECT_EQ(outcome.status, 4);
     EXPECT_THAT(outcome.err, ContainsRegex("^oxbeam: error: .*/libBroken\\.so: this package does not load: .*\n$"));
@@ -212,5 +128,8 @@ TEST_F(Command, TheDoctorGoesOnWhereAPackageDoesNotLoad) {
         EXPECT_THAT(outcome.out,
                     ContainsRegex(std::string("\n  oxbeam-") + reader + "\n    limits: 20 s of a processor, .*" +
                                   "\n    capabilities: none\n    Landlock: .*in force.*\n    seccomp: .*in force"));
-    EXPECT_EQ(run("doctor").status, 0);
+    EXPECT_THAT(outcome.out, ContainsRegex("\nmemory\n(.*\n)*.*available(.*\n)*.*80% of the"));
+    const Outcome limited = run("doctor --memory-limit 1536M");
+    EXPECT_EQ(limited.status, 0);
+    EXPECT_THAT(limited.out, HasSubstr("1.5 GiB, by --memory-limit"));
 }

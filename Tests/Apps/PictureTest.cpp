@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::HasSubstr;
 
 namespace {
 
@@ -53,38 +51,23 @@ TEST_F(Command, ExposureAndToneAreForDisplaysAndLeaveFloatsAlone) {
     }
 }
 
-// Means over small parts of a dark gradient are those of the light, constant areas stay constant, and a crop is dithered as
-// the whole picture is, on every run.
-TEST_F(Command, DarkGradientsHaveNoBandsAndCropsTheSameGrain) {
-    writeFile("dark.toml",
-              "[image]\nwidth = 320\nheight = 40\nsamples = 4\n[camera]\nposition = [0, 0, 4]\nlookAt = [0, 0, 0]\n"
-              "[environment]\nbackground = [1, 1, 1]\n[shader.a]\nobject = \"KelPhong\"\n"
-              "[[light]]\nobject = \"KelPointLight\"\nposition = [-40, 0, 30]\nintensity = [3, 3, 3]\n"
-              "[[mesh]]\nshape = \"plane\"\nshader = \"a\"\nrotate = [90, 0, 0]\nscale = 100\n"
-              "[render]\n");
-    const std::string render = "render -q dark.toml --set shader.a.ambientIntensity=0 -o ";
-    ASSERT_EQ(run(render + "whole.png").status, 0);
-    ASSERT_EQ(run(render + "again.png --threads 1").status, 0);
-    ASSERT_EQ(run(render + "part.png --crop 37,5,201,33").status, 0);
-    const OIIO::ImageBuf whole = picture("whole.png"), part = picture("part.png");
+// The mean of what is stored is that of the light, constant areas stay constant, and a crop is dithered as the whole
+// picture is, on every run.
+TEST_F(Command, EightBitsAreDitheredAndCropsHaveTheSameGrain) {
+    writeFile("grey.toml", "[image]\nwidth = 64\nheight = 64\n[environment]\nbackground = [0.02, 0.02, 0.02]\n");
+    ASSERT_EQ(run("render -q grey.toml -o whole.png").status, 0);
+    ASSERT_EQ(run("render -q grey.toml -o again.png --threads 1").status, 0);
+    ASSERT_EQ(run("render -q grey.toml -o part.png --crop 37,5,61,33").status, 0);
     EXPECT_TRUE(contentOf("whole.png") == contentOf("again.png"));
+    const OIIO::ImageBuf whole = picture("whole.png"), part = picture("part.png");
     for (int y = 0; y < 28; ++y)
-        for (int x = 0; x < 164; ++x)
+        for (int x = 0; x < 24; ++x)
             ASSERT_EQ(part.getchannel(x, y, 0, 0), whole.getchannel(x + 37, y + 5, 0, 0)) << x << ' ' << y;
-    ASSERT_EQ(run(render + "light.exr").status, 0);
-    const OIIO::ImageBuf light = picture("light.exr");
-    float least = 255.0f, most = 0.0f;
-    for (int x0 = 0; x0 < 320; x0 += 10) {
-        float shown = 0.0f, meant = 0.0f;
-        for (int x = x0; x < x0 + 10; ++x)
-            for (int y = 0; y < 40; ++y) {
-                shown += 255.0f * whole.getchannel(x, y, 0, 0) / 400.0f;
-                meant += 255.0f * OIIO::linear_to_sRGB(light.getchannel(x, y, 0, 0)) / 400.0f;
-            }
-        ASSERT_NEAR(shown, meant, 0.06f) << "from " << x0;
-        least = std::min(least, meant), most = std::max(most, meant);
-    }
-    EXPECT_LT(most - least, 30.0f) << "the steps are narrow";
+    float shown = 0.0f;
+    for (int i = 0; i < 64 * 64; ++i) shown += 255.0f * whole.getchannel(i % 64, i / 64, 0, 1) / (64 * 64);
+    const float meant = 255.0f * OIIO::linear_to_sRGB(0.02f);
+    EXPECT_NEAR(shown, meant, 0.02f);
+    EXPECT_GT(std::fabs(meant - std::round(meant)), 0.2f) << "it needs dithering";
 
     writeFile("white.toml", "[image]\nwidth = 64\nheight = 64\n[environment]\nbackground = [1, 0, 1]\n");
     ASSERT_EQ(run("render -q white.toml -o white.png").status, 0);
@@ -122,30 +105,10 @@ TEST_F(Command, ATransparentBackgroundIsAlphaInTheFormatsThatHaveOne) {
         EXPECT_NEAR(color[0], red, c.step);
         EXPECT_NEAR(color[1], green, c.step);
     }
-    const std::string none = " has no room for alpha; expected a name that ends in .png, .tif or .exr\n",
-                      error = "oxbeam: error: a transparent background: ";
-    expectFailures({{"render card.toml -o p.jpg", 2, error + "'p.jpg'" + none},
-                    {"render scene.toml -o p.hdr --background transparent", 2, error + "'p.hdr'" + none}});
     EXPECT_EQ(run("render -q card.toml -o p.jpg --background environment").status, 0);
     EXPECT_GT(pixel("p.jpg", 5, 15).z, 0.8f);
     EXPECT_THAT(run("render card.toml -o p.exr --packets").err,
                 HasSubstr("note: --packets has no effect: packets tell no alpha\n"));
-}
-
-TEST_F(Command, AlphaIsResumedBitForBit) {
-    const std::string render =
-        "render -q scene.toml --background transparent --filter gaussian --crop 5,3,33,27 --aov depth -o ";
-    ASSERT_EQ(run(render + "whole.exr --samples 5").status, 0);
-    ASSERT_EQ(run(render + "part.exr --samples 2 --checkpoint c.exr").status, 0);
-    const Outcome resumed = run(render + "resumed.exr --samples 5 --checkpoint c.exr --resume");
-    ASSERT_EQ(resumed.status, 0) << resumed.err;
-    const OIIO::ImageBuf a = picture("whole.exr"), b = picture("resumed.exr");
-    ASSERT_EQ(a.spec().channelnames, (std::vector<std::string>{"R", "G", "B", "A", "depth.Z"}));
-    EXPECT_EQ(a.spec().channelnames, b.spec().channelnames);
-    EXPECT_EQ(std::memcmp(a.localpixels(), b.localpixels(), a.spec().image_bytes()), 0);
-    EXPECT_THAT(run("render scene.toml -o p.png --samples 5 --checkpoint c.exr --resume --crop 5,3,33,27").err,
-                HasSubstr("--background was transparent and is environment; --filter was gaussian and is box; "
-                          "--filter-width was 3 and is 1\n"));
 }
 
 TEST_F(Command, APictureOnStandardOutputIsTheFile) {
@@ -156,24 +119,6 @@ TEST_F(Command, APictureOnStandardOutputIsTheFile) {
         EXPECT_THAT(piped.err, HasSubstr("wrote standard output (40 x 30)\n"));
         ASSERT_EQ(run("render -q scene.toml -o file." + format).status, 0);
         writeFile("piped." + format, piped.out);
-        const OIIO::ImageBuf a = picture("file." + format), b = picture("piped." + format);
-        ASSERT_EQ(a.spec().channelnames, b.spec().channelnames);
-        EXPECT_EQ(std::memcmp(a.localpixels(), b.localpixels(), a.spec().image_bytes()), 0);
+        expectSame("piped." + format, "file." + format);
     }
-    const std::string error = "oxbeam: error: ", render = "render scene.toml -o ";
-    expectFailures({
-        {render + "-", 2, error + "-o -: expected --format with one of png, jpg, tiff, exr, hdr\n"},
-        {render + "- --format pgn", 2,
-         error + "--format pgn: expected one of png, jpg, tiff, exr, hdr; did you mean 'png'?\n"},
-        {render + "p.png --format png", 2, error + "--format is for -o -; 'p.png' tells its format\n"},
-        {render + "- --format png --aov depth", 2,
-         error + "--aov: 'standard output.png' has no room for layers; expected a name that ends in .exr\n"},
-        {render + "p.exr --exposure 1", 2,
-         error + "--exposure: 'p.exr' keeps the light as it is; expected a name that ends in .png, .jpg or .tif\n"},
-        {render + "p.png --exposure 65", 2, error + "--exposure 65: expected a number from -64 to 64\n"},
-        {render + "p.png --exposure dark", 2, testing::StartsWith(error + "--exposure dark: expected a number\n")},
-        {render + "p.png --tone filmc", 2,
-         error + "--tone filmc: expected one of none, filmic, neutral; did you mean 'filmic'?\n"},
-        {render + "p.png --filter-width 0", 2, error + "--filter-width 0: expected a number from 0.01 to 32\n"},
-    });
 }

@@ -6,9 +6,6 @@
 #include "Tests/Support/Processes.h"
 #include "Tests/Support/SceneText.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <seccomp.h>
 #include <sys/mman.h>
@@ -17,17 +14,12 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <functional>
 #include <thread>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::HasSubstr;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -35,33 +27,23 @@ constexpr int CannotConfine = 200;
 
 // The wait status of a process that tries it, which ends with errno, or 0 where that went well.
 int outcome(const std::function<bool()>& attempt, const ImportLimits& limits = {}) {
-    const pid_t child = fork();
-    if (child == 0) {
+    return statusOf([&] {
         signal(SIGSYS, SIG_DFL);
         shedInheritance();
         memfd_create("bytes", 0);  // PassedDescriptor, as from a host that has put a picture into it
         try {
             confine(limits, {scratch() / "granted"});
         } catch (const std::exception&) {
-            _exit(CannotConfine);
+            return CannotConfine;
         }
-        _exit(attempt() ? 0 : errno);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
+        return attempt() ? 0 : errno;
+    });
 }
 
 std::string inForce(const std::string& what) {
     for (const std::string& line : importReport(ModelProgram).confinement)
         if (line.starts_with(what + ": ")) return line.substr(what.size() + 2);
     return "nothing is said of it";
-}
-
-bool spin() {
-    for (volatile bool on = true; on;) {
-    }
-    return true;
 }
 
 bool opens(const fs::path& file, int flags = O_RDONLY) { return open(file.c_str(), flags | O_CLOEXEC, 0600) >= 0; }
@@ -129,21 +111,18 @@ TEST(Confinement, EndsWhatMakesACallThatReadingDoesNotTake) {
 // As in containers that grant neither.
 TEST(Confinement, GoesOnWhereTheSystemOffersLittle) {
     prepareFiles();
-    const pid_t child = fork();
-    if (child == 0) {
+    const int status = statusOf([] {
         const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
         seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(landlock_create_ruleset), 0);
         seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(seccomp), 0);
         seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(prctl), 1, SCMP_A0_32(SCMP_CMP_EQ, PR_SET_SECCOMP, 0));
-        if (seccomp_load(filter) != 0) _exit(2);
+        if (seccomp_load(filter) != 0) return 2;
         shedInheritance();
         const std::vector<std::string> said = confine({}, {scratch() / "granted"});
         const bool honest = said.at(2) == "Landlock: not in force: this kernel has none" &&
                             said.at(3).starts_with("seccomp: not in force: ");
-        _exit(honest && opens(scratch() / "granted/inside") ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
+        return honest && opens(scratch() / "granted/inside") ? 0 : 1;
+    });
     if (WIFEXITED(status) && WEXITSTATUS(status) == 2) GTEST_SKIP() << "seccomp is " << inForce("seccomp");
     EXPECT_EQ(status, 0);
 }
@@ -154,14 +133,16 @@ TEST(Confinement, KeepsItsTimeUnderAnotherHardLimit) {
     for (const rlim_t hard : {rlim_t{60}, rlim_t{2}}) {
         rusage before{}, after{};
         getrusage(RUSAGE_CHILDREN, &before);
-        const pid_t child = fork();
-        if (child == 0) {
+        const int status = statusOf([&] {
             const rlimit both{hard, hard};
             setrlimit(RLIMIT_CPU, &both);
-            _exit(WTERMSIG(outcome(spin, limits)));
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
+            const auto spin = [] {
+                for (volatile bool on = true; on;) {
+                }
+                return true;
+            };
+            return WTERMSIG(outcome(spin, limits));
+        });
         getrusage(RUSAGE_CHILDREN, &after);
         EXPECT_EQ(WEXITSTATUS(status), SIGXCPU) << hard;
         EXPECT_LE(after.ru_utime.tv_sec - before.ru_utime.tv_sec, 2) << hard;

@@ -4,9 +4,7 @@
 #include "Tests/Support/Probe.h"
 
 #include <algorithm>
-#include <array>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 namespace {
@@ -55,15 +53,6 @@ TEST(Display, CurvesGrowFromBlackToWhiteAndTakeAnyLight) {
         expectNear(under(curve, R3(std::nanf(""), -3, -RayInfinity)), Black);
         expectNear(under(curve, RayInfinity * White), White, 1e-4f);
     }
-}
-
-TEST(Display, AnEvDoublesTheLight) {
-    const R3 light(0.1f, 0.02f, 0.3f);
-    for (const ToneCurve curve : {ToneCurve::None, ToneCurve::Filmic, ToneCurve::Neutral}) {
-        EXPECT_EQ(toned(light, {2.0f, curve}), under(curve, 4.0f * light));
-        EXPECT_EQ(toned(light, {-1.0f, curve}), under(curve, 0.5f * light));
-    }
-    EXPECT_EQ(under(ToneCurve::None, R3(7, -1, 0.3f)), R3(7, -1, 0.3f));
 }
 
 // Of any value's neighbours as many are taken as make up the value, in every part of the picture and not in clumps.

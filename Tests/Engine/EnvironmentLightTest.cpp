@@ -1,6 +1,5 @@
 // Light from environment maps: how much, from where, and when it is in the frame's list.
 #include "Engine/Output/ImageFile.h"
-#include "Engine/Textures/Texture.h"
 #include "Shaders/Kel/KelCubicEnvironment.h"
 #include "Shaders/Kel/KelEnvironment.h"
 #include "Tests/Support/Probe.h"
@@ -10,7 +9,6 @@
 #include <numbers>
 #include <set>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 static constexpr float Pi = std::numbers::pi_v<float>;
@@ -18,15 +16,10 @@ static constexpr float Pi = std::numbers::pi_v<float>;
 // An angular map from a function of its own directions (z in the middle); the corners hold what must not count.
 template <class ColorAt>
 static std::unique_ptr<Texture> angularMap(unsigned side, ColorAt colorAt) {
-    std::vector<float> texels;
-    for (unsigned i = 0; i < side * side; ++i) {
-        const float x = 2 * (static_cast<float>(i % side) + 0.5f) / static_cast<float>(side) - 1;
-        const float y = 2 * (static_cast<float>(i / side) + 0.5f) / static_cast<float>(side) - 1;
-        const float r = std::sqrt(x * x + y * y), across = std::sin(Pi * r) / r;
-        const R3 color = r > 1 ? 100.0f * White : colorAt(R3(x * across, y * across, std::cos(Pi * r)));
-        texels.insert(texels.end(), {color.x, color.y, color.z});
-    }
-    return std::make_unique<Texture>(side, side, 3, std::move(texels), ColorSpace::Linear);
+    return painted(side, side, [&](float s, float t) {
+        const float x = 2 * s - 1, y = 2 * t - 1, r = std::sqrt(x * x + y * y), across = std::sin(Pi * r) / r;
+        return r > 1 ? 100.0f * White : colorAt(R3(x * across, y * across, std::cos(Pi * r)));
+    });
 }
 
 // A smooth sky, its integral over the sphere, and what arrives on a plane, by the moments of the hemisphere's cosine.
@@ -130,7 +123,7 @@ TEST(EnvironmentLight, EquirectangularPicturesAreTurnedOncePerLayout) {
         "[shader.a]\nobject = 'KelCubicEnvironment'\ntexture = 'sky'\n"
         "[shader.b]\nobject = 'KelCubicEnvironment'\ntexture0 = 'sky'\n"
         "[shader.c]\nobject = 'KelPhong'\ntexture = 'sky'\n");
-    EXPECT_THAT(scene.said, testing::IsEmpty());
+    EXPECT_THAT(scene.said, IsEmpty());
     const auto cross = [&](unsigned i) {
         return static_cast<KelCubicEnvironmentShader&>(*scene.world->shaders[i]).textureid;
     };

@@ -6,16 +6,13 @@
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-namespace fs = std::filesystem;
 
 static std::atomic<bool> s_counting{false};
 static std::atomic<unsigned> s_allocations{0};
@@ -41,13 +38,6 @@ static std::unique_ptr<World> referenceScene() {
     return world;
 }
 
-static RenderResult renderScene(World& world, unsigned threads, RenderOptions options,
-                                const std::string& isa = SceneGeometry::defaultIsa()) {
-    Workers workers(threads);
-    workers.within([&] { world.geometry.build(isa); });
-    return render(world, workers, options);
-}
-
 // On every processor, with any instruction set and number of threads. Where the picture differs, it and the difference
 // stay in the working directory.
 TEST(Frame, ThePictureIsTheReferenceBitForBit) {
@@ -60,7 +50,7 @@ TEST(Frame, ThePictureIsTheReferenceBitForBit) {
         RenderOptions options;
         options.samples = 2;
         const auto world = referenceScene();
-        auto pixels = renderScene(*world, threads, options, isa).film.pixels();
+        auto pixels = renderWorld(*world, options, threads, isa).film.pixels();
         const OIIO::ImageSpec spec(static_cast<int>(world->image.width), static_cast<int>(world->image.height), 3,
                                    OIIO::TypeDesc::FLOAT);
         const OIIO::ImageBuf picture(spec, pixels.data());
@@ -80,6 +70,6 @@ TEST(Frame, NothingIsAllocatedAfterTheFirstTile) {
     RenderOptions options;
     options.progress = [](const Progress& progress) { s_counting = progress.done < 1.0; };
     s_allocations = 0;
-    renderScene(*world, 1, options);
+    renderWorld(*world, options, 1);
     EXPECT_EQ(s_allocations, 0u);
 }

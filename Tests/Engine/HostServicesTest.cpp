@@ -7,7 +7,6 @@
 #include "Oxbeam/OxSpotLight.h"
 #include "Tests/Support/Probe.h"
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 namespace {
@@ -41,8 +40,6 @@ double meanOverSamples(const OxLight& light, F f) {
 
 }  // namespace
 
-// ---- Asking for the scene
-
 TEST(HostServices, HandlesThatNameNothingAreNull) {
     TestWorld world;
     world.phong();
@@ -53,8 +50,6 @@ TEST(HostServices, HandlesThatNameNothingAreNull) {
     for (const int none : {-1, 1, 1 << 30, -(1 << 30)}) EXPECT_EQ(oxGetInstance(none), nullptr);
     EXPECT_EQ(oxGetObject(nullptr), nullptr);
 }
-
-// ---- Lights
 
 // Says that it reaches all there is, and nothing more.
 struct Silent : OxLight {
@@ -133,8 +128,6 @@ TEST(HostServices, LightsAreSampledEvenlyOverWhereTheyShine) {
         EXPECT_NEAR(meanOverSamples(spot, [&](const R3& d) { return Dot(d, x); }), 0.0, 1e-3);
     }
 }
-
-// ---- Camera
 
 TEST(HostServices, TheCameraLooksThroughThePixelsOfItsWindow) {
     OxPerspectiveCamera camera;

@@ -1,19 +1,13 @@
 // What models' materials become: how they reflect, and what stands in for them.
 #include "Engine/SceneFile/ModelScene.h"
 #include "Tests/Support/Gltf.h"
+#include "Tests/Support/Probe.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cmath>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::FloatNear;
-using testing::IsEmpty;
-using testing::Pointwise;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -34,15 +28,17 @@ Rendered renderModel(const fs::path& file, const ModelSceneOptions& model, unsig
     LoadedScene scene = loadFile(file, options);
     std::erase_if(scene.said, [](const std::string& text) { return text.find("are negative") != text.npos; });
     EXPECT_THAT(scene.said, IsEmpty());
-    scene.world->geometry.build();
-    Workers workers(2);
     RenderOptions render;
     render.samples = samples;
     render.aovs = true;
-    const RenderResult result = oxbeam::render(*scene.world, workers, render);
+    const RenderResult result = renderWorld(*scene.world, render);
     Rendered rendered{std::move(scene.world), result.film.pixels(), {}};
     for (const AovSample& aov : result.film.aovSums()) rendered.objects.push_back(aov.object);
     return rendered;
+}
+
+std::vector<std::string> seenFrom(const std::string& z, const std::string& fov) {
+    return {"camera.position=[0, 0, " + z + "]", "camera.lookAt=[0, 0, 0]", "camera.fov=" + fov};
 }
 
 ModelSceneOptions fromTheFront(unsigned width, unsigned height) {
@@ -52,6 +48,14 @@ ModelSceneOptions fromTheFront(unsigned width, unsigned height) {
     options.size = ImageSize{width, height};
     return options;
 }
+
+struct Spread {
+    float count = 0.0f, sum = 0.0f, squares = 0.0f;
+
+    void add(float value) { count += 1.0f, sum += value, squares += value * value; }
+    float mean() const { return sum / count; }
+    float deviation() const { return std::sqrt(squares / count - mean() * mean()); }
+};
 
 // A sphere of radius 1 with smooth normals and a material of that body.
 fs::path writeSphere(const std::string& name, const std::string& material) {
@@ -105,35 +109,20 @@ TEST(Materials, ABlackSphereReflectsAsADielectricDoes) {
     for (const char* exponent : {"1000000", "1000"}) {
         ModelSceneOptions options = fromTheFront(200, 200);
         options.environment = (scratch() / "white.exr").string();
-        const Rendered r =
-            renderModel(writeSphere("ball", fmt::format("Kd 0 0 0\nKs 0.5 0.5 0.5\nNs {}\n", exponent)), options, 16);
-        const View view = r.world->viewInForce();
-        const R3 forward = Normalize(view.lookAt - view.position), right = Normalize(Cross(forward, view.lookUp));
-        const R2 window = r.world->imageWindow();
-        struct Mean {
-            float seen = 0.0f, expected = 0.0f, count = 0.0f;
-        } byDegree[80];
-        for (unsigned y = 0; y < 200; ++y)
-            for (unsigned x = 0; x < 200; ++x) {
-                const float u = (static_cast<float>(x) + 0.5f) / 100.0f - 1.0f;
-                const float v = 1.0f - (static_cast<float>(y) + 0.5f) / 100.0f;
-                const R3 D = Normalize(forward + u * window.x * right + v * window.y * Cross(right, forward));
-                const float along = Dot(-view.position, D);
-                const float cosine2 = 1.0f - Dot(view.position, view.position) + along * along;
-                if (cosine2 <= 0.0f) continue;  // past the sphere
-                const float cosine = std::sqrt(cosine2), degrees = std::acos(cosine) * 180.0f / 3.14159265f;
-                if (degrees >= 80.0f) continue;
-                Mean& mean = byDegree[static_cast<unsigned>(degrees)];
-                mean.seen += Avg(r.at(x, y));
-                mean.expected += 0.04f + 0.96f * std::pow(1.0f - cosine, 5.0f);
-                mean.count += 1.0f;
-            }
-        for (unsigned degree = 1; degree < 80; ++degree) {
-            const Mean& m = byDegree[degree];
-            ASSERT_GT(m.count, 5.0f) << degree;
-            EXPECT_NEAR(m.seen / m.count, m.expected / m.count, 0.15f * m.expected / m.count)
-                << "exponent " << exponent << ", " << degree << " degrees";
+        const Rendered r = renderModel(writeSphere("ball", fmt::format("Kd 0 0 0\nKs 0.5 0.5 0.5\nNs {}\n", exponent)),
+                                       options, 16, seenFrom("5", "24"));
+        float seen[80] = {}, expected[80] = {};  // by degree
+        for (unsigned i = 0; i < 200 * 200; ++i) {
+            const float x = static_cast<float>(i % 200) - 99.5f, y = static_cast<float>(i / 200) - 99.5f;
+            const float tangent = std::hypot(x, y) / 100.0f * std::tan(12.0f * Radian);  // of the way off the middle
+            const float sine = 5.0f * tangent / std::sqrt(1.0f + tangent * tangent);
+            if (sine >= std::sin(80.0f * Radian)) continue;
+            const auto degree = static_cast<unsigned>(std::asin(sine) / Radian);
+            seen[degree] += Avg(r.pixels[i]);
+            expected[degree] += 0.04f + 0.96f * std::pow(1.0f - std::sqrt(1.0f - sine * sine), 5.0f);
         }
+        for (unsigned degree = 1; degree < 80; ++degree)
+            EXPECT_NEAR(seen[degree] / expected[degree], 1.0f, 0.15f) << exponent << ", " << degree << " degrees";
     }
 }
 
@@ -143,15 +132,9 @@ TEST(Materials, MetalsAndDielectricsPassIntoEachOther) {
     ModelSceneOptions options = fromTheFront(150, 150);
     options.environment = SCENES "/assets/workshop.exr";
     // From so far away that all of them show the same of their surroundings.
-    const Rendered r = renderModel(SCENES "/assets/metallic-roughness.glb", options, 16,
-                                   {"camera.position=[0, 0, 1200]", "camera.lookAt=[0, 0, 0]", "camera.fov=1"});
-    float counts[26] = {}, sums[26] = {}, squares[26] = {};
-    for (std::size_t i = 0; i < r.pixels.size(); ++i) {
-        const float seen = std::min(Avg(r.pixels[i]), 1.0f);
-        counts[r.objects[i]] += 1.0f;
-        sums[r.objects[i]] += seen;
-        squares[r.objects[i]] += seen * seen;
-    }
+    const Rendered r = renderModel(SCENES "/assets/metallic-roughness.glb", options, 16, seenFrom("1200", "1"));
+    Spread seen[26];
+    for (std::size_t i = 0; i < r.pixels.size(); ++i) seen[r.objects[i]].add(std::min(Avg(r.pixels[i]), 1.0f));
     const auto expectNoJump = [](const float(&values)[5], float noise) {
         const float range = *std::max_element(values, values + 5) - *std::min_element(values, values + 5);
         for (unsigned m = 0; m < 4; ++m)
@@ -161,10 +144,10 @@ TEST(Materials, MetalsAndDielectricsPassIntoEachOther) {
         SCOPED_TRACE(fmt::format("row {}", row));
         float means[5], contrasts[5];
         for (unsigned m = 0; m < 5; ++m) {
-            const unsigned object = 1 + 5 * row + m;
-            ASSERT_GT(counts[object], 50.0f);
-            means[m] = sums[object] / counts[object];
-            contrasts[m] = std::sqrt(squares[object] / counts[object] - means[m] * means[m]);
+            const Spread& object = seen[1 + 5 * row + m];
+            ASSERT_GT(object.count, 50.0f);
+            means[m] = object.mean();
+            contrasts[m] = object.deviation();
         }
         expectNoJump(means, 0.03f);
         expectNoJump(contrasts, 0.01f);
@@ -177,42 +160,37 @@ TEST(Materials, WhatAGltfSaysOfReflectionsIsUnderstood) {
                            extensions);
     };
     const std::string plastic = R"("metallicFactor": 0, "roughnessFactor": 0.3)";
+    const std::vector<float> white = {1.0f, 1.0f, 1.0f};
+    const float half = std::sqrt(0.5f);  // of the light straight on: root of the index's quotient
     const struct {
-        const char* about;
-        std::string material, object;
+        std::string factors, extensions, object;
         std::vector<float> reflective, index;
     } cases[] = {
-        {"plastic", gltf(plastic, ""), "KelFresnelPhong", {1.0f, 1.0f, 1.0f}, {1.5f}},
-        {"water",
-         gltf(plastic, R"("KHR_materials_ior": {"ior": 1.33})"),
-         "KelFresnelPhong",
-         {1.0f, 1.0f, 1.0f},
-         {1.33f}},
-        {"reflects no less for a darker colour, but of another",
-         gltf(plastic, R"("KHR_materials_specular": {"specularFactor": 0.5, "specularColorFactor": [1, 0.5, 0]})"),
+        {plastic, "", "KelFresnelPhong", white, {1.5f}},
+        {plastic, R"("KHR_materials_ior": {"ior": 1.33})", "KelFresnelPhong", white, {1.33f}},
+        // Reflects no less for a darker colour, but of another.
+        {plastic,
+         R"("KHR_materials_specular": {"specularFactor": 0.5, "specularColorFactor": [1, 0.5, 0]})",
          "KelFresnelPhong",
          {0.5f, 0.25f, 0.0f},
          {1.5f}},
-        {"matte", gltf(plastic, R"("KHR_materials_specular": {"specularFactor": 0})"), "KelPhong", {}, {}},
-        {"unlit", gltf(plastic, R"("KHR_materials_unlit": {})"), "KelPhong", {}, {}},
-        {"half of the light straight on: root of the index's quotient",
-         gltf("", R"("KHR_materials_pbrSpecularGlossiness": {"specularFactor": [0.5, 0.4, 0.3]})"),
+        {plastic, R"("KHR_materials_specular": {"specularFactor": 0})", "KelPhong", {}, {}},
+        {plastic, R"("KHR_materials_unlit": {})", "KelPhong", {}, {}},
+        {"",
+         R"("KHR_materials_pbrSpecularGlossiness": {"specularFactor": [0.5, 0.4, 0.3]})",
          "KelFresnelPhong",
          {1.0f, 0.8f, 0.6f},
-         {(1.0f + std::sqrt(0.5f)) / (1.0f - std::sqrt(0.5f))}},
-        {"a metal, brighter towards its rim",
-         gltf(R"("roughnessFactor": 0.1, "baseColorFactor": [0.79, 0.58, 0.37, 1])", ""),
-         "KelPhong",
-         {0.8f, 0.6f, 0.4f},
-         {}},
+         {(1.0f + half) / (1.0f - half)}},
+        // A metal, brighter towards its rim.
+        {R"("roughnessFactor": 0.1, "baseColorFactor": [0.79, 0.58, 0.37, 1])", "", "KelPhong", {0.8f, 0.6f, 0.4f}, {}},
     };
     for (const auto& c : cases) {
-        const std::string skin = skinOf(sceneOf(writeGltf("skin.gltf", c.material)));
-        EXPECT_EQ(valueOf(skin, "object"), '"' + c.object + '"') << c.about;
-        EXPECT_EQ(valueOf(skin, "specularColor"), "")
-            << "no highlights of lights that the reflections show; " << c.about;
-        EXPECT_THAT(numbersOf(valueOf(skin, "reflective")), Pointwise(FloatNear(1e-5f), c.reflective)) << c.about;
-        EXPECT_THAT(numbersOf(valueOf(skin, "bindex")), Pointwise(FloatNear(1e-4f), c.index)) << c.about;
+        SCOPED_TRACE(c.factors + c.extensions);
+        const std::string skin = skinOf(sceneOf(writeGltf("skin.gltf", gltf(c.factors, c.extensions))));
+        EXPECT_EQ(valueOf(skin, "object"), '"' + c.object + '"');
+        EXPECT_EQ(valueOf(skin, "specularColor"), "") << "no highlights of lights that the reflections show";
+        EXPECT_THAT(numbersOf(valueOf(skin, "reflective")), Pointwise(FloatNear(1e-5f), c.reflective));
+        EXPECT_THAT(numbersOf(valueOf(skin, "bindex")), Pointwise(FloatNear(1e-4f), c.index));
     }
     const fs::path lit = writeGltf("lit.gltf", gltf(plastic, ""), R"(, "extensionsUsed": ["KHR_lights_punctual"],
  "extensions": {"KHR_lights_punctual": {"lights": [{"type": "directional"}]}})",
@@ -239,25 +217,22 @@ TEST(Materials, EverySurfaceShowsAModelWell) {
             options.size = ImageSize{64, 36};
             const Rendered r = renderModel(fmt::format(SCENES "/assets/{}.glb", model), options, 16);
             const auto ground = static_cast<unsigned>(r.world->geometry.instanceCount());
-            float count = 0.0f, clipped = 0.0f, black = 0.0f, sum = 0.0f, squares = 0.0f;
+            Spread seen;
+            float clipped = 0.0f, black = 0.0f;
             for (std::size_t i = 0; i < r.pixels.size(); ++i) {
                 if (r.objects[i] == 0 || r.objects[i] == ground) continue;
                 const R3& p = r.pixels[i];
-                const float luminance = 0.2126f * p.x + 0.7152f * p.y + 0.0722f * p.z;
-                count += 1.0f;
+                seen.add(0.2126f * p.x + 0.7152f * p.y + 0.0722f * p.z);
                 clipped += std::min({p.x, p.y, p.z}) > 1.0f ? 1.0f : 0.0f;
                 black += Max(p) < 0.01f ? 1.0f : 0.0f;
-                sum += luminance;
-                squares += luminance * luminance;
             }
             SCOPED_TRACE(fmt::format("{} on {}", surface, model));
-            ASSERT_GT(count, 200.0f);
-            const float mean = sum / count;
-            EXPECT_GT(mean, 0.05f);
-            EXPECT_LT(mean, 0.85f);
-            EXPECT_LT(clipped / count, 0.05f);
-            EXPECT_LT(black / count, 0.1f);
-            EXPECT_GT(std::sqrt(squares / count - mean * mean), 0.03f);
+            ASSERT_GT(seen.count, 200.0f);
+            EXPECT_GT(seen.mean(), 0.05f);
+            EXPECT_LT(seen.mean(), 0.85f);
+            EXPECT_LT(clipped / seen.count, 0.05f);
+            EXPECT_LT(black / seen.count, 0.1f);
+            EXPECT_GT(seen.deviation(), 0.03f);
         }
 }
 
@@ -279,9 +254,7 @@ TEST(Materials, ObjectIdsTellThePartsOfAModelApart) {
 TEST(Materials, BareGeometryIsDressed) {
     const auto cube = [](const std::string& colors) {
         std::string text =
-            "ply\nformat ascii 1.0\nelement vertex 8\nproperty float x\nproperty float y\nproperty "
-            "float z\n";
-        if (!colors.empty()) text += "property uchar red\nproperty uchar green\nproperty uchar blue\n";
+            plyHead(8, colors.empty() ? "" : "property uchar red\nproperty uchar green\nproperty uchar blue\n");
         text += "element face 6\nproperty list uchar int vertex_indices\nend_header\n";
         for (int i = 0; i < 8; ++i) text += fmt::format("{} {} {}{}\n", i & 1, i >> 1 & 1, i >> 2, colors);
         return text + "4 0 2 3 1\n4 4 5 7 6\n4 0 1 5 4\n4 2 6 7 3\n4 0 4 6 2\n4 1 3 7 5\n";

@@ -2,47 +2,38 @@
 #include "Engine/Render/Matte.h"
 
 #include "Engine/Host/ShadowCatcher.h"
-#include "Engine/Textures/Texture.h"
 #include "Shaders/Kel/KelEnvironment.h"
 #include "Tests/Support/Probe.h"
 
-#include <gtest/gtest.h>
-
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 namespace {
 
-// Looks down -z with pixels of side 1/10 at z = 0, before a bright backdrop that must not show.
+// Pixels of side 1/10 at z = 0, before a bright backdrop that must not show.
 struct CardWorld : TestWorld {
     explicit CardWorld(const R3& background = R3(5, 6, 7)) : TestWorld(background) {
-        image = {20, 20};
-        fov = 90;
-        view = View{R3(0, 0, 1), R3(), R3(0, 1, 0)};
+        faceTheCards(20, 20);
         ro().m_transparentAccuracy = 0.001f;
     }
 
-    // A surface of one colour, whatever the light.
-    KelPhongShader& glowing(const R3& color) {
-        KelPhongShader& made = phong(Black);
-        made.emissiveColor = color;
+    KelPhongShader& card(const R3& color, const R3& center = {}, float halfSide = 100.0f) {
+        KelPhongShader& made = glowing(color);
+        addSquare(center, R3(0, 0, 1), halfSide);
         return made;
     }
-
     RenderResult matte(unsigned samples = 1, std::optional<Window> crop = {}) {
-        Workers workers(2);
-        workers.within([&] { geometry.build(); });
         RenderOptions options;
         options.samples = samples;
         options.crop = crop;
         options.alpha = true;
-        return oxbeam::render(*this, workers, options);
+        return renderWorld(*this, options);
     }
 };
 
 }  // namespace
 
 TEST(Matte, StraightRaysThroughSurfacesLetTheBackdropThrough) {
+    const R3 ahead(0, 0, 1), glow(0.1f, 0, 0);
     const struct {
         const char* what;
         std::function<void(CardWorld&)> add;
@@ -50,39 +41,23 @@ TEST(Matte, StraightRaysThroughSurfacesLetTheBackdropThrough) {
         float alpha;
     } cases[] = {
         {"nothing", [](CardWorld&) {}, Black, 0.0f},
-        {"an opaque card", [](CardWorld& w) { w.glowing(R3(1, 2, 3)), w.addSquare(R3(), R3(0, 0, 1)); }, R3(1, 2, 3),
-         1},
-        {"a tinted pane",
-         [](CardWorld& w) {
-             w.glowing(R3(0.1f, 0, 0)).transparentColor = R3(0.2f, 0.4f, 0.9f);
-             w.addSquare(R3(), R3(0, 0, 1));
-         },
-         R3(0.1f, 0, 0), 0.5f},
+        {"an opaque card", [&](CardWorld& w) { w.card(R3(1, 2, 3)); }, R3(1, 2, 3), 1},
+        {"a tinted pane", [&](CardWorld& w) { w.card(glow).transparentColor = R3(0.2f, 0.4f, 0.9f); }, glow, 0.5f},
         {"two panes",
-         [](CardWorld& w) {
-             w.glowing(R3(0.1f, 0, 0)).transparentColor = 0.5f * White;
-             w.addSquare(R3(), R3(0, 0, 1)), w.addSquare(R3(0, 0, -1), R3(0, 0, 1));
+         [&](CardWorld& w) {
+             w.card(glow).transparentColor = 0.5f * White;
+             w.addSquare(-ahead, ahead);
          },
-         R3(0.15f, 0, 0), 0.75f},
+         1.5f * glow, 0.75f},
         {"a card behind a pane",
-         [](CardWorld& w) {
-             w.glowing(Black).transparentColor = 0.25f * White, w.addSquare(R3(), R3(0, 0, 1));
-             w.glowing(White), w.addSquare(R3(0, 0, -1), R3(0, 0, 1));
+         [&](CardWorld& w) {
+             w.card(Black).transparentColor = 0.25f * White;
+             w.card(White, -ahead);
          },
-         R3(0.25f, 0.25f, 0.25f), 1},
-        {"the hole of a wireframe",
-         [](CardWorld& w) {
-             w.glowing(White).m_wireframe = 1;
-             w.addSquare(R3(30, 0, 0), R3(0, 0, 1));
-         },
-         Black, 0},
+         0.25f * White, 1},
+        {"the hole of a wireframe", [&](CardWorld& w) { w.card(White, R3(30, 0, 0)).m_wireframe = 1; }, Black, 0},
         // The backdrop behind a mirror's back is hidden; what the mirror shows is a colour of its own.
-        {"a mirror",
-         [](CardWorld& w) {
-             w.glowing(Black).reflectiveColor = 0.5f * White;
-             w.addSquare(R3(), R3(0, 0, 1));
-         },
-         R3(2.5f, 3, 3.5f), 1},
+        {"a mirror", [&](CardWorld& w) { w.card(Black).reflectiveColor = 0.5f * White; }, R3(2.5f, 3, 3.5f), 1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -97,8 +72,7 @@ TEST(Matte, StraightRaysThroughSurfacesLetTheBackdropThrough) {
 TEST(Matte, EdgesAreSmoothAndCropsHoldTheSame) {
     const auto card = [](std::optional<Window> crop) {
         CardWorld world;
-        world.glowing(White);
-        world.addSquare(R3(0.43f, 0, 0), R3(0, 0, 1), 0.4f);  // its left edge at 0.03: 30% into the pixel
+        world.card(White, R3(0.43f, 0, 0), 0.4f);  // its left edge at 0.03: 30% into the pixel
         return world.matte(200, crop).film;
     };
     const Film whole = card({});
@@ -117,17 +91,16 @@ TEST(Matte, EdgesAreSmoothAndCropsHoldTheSame) {
 TEST(Matte, ChanceDoesNotMakeAlphaNoisy) {
     CardWorld world(Black);
     world.ro().m_glossySurfaces = 1;
-    KelPhongShader& pane = world.glowing(Black);
+    KelPhongShader& pane = world.card(Black);
     pane.transparentColor = pane.reflectiveColor = 0.5f * White;
     pane.shininess = 1;
-    world.addSquare(R3(), R3(0, 0, 1));
-    world.glowing(20 * White);
-    world.addSquare(R3(1, 0, 3), R3(0, 0, 1), 1);  // behind the eye
+    world.card(20 * White, R3(1, 0, 3), 1);  // behind the eye
     const Film film = world.matte(2).film;
     for (unsigned i = 0; i < 400; ++i) ASSERT_NEAR(film.alpha(i), 0.5f, 1e-5f);
-    float least = 1e9f, most = 0.0f;
-    for (const R3& p : film.pixels()) least = std::min(least, p.x), most = std::max(most, p.x);
-    EXPECT_GT(most, least + 1.0f) << "chance played no part";
+    const std::vector<R3> pixels = film.pixels();
+    const auto [least, most] =
+        std::minmax_element(pixels.begin(), pixels.end(), [](const R3& a, const R3& b) { return a.x < b.x; });
+    EXPECT_GT(most->x, least->x + 1.0f) << "chance played no part";
 }
 
 // The shadow of a card on the plane: black, as dense as the environment is darker there than it would be.
@@ -135,8 +108,7 @@ TEST(Matte, AShadowOnTheShadowPlaneIsAlpha) {
     CardWorld plain, world;
     for (CardWorld* w : {&plain, &world}) {
         auto& surroundings = w->surroundings<KelEnvironmentShader>("KelEnvironment");
-        surroundings.textureid =
-            w->textures.add(std::make_unique<Texture>(1, 1, 3, std::vector<float>(3, 0.5f), ColorSpace::Linear));
+        surroundings.textureid = w->textures.add(painted(1, 1, [](float, float) { return 0.5f * White; }));
         surroundings.m_receiveShadow = 1;
         surroundings.shadowPlaneOrigin = R3(0, -1, 0);
         w->steadyLight(R3(0, 10, -2), 2 * White);

@@ -4,11 +4,7 @@
 
 #include <dlfcn.h>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::HasSubstr;
-using testing::IsEmpty;
-namespace fs = std::filesystem;
 
 static const fs::path folder = TEST_PACKAGES;
 
@@ -145,7 +141,7 @@ TEST(Packages, OfFilesWithTheSameNameTheFirstFolderWins) {
         writeFile(name, "not a library");
     Registry registry;
     registry.loadPackages({scratch() / "missing", first, second, first});
-    EXPECT_THAT(registry.packages(), testing::ElementsAre(first / "libStranger.so"));
+    EXPECT_THAT(registry.packages(), ElementsAre(first / "libStranger.so"));
     EXPECT_THAT(badPackage([&] {
                     Registry().loadPackages({second, first});
                 }),

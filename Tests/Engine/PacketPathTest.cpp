@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 // Two balls on a floor, each of a shader of its own, in a picture with odd sides.

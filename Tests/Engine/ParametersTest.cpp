@@ -4,10 +4,7 @@
 
 #include <cstring>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 static const Registry& strangers() {
     static const Registry& all = []() -> const Registry& {

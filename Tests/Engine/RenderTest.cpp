@@ -16,7 +16,6 @@
 #include <cstring>
 #include <thread>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 namespace {
@@ -46,8 +45,6 @@ std::size_t differences(const std::vector<R3>& a, const std::vector<R3>& b) {
 }
 
 }  // namespace
-
-// ---- What the picture does not depend on
 
 TEST(Render, ThePictureIsTheSameForAnyNumberOfThreadsWhateverWentBefore) {
     constexpr unsigned samples = 3;
@@ -80,8 +77,6 @@ TEST(Render, ACropHoldsThePixelsOfTheWholePicture) {
     }
 }
 
-// ---- Threads
-
 TEST(Render, EachThreadIdIsUsedByOneThreadAtATime) {
     constexpr unsigned threads = 5, items = 400;
     Workers workers(threads);
@@ -110,15 +105,11 @@ TEST(Render, AThreadThatAsksForASecondSessionIsRefused) {
     EXPECT_THROW(second.session(), std::logic_error);
 }
 
-// ---- Samples
-
 TEST(Render, BadSamplesAreBlackAndCounted) {
     for (const float bad : {std::nanf(""), RayInfinity}) {
         TestWorld world(White);
-        world.image = {40, 30};
-        world.fov = 90;
-        world.view = View{R3(0, 0, 1), R3(), R3(0, 1, 0)};
-        world.phong().emissiveColor = R3(0, bad, 0);
+        world.faceTheCards(40, 30);
+        world.glowing(R3(0, bad, 0));
         world.addSquare(R3(0.5f, 0, 0), R3(0, 0, 1), 0.5f);  // of 15 by 15 pixels to the right of the centre
         const RenderResult result = world.render(2, 1);
         const std::vector<R3> pixels = result.film.pixels();
@@ -129,8 +120,6 @@ TEST(Render, BadSamplesAreBlackAndCounted) {
         EXPECT_EQ(pixels[15 * 40 + 27], Black);
     }
 }
-
-// ---- What objects see
 
 namespace {
 

@@ -1,17 +1,15 @@
 // Files that are written beside their target and then renamed: what becomes of what was there, and of what is left over.
 #include "Engine/System/StoredFile.h"
 
+#include "Tests/Support/Processes.h"
 #include "Tests/Support/SceneText.h"
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <csignal>
 #include <random>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -61,18 +59,19 @@ TEST_F(StoredFiles, LinksAreFollowedAndRightsHandedOn) {
     storeFile(m_folder / "link", "one");
     EXPECT_TRUE(fs::is_symlink(m_folder / "link"));
     EXPECT_EQ(contentOf(m_folder / "elsewhere/real"), "one");
+    struct stat now {};
+    const auto replaced = [&] {
+        storeFile(m_folder / "link", "two");
+        ASSERT_EQ(stat((m_folder / "link").c_str(), &now), 0);
+    };
     for (const unsigned mode : {0600u, 0640u, 0755u, 0444u}) {
         chmod((m_folder / "elsewhere/real").c_str(), mode);
-        storeFile(m_folder / "link", "two");
-        struct stat now {};
-        ASSERT_EQ(stat((m_folder / "link").c_str(), &now), 0);
+        replaced();
         EXPECT_EQ(now.st_mode & 07777, mode);
     }
     if (geteuid() != 0) GTEST_SKIP() << "only root gives files away";
     ASSERT_EQ(chown((m_folder / "elsewhere/real").c_str(), 1234, 5678), 0);
-    storeFile(m_folder / "link", "three");
-    struct stat now {};
-    ASSERT_EQ(stat((m_folder / "link").c_str(), &now), 0);
+    replaced();
     EXPECT_EQ(std::pair(now.st_uid, now.st_gid), std::pair(1234u, 5678u));
 }
 
@@ -89,13 +88,11 @@ TEST_F(StoredFiles, WhatAKilledWriterLeftIsClearedAwayAndOthersAtWorkAreNot) {
     writeFile("stored/file", "old");
     StoredFile atWork(m_file);
     write(atWork, "of the first");
-    const pid_t child = fork();
-    if (child == 0) {
+    statusOf([&] {
         StoredFile file(m_file);
         write(file, std::string(3u << 20, 'x'));
-        std::raise(SIGKILL);
-    }
-    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        return std::raise(SIGKILL);
+    });
     EXPECT_EQ(files(), 3) << "the target and two that are or were being written";
     storeFile(m_file, "new");
     EXPECT_EQ(contentOf(m_file), "new");

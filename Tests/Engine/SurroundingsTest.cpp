@@ -5,10 +5,7 @@
 #include "Tests/Support/Probe.h"
 #include "Tests/Support/SceneText.h"
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -61,15 +58,12 @@ TEST(ShadowCatcher, LetsLightThroughFromWhateverLiesBeyondIt) {
 
 TEST(Surroundings, TurnCounterclockwiseAsSeenFromAbove) {
     // White towards -z alone.
-    std::vector<float> texels(3 * 64 * 32, 0.0f);
-    for (unsigned y = 0; y < 32; ++y)
-        for (unsigned x = 28; x < 36; ++x) std::fill_n(texels.begin() + 3 * (y * 64 + x), 3, 1.0f);
-    const Texture picture(64, 32, 3, std::move(texels), ColorSpace::Linear);
+    const auto picture = painted(64, 32, [](float s, float) { return std::fabs(s - 0.5f) < 0.0625f ? White : Black; });
     const R3 towards[] = {R3(0.01f, 0.02f, -1), R3(-1, 0.02f, 0.01f), R3(0.01f, 0.02f, 1), R3(1, 0.02f, 0.01f)};
     for (int quarter = 0; quarter < 4; ++quarter) {
         TestWorld world;
         auto& sky = world.surroundings<KelEnvironmentShader>("KelEnvironment");
-        sky.textureid = world.textures.add(toAngularMap(picture, 90.0f * static_cast<float>(quarter)));
+        sky.textureid = world.textures.add(toAngularMap(*picture, 90.0f * static_cast<float>(quarter)));
         for (int i = 0; i < 4; ++i) EXPECT_NEAR(world.trace(Black, towards[i]).x, i == quarter, 0.01f) << quarter << i;
     }
 }

@@ -12,10 +12,7 @@
 #include <iterator>
 #include <limits>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 namespace {
 
@@ -43,8 +40,6 @@ fs::path picture(const std::string& name, OIIO::TypeDesc type, int channels, con
 }
 
 }  // namespace
-
-// ---- Looking up
 
 TEST(Texture, NeighboursAreBlendedByTheirDistance) {
     const Texture texture = greyTexture(2, 2, {0, 1, 2, 4});  // the lower row first; centres at 1/4 and 3/4
@@ -114,8 +109,6 @@ TEST(Texture, ModelsAreThoseOfTheTextureEnvironment) {
     }
 }
 
-// ---- Bump maps
-
 TEST(Texture, BumpMapsBendNormalsAwayFromTheRise) {
     struct Case {
         const char* what;
@@ -149,8 +142,6 @@ TEST(Texture, BumpMapsBendNormalsAwayFromTheRise) {
         expectNear(below, -above, 1e-5f);
     }
 }
-
-// ---- Files
 
 // Each file holds the same four colours, the bright one in the left lower corner.
 TEST(TextureFile, EveryFormatGivesTheSameColoursTheRightWayUp) {
@@ -201,7 +192,7 @@ TEST(TextureFile, AnySizeIsTakenAndNumbersThatAreNotFiniteAreMended) {
     expectTexel(sky->lookUp(0.25f, 0.75f), RGBAFloat(0, 1, 2, 1));
     expectTexel(sky->lookUp(0.75f, 0.75f), RGBAFloat(65504, 1, -65504, 1));
     EXPECT_THAT(loadText("[texture.sky]\nfile = 'sky.exr'\n").said,
-                testing::ElementsAre(HasSubstr("scene.toml:2:8: warning: texture 'sky': 3 numbers of the picture")));
+                ElementsAre(HasSubstr("scene.toml:2:8: warning: texture 'sky': 3 numbers of the picture")));
 }
 
 // The picture with some bytes of its header replaced.

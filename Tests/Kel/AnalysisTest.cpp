@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 // The mean cosine over a hemisphere is 1/2, so a closed sky leaves 1/2 as well.

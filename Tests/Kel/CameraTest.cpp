@@ -4,10 +4,7 @@
 #include "Tests/Support/Probe.h"
 #include "Tests/Support/SceneText.h"
 
-using namespace oxbeam;
 using namespace oxbeam::test;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 // Both cameras with the same view, whose window is off the middle.
 struct LensWorld : TestWorld {
@@ -73,8 +70,6 @@ TEST(DOFCamera, RaysOfAPlaceMeetInThePlaneInFocus) {
     }
 }
 
-// ---- In scene files
-
 static const std::string lens = "[camera]\nobject = 'KelDOFCamera'\nfocalDistance = 9\n",
                          view = "position = [0, 0, 5]\nlookAt = [0, 0, 3]\n",
                          balls =
@@ -112,7 +107,7 @@ TEST(CameraInAScene, OneOfSeveralIsChosenByItsName) {
     EXPECT_THAT(side.said, IsEmpty());
     EXPECT_EQ(side.world->view->position, R3(7, 0, 0));
     EXPECT_EQ(side.world->fov, 40.0f) << "nothing of the unnamed one's";
-    EXPECT_THAT(side.world->camera->GetShaderInfo(), testing::HasSubstr("OxPerspectiveCamera"));
+    EXPECT_THAT(side.world->camera->GetShaderInfo(), HasSubstr("OxPerspectiveCamera"));
     EXPECT_THAT(loadText(text, {}, registry(), "close").said,
                 ElementsAre("scene.toml:16:9: error: camera 'close': 'focus' names mesh 'none', which is not defined"));
     EXPECT_THAT(loadText(text, {}, registry(), "sid").said,

@@ -9,26 +9,13 @@
 #include <numbers>
 #include <tuple>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 static constexpr float Pi = std::numbers::pi_v<float>;
 
-// A picture from a function of (s, t).
-template <class ColorAt>
-static std::unique_ptr<Texture> picture(unsigned width, unsigned height, ColorAt colorAt) {
-    std::vector<float> texels;
-    for (unsigned i = 0; i < width * height; ++i) {
-        const R3 color = colorAt((static_cast<float>(i % width) + 0.5f) / static_cast<float>(width),
-                                 (static_cast<float>(i / width) + 0.5f) / static_cast<float>(height));
-        texels.insert(texels.end(), {color.x, color.y, color.z});
-    }
-    return std::make_unique<Texture>(width, height, 3, std::move(texels), ColorSpace::Linear);
-}
-
 // Shows its own coordinates.
 static std::unique_ptr<Texture> ramp() {
-    return picture(64, 64, [](float s, float t) { return R3(s, t, 0); });
+    return painted(64, 64, [](float s, float t) { return R3(s, t, 0); });
 }
 
 template <class Shader>
@@ -124,7 +111,7 @@ TEST(Environment, LightsCastShadowsOnThePlane) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        SphericalWorld world(picture(1, 1, [](float, float) { return R3(0.5f, 0.25f, 1); }));
+        SphericalWorld world(painted(1, 1, [](float, float) { return R3(0.5f, 0.25f, 1); }));
         world.shader.m_receiveShadow = c.receive;
         world.shader.shadowIntensity = c.darkness;
         world.shader.shadowPlaneNormal = R3(0, 3, 0);
@@ -163,12 +150,10 @@ TEST(CubicEnvironment, FacesLieAndTurnAsTheCrossHasThem) {
     EXPECT_EQ(world.seen(R3(1, 0, 0)), White);
 }
 
-// ---- Equirectangular pictures turned into maps
-
 static R3 sky(const R3& d) { return 0.5f * (White + d); }
 
 TEST(Projection, MapsShowTheSkyWhereItWas) {
-    const auto equirectangular = picture(256, 128, [](float s, float t) {
+    const auto equirectangular = painted(256, 128, [](float s, float t) {
         const float longitude = 2 * Pi * (s - 0.5f), latitude = Pi * (t - 0.5f), width = std::cos(latitude);
         return sky(R3(width * std::sin(longitude), std::sin(latitude), -width * std::cos(longitude)));
     });

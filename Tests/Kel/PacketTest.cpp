@@ -1,18 +1,13 @@
 // Packets of four rays: every lane against the same formula for a single ray, and the lanes that must differ.
 #include "Engine/System/ThreadRecord.h"
-#include "Engine/Textures/Texture.h"
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/FastOxS4.h"
 #include "Shaders/Kel/KelDirectionalLight.h"
 #include "Shaders/Kel/KelEnvironment.h"
 #include "Tests/Support/Probe.h"
-#include "Tests/Support/TestWorld.h"
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 // Four rays of a world, shot together.
@@ -85,13 +80,11 @@ TEST(Packets, TexelsAreBlendedFromWholePlacesWithinTheRange) {
     world.phong();
     world.addSquare(R3(), R3(0, 1, 0), 1);
     // Two by two texels: red grows along s, green along t, and both repeat.
-    const Oxint id = world.textures.add(
-        std::make_unique<Texture>(2, 2, 3, std::vector<float>{0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0}, ColorSpace::Linear));
+    const auto texture = static_cast<unsigned>(
+        world.textures.add(painted(2, 2, [](float s, float t) { return R3(s > 0.5f, t > 0.5f, 0); })));
     const R3 down(0, -1, 0), from[4] = {R3(0.4f, 1, -0.2f), R3(-0.3f, 1, 0.6f), R3(0.2f, 1, -0.2f), R3(7, 1, 0)};
     Shot shot(world, from, {down, down, down, down});
-    const auto texture = static_cast<unsigned>(id);
-    const unsigned none = ~0u;
-    unsigned textures[4] = {texture, texture, none, texture};
+    unsigned textures[4] = {texture, texture, ~0u, texture};
     ISSEVec4 color(R3(9, 9, 9));
     oxs4ApplyTexture(shot.state, shot.hit, textures, color);
     const auto ramp = [](float s) { return s < 0.5f ? 2 * s : 2 - 2 * s; };
@@ -103,8 +96,6 @@ TEST(Packets, TexelsAreBlendedFromWholePlacesWithinTheRange) {
     EXPECT_EQ(color.lane(2), R3(9, 9, 9));
     EXPECT_EQ(color.lane(3), R3(9, 9, 9));
 }
-
-// ---- Phong
 
 // A floor under lights from straight above or from the side.
 struct LitFloor : TestWorld {
@@ -191,8 +182,6 @@ TEST(PhongPackets, LightsThatDoNotReachALaneAddNothing) {
     }
 }
 
-// ---- Environment
-
 TEST(EnvironmentPackets, LanesSeeTheMapAlongTheZAxis) {
     TestWorld world;
     auto& shader = world.surroundings<KelEnvironmentShader>("KelEnvironment");
@@ -202,10 +191,7 @@ TEST(EnvironmentPackets, LanesSeeTheMapAlongTheZAxis) {
     shader.Shade4(shot.state);
     EXPECT_EQ(shot.state.colors.lane(1), R3(1, 2, 3));  // no map yet
 
-    std::vector<float> texels;
-    for (unsigned i = 0; i < 64 * 64; ++i)
-        texels.insert(texels.end(), {static_cast<float>(i % 64) / 64, static_cast<float>(i / 64) / 64, 0});
-    shader.textureid = world.textures.add(std::make_unique<Texture>(64, 64, 3, std::move(texels), ColorSpace::Linear));
+    shader.textureid = world.textures.add(painted(64, 64, [](float s, float t) { return R3(s, t, 0); }));
     shader.scale = 2;
     shader.upDirection = 0;      // of no consequence
     shader.visiblePrimary = 0;   // neither

@@ -1,10 +1,8 @@
 // Phong shading, against colours worked out by hand.
-#include "Engine/Textures/Texture.h"
 #include "Tests/Support/Probe.h"
 
 #include <functional>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 // A floor of side 20 with texture coordinates from 0 to 1.
@@ -92,8 +90,6 @@ TEST(Phong, GlossySurfacesBlurByTheExponentialOfShininess) {
     }
 }
 
-// ---- Textures
-
 // One light reaches the point, one lies behind the surface, one is blocked.
 TEST(PhongTexture, ReplacingItIsBlackOnlyWhereAllLightsAreBlocked) {
     const R3 texel(0.5f, 0.25f, 1);
@@ -172,8 +168,6 @@ TEST(PhongTexture, TheBumpMapIsSampledAsTheDiffuseTexture) {
         EXPECT_EQ(bumps.m_wrapT, Oxint(textured ? OX_GL_MIRRORED_REPEAT : OX_GL_REPEAT));
     }
 }
-
-// ---- Wireframes
 
 // A triangle with sides of 3 (AB), 4 (AC) and 5 (BC).
 static MeshData triangle() {

@@ -1,13 +1,11 @@
 // Surfaces that need few lights or none: diffuse, eye light, interleaved light sampling.
 #include "Engine/System/ThreadRecord.h"
-#include "Engine/Textures/Texture.h"
 #include "Shaders/Kel/KelAlphaILS.h"
 #include "Shaders/Kel/KelDiffuse.h"
 #include "Shaders/Kel/KelDirectionalLight.h"
 #include "Shaders/Kel/KelPhongEyeLight.h"
 #include "Tests/Support/Probe.h"
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 static int plainTexture(TestWorld& world, std::vector<float> texel) {

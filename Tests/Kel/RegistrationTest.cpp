@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <map>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 // Docs/objects.md holds the name of every parameter and the default that its member has, and a test of its own compares

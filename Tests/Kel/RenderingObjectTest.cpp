@@ -5,7 +5,6 @@
 
 #include <set>
 
-using namespace oxbeam;
 using namespace oxbeam::test;
 
 TEST(Settings, ASwitchIsOnIfTheShadersIsNonzeroOrTheGlobalOneExactlyOne) {

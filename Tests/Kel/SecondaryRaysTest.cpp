@@ -53,8 +53,6 @@ TEST(SecondaryRays, ChildStatesKnowTheirParent) {
         }
 }
 
-// ---- Which are traced
-
 // The three services, reduced to what they share.
 static const struct Service {
     RayKind kind;
@@ -119,8 +117,6 @@ TEST(Culling, TotalReflectionTracesNothing) {
     EXPECT_EQ(distance, 0.0f);
     EXPECT_EQ(raysShot(RAY_REFRACTION), 0u);
 }
-
-// ---- Glossy surfaces
 
 // With a sky all around that notes where rays go.
 struct SkyWorld : ProbeWorld {

@@ -5,13 +5,19 @@
 
 #include <OpenImageIO/imagebuf.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstring>
 #include <iterator>
+#include <map>
+#include <regex>
 #include <sstream>
+#include <thread>
 
 namespace oxbeam::test {
 
@@ -41,6 +47,12 @@ public:
         _exit(127);
     }
 
+    // Waits until it has, but not for ever.
+    bool hasSaid(const std::string& what) const {
+        for (int i = 0; i < 3000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10)))
+            if (errors().find(what) != std::string::npos) return true;
+        return false;
+    }
     std::string errors() const { return contentOf(m_name + ".err"); }
     pid_t id() const { return m_child; }
     void signal(int number) const { kill(m_child, number); }
@@ -69,27 +81,56 @@ inline Outcome shell(const std::string& script) {
     return Process("/bin/bash", {"bash", "-c", "oxbeam='" OXBEAM_COMMAND "'; " + script}).finish();
 }
 
-struct Failure {
-    std::string arguments;
-    int status;
-    testing::Matcher<const std::string&> message;  // all of standard error
-};
+// Whether a text is as the pattern, in which "..." stands for anything.
+inline bool fits(const std::string& text, std::string pattern) {
+    pattern = std::regex_replace(pattern, std::regex(R"([\[\]?*\\])"), R"(\$&)");
+    pattern = std::regex_replace(pattern, std::regex(R"(\.\.\.)"), "*");
+    return fnmatch(pattern.c_str(), text.c_str(), 0) == 0;
+}
 
-// Nothing else is printed or left behind.
-inline void expectFailures(const std::vector<Failure>& cases) {
-    writeFile("old.png", "an old picture");
-    for (const Failure& c : cases) {
-        SCOPED_TRACE(c.arguments);
-        const Outcome outcome = run(c.arguments);
-        EXPECT_EQ(outcome.status, c.status);
-        EXPECT_THAT(outcome.err, c.message);
-        EXPECT_EQ(outcome.out, "");
-        ASSERT_EQ(contentOf("old.png"), "an old picture");
+// What the scratch folder holds, but for what calls have printed and what is too large to look at.
+inline std::map<std::string, std::string> filesNow() {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(scratch()))
+        if (const fs::path ending = entry.path().extension(); fs::is_regular_file(entry.symlink_status()) &&
+                                                              entry.file_size() < 10'000'000 && ending != ".out" &&
+                                                              ending != ".err")
+            files[entry.path()] = contentOf(entry.path());
+    return files;
+}
+
+// Files and calls of a file in Tests/Apps/Transcripts: "> NAME" begins a file, "$ ARGUMENTS" a call with what it says on
+// standard error, in which "..." stands for anything; "= STATUS" ends it. What fails prints nothing else and leaves all
+// files as they are.
+inline void expectTranscript(const std::string& name) {
+    std::ifstream stream(TEST_TRANSCRIPTS "/" + name);
+    ASSERT_TRUE(stream) << name;
+    std::string head, text;
+    const auto finish = [&] {
+        if (head.starts_with("> ")) writeFile(head.substr(2), text);
+    };
+    for (std::string line; std::getline(stream, line);) {
+        if (line.starts_with("> ") || line.starts_with("$ ")) {
+            finish();
+            head = line;
+            text.clear();
+        } else if (line.starts_with("= ")) {
+            SCOPED_TRACE(name + ": " + head);
+            const auto before = filesNow();
+            const Outcome outcome = run(head.substr(2));
+            EXPECT_EQ(std::to_string(outcome.status), line.substr(2)) << outcome.err;
+            EXPECT_TRUE(fits(withoutFolder(outcome.err), text)) << outcome.err;
+            if (outcome.status == 0) continue;
+            EXPECT_EQ(outcome.out, "");
+            EXPECT_TRUE(filesNow() == before);
+        } else {
+            text += line + '\n';
+        }
     }
 }
 
 // As floats. Not through the library's cache, which knows a file by its name and the second in which it was written.
-inline OIIO::ImageBuf picture(const std::filesystem::path& file) {
+inline OIIO::ImageBuf picture(const fs::path& file) {
     // On this thread: the library's own are not instrumented for the thread sanitizer.
     OIIO::attribute("threads", 1);
     OIIO::attribute("exr_threads", -1);
@@ -108,7 +149,16 @@ inline OIIO::ImageBuf picture(const std::filesystem::path& file) {
     return image;
 }
 
-inline R3 pixel(const std::filesystem::path& file, int x, int y) {
+// All channels of two pictures, bit for bit.
+inline void expectSame(const std::string& one, const std::string& other) {
+    const OIIO::ImageBuf a = picture(one), b = picture(other);
+    ASSERT_EQ(a.spec().channelnames, b.spec().channelnames);
+    ASSERT_EQ(a.roi(), b.roi());
+    EXPECT_EQ(std::memcmp(a.localpixels(), b.localpixels(), a.spec().image_bytes()), 0)
+        << one << " differs from " << other;
+}
+
+inline R3 pixel(const fs::path& file, int x, int y) {
     const OIIO::ImageBuf image = picture(file);
     R3 color;
     image.getpixel(x, y, &color.x, 3);
@@ -116,39 +166,26 @@ inline R3 pixel(const std::filesystem::path& file, int x, int y) {
 }
 
 // A sphere of 192 triangles over a floor of two, of which a light throws the shadow.
-inline const char* const SceneText = R"(
-[image]
-width = 40
-height = 30
-samples = 2
-[render]
-receiveShadow = true
-[camera]
-position = [0, 1, 5]
-lookAt = [0, 0, 0]
-[shader.body]
-object = "KelPhong"
-diffuseColor = [0.8, 0.4, 0.2]
-reflective = [0.5, 0.5, 0.5]
-[[light]]
-object = "KelPointLight"
-position = [2, 3, 4]
-intensity = [20, 20, 20]
-[[mesh]]
-shape = "sphere"
-segments = 14
-shader = "body"
-[[mesh]]
-shape = "plane"
-shader = "body"
-scale = 4
-translate = [0, -1, 0]
-)";
+inline const std::string SceneText = contentOf(TEST_SCENES "/scene.toml");
+
+inline const std::string error = "oxbeam: error: ";  // as messages begin that are about no file
+
+// The scene with a texture, "wood.png".
+inline void writeTexturedScene(const std::string& name = "scene.toml") {
+    makePicture();
+    writeFile(name, SceneText + "[texture.wood]\nfile = \"wood.png\"\n");
+}
+
+// "packages/libBroken.so", which does not load.
+inline void writeBrokenPackage() {
+    fs::create_directory(scratch() / "packages");
+    writeFile("packages/libBroken.so", "no library");
+}
 
 class Command : public testing::Test {
 protected:
     void SetUp() override {
-        for (const auto& entry : std::filesystem::directory_iterator(scratch())) std::filesystem::remove_all(entry);
+        for (const auto& entry : fs::directory_iterator(scratch())) fs::remove_all(entry);
         writeFile("scene.toml", SceneText);
     }
 };

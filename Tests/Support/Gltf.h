@@ -1,4 +1,4 @@
-// Small glTF files written by tests.
+// Small models written by tests.
 #pragma once
 
 #include "Tests/Support/SceneText.h"
@@ -19,11 +19,16 @@ inline std::string base64(const std::string& bytes) {
     return text;
 }
 
+// How a polygon file as text begins, with properties of its vertices after their places.
+inline std::string plyHead(unsigned vertices, const std::string& properties = {}) {
+    return "ply\nformat ascii 1.0\nelement vertex " + std::to_string(vertices) +
+           "\nproperty float x\nproperty float y\nproperty float z\n" + properties;
+}
+
 // A square of side 2 in the plane z = 0 with texture coordinates from the top left. `material` is the body of its
 // material, `more` further members of the document, each with a comma before it.
-inline std::filesystem::path writeGltf(const std::string& name, const std::string& material,
-                                       const std::string& more = {}, const std::string& node = {},
-                                       float firstX = -1.0f) {
+inline fs::path writeGltf(const std::string& name, const std::string& material, const std::string& more = {},
+                          const std::string& node = {}, float firstX = -1.0f) {
     const float numbers[] = {firstX, -1, 0, 1, -1, 0, 1, 1, 0, -1, 1, 0, 0, 1, 1, 1, 1, 0, 0, 0};
     const std::uint16_t indices[] = {0, 1, 2, 0, 2, 3};
     std::string bytes(sizeof numbers + sizeof indices, '\0');

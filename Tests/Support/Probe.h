@@ -1,6 +1,7 @@
 // Stand-ins that tell what the code under test does with them.
 #pragma once
 
+#include "Engine/Textures/Texture.h"
 #include "Oxbeam/OxFunctions.h"
 #include "Oxbeam/OxSampler.h"
 #include "Oxbeam/OxShader.h"
@@ -23,6 +24,18 @@ inline void expectNear(const R3& actual, const R3& expected, float tolerance = 1
     EXPECT_NEAR(actual.x, expected.x, tolerance) << testing::PrintToString(actual);
     EXPECT_NEAR(actual.y, expected.y, tolerance) << testing::PrintToString(actual);
     EXPECT_NEAR(actual.z, expected.z, tolerance) << testing::PrintToString(actual);
+}
+
+// A picture from a function of (s, t), linear.
+template <class ColorAt>
+std::unique_ptr<Texture> painted(unsigned width, unsigned height, ColorAt colorAt) {
+    std::vector<float> texels;
+    for (unsigned i = 0; i < width * height; ++i) {
+        const R3 color = colorAt((static_cast<float>(i % width) + 0.5f) / static_cast<float>(width),
+                                 (static_cast<float>(i / width) + 0.5f) / static_cast<float>(height));
+        texels.insert(texels.end(), {color.x, color.y, color.z});
+    }
+    return std::make_unique<Texture>(width, height, 3, std::move(texels), ColorSpace::Linear);
 }
 
 // A glowing surface that notes every ray it shades and every shadow ray that asks it.

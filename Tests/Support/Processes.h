@@ -1,7 +1,8 @@
 // Looking at processes from outside.
 #pragma once
 
-#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -30,6 +31,16 @@ inline pid_t childOf(pid_t parent) {
 inline bool isGone(pid_t process) {
     const std::string state = lineOf(procOf(process) / "status", "State");
     return state.empty() || state.find("zombie") != std::string::npos;
+}
+
+// The wait status of a process that ends with what it makes of `act`.
+template <class F>
+int statusOf(F&& act) {
+    const pid_t child = fork();
+    if (child == 0) _exit(act());
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
 }
 
 }  // namespace oxbeam::test

@@ -13,6 +13,10 @@
 
 namespace oxbeam::test {
 
+using testing::AllOf, testing::AnyOf, testing::Contains, testing::ContainsRegex, testing::ElementsAre,
+    testing::ElementsAreArray, testing::FloatNear, testing::HasSubstr, testing::IsEmpty, testing::Not,
+    testing::Pointwise, testing::StartsWith, testing::UnorderedElementsAre;
+
 // Under a sanitizer: what is counted of memory and threads means nothing.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool Sanitized = true;
@@ -20,26 +24,25 @@ inline constexpr bool Sanitized = true;
 inline constexpr bool Sanitized = false;
 #endif
 
-inline std::filesystem::path writeFile(const std::string& name, const std::string& text) {
-    const std::filesystem::path file = scratch() / name;
+inline fs::path writeFile(const std::string& name, const std::string& text) {
+    const fs::path file = scratch() / name;
     std::ofstream(file, std::ios::binary) << text;
     return file;
 }
 
 // Of a file in the scratch folder, unless its path is absolute.
-inline std::string contentOf(const std::filesystem::path& file) {
+inline std::string contentOf(const fs::path& file) {
     std::ifstream stream(scratch() / file, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // Two texels, black and white, in "wood.png".
 inline void makePicture() {
-    static const bool made = (writeImage(scratch() / "wood.png", 2, 1, {Black, White}), true);
-    static_cast<void>(made);
+    if (!fs::exists(scratch() / "wood.png")) writeImage(scratch() / "wood.png", 2, 1, {Black, White});
 }
 
 // A message without the folder that the test's files are in.
-inline std::string withoutFolder(std::string text, const std::filesystem::path& folder = scratch()) {
+inline std::string withoutFolder(std::string text, const fs::path& folder = scratch()) {
     const std::string prefix = folder.string() + "/";
     for (auto at = text.find(prefix); at != std::string::npos; at = text.find(prefix)) text.erase(at, prefix.size());
     return text;
@@ -62,7 +65,7 @@ struct LoadedScene {
     std::vector<std::string> said;  // the diagnostics' texts, sorted
 };
 
-inline LoadedScene loadFile(const std::filesystem::path& file, const SceneFileOptions& options = {},
+inline LoadedScene loadFile(const fs::path& file, const SceneFileOptions& options = {},
                             const Registry& objects = registry()) {
     Diagnostics diagnostics;
     LoadedScene loaded{loadScene(file, objects, diagnostics, options), {}};

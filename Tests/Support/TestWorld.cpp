@@ -13,8 +13,6 @@
 
 namespace oxbeam::test {
 
-namespace fs = std::filesystem;
-
 const Registry& registry() {
     static const Registry& all = []() -> const Registry& {
         auto* made = new Registry;
@@ -44,6 +42,18 @@ KelPhongShader& TestWorld::phong(const R3& diffuse) {
     auto& made = shader<KelPhongShader>("KelPhong");
     made.diffuseColor = diffuse;
     return made;
+}
+
+KelPhongShader& TestWorld::glowing(const R3& color) {
+    KelPhongShader& made = phong(Black);
+    made.emissiveColor = color;
+    return made;
+}
+
+void TestWorld::faceTheCards(unsigned width, unsigned height) {
+    image = {width, height};
+    fov = 90;
+    view = View{R3(0, 0, 1), R3(), R3(0, 1, 0)};
 }
 
 KelPhongShader& TestWorld::floor(float y) {
@@ -123,13 +133,17 @@ R3 TestWorld::fromOrigin(float degrees) {
 }
 
 RenderResult TestWorld::render(unsigned threads, unsigned samples, std::optional<Window> crop, bool packets) {
-    Workers workers(threads);
-    workers.within([&] { geometry.build(); });
     RenderOptions options;
     options.samples = samples;
     options.crop = crop;
     options.packets = packets;
-    return oxbeam::render(*this, workers, options);
+    return renderWorld(*this, options, threads);
+}
+
+RenderResult renderWorld(World& world, const RenderOptions& options, unsigned threads, const std::string& isa) {
+    Workers workers(threads);
+    workers.within([&] { world.geometry.build(isa); });
+    return render(world, workers, options);
 }
 
 std::uint64_t raysShot(RayKind kind) {

@@ -18,10 +18,13 @@
 
 namespace oxbeam::test {
 
+using namespace oxbeam;  // for those who use this one
+namespace fs = std::filesystem;
+
 // All objects of the package under test and of the host.
 const Registry& registry();
 // A folder for files of the running test; empty at first, gone at the end of the process.
-std::filesystem::path scratch();
+fs::path scratch();
 
 // A world with the package's rendering object, the host's perspective camera and a plain background. Objects come from
 // the package's factories, as in a real scene.
@@ -31,6 +34,10 @@ public:
 
     KelRenderingObject& ro() { return static_cast<KelRenderingObject&>(*renderingObject); }
     KelPhongShader& phong(const R3& diffuse = White);
+    // A surface of one colour, whatever the light.
+    KelPhongShader& glowing(const R3& color);
+    // Looks along -z onto a picture's height of 2 in the plane z = 0.
+    void faceTheCards(unsigned width, unsigned height);
     // A level square, of its own shader, that shows the light that reaches it and nothing else.
     KelPhongShader& floor(float y = 0.0f);
     KelPointLight& pointLight(const R3& position, const R3& intensity = White);
@@ -82,6 +89,9 @@ public:
 private:
     std::optional<Session> m_session;
 };
+
+RenderResult renderWorld(World& world, const RenderOptions& options, unsigned threads = 2,
+                         const std::string& isa = SceneGeometry::defaultIsa());
 
 // Rays of one kind shot by this thread since the last call of resetRayCounts.
 std::uint64_t raysShot(RayKind kind);
