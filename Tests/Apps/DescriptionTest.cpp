@@ -84,7 +84,7 @@ try() { words=(oxbeam "$@") CURRENT=$(( $# + 1 )); print -r -- "$* -> ${(j: :)${
         std::filesystem::create_directory(scratch() / "functions");
         std::filesystem::copy_file(scratch() / "script.zsh", scratch() / "functions" / "_oxbeam");
         zsh.replace(0, zsh.find('\n'), "fpath=($PWD/functions $fpath); autoload -Uz _oxbeam");
-        EXPECT_EQ(reply("zsh", zsh), expected);
+        EXPECT_EQ(reply("zsh", " -f", zsh), expected);
     }
     if (has("fish")) {
         EXPECT_EQ(reply("fish", " --no-config", fish), expected);
