@@ -89,4 +89,5 @@ private:
     Oxuint m_upDirection = 1;
     Settings m_splitFor;  // what the lights were made for
     std::vector<std::unique_ptr<EnvElementarLight>> m_lights;
+    std::vector<R3> m_directions;  // theirs, as each frame begins with them
 };

@@ -63,6 +63,10 @@ public:
         m_textures.push_back(std::move(texture));
         return static_cast<Oxint>(m_textures.size()) - 1;
     }
+    // Ends a texture that nobody uses any more; its id names none from now on.
+    void remove(Oxint id) {
+        if (ByID(id)) m_textures[static_cast<Oxuint>(id)].reset();
+    }
 
 private:
     std::vector<std::unique_ptr<TextureObject>> m_textures;

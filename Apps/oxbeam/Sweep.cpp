@@ -7,6 +7,7 @@
 #include "Apps/oxbeam/SharedOptions.h"
 #include "Apps/oxbeam/SweepValues.h"
 #include "Engine/Output/ContactSheet.h"
+#include "Engine/SceneFile/ScenePlaces.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -57,9 +58,10 @@ std::vector<SweptSetting> takeSwept(RenderCommand& render, const Registry& regis
     std::copy_if(render.set.begin(), render.set.end(), std::back_inserter(given),
                  [](const std::string& text) { return text.find('=') != std::string::npos; });
     Diagnostics unreadable;  // is said when the scene is loaded, unless a declaration is needed before
-    const std::vector<ScenePlace> places =
+    const std::vector<ScenePlace> known =
         scenePlaces(render.scene, registry, unreadable,
                     {given, {}, modelSceneOptions(render.model, render.size), importLimits(render.importLimit)});
+    const std::vector<Place> places(known.begin(), known.end());
     if (unreadable.hasErrors() && given.size() < render.set.size()) {
         unreadable.print(std::cerr);
         return {};

@@ -160,18 +160,14 @@ std::vector<SweepValue> declaredValues(const std::string& path, const ParameterD
     return values;
 }
 
-Error unknownPlace(const std::string& path, const std::vector<ScenePlace>& places) {
-    std::vector<std::string> known;
-    for (const ScenePlace& place : places)
-        for (const std::string& name : place.object ? place.object->parameterNames() : std::vector<std::string>())
-            known.push_back(fmt::format("{}.{}", place.path, name));
-    return {ExitStatus::BadScene,
-            fmt::format("--set {}: no object of the scene declares this parameter{}", path, didYouMean(path, known))};
+Error unknownPlace(const std::string& path, const std::vector<Place>& places) {
+    return {ExitStatus::BadScene, fmt::format("--set {}: no object of the scene declares this parameter{}", path,
+                                              didYouMean(path, parameterPaths(places)))};
 }
 
 }  // namespace
 
-std::optional<SweptSetting> sweptSetting(const std::string& text, const std::vector<ScenePlace>& places) {
+std::optional<SweptSetting> sweptSetting(const std::string& text, const std::vector<Place>& places) {
     const auto equals = text.find('=');
     SweptSetting swept{text.substr(0, equals), {}};
     const ParameterDeclaration* p = parameterAt(places, swept.path);

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Engine/Packages/Registry.h"
-#include "Engine/SceneFile/ScenePlaces.h"
+#include "Engine/World/Places.h"
 
 #include <optional>
 #include <string>
@@ -27,6 +27,6 @@ inline constexpr unsigned MaxSweepSteps = 64;
 // What "PLACE.PARAM=A..B/N", "PLACE.PARAM=a,b,c" and "PLACE.PARAM" stand for; nothing where the text is an ordinary
 // setting of one value. A and B may be lists. Without values the parameter's declaration tells them. Steps are
 // logarithmic where the declaration says so. Throws Error(Usage) or, for a place that is not there, Error(BadScene).
-std::optional<SweptSetting> sweptSetting(const std::string& text, const std::vector<ScenePlace>& places);
+std::optional<SweptSetting> sweptSetting(const std::string& text, const std::vector<Place>& places);
 
 }  // namespace oxbeam

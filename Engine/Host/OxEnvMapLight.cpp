@@ -179,6 +179,7 @@ std::vector<Region> equalRegions(const EnergyMap& map, unsigned count) {
 // Regions without energy get a light that shines not at all, so that there are as many lights as were asked for.
 void OxEnvMapLight::split() {
     m_lights.clear();
+    m_directions.clear();
     const auto* texture = static_cast<const Texture*>(TextureList::current->ByID(m_textureId));
     if (!texture || m_numLights < 1) return;
     const EnergyMap map(*texture);
@@ -201,7 +202,7 @@ void OxEnvMapLight::split() {
         const float scale = side > 0.0f ? 0.5f * r / side : 0.0f;
         light->direction2D = light->perturbed_direction = R2(0.5f + scale * towards.x, 0.5f + scale * towards.y);
         light->intensity = color * intensity;
-        light->m_light->direction = -frame.toWorld(towards);
+        m_directions.push_back(-frame.toWorld(towards));
         light->m_light->intensity = light->intensity;
         m_lights.push_back(std::move(light));
     }
@@ -211,8 +212,10 @@ void OxEnvMapLight::NewFrame() {
     const Settings settings{m_textureId, m_numLights, m_upDirection, intensity};
     if (!(settings == m_splitFor)) split();
     m_splitFor = settings;
-    for (const auto& light : m_lights) {
-        light->m_light->NewFrame();
-        oxsAddLight(light->m_light);
+    for (std::size_t i = 0; i < m_lights.size(); ++i) {
+        OxDirectionalLight* light = m_lights[i]->m_light;
+        light->direction = m_directions[i];  // brought to unit length again and again, it would wander
+        light->NewFrame();
+        oxsAddLight(light);
     }
 }

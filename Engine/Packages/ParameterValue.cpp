@@ -26,7 +26,7 @@ std::string ParameterValue::kind() const {
 
 // ---- For people
 
-static bool isTexture(const ParameterDeclaration& p) { return p.info && p.info->interpretation == "texture"; }
+bool isTexture(const ParameterDeclaration& p) { return p.info && p.info->interpretation == "texture"; }
 
 std::string describeType(const ParameterDeclaration& p) {
     if (isTexture(p)) return "texture";
@@ -211,19 +211,74 @@ void ParameterWriter::checkBounds(const ParameterDeclaration& p, const std::vect
     }
 }
 
-void ParameterWriter::write(OxLoadableObject& target, const std::string& name, const SourceLocation& nameAt,
-                            const ParameterValue& value) {
+const ParameterDeclaration* ParameterWriter::write(OxLoadableObject& target, const std::string& name,
+                                                   const SourceLocation& nameAt, const ParameterValue& value) {
     const ParameterDeclaration* p = m_object.find(name);
     if (!p) {
         std::vector<std::string> known = m_object.parameterNames();
         known.insert(known.end(), m_otherNames.begin(), m_otherNames.end());
         m_diagnostics.error(nameAt, fmt::format("{} ({}) has no parameter '{}'{}", m_label, m_object.name, name,
                                                 didYouMean(name, known)));
-        return;
+        return nullptr;
     }
     std::vector<std::byte> bytes(static_cast<std::size_t>(p->size));
-    if (encode(*p, typeFor(*p, value), value, bytes.data()))
-        std::memcpy(reinterpret_cast<std::byte*>(&target) + p->offset, bytes.data(), bytes.size());
+    if (!encode(*p, typeFor(*p, value), value, bytes.data())) return nullptr;
+    std::memcpy(memberOf(target, *p), bytes.data(), bytes.size());
+    return p;
+}
+
+// ---- Reading
+
+// Where nothing tells, a small integer is one, as among the defaults.
+static ElementType typeHeld(const ParameterDeclaration& p, std::int32_t bits) {
+    if (p.type != ElementType::FromValue) return p.type;
+    return std::abs(static_cast<std::int64_t>(bits)) <= 1 << 16 ? ElementType::Int : ElementType::Float;
+}
+
+ParameterValue valueOf(const ParameterDeclaration& p, const std::byte* bytes) {
+    if (p.size == 1) return {bytes[0] != std::byte{}, {}};
+    std::vector<ParameterValue::Number> numbers;
+    for (unsigned i = 0; i < p.components(); ++i) {
+        std::int32_t whole;
+        float real;
+        std::memcpy(&whole, bytes + 4 * i, 4);
+        std::memcpy(&real, bytes + 4 * i, 4);
+        if (typeHeld(p, whole) == ElementType::Float)
+            numbers.emplace_back(double{real});
+        else
+            numbers.emplace_back(std::int64_t{whole});
+    }
+    if (p.components() > 1) return {std::move(numbers), {}};
+    if (const auto* whole = std::get_if<std::int64_t>(&numbers[0])) {
+        if (p.type == ElementType::Bool && (*whole == 0 || *whole == 1)) return {*whole == 1, {}};
+        return {*whole, {}};
+    }
+    return {std::get<double>(numbers[0]), {}};
+}
+
+static std::string textOf(const ParameterValue::Number& number) {
+    if (const auto* whole = std::get_if<std::int64_t>(&number)) return std::to_string(*whole);
+    const std::string text = fmt::format("{}", std::get<double>(number));
+    return text.find_first_of(".en") == std::string::npos ? text + ".0" : text;  // "inf" and "nan" too
+}
+
+std::string textOf(const ParameterValue& value) {
+    struct Texts {
+        std::string operator()(bool v) const { return v ? "true" : "false"; }
+        std::string operator()(std::int64_t v) const { return std::to_string(v); }
+        std::string operator()(double v) const { return oxbeam::textOf(ParameterValue::Number(v)); }
+        std::string operator()(const std::string& v) const {
+            std::string text = "\"";
+            for (const char c : v) text += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+            return text + '"';
+        }
+        std::string operator()(const std::vector<ParameterValue::Number>& v) const {
+            std::vector<std::string> words;
+            for (const ParameterValue::Number& number : v) words.push_back(oxbeam::textOf(number));
+            return fmt::format("[{}]", fmt::join(words, ", "));
+        }
+    };
+    return std::visit(Texts(), value.data);
 }
 
 }  // namespace oxbeam

@@ -3,6 +3,7 @@
 
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Packages/Registry.h"
+#include "Primitives/Vec.h"
 
 #include <cstdint>
 #include <functional>
@@ -35,10 +36,10 @@ public:
     ParameterWriter(const ObjectClass& object, std::string label, Diagnostics& diagnostics, TextureByName textures,
                     std::vector<std::string> textureNames = {}, std::vector<std::string> otherNames = {});
 
-    // Unknown names and values of the wrong shape or kind are errors and leave the object as it is; values outside the
-    // documented bounds are written, with a warning.
-    void write(OxLoadableObject& target, const std::string& name, const SourceLocation& nameAt,
-               const ParameterValue& value);
+    // Unknown names and values of the wrong shape or kind are errors, leave the object as it is and answer null; values
+    // outside the documented bounds are written, with a warning.
+    const ParameterDeclaration* write(OxLoadableObject& target, const std::string& name, const SourceLocation& nameAt,
+                                      const ParameterValue& value);
 
 private:
     std::string about(const ParameterDeclaration& p) const;
@@ -57,6 +58,24 @@ private:
     std::vector<std::string> m_textureNames, m_otherNames;
 };
 
+// Where an object keeps a parameter of its class. Declarations are counted from its start as one that can be loaded.
+inline std::byte* memberOf(OxLoadableObject& object, const ParameterDeclaration& p) {
+    return reinterpret_cast<std::byte*>(&object) + p.offset;
+}
+inline const std::byte* memberOf(const OxLoadableObject& object, const ParameterDeclaration& p) {
+    return reinterpret_cast<const std::byte*>(&object) + p.offset;
+}
+// What the bytes of a parameter mean, as a value that writes the same bytes. Integers that are textures stay such.
+OXBEAM_API ParameterValue valueOf(const ParameterDeclaration& p, const std::byte* bytes);
+// Of a colour, a position or a direction.
+inline ParameterValue valueOf(const R3& v) {
+    return {std::vector<ParameterValue::Number>{double{v.x}, double{v.y}, double{v.z}}, {}};
+}
+// A value as a scene file has it: "0.5", "[1, 0, 0]", "true", "\"wood\"".
+OXBEAM_API std::string textOf(const ParameterValue& value);
+
+// The parameter holds the id of a texture.
+OXBEAM_API bool isTexture(const ParameterDeclaration& p);
 // What a parameter takes, for people: "float", "3 floats (color)", "texture", "int: 0 x-Axis, 1 y-Axis", ...
 OXBEAM_API std::string describeType(const ParameterDeclaration& p);
 // A parameter's bytes as text: "0.5 0.5 0.5", "true", "16".

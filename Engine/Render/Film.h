@@ -65,6 +65,15 @@ public:
         return "a picture of " + std::to_string(window.width()) + " x " + std::to_string(window.height()) + " pixels";
     }
 
+    // With memory of its own.
+    Film copy() const {
+        Film other(m_window, hasAovs(), hasAlpha());
+        std::ranges::copy(sums(), other.m_pixels.get());
+        std::ranges::copy(aovSums(), other.m_aovs.get());
+        std::ranges::copy(alphaSums(), other.m_alphas.get());
+        return other;
+    }
+
     const Window& window() const { return m_window; }
     bool hasAovs() const { return m_aovs != nullptr; }
     bool hasAlpha() const { return m_alphas != nullptr; }
@@ -80,20 +89,6 @@ public:
         addTo(sum.normal, sample.normal);
         addTo(sum.albedo, sample.albedo);
         if (m_pixels[index(x, y)].samples == 0) sum.depth = sample.depth, sum.object = sample.object;
-    }
-    // The sums of a part of the picture, row by row, to be put back; none where no AOVs are kept.
-    std::vector<AovSample> aovsIn(const Window& part) const {
-        std::vector<AovSample> sums;
-        if (m_aovs)
-            for (unsigned y = part.y0; y < part.y1; ++y)
-                for (unsigned x = part.x0; x < part.x1; ++x) sums.push_back(m_aovs[index(x, y)]);
-        return sums;
-    }
-    void setAovsIn(const Window& part, const std::vector<AovSample>& sums) {
-        auto sum = sums.begin();
-        if (m_aovs)
-            for (unsigned y = part.y0; y < part.y1; ++y)
-                for (unsigned x = part.x0; x < part.x1; ++x) m_aovs[index(x, y)] = *sum++;
     }
     void addAlpha(unsigned x, unsigned y, float alpha) { m_alphas[index(x, y)] += alpha; }
     unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }

@@ -32,8 +32,8 @@ bool Matte::Nothing::Intersect(OxState& state) {
 float Matte::passed(OxState& state) {
     OxState unshadowed = state;
     unshadowed.intersector = &m_nothing;
-    m_environment.Shade(&state);
-    m_environment.Shade(&unshadowed);
+    m_environment->Shade(&state);
+    m_environment->Shade(&unshadowed);
     const float left = Intensity(state.color) / Intensity(unshadowed.color);
     return left >= 0.0f && left < 1.0f ? left : 1.0f;
 }
@@ -43,7 +43,7 @@ Oxvoid Matte::Shade(OxState* state) {
     Straight& straight = s_straight;
     constexpr Oxuint onwards = RAY_PRIMARY | RAY_TRANSPARENCY;  // primary: a surface that shows what is behind it
     if (!(state->ray.visibilityMask & onwards) || state->ray.direction != straight.direction)
-        return m_environment.Shade(state);
+        return m_environment->Shade(state);
     straight.left = true;
     oxsReturnColor(state, White * (passed(*state) * straight.backdrop));
 }

@@ -16,7 +16,8 @@ namespace oxbeam {
 // Where the environment shows a shadow, of it remains the share by which it is darker than without.
 class OXBEAM_API Matte : public OxShader {
 public:
-    explicit Matte(OxShader& environment) : m_environment(environment) {}
+    // Follows where the pointer does.
+    explicit Matte(OxShader* const& environment) : m_environment(environment) {}
 
     struct Sample {
         R3 color;            // of the things alone, as much as is seen of them
@@ -37,7 +38,7 @@ private:
 
     float passed(OxState& state);
 
-    OxShader& m_environment;
+    OxShader* const& m_environment;
     Nothing m_nothing;
 };
 

@@ -2,24 +2,15 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Packages/Watch.h"
-#include "Engine/Render/Aovs.h"
-#include "Engine/Render/Matte.h"
-#include "Engine/Render/PacketPath.h"
-#include "Engine/Render/Session.h"
-#include "Engine/System/Stopwatch.h"
-#include "Engine/System/ThreadRecord.h"
+#include "Engine/Render/Frame.h"
 #include "Oxbeam/OxFunctions.h"
-#include "Oxbeam/OxPerspectiveCamera.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstdlib>
-#include <mutex>
 #include <typeinfo>
-#include <vector>
 
 namespace oxbeam {
 
@@ -30,105 +21,50 @@ R2 samplePlace(unsigned pass) {
     return {place(a1), place(a2)};
 }
 
-struct Tiles {
-    unsigned across, down;
-    ImageSize image;
+// Zeros are only set to learn what was there.
+RandomState randomState() {
+    RandomState zeros{}, state;
+    std::copy_n(seed48(zeros.data()), state.size(), state.begin());
+    seed48(RandomState(state).data());
+    return state;
+}
 
-    explicit Tiles(const ImageSize& size)
-        : across((size.width + TileSize - 1) / TileSize), down((size.height + TileSize - 1) / TileSize), image(size) {}
+// ---- Passes
 
-    unsigned count() const { return across * down; }
-    Window window(unsigned tile) const {
-        const unsigned x = tile % across * TileSize, y = tile / across * TileSize;
-        return {x, y, std::min(x + TileSize, image.width), std::min(y + TileSize, image.height)};
+void requireRecords(const Workers& workers) {
+    if (workers.threads() > OxRenderingObject::MaxThreads)
+        throw Error(ExitStatus::Usage, fmt::format("{} threads; packages keep records for at most {}",
+                                                   workers.threads(), OxRenderingObject::MaxThreads));
+}
+
+Frame::Frame(World& world, const Session& session, Matte* matte, Film& film, const RenderOptions& options)
+    : m_world(world), m_session(session), m_matte(matte), m_film(film), m_options(options), m_tiles(world.image) {
+    if (film.hasAovs()) m_aovs.emplace(world);
+    if (options.packets) m_packets.emplace(world, session, m_aovs ? &*m_aovs : nullptr);
+    m_statistics.packetsRefused = !m_packets ? "" : matte ? "packets tell no alpha" : m_packets->whyNot();
+    if (!m_statistics.packetsRefused.empty()) m_packets.reset();
+    if (typeid(*world.camera) == typeid(OxPerspectiveCamera))
+        m_pinhole = static_cast<const OxPerspectiveCamera*>(world.camera);
+    world.renderingObject->m_tilesPerFrame = m_tiles.count();
+    for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
+        if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
+}
+
+bool Frame::render(Workers& workers) {
+    unsigned pass = m_film.passes();
+    m_begun = pass * m_wanted.size();
+    for (const unsigned tile : m_wanted) m_begun += isDone(tile, pass);
+    double longest = 0.0;
+    const auto fits = [&] { return longest == 0.0 || m_clock.seconds() + longest <= *m_options.seconds; };
+    for (; pass < m_options.samples && !stopped() && (!m_options.seconds || fits()); ++pass) {
+        const double start = m_clock.seconds();
+        renderPass(workers, pass);
+        longest = std::max(longest, m_clock.seconds() - start);
     }
-};
-
-using TileColors = std::array<R3, TileSize * TileSize>;
-using TileAlphas = std::array<float, TileSize * TileSize>;
-
-// What all threads share while a frame is rendered.
-class Frame {
-public:
-    // A film with alphas needs a matte, which stands in for the environment of the session.
-    Frame(World& world, const Session& session, Matte* matte, Film& film, const RenderOptions& options)
-        : m_world(world), m_session(session), m_matte(matte), m_film(film), m_options(options), m_tiles(world.image) {
-        if (film.hasAovs()) m_aovs.emplace(world);
-        if (options.packets) m_packets.emplace(world, session, m_aovs ? &*m_aovs : nullptr);
-        m_statistics.packetsRefused = !m_packets ? "" : matte ? "packets tell no alpha" : m_packets->whyNot();
-        if (!m_statistics.packetsRefused.empty()) m_packets.reset();
-        if (typeid(*world.camera) == typeid(OxPerspectiveCamera))
-            m_pinhole = static_cast<const OxPerspectiveCamera*>(world.camera);
-        world.renderingObject->m_tilesPerFrame = m_tiles.count();
-        for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
-            if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
-    }
-
-    // Renders all passes; false where it was stopped from outside.
-    bool render(Workers& workers) {
-        unsigned pass = m_film.passes();
-        m_begun = pass * m_wanted.size();
-        for (const unsigned tile : m_wanted) m_begun += isDone(tile, pass);
-        double longest = 0.0;
-        const auto fits = [&] { return longest == 0.0 || m_clock.seconds() + longest <= *m_options.seconds; };
-        for (; pass < m_options.samples && !stopped() && (!m_options.seconds || fits()); ++pass) {
-            const double start = m_clock.seconds();
-            renderPass(workers, pass);
-            longest = std::max(longest, m_clock.seconds() - start);
-        }
-        m_statistics.passes = m_film.passes();
-        m_statistics.overflowedPixels = m_film.overflowed();
-        return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
-    }
-
-    const RenderStatistics& statistics() const { return m_statistics; }
-    const std::exception_ptr& failure() const { return m_failure; }
-
-private:
-    void renderPass(Workers& workers, unsigned pass);
-    bool isDone(unsigned tile, unsigned pass) const;
-    bool stopped() const {
-        return m_failed.load(std::memory_order_relaxed) ||
-               (m_options.stop && m_options.stop->load(std::memory_order_relaxed));
-    }
-    void tryTile(unsigned thread, unsigned tile, unsigned pass);
-    void noteBad(const OxState& state);
-    void renderTile(unsigned thread, unsigned tile, unsigned pass);
-    bool shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
-    R3 samplePixel(const PrimarySample& sample, unsigned x, unsigned y);
-    Matte::Sample sampleMatte(const PrimarySample& sample, unsigned x, unsigned y);
-    void sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
-    R3 shadeSample(OxState& state, unsigned x, unsigned y);
-    void samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
-    void keepAovs(unsigned x, unsigned y, const AovSample& sample);
-    void sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors);
-    void sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas);
-    std::uint64_t keep(const Window& window, const TileColors& colors);
-    void keepAlphas(const Window& window, const TileAlphas& alphas);
-    void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
-
-    World& m_world;
-    const Session& m_session;
-    Matte* m_matte;  // or null
-    Film& m_film;
-    const RenderOptions& m_options;
-    Tiles m_tiles;
-    std::vector<unsigned> m_wanted;  // tiles that the film sees
-    std::optional<AovSampler> m_aovs;
-    std::optional<PacketPath> m_packets;
-    const OxPerspectiveCamera* m_pinhole = nullptr;  // the camera, where it is exactly the host's own
-    std::size_t m_begun = 0;                         // tiles of all passes that were done before
-    R2 m_place;                                      // in the pixel, of the pass' samples
-    std::atomic<bool> m_pause{false};                // no thread begins a tile: the film is to be saved
-    std::atomic<bool> m_failed{false};
-    Stopwatch m_clock;
-
-    std::mutex m_mutex;            // of all that follows
-    std::exception_ptr m_failure;  // the first
-    RenderStatistics m_statistics;
-    std::size_t m_finished = 0;
-    double m_saved = 0.0;  // when that was last
-};
+    m_statistics.passes = m_film.passes();
+    m_statistics.overflowedPixels = m_film.overflowed();
+    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
+}
 
 // The pixels of a tile are as far as its first one that is kept.
 bool Frame::isDone(unsigned tile, unsigned pass) const {
@@ -137,15 +73,17 @@ bool Frame::isDone(unsigned tile, unsigned pass) const {
 }
 
 // Goes over the tiles again after each pause. At least one is done in between, since one has to be for a pause.
-void Frame::renderPass(Workers& workers, unsigned pass) {
+bool Frame::renderPass(Workers& workers, unsigned pass) {
     const auto items = static_cast<unsigned>(m_wanted.size());
     m_place = m_world.filter.place(samplePlace(pass));
+    m_alone = workers.threads() == 1;
+    if (m_aovs) m_tileAovs.resize(workers.threads());
     while (true) {
         m_pause = false;
         workers.run(items, [&](unsigned thread, unsigned item) {
             if (!m_pause && !stopped() && !isDone(m_wanted[item], pass)) tryTile(thread, m_wanted[item], pass);
         });
-        if (!m_pause || stopped()) return;
+        if (!m_pause || stopped()) return !stopped();
         m_options.save(m_film);
         m_saved = m_clock.seconds();
     }
@@ -153,61 +91,68 @@ void Frame::renderPass(Workers& workers, unsigned pass) {
 
 // Where a tile fails, those at work are finished, and it is as if it had not begun.
 void Frame::tryTile(unsigned thread, unsigned tile, unsigned pass) {
-    const Window seen = m_tiles.window(tile).shared(m_film.window());
-    const std::vector<AovSample> before = m_film.aovsIn(seen);
     try {
         watchPackages([&] { renderTile(thread, tile, pass); });
     } catch (...) {
-        m_film.setAovsIn(seen, before);
         const std::scoped_lock lock(m_mutex);
         if (!m_failure) m_failure = std::current_exception();
         m_failed = true;
     }
 }
 
-// A tile is rendered whole even where the film keeps a part of it: its pixels share a sequence of random numbers.
+// A tile is rendered whole even where the film keeps a part of it: its pixels share a sequence of random numbers. One that
+// was stopped in the middle is as if it had not been begun.
 void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     ThreadRecord& record = ThreadRecord::mine();
     record = ThreadRecord{};
     record.sampleIndex = pass;
+    std::optional<RandomState> random;
+    if (m_alone) random = randomState();
     m_world.renderingObject->initTile(thread, tile);
     const PrimarySample sample{thread, pass, m_place};
     const Window window = m_tiles.window(tile);
     TileColors colors;
-    if (m_matte) {
-        TileAlphas alphas;
-        sampleTile(sample, window, colors, alphas);
-        keepAlphas(window, alphas);
-    } else {
-        sampleTile(sample, window, colors);
+    TileAlphas alphas;
+    if (!(m_matte ? sampleTile(sample, window, colors, alphas) : sampleTile(sample, window, colors))) {
+        if (random) seed48(random->data());
+        return;
     }
+    std::shared_lock<std::shared_mutex> lock;
+    if (m_options.filmLock) lock = std::shared_lock(*m_options.filmLock);
+    if (m_aovs) keepAovs(window, m_tileAovs[thread]);
+    if (m_matte) keepAlphas(window, alphas);
     finishTile(record, keep(window, colors));
 }
 
-void Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors) {
+bool Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors) {
     const auto at = [&](unsigned x, unsigned y) {
         return colors.data() + (y - window.y0) * TileSize + (x - window.x0);
     };
     const unsigned packedX = m_packets ? window.x1 & ~1u : window.x0, packedY = m_packets ? window.y1 & ~1u : window.y0;
-    for (unsigned y = window.y0; y < packedY; y += 2)
+    for (unsigned y = window.y0; y < packedY && !stopped(); y += 2)
         if (packedX > window.x0) samplePackets(sample, window.x0, packedX, y, at(window.x0, y));
     for (unsigned y = window.y0; y < window.y1; ++y) {
+        if (stopped()) return false;
         unsigned x = y < packedY ? packedX : window.x0;
         if (m_pinhole)
             sampleRow(sample, x, window.x1, y, at(x, y));
         else
             for (; x < window.x1; ++x) *at(x, y) = samplePixel(sample, x, y);
     }
+    return true;
 }
 
-void Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas) {
-    for (unsigned y = window.y0; y < window.y1; ++y)
+bool Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas) {
+    for (unsigned y = window.y0; y < window.y1; ++y) {
+        if (stopped()) return false;
         for (unsigned x = window.x0; x < window.x1; ++x) {
             const std::size_t i = std::size_t{y - window.y0} * TileSize + (x - window.x0);
             const Matte::Sample taken = sampleMatte(sample, x, y);
             colors[i] = taken.color;
             alphas[i] = taken.alpha;
         }
+    }
+    return true;
 }
 
 // In one go, since the film's memory is far away by then. Answers the number of bad samples, which are kept as black.
@@ -238,19 +183,19 @@ bool Frame::shootPixel(OxState& state, const PrimarySample& sample, unsigned x, 
         oxsShootRay(&state);
         return true;
     }
-    if (m_aovs) keepAovs(x, y, AovSample());
+    if (m_aovs) tellAovs(sample.thread, x, y, AovSample());
     return false;
 }
 
 R3 Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y) {
     OxState state = m_session.primaryState(sample.thread, sample.pass);
-    return shootPixel(state, sample, x, y) ? shadeSample(state, x, y) : Black;
+    return shootPixel(state, sample, x, y) ? shadeSample(state, sample, x, y) : Black;
 }
 
 Matte::Sample Frame::sampleMatte(const PrimarySample& sample, unsigned x, unsigned y) {
     OxState state = m_session.primaryState(sample.thread, sample.pass);
     if (!shootPixel(state, sample, x, y)) return {};
-    if (m_aovs) keepAovs(x, y, m_aovs->sample(state));
+    if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
     const OxState shot = state;
     const Matte::Sample taken = m_matte->shade(state, m_session, sample);
     if (!IsFinite(taken.color)) [[unlikely]]
@@ -259,9 +204,9 @@ Matte::Sample Frame::sampleMatte(const PrimarySample& sample, unsigned x, unsign
 }
 
 // The colour along a primary ray that has been shot.
-R3 Frame::shadeSample(OxState& state, unsigned x, unsigned y) {
+R3 Frame::shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y) {
     ThreadRecord::mine().pixel = y << 16 | x;
-    if (m_aovs) keepAovs(x, y, m_aovs->sample(state));
+    if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
     const R3 color = Session::shade(state);
     if (!IsFinite(color)) [[unlikely]]
         noteBad(state);
@@ -287,12 +232,19 @@ void Frame::samplePackets(const PrimarySample& sample, unsigned x, unsigned end,
         for (unsigned i = 0; i < 4; ++i) {
             const unsigned column = 2 * k + i % 2, row = i / 2;
             colors[row * TileSize + column] = blocks[k][i];
-            if (aovs) keepAovs(x + column, y + row, (*aovs)[k][i]);
+            if (aovs) tellAovs(sample.thread, x + column, y + row, (*aovs)[k][i]);
         }
 }
 
-void Frame::keepAovs(unsigned x, unsigned y, const AovSample& sample) {
-    if (m_film.window().contains(x, y)) m_film.addAovs(x, y, sample);
+void Frame::tellAovs(unsigned thread, unsigned x, unsigned y, const AovSample& sample) {
+    m_tileAovs[thread][std::size_t{y % TileSize} * TileSize + x % TileSize] = sample;
+}
+
+void Frame::keepAovs(const Window& window, const TileAovs& aovs) {
+    const Window seen = window.shared(m_film.window());
+    for (unsigned y = seen.y0; y < seen.y1; ++y)
+        for (unsigned x = seen.x0; x < seen.x1; ++x)
+            m_film.addAovs(x, y, aovs[std::size_t{y - window.y0} * TileSize + (x - window.x0)]);
 }
 
 // Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers, and all are shot before
@@ -316,7 +268,7 @@ void Frame::sampleRow(const PrimarySample& sample, unsigned x, unsigned end, uns
     }
     for (unsigned i = 0; i < count; ++i) {
         m_session.attachRecord(states[i], sample.thread, sample.pass);
-        colors[i] = shadeSample(states[i], x + i, y);
+        colors[i] = shadeSample(states[i], sample, x + i, y);
     }
 }
 
@@ -341,14 +293,6 @@ void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
     m_options.progress({done, rays.total()});
 }
 
-// Zeros are only set to learn what was there.
-RandomState randomState() {
-    RandomState zeros{}, state;
-    std::copy_n(seed48(zeros.data()), state.size(), state.begin());
-    seed48(RandomState(state).data());
-    return state;
-}
-
 // What a package makes once, by the random numbers that are there at that time, it makes in the first pass. In a new
 // process it has to make it again, from the same numbers.
 static void repeatFirstPass(World& world, const Session& session, Matte* matte, Workers& workers,
@@ -369,10 +313,8 @@ RenderResult render(World& world, Workers& workers, const RenderOptions& options
 }
 
 RenderResult render(World& world, Workers& workers, const RenderOptions& options, Begun begun) {
-    if (workers.threads() > OxRenderingObject::MaxThreads)
-        throw Error(ExitStatus::Usage, fmt::format("{} threads; packages keep records for at most {}",
-                                                   workers.threads(), OxRenderingObject::MaxThreads));
-    Matte standIn(*world.environment);
+    requireRecords(workers);
+    Matte standIn(world.environment);
     Matte* const matte = begun.film.hasAlpha() ? &standIn : nullptr;
     const Session session(world, options.intersector, matte);
     if (begun.random != randomState()) {

@@ -12,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 
 namespace oxbeam {
@@ -51,6 +52,7 @@ struct RenderOptions {
     std::function<void(const Progress&)> progress;  // called now and then, by one thread at a time
     std::function<void(const Film&)> save;          // called while no thread renders, ...
     double saveEvery = 60.0;                        // ... with this many seconds in between
+    std::shared_mutex* filmLock = nullptr;  // held for good by who looks at the film; tiles wait for it to be kept
 };
 
 // State of the random numbers that are the whole process' (drand48): those of packages that keep none of their own.

@@ -40,6 +40,7 @@ static void aimCamera(World& world) {
 
 // The environment comes before the surfaces: it may add lights to the list that they read.
 void Session::newFrame() {
+    m_world.beginFrame();
     m_context.scene = &m_world.geometry.scene();
     m_context.shaders = m_world.shaders;
     m_context.lights = m_world.lights;
@@ -58,6 +59,7 @@ void Session::newFrame() {
         for (OxLight* light : m_world.lights) light->NewFrame();
         for (OxShader* shader : m_world.shaders) shader->NewFrame();
     });
+    m_world.frameBegun();
 }
 
 OxState Session::primaryState(unsigned thread, unsigned pass) const {

@@ -79,10 +79,12 @@ EmbreeIntersector::EmbreeIntersector(const std::string& isa) {
 }
 
 EmbreeIntersector::~EmbreeIntersector() {
-    for (RTCGeometry geometry : m_geometries) rtcReleaseGeometry(geometry);
+    for (RTCGeometry geometry : m_geometries)
+        if (geometry) rtcReleaseGeometry(geometry);
     for (RTCScene scene : m_objectScenes)
         if (scene) rtcReleaseScene(scene);
     if (m_root) rtcReleaseScene(m_root);
+    if (m_whole) rtcReleaseScene(m_whole);
 }
 
 std::string EmbreeIntersector::defaultIsa() {
@@ -121,6 +123,9 @@ RTCScene EmbreeIntersector::objectScene(unsigned object) {
 }
 
 void EmbreeIntersector::attach(unsigned number) {
+    m_geometries.push_back(nullptr);
+    m_apart.push_back(false);
+    if (!m_scene->instances[number]) return;
     const Instance& instance = *m_scene->instances[number];
     RTCGeometry geometry;
     if (instance.hasXfm) {
@@ -128,10 +133,11 @@ void EmbreeIntersector::attach(unsigned number) {
         rtcSetGeometryInstancedScene(geometry, objectScene(instance.object));
     } else {
         geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[instance.object]));
+        m_inWhole[instance.object] = true;
     }
     rtcSetGeometryMask(geometry, instance.visibilityMask);
     rtcAttachGeometryByID(m_root, geometry, number);
-    m_geometries.push_back(geometry);
+    m_geometries.back() = geometry;
 }
 
 // By how much a transformation's inverse can lengthen a vector; infinity where it has none.
@@ -178,19 +184,11 @@ void EmbreeIntersector::place(unsigned number) {
 
 Bounds EmbreeIntersector::build(const Scene& scene) {
     m_scene = &scene;
-    m_instances = scene.instances.data();
-    if (!m_root) {
-        m_root = newScene(m_device->handle);
-        m_objectScenes.resize(scene.objects.size());
-        for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i);
-    }
-    m_farthestOut = FarthestOut;
-    for (unsigned i = 0; i < scene.instances.size(); ++i) {
-        place(i);
-        rtcCommitGeometry(m_geometries[i]);
-    }
-    rtcCommitScene(m_root);
-    check(m_device->handle);
+    m_root = newScene(m_device->handle);
+    m_objectScenes.resize(scene.objects.size());
+    m_inWhole.resize(scene.objects.size());
+    for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i);
+    commit();
 
     RTCBounds b;
     rtcGetSceneBounds(m_root, &b);
@@ -200,6 +198,94 @@ Bounds EmbreeIntersector::build(const Scene& scene) {
     bounds.empty = !(b.lower_x <= b.upper_x && b.lower_y <= b.upper_y && b.lower_z <= b.upper_z);
     return bounds;
 }
+
+// ---- Changes
+
+void EmbreeIntersector::commit() {
+    m_instances = m_scene->instances.data();
+    m_farthestOut = FarthestOut;
+    for (unsigned i = 0; i < m_geometries.size(); ++i) {
+        if (!m_geometries[i] || (m_whole && !m_apart[i])) continue;
+        place(i);
+        rtcCommitGeometry(m_geometries[i]);
+    }
+    rtcCommitScene(m_root);
+    check(m_device->handle);
+}
+
+void EmbreeIntersector::attachApart(unsigned number) {
+    const Instance& instance = *m_scene->instances[number];
+    RTCGeometry geometry = rtcNewGeometry(m_device->handle, RTC_GEOMETRY_TYPE_INSTANCE);
+    rtcSetGeometryInstancedScene(geometry, objectScene(instance.object));
+    rtcSetGeometryMask(geometry, instance.visibilityMask);
+    rtcAttachGeometryByID(m_root, geometry, number);
+    m_geometries[number] = geometry;
+    m_apart[number] = true;
+}
+
+// Under a number that no instance will have for long.
+void EmbreeIntersector::attachWhole() {
+    if (m_worldSpace != RTC_INVALID_GEOMETRY_ID) rtcDetachGeometry(m_root, m_worldSpace);
+    m_worldSpace = std::bit_ceil(static_cast<unsigned>(m_scene->instances.size()) + 512u);
+    RTCGeometry geometry = rtcNewGeometry(m_device->handle, RTC_GEOMETRY_TYPE_INSTANCE);
+    rtcSetGeometryInstancedScene(geometry, m_whole);
+    rtcSetGeometryMask(geometry, RAY_ALL);
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometryByID(m_root, geometry, m_worldSpace);
+    rtcReleaseGeometry(geometry);
+}
+
+// Masks are looked at when a ray meets a triangle, so that what is hidden costs no new structure. There is one level of
+// instances at most: those that are in the whole must leave it.
+void EmbreeIntersector::divide() {
+    m_whole = m_root;
+    m_root = newScene(m_device->handle);
+    for (unsigned i = 0; i < m_geometries.size(); ++i) {
+        if (!m_geometries[i] || !m_scene->instances[i] || !m_scene->instances[i]->hasXfm) continue;
+        rtcSetGeometryMask(m_geometries[i], 0);
+        rtcReleaseGeometry(m_geometries[i]);
+        attachApart(i);
+    }
+    attachWhole();
+}
+
+void EmbreeIntersector::update(unsigned number) {
+    const auto count = m_scene->instances.size();
+    m_objectScenes.resize(m_scene->objects.size());
+    m_inWhole.resize(m_scene->objects.size());
+    m_geometries.resize(count);
+    m_apart.resize(count);
+    if (!m_whole) divide();
+    if (count > m_worldSpace) attachWhole();
+    if (m_apart[number]) return;
+    if (m_geometries[number]) {
+        rtcSetGeometryMask(m_geometries[number], 0);
+        rtcReleaseGeometry(m_geometries[number]);
+    }
+    attachApart(number);
+}
+
+void EmbreeIntersector::remove(unsigned number) {
+    if (number >= m_geometries.size() || !m_geometries[number]) return;
+    rtcSetGeometryMask(m_geometries[number], 0);
+    if (m_apart[number]) rtcDetachGeometry(m_root, number);
+    rtcReleaseGeometry(m_geometries[number]);
+    m_geometries[number] = nullptr;
+    m_apart[number] = false;
+}
+
+void EmbreeIntersector::setVisibility(unsigned number, Oxuint mask) {
+    if (number < m_geometries.size() && m_geometries[number]) rtcSetGeometryMask(m_geometries[number], mask);
+}
+
+bool EmbreeIntersector::release(unsigned object) {
+    if (object >= m_objectScenes.size()) return true;
+    if (m_objectScenes[object]) rtcReleaseScene(m_objectScenes[object]);
+    m_objectScenes[object] = nullptr;
+    return !m_inWhole[object];
+}
+
+// ---- Single rays
 
 // No component of the vectors is farther out than the limit, and none is NaN, which fails every comparison.
 static sse_t within(sse_t v, sse_t limit) { return _mm_cmple_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), v), limit); }
@@ -260,7 +346,7 @@ bool EmbreeIntersector::Intersect(OxState& state) {
                          stored(query.hit.u),
                          stored(query.hit.v),
                          {stored(query.hit.Ng_x), stored(query.hit.Ng_y), stored(query.hit.Ng_z)}};
-    const bool instanced = query.hit.instID[0] != RTC_INVALID_GEOMETRY_ID;
+    const bool instanced = query.hit.instID[0] != m_worldSpace;
     const unsigned number = instanced ? query.hit.instID[0] : query.hit.geomID;
     const Instance& instance = *m_instances[number];
     Intersection& hit = state.hit;
@@ -324,7 +410,8 @@ bool EmbreeIntersector::Intersect4(OxState4& state4) {
     ISSEIntersection4& hit = *state4.hit4;
     const __m128i none = _mm_set1_epi32(-1);  // both Embree's word for it and the triangle's
     const __m128i geometry = load(query.hit.geomID), instance = load(query.hit.instID[0]);
-    const __m128i missed = _mm_cmpeq_epi32(geometry, none), direct = _mm_cmpeq_epi32(instance, none);
+    const __m128i missed = _mm_cmpeq_epi32(geometry, none);
+    const __m128i direct = _mm_cmpeq_epi32(instance, _mm_set1_epi32(static_cast<int>(m_worldSpace)));
     store(hit.tri, _mm_or_si128(missed, load(query.hit.primID)));
     store(hit.inst, _mm_or_si128(_mm_and_si128(direct, geometry), _mm_andnot_si128(direct, instance)));
     hit.normal = {_mm_load_ps(query.hit.Ng_x), _mm_load_ps(query.hit.Ng_y), _mm_load_ps(query.hit.Ng_z)};
@@ -333,7 +420,7 @@ bool EmbreeIntersector::Intersect4(OxState4& state4) {
     const int hits = ~_mm_movemask_ps(_mm_castsi128_ps(missed)) & 15;
     for (unsigned i = 0; hits >> i != 0; ++i) {
         if (!(hits >> i & 1)) continue;
-        const bool instanced = query.hit.instID[0][i] != RTC_INVALID_GEOMETRY_ID;
+        const bool instanced = query.hit.instID[0][i] != m_worldSpace;
         const Instance& own = *m_instances[instanced ? query.hit.instID[0][i] : query.hit.geomID[i]];
         const HitPoint point =
             pointOf(own, *m_scene->objects[own.object], query.hit.primID[i], gather(ray.origin.lane(i), 0.0f),

@@ -43,8 +43,23 @@ public:
     // traced, and is found in single precision. Instances moved to others are not hit.
     static bool canInstance(const Matrix& meshToWorld);
 
-    // Builds, or after instances have moved rebuilds, the structure over the scene, which must stay where it is.
+    // Builds the structure over the scene, which must stay where it is.
     Bounds build(const Scene& scene);
+
+    // ---- Changes, while nothing is traced. Those before `commit` need it.
+
+    // An instance is new or has moved. Whatever was built as one stays as it is, and becomes one of the instances of a
+    // structure of two levels: only what changes gets a structure of its own, and is hidden in the other.
+    void update(unsigned instance);
+    void remove(unsigned instance);
+    // Brings the upper level up to date.
+    void commit();
+    void setVisibility(unsigned instance, Oxuint mask);
+    // No instance has the object any more. Whether its vertices may go; the part that was built as one may refer to them.
+    bool release(unsigned object);
+    bool hasTwoLevels() const { return m_whole != nullptr; }
+    // What moved or came, and has a structure of its own for that.
+    bool isApart(unsigned instance) const { return instance < m_apart.size() && m_apart[instance]; }
 
     bool Intersect(OxState& state) override;
     bool Intersect4(OxState4& state4) override;
@@ -61,13 +76,21 @@ private:
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
     RTCSceneTy* objectScene(unsigned object);
     void attach(unsigned instance);
+    void attachApart(unsigned instance);
+    void attachWhole();
+    void divide();
     void place(unsigned instance);
 
     EmbreeDevice* m_device = nullptr;
-    ssize_t m_bytesBefore = 0;  // of structures that were there already
-    RTCSceneTy* m_root = nullptr;
+    ssize_t m_bytesBefore = 0;      // of structures that were there already
+    RTCSceneTy* m_root = nullptr;   // what is traced
+    RTCSceneTy* m_whole = nullptr;  // what was built as one, once there are two levels
+    unsigned m_worldSpace =
+        ~0u;  // what a hit on a mesh in world space has for its instance: none, or that of the whole
     std::vector<RTCSceneTy*> m_objectScenes;   // of instanced objects, else null
-    std::vector<RTCGeometryTy*> m_geometries;  // by instance
+    std::vector<RTCGeometryTy*> m_geometries;  // by instance, null where there is none
+    std::vector<bool> m_apart;                 // the geometry is in the upper level
+    std::vector<bool> m_inWhole;               // by object
     const Scene* m_scene = nullptr;
     const Instance* const* m_instances = nullptr;
     float m_farthestOut = 0.0f;  // largest coordinate of a ray that can be traced

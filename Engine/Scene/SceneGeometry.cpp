@@ -107,6 +107,7 @@ unsigned SceneGeometry::addMesh(MeshData mesh) {
     m_data.push_back(std::make_unique<MeshData>(std::move(mesh)));
     m_dropped.emplace_back();
     m_origins.push_back(number);
+    m_bakedBy.emplace_back();
     return number;
 }
 
@@ -123,9 +124,107 @@ unsigned SceneGeometry::addInstance(unsigned mesh, const Matrix& meshToWorld, un
     return static_cast<unsigned>(m_instances.size()) - 1;
 }
 
-void SceneGeometry::moveInstance(unsigned instance, const Matrix& meshToWorld) {
-    setTransform(*m_instances[instance], meshToWorld);
+// ---- Changes
+
+// What a transformation has to do that comes after another, to end where `to` does.
+static Matrix after(const Matrix& from, const Matrix& to) {
+    double inverse[3][3], determinant = 0.0;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            const int i1 = (i + 1) % 3, i2 = (i + 2) % 3, j1 = (j + 1) % 3, j2 = (j + 2) % 3;
+            const auto m = [&](int row, int column) { return double{from.m[row][column]}; };
+            inverse[j][i] = m(i1, j1) * m(i2, j2) - m(i1, j2) * m(i2, j1);
+            if (i == 0) determinant += m(0, j) * inverse[j][i];
+        }
+    Matrix result;
+    for (int i = 0; i < 3; ++i) {
+        double place = to.m[i][3];
+        for (int j = 0; j < 3; ++j) {
+            double element = 0.0;
+            for (int k = 0; k < 3; ++k) element += to.m[i][k] * inverse[k][j] / determinant;
+            result.m[i][j] = static_cast<float>(element);
+            place -= element * from.m[j][3];
+        }
+        result.m[i][3] = static_cast<float>(place);
+    }
+    return result;
 }
+
+// Where a mesh's vertices, which may have been placed already, go for it to be placed so.
+Matrix SceneGeometry::fromVertices(unsigned mesh, const Matrix& meshToWorld) const {
+    return m_bakedBy[mesh] ? after(*m_bakedBy[mesh], meshToWorld) : meshToWorld;
+}
+
+void SceneGeometry::moveInstance(unsigned number, const Matrix& meshToWorld) {
+    Instance& instance = *m_instances[number];
+    setTransform(instance, fromVertices(instance.object, meshToWorld));
+    if (number < m_prepared) m_changed.insert(number);
+}
+
+bool SceneGeometry::canAddInstance(unsigned mesh, const Matrix& meshToWorld) const {
+    if (m_data[mesh]) return true;
+    const auto can = [](const Matrix& matrix) { return EmbreeIntersector::canInstance(matrix); };
+    if (m_origins[mesh] != mesh || (m_bakedBy[mesh] && !can(*m_bakedBy[mesh]))) return false;
+    return can(fromVertices(mesh, meshToWorld));
+}
+
+bool SceneGeometry::canMove(unsigned instance, const Matrix& meshToWorld) const {
+    return !isEndless(instance) && canAddInstance(meshOf(instance), meshToWorld);
+}
+
+void SceneGeometry::setVisibility(unsigned instance, Oxuint mask) {
+    m_instances[instance]->visibilityMask = mask;
+    if (m_intersector) m_intersector->setVisibility(instance, mask);
+}
+
+void SceneGeometry::setShader(unsigned instance, unsigned shader) { m_instances[instance]->shaderBias = shader; }
+
+void SceneGeometry::removeInstance(unsigned number) {
+    const unsigned mesh = meshOf(number);
+    if (m_intersector) m_intersector->remove(number);
+    m_scene.instances[number] = nullptr;
+    m_instances[number].reset();
+    m_changed.erase(number);
+    m_endless.erase(number);
+    m_gone = true;
+    const auto has = [&](const auto& instance) { return instance && instance->object == mesh; };
+    if (std::none_of(m_instances.begin(), m_instances.end(), has)) removeMesh(mesh);
+}
+
+// The others are told apart as if it had never been there.
+void SceneGeometry::removeMesh(unsigned mesh) {
+    if (!m_intersector || m_intersector->release(mesh)) {
+        *m_meshes[mesh] = {};
+        m_memory[mesh] = {};
+    }
+    m_meshes[mesh]->name.clear();
+    m_removed.insert(mesh);
+    unsigned next = 0;
+    for (unsigned other = 0; other < m_meshes.size(); ++other)
+        if (!m_removed.contains(other)) m_meshes[other]->id = distinctIds ? distinctId(next++) : next++;
+}
+
+StructureStatistics SceneGeometry::structure() const {
+    StructureStatistics s;
+    std::set<unsigned> whole;
+    s.twoLevels = m_intersector && m_intersector->hasTwoLevels();
+    for (unsigned i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i]) continue;
+        ++s.placements;
+        const bool apart = m_intersector && m_intersector->isApart(i);
+        const bool instanced = m_instances[i]->hasXfm && !m_bakedBy[meshOf(i)];
+        s.instanced += instanced;
+        s.apart += apart && !instanced;
+        s.inWhole += !apart && !instanced;
+    }
+    if (m_intersector) s.hiddenTriangles = m_builtTriangles;
+    for (unsigned i = 0; i < m_instances.size() && s.hiddenTriangles > 0; ++i)
+        if (m_instances[i] && i < m_firstBuilt && !m_instances[i]->hasXfm && !m_intersector->isApart(i))
+            s.hiddenTriangles -= m_meshes[meshOf(i)]->triangleCount();
+    return s;
+}
+
+// ---- Preparing
 
 // The traversal kernel cannot square larger coordinates.
 static bool reachable(const R3& p) {
@@ -168,6 +267,7 @@ void SceneGeometry::takeOver(unsigned number, Instance* owner) {
     MeshData& data = *m_data[number];
     ABSP& mesh = *m_meshes[number];
     if (owner) {
+        m_bakedBy[number] = owner->meshToWorldXfm;
         transform(data, owner->meshToWorldXfm);
         *owner = inWorldSpace(*owner, number);
     }
@@ -207,6 +307,7 @@ void SceneGeometry::copyFlattened() {
     std::map<std::pair<unsigned, Matrix>, unsigned, LessByBits> others;
     std::vector<bool> copied(m_meshes.size());
     for (std::size_t i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i]) continue;
         Instance& instance = *m_instances[i];
         const unsigned mesh = instance.object;
         const Matrix& matrix = instance.meshToWorldXfm;
@@ -224,16 +325,24 @@ void SceneGeometry::copyFlattened() {
         }
     }
     for (const auto& instance : m_instances)
-        if (instance->object < copied.size()) copied[instance->object] = false;
+        if (instance && instance->object < copied.size()) copied[instance->object] = false;
     for (unsigned mesh = 0; mesh < copied.size(); ++mesh)
         if (copied[mesh]) m_data[mesh]->clear();  // only its copies are placed
 }
 
 void SceneGeometry::prepare() {
+    const std::size_t before = std::exchange(m_prepared, m_instances.size());
+    for (std::size_t i = before; i < m_prepared; ++i) {
+        if (!m_instances[i]) continue;
+        Instance& added = *m_instances[i];
+        if (!m_data[added.object]) setTransform(added, fromVertices(added.object, added.meshToWorldXfm));
+        m_changed.insert(static_cast<unsigned>(i));
+    }
     copyFlattened();
     std::vector<unsigned> uses(m_meshes.size());
     std::vector<Instance*> owners(m_meshes.size());
     for (std::size_t i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i]) continue;
         const unsigned mesh = m_instances[i]->object;
         owners[mesh] = ++uses[mesh] == 1 && !m_movable[i] ? m_instances[i].get() : nullptr;
     }
@@ -250,6 +359,7 @@ std::size_t SceneGeometry::structureTriangles() const {
     std::vector<bool> instanced(m_meshes.size());
     std::size_t triangles = 0;
     for (const auto& instance : m_instances) {
+        if (!instance) continue;
         if (instance->hasXfm && instanced[instance->object]) continue;
         instanced[instance->object] = instance->hasXfm;
         triangles += m_meshes[instance->object]->triangleCount();
@@ -269,22 +379,70 @@ void SceneGeometry::reserveStructure() {
 
 void SceneGeometry::build(const std::string& isa) {
     prepare();
-    if (!m_intersector) {
-        reserveStructure();
-        m_intersector = std::make_unique<EmbreeIntersector>(isa);
-    }
+    if (m_intersector) return update();
+    reserveStructure();
+    m_intersector = std::make_unique<EmbreeIntersector>(isa);
     m_bounds = m_intersector->build(m_scene);
     m_structureMemory.shrinkTo(m_intersector->bytes());
-    if (m_endless.empty() || m_endless.size() == m_instances.size()) return;
+    m_changed.clear();
+    m_gone = false;
+    m_firstBuilt = m_instances.size();
+    for (const auto& instance : m_instances)
+        if (instance && !instance->hasXfm) m_builtTriangles += m_meshes[instance->object]->triangleCount();
+    if (!m_endless.empty()) findBounds();
+}
+
+// What moves nothing asks for nothing.
+void SceneGeometry::update() {
+    if (m_changed.empty() && !m_gone) return;
+    m_boxes.resize(m_instances.size());
+    for (const unsigned instance : m_changed) {
+        m_intersector->update(instance);
+        m_boxes[instance].reset();
+    }
+    if (m_intersector->hasTwoLevels()) m_intersector->commit();  // else what is gone is hidden already
+    m_changed.clear();
+    m_gone = false;
+    findBounds();
+}
+
+// Of a mesh that is placed by a transformation, the kernel takes the box around its placed box.
+Bounds SceneGeometry::boxOf(unsigned number) const {
+    const Instance& instance = *m_instances[number];
+    if (!instance.hasXfm || m_bakedBy[instance.object]) return instanceBounds(number);
+    const ABSP& mesh = *m_meshes[instance.object];
+    Bounds own, placed;
+    const Matrix& m = instance.meshToWorldXfm;
+    if (mesh.indices.empty() || !EmbreeIntersector::canInstance(m)) return placed;
+    for (const Oxuint vertex : mesh.indices) own.add(mesh.positions[vertex]);
+    for (unsigned corner = 0; corner < 8; ++corner) {
+        const R3 p(corner & 1 ? own.upper.x : own.lower.x, corner & 2 ? own.upper.y : own.lower.y,
+                   corner & 4 ? own.upper.z : own.lower.z);
+        R3 q;
+        for (unsigned i = 0; i < 3; ++i) q[i] = p.x * m.m[i][0] + (p.y * m.m[i][1] + (p.z * m.m[i][2] + m.m[i][3]));
+        placed.add(q);
+    }
+    return placed;
+}
+
+// A ground without end counts for nothing where there is anything else.
+void SceneGeometry::findBounds() {
+    const auto there = static_cast<std::size_t>(
+        std::count_if(m_instances.begin(), m_instances.end(), [](const auto& i) { return i != nullptr; }));
+    const bool grounded = !m_endless.empty() && m_endless.size() != there;
+    m_boxes.resize(m_instances.size());
     m_bounds = Bounds();
-    for (unsigned i = 0; i < m_instances.size(); ++i)
-        if (!isEndless(i)) m_bounds.add(instanceBounds(i));
+    for (unsigned i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i] || (grounded && isEndless(i))) continue;
+        if (!m_boxes[i]) m_boxes[i] = grounded ? instanceBounds(i) : boxOf(i);
+        m_bounds.add(*m_boxes[i]);
+    }
 }
 
 Bounds SceneGeometry::placedBounds() const {
     Bounds bounds;
     for (const auto& instance : m_instances)
-        if (const MeshData* mesh = m_data[instance->object].get())
+        if (const MeshData* mesh = instance ? m_data[instance->object].get() : nullptr)
             for (const R3& vertex : mesh->positions)
                 if (const R3 p = TransformPoint(instance->meshToWorldXfm, vertex); reachable(p)) bounds.add(p);
     return bounds;
@@ -311,8 +469,9 @@ std::size_t SceneGeometry::meshBytes() const {
 }
 
 std::size_t SceneGeometry::triangles() const {
-    return std::accumulate(m_instances.begin(), m_instances.end(), std::size_t{0},
-                           [&](std::size_t n, const auto& i) { return n + m_meshes[i->object]->triangleCount(); });
+    return std::accumulate(m_instances.begin(), m_instances.end(), std::size_t{0}, [&](std::size_t n, const auto& i) {
+        return i ? n + m_meshes[i->object]->triangleCount() : n;
+    });
 }
 
 }  // namespace oxbeam

@@ -7,6 +7,7 @@
 #include "Oxbeam/OxScene.h"
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,6 +15,16 @@
 namespace oxbeam {
 
 class EmbreeIntersector;
+
+// How what is traced is built.
+struct StructureStatistics {
+    unsigned placements = 0;  // all that are there
+    unsigned inWhole = 0;     // built as one, each in the world's own space
+    unsigned instanced = 0;   // of meshes with structures of their own
+    unsigned apart = 0;       // of those that were built as one, or would have been, what has moved or come since
+    bool twoLevels = false;   // because something has
+    std::size_t hiddenTriangles = 0;  // of what has moved or gone, in what was built as one
+};
 
 // Triangles that were left out of a mesh.
 struct DroppedTriangles {
@@ -53,19 +64,32 @@ public:
     // A ground that goes on to the horizon: it counts for no bounds, so that nothing follows its size.
     void makeEndless(unsigned instance) { m_endless.insert(instance); }
     bool isEndless(unsigned instance) const { return m_endless.contains(instance); }
-    // Moves a movable instance; takes effect with the next build.
+
+    // ---- Changes, also after the structure is built; they take effect with the next build, which costs what they must.
+    // Nobody may be tracing. Numbers of instances and meshes stay; those of what is gone are not used again.
+
+    // What was baked is moved by the difference: its bits are not those of a scene that has always had it there.
     void moveInstance(unsigned instance, const Matrix& meshToWorld);
+    // Both its old placement and the new one have an inverse.
+    bool canMove(unsigned instance, const Matrix& meshToWorld) const;
+    bool canAddInstance(unsigned mesh, const Matrix& meshToWorld) const;
+    void setVisibility(unsigned instance, Oxuint mask);
+    void setShader(unsigned instance, unsigned shader);
+    // With its mesh where no other instance has that.
+    void removeInstance(unsigned instance);
+    bool isThere(unsigned instance) const { return instance < m_instances.size() && m_instances[instance]; }
+    unsigned meshOf(unsigned instance) const { return m_instances[instance]->object; }
 
     // Of all that has been placed so far; valid until prepare. Vertices count also where no triangle uses them.
     Bounds placedBounds() const;
 
-    // Validates the meshes and bakes transformations in. Afterwards no mesh and no instance can be added.
+    // Validates the meshes and bakes transformations in: those of the meshes that are placed once so far.
     void prepare();
     // Charges the memory that the structure will take, so that a scene which is too large is known to be before it is
     // built. After prepare.
     void reserveStructure();
     // Prepares if that is yet to be done, and builds the structure on all threads that the caller's arena has. When
-    // instances have moved it can be built again. `isa` is the instruction set to trace with: "sse2", "sse4.2", "avx",
+    // something has changed, it does what that asks for, and else nothing. `isa` is the instruction set to trace with: "sse2", "sse4.2", "avx",
     // "avx2" or "avx512". The first three find the same triangles; the last two may find another where two lie in the
     // same place or a ray goes through an edge. Points on triangles have the same bits with all.
     void build(const std::string& isa = defaultIsa());
@@ -77,6 +101,7 @@ public:
     const Bounds& bounds() const { return m_bounds; }
     // Of one instance in world space; valid after prepare.
     Bounds instanceBounds(unsigned instance) const;
+    StructureStatistics structure() const;
     // By mesh number, valid after prepare.
     const std::vector<DroppedTriangles>& dropped() const { return m_dropped; }
     // The mesh that one was copied from when the geometry was prepared; itself where it was added.
@@ -90,6 +115,11 @@ public:
 
 private:
     void takeOver(unsigned mesh, Instance* owner);
+    void removeMesh(unsigned mesh);
+    Matrix fromVertices(unsigned mesh, const Matrix& meshToWorld) const;
+    Bounds boxOf(unsigned instance) const;
+    void update();
+    void findBounds();
     unsigned copyMesh(unsigned mesh, const Matrix& matrix);
     void copyFlattened();
     std::size_t structureTriangles() const;
@@ -102,6 +132,14 @@ private:
     std::vector<bool> m_movable;
     std::set<unsigned> m_endless;
     std::vector<unsigned> m_origins;
+    std::vector<std::optional<Matrix>> m_bakedBy;  // by mesh
+    std::size_t m_prepared = 0;                    // instances that have been
+    std::set<unsigned> m_changed;                  // instances, since the structure was built
+    bool m_gone = false;                           // some have
+    std::set<unsigned> m_removed;                  // meshes
+    std::size_t m_firstBuilt = 0;                  // instances that were there when the structure was built,
+    std::size_t m_builtTriangles = 0;              // and the triangles that were built as one
+    std::vector<std::optional<Bounds>> m_boxes;    // by instance, where they were asked for
     std::vector<DroppedTriangles> m_dropped;
     Scene m_scene;
     Bounds m_bounds;

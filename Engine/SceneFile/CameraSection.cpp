@@ -8,21 +8,20 @@ namespace oxbeam {
 
 void CameraSection::read(TableReader& reader, const std::string& chosen) {
     const auto others = reader.tables();
-    OxCamera* camera = readCamera(reader, chosen.empty());
+    readCamera(reader, "camera", chosen.empty());
     std::vector<std::string> names;
     for (const auto& [name, table] : others) {
         names.push_back(name);
         TableReader other(*table, reader.section(), fmt::format("camera '{}'", name), m_diagnostics, m_file);
-        if (OxCamera* made = readCamera(other, name == chosen); name == chosen) camera = made;
+        readCamera(other, fmt::format("camera.{}", name), name == chosen);
     }
-    m_world.camera = camera;
     if (!chosen.empty() && !std::count(names.begin(), names.end(), chosen))
         m_diagnostics.error({m_file, 0, 0},
                             fmt::format("the scene has no camera '{}'{}", chosen, didYouMean(chosen, names)));
 }
 
 // Position and aim belong to every camera; all other keys are the object's parameters.
-OxCamera* CameraSection::readCamera(TableReader& reader, bool chosen) {
+void CameraSection::readCamera(TableReader& reader, const std::string& place, bool chosen) {
     const auto view = viewOf(reader);
     const auto fov = reader.number("fov");
     if (fov && !(*fov > 0.0f && *fov < 180.0f)) reader.error("fov", "'fov' must lie between 0 and 180 degrees");
@@ -32,18 +31,19 @@ OxCamera* CameraSection::readCamera(TableReader& reader, bool chosen) {
     } else if (const auto mesh = reader.text("focus")) {
         focus = *mesh;
     }
+    const CameraView& own = m_world.cameraViews[place] = {view, fov.value_or(CameraView().fov)};
     if (chosen) {
-        m_world.view = view;
-        m_world.fov = fov.value_or(m_world.fov);
+        m_world.view = own.view;
+        m_world.fov = own.fov;
         m_focus = focus;
         m_focusPlace = reader.where("focus");
         m_focusLabel = reader.label();
     }
     const ObjectClass* object = m_objects.classOf(reader);
-    if (!object) return nullptr;
-    auto& camera = dynamic_cast<OxCamera&>(m_world.make(*object));
-    m_objects.writeParameters(reader, *object, camera);
-    return &camera;
+    if (!object) return;
+    OxCamera& camera = m_world.addCamera(*object, place);
+    m_objects.setParameters(reader, place);
+    if (chosen) m_world.camera = &camera;
 }
 
 std::optional<View> CameraSection::viewOf(TableReader& reader) {

@@ -19,7 +19,7 @@ public:
     void focus(const std::map<std::string, std::vector<unsigned>>& instances);
 
 private:
-    OxCamera* readCamera(TableReader& reader, bool chosen);
+    void readCamera(TableReader& reader, const std::string& place, bool chosen);
     std::optional<View> viewOf(TableReader& reader);
     std::optional<R3> focusPoint(const std::map<std::string, std::vector<unsigned>>& instances);
     void focusError(const std::string& message);

@@ -20,28 +20,32 @@ static const std::vector<std::string> ShapeNames = {"plane", "box", "sphere", "g
 constexpr unsigned GroundShape = 3;
 
 void MeshSection::read(TableReader& reader) {
-    if (!reader.has("file") && reader.is("shape", ShapeNames[GroundShape])) return readGround(reader);
+    const std::string own = fmt::format("mesh.{}", m_read++);
+    if (!reader.has("file") && reader.is("shape", ShapeNames[GroundShape])) return readGround(reader, own);
     const auto shaders = shadersOf(reader);
-    place(reader, partsOf(reader), shaders, Model::Y);
+    place(reader, own, partsOf(reader), shaders, Model::Y);
 }
 
-void MeshSection::place(TableReader& reader, const std::vector<PlacedPart>& parts, const std::vector<unsigned>& shaders,
-                        unsigned up) {
+void MeshSection::place(TableReader& reader, const std::string& place, const std::vector<PlacedPart>& parts,
+                        const std::vector<unsigned>& shaders, unsigned up) {
     const auto name = reader.text("name");
     const Matrix placement = placementOf(reader, up);
     const Oxuint visibility = visibilityOf(reader);
     reader.finish();
     if (shaders.empty()) return;
+    Placed placed{place, placement, {}, true};
     for (const PlacedPart& part : parts) {
         const unsigned shader = shaders.size() == 1              ? shaders[0]
                                 : part.material < shaders.size() ? shaders[part.material]
                                                                  : 0;
         const unsigned instance =
             m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, shader, visibility);
+        placed.parts.push_back({instance, part.meshToModel});
         if (!name) continue;
         m_namedMeshes[*name].push_back(instance);
         m_world.nameObject(instance, *name);
     }
+    m_world.placements.add(std::move(placed));
 }
 
 std::optional<unsigned> MeshSection::shaderNamed(TableReader& reader, const char* key, const std::string& name) {
@@ -159,7 +163,7 @@ std::vector<PlacedPart> MeshSection::fileParts(TableReader& reader, const fs::pa
 
 // ---- The ground
 
-void MeshSection::readGround(TableReader& reader) {
+void MeshSection::readGround(TableReader& reader, const std::string& place) {
     const auto shaders = shadersOf(reader);
     for (const char* key : {"segments", "up", "scale", "rotate", "matrix"})
         if (reader.has(key))
@@ -170,6 +174,7 @@ void MeshSection::readGround(TableReader& reader) {
     ground.point = reader.vector("translate").value_or(R3());
     ground.uvScale = reader.pair("uvScale").value_or(R2(1.0f, 1.0f));
     ground.visibility = visibilityOf(reader);
+    ground.place = place;
     ground.where = reader.where();
     reader.finish();
     if (shaders.empty()) return;
@@ -201,6 +206,7 @@ void MeshSection::placeGrounds() {
         m_meshPlaces.push_back(ground.where);
         const unsigned instance = m_world.geometry.addInstance(number, Matrix(), ground.shader, ground.visibility);
         m_world.geometry.makeEndless(instance);
+        m_world.placements.add({ground.place, {}, {{instance, {}}}, false});
         if (!ground.name) continue;
         m_namedMeshes[*ground.name].push_back(instance);
         m_world.nameObject(instance, *ground.name);

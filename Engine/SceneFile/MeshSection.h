@@ -33,10 +33,10 @@ public:
     // The parts of a file. Texture coordinates are made where it has none, if `box` says so. An error, and nothing, where
     // it cannot be read.
     std::vector<PlacedPart> fileParts(TableReader& reader, const std::filesystem::path& path, bool box);
-    // Places parts as a table says, each with the shader of its material's number or the only one there is, or not at all
+    // Places parts as a table says, which is called `place`, each with the shader of its material's number or the only one there is, or not at all
     // where there is none. `up` is the axis that is up unless the table knows better.
-    void place(TableReader& reader, const std::vector<PlacedPart>& parts, const std::vector<unsigned>& shaders,
-               unsigned up);
+    void place(TableReader& reader, const std::string& place, const std::vector<PlacedPart>& parts,
+               const std::vector<unsigned>& shaders, unsigned up);
     static Matrix placementOf(TableReader& reader, unsigned up);
     // When all else is placed and the view is known, and the geometry yet to be prepared.
     void placeGrounds();
@@ -53,10 +53,11 @@ private:
         unsigned shader = 0;
         Oxuint visibility = RAY_ALL;
         std::optional<std::string> name;
+        std::string place;
         SourceLocation where;
     };
 
-    void readGround(TableReader& reader);
+    void readGround(TableReader& reader, const std::string& place);
     std::optional<unsigned> shaderNamed(TableReader& reader, const char* key, const std::string& name);
     std::vector<unsigned> shadersOf(TableReader& reader);
     std::vector<PlacedPart> partsOf(TableReader& reader);
@@ -73,6 +74,7 @@ private:
     std::size_t m_shapeTriangles = 0;                         // of those that were made
     std::vector<Ground> m_grounds;
     std::vector<SourceLocation> m_meshPlaces;  // by the world's meshes
+    unsigned m_read = 0;                       // tables
 };
 
 }  // namespace oxbeam

@@ -15,18 +15,21 @@ static std::vector<std::string> namesOf(const MeshSection::Shaders& shaders) {
 }
 
 // Many models, and many placements of one, have the same textures.
-void ModelSection::readTexture(TextureSection& textures, const std::string& name, TableReader& reader,
-                               const toml::table& table) {
+void ModelSection::readTexture(TextureSection& textures, const std::string& scope, const std::string& name,
+                               TableReader& reader, const toml::table& table) {
     std::ostringstream contents;
     contents << table;
-    const auto [known, isNew] = m_loaded.try_emplace(contents.str(), Ox_NOTEXTURE);
-    if (!isNew) return textures.adopt(name, known->second);
-    textures.read(name, reader);
-    known->second = textures.idFor(name, {}).value_or(Ox_NOTEXTURE);
+    const auto [known, isNew] = m_loaded.try_emplace(contents.str());
+    if (isNew) textures.read(name, reader);
+    TextureNames& names = m_world.textureNames;
+    if (isNew)
+        known->second = *names.find(scope, name);
+    else
+        names.define(scope, name) = known->second;
 }
 
-MeshSection::Shaders ModelSection::readShaders(TableReader& reader, const Tables& tables) {
-    TextureSection textures(m_folder, m_assets, m_world, m_diagnostics, &m_textures);
+MeshSection::Shaders ModelSection::readShaders(TableReader& reader, const std::string& place, const Tables& tables) {
+    TextureSection textures(m_folder, m_assets, m_world, m_diagnostics, place);
     const auto eachOf = [&](const char* section, const auto& use) {
         const auto found = tables.find(section);
         if (found == tables.end()) return;
@@ -44,13 +47,13 @@ MeshSection::Shaders ModelSection::readShaders(TableReader& reader, const Tables
         }
     };
     eachOf("texture", [&](const std::string& name, TableReader& own, const toml::table& table) {
-        readTexture(textures, name, own, table);
+        readTexture(textures, place, name, own, table);
     });
     MeshSection::Shaders shaders;
     eachOf("shader", [&](const std::string& name, TableReader& own, const toml::table& table) {
         // What stands in the scene's own file is set over what the model's says.
-        const ObjectReader objects(locationOf(table.source()).file, m_registry, textures, m_diagnostics);
-        shaders[name] = objects.addShader(own, m_world);
+        const ObjectReader objects(locationOf(table.source()).file, m_registry, m_world, m_diagnostics);
+        shaders[name] = objects.addShader(own, fmt::format("{}.shader.{}", place, name));
     });
     return shaders;
 }
@@ -91,6 +94,7 @@ std::vector<unsigned> ModelSection::byMaterial(TableReader& reader, const Model&
 }
 
 void ModelSection::read(TableReader& reader) {
+    const std::string place = fmt::format("model.{}", m_read++);
     Tables tables;
     for (const auto& [name, table] : reader.tables()) {
         static const std::vector<std::string> known = {"shader", "shaders", "texture", "materials"};
@@ -106,9 +110,9 @@ void ModelSection::read(TableReader& reader) {
     const std::filesystem::path path = m_folder / *file;
     const Model& model = m_assets.model(path);
     reader.flag("highlights");
-    const MeshSection::Shaders own = readShaders(reader, tables);
+    const MeshSection::Shaders own = readShaders(reader, place, tables);
     const std::vector<unsigned> shaders = byMaterial(reader, model, tables, own);
-    m_meshes.place(reader, m_meshes.fileParts(reader, path, false), shaders, model.up);
+    m_meshes.place(reader, place, m_meshes.fileParts(reader, path, false), shaders, model.up);
 }
 
 }  // namespace oxbeam

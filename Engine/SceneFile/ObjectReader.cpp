@@ -30,25 +30,24 @@ const ObjectClass* ObjectReader::classOf(TableReader& reader) const {
     return object;
 }
 
-void ObjectReader::writeParameters(TableReader& reader, const ObjectClass& object, OxLoadableObject& target) const {
-    const auto textures = [&](const std::string& name) { return m_textures.idFor(name, object.name); };
-    ParameterWriter writer(object, reader.label(), m_diagnostics, textures, m_textures.names(), reader.section().keys);
+void ObjectReader::setParameters(TableReader& reader, const std::string& place) const {
+    const std::string& object = m_world.places.classAt(place).name;
     // What was set over the file comes last: the file may know the same parameter by another of its names.
     for (const bool setOver : {false, true})
         reader.rest([&](const std::string& key, const SourceLocation& at, const toml::node& node) {
             if ((locationOf(node.source()).file != m_file) != setOver) return;
-            const std::string about = fmt::format("parameter '{}' of {} ({})", key, reader.label(), object.name);
-            if (const auto value = parameterValue(node, about, m_diagnostics)) writer.write(target, key, at, *value);
+            const std::string about = fmt::format("parameter '{}' of {} ({})", key, reader.label(), object);
+            if (const auto value = parameterValue(node, about, m_diagnostics))
+                m_world.places.write(place, key, at, *value, m_diagnostics, reader.section().keys);
         });
 }
 
-std::optional<unsigned> ObjectReader::addShader(TableReader& reader, World& world) const {
+std::optional<unsigned> ObjectReader::addShader(TableReader& reader, const std::string& place) const {
     const ObjectClass* object = classOf(reader);
     if (!object) return std::nullopt;
-    OxShader& shader = world.addShader(*object);
-    const auto number = static_cast<unsigned>(world.shaders.size()) - 1;
-    writeParameters(reader, *object, shader);
-    return number;
+    m_world.addShader(*object, place);
+    setParameters(reader, place);
+    return m_world.shaderNumber(place);
 }
 
 }  // namespace oxbeam

@@ -21,9 +21,9 @@ public:
     SceneLoader(const std::string& source, const fs::path& folder, const toml::table& document,
                 const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics, World& world)
         : m_world(world), m_sections(source, document, diagnostics), m_textures(folder, assets, world, diagnostics),
-          m_objects(source, registry, m_textures, diagnostics), m_camera(source, m_objects, world, diagnostics),
+          m_objects(source, registry, world, diagnostics), m_camera(source, m_objects, world, diagnostics),
           m_meshes(folder, m_shaders, assets, world, diagnostics),
-          m_models(folder, registry, m_textures, m_shaders, m_meshes, assets, world, diagnostics) {}
+          m_models(folder, registry, m_shaders, m_meshes, assets, world, diagnostics) {}
 
     void load(const std::string& camera) {
         m_sections.eachNamed("texture", [&](const auto& name, TableReader& reader) { m_textures.read(name, reader); });
@@ -62,7 +62,7 @@ private:
 
 void SceneLoader::readShaders() {
     m_sections.eachNamed("shader", [&](const std::string& name, TableReader& reader) {
-        m_shaders[name] = m_objects.addShader(reader, m_world);
+        m_shaders[name] = m_objects.addShader(reader, fmt::format("shader.{}", name));
     });
 }
 
@@ -73,15 +73,10 @@ void SceneLoader::readRender() {
     OxRenderingObject& ro = m_world.setRenderingObject(*object);
     // A scene without shadows looks wrong, and nothing in it tells why; the object's own default stays as it is.
     Diagnostics unsaid;  // where it means something else there
-    if (object->find("receiveShadow"))
-        ParameterWriter(*object, reader.label(), unsaid, {}).write(ro, "receiveShadow", {}, {true, {}});
-    m_objects.writeParameters(reader, *object, ro);
-    if (reader.has("rayEpsilon")) {
-        if (ro.m_rayEpsilon > 0.0f)
-            m_world.rayEpsilon = ro.m_rayEpsilon;
-        else
-            reader.error("rayEpsilon", "'rayEpsilon' must be positive");
-    }
+    m_world.places.write("render", "receiveShadow", {}, {true, {}}, unsaid);
+    m_objects.setParameters(reader, "render");
+    if (reader.has("rayEpsilon") && !(ro.m_rayEpsilon > 0.0f))
+        reader.error("rayEpsilon", "'rayEpsilon' must be positive");
     if (ro.m_recursionLimit > MaxRecursionLimit)
         reader.error("recursionLimit",
                      fmt::format("'recursionLimit' must be from 0 to {}; deeper rays would run out of "
@@ -112,14 +107,17 @@ void SceneLoader::readImage() {
 
 void SceneLoader::readEnvironment() {
     TableReader reader = m_sections.table("environment");
-    if (const auto* object = m_objects.classOf(reader))
-        m_objects.writeParameters(reader, *object, m_world.setEnvironment(*object));
+    const ObjectClass* object = m_objects.classOf(reader);
+    if (!object) return;
+    m_world.setEnvironment(*object);
+    m_objects.setParameters(reader, "environment");
 }
 
 void SceneLoader::readLights() {
     m_sections.eachEntry("light", [&](TableReader& reader) {
-        if (const ObjectClass* object = m_objects.classOf(reader))
-            m_objects.writeParameters(reader, *object, m_world.addLight(*object));
+        const ObjectClass* object = m_objects.classOf(reader);
+        if (!object) return;
+        m_objects.setParameters(reader, m_world.places.placeOf(&m_world.addLight(*object)));
     });
 }
 

@@ -32,7 +32,7 @@ private:
     void add(std::string path, const SceneSection& section, const toml::table* table) {
         const auto given = table ? (*table)["object"].value<std::string>() : std::nullopt;
         const std::string name = given ? *given : section.preset ? section.preset : "";
-        m_places.push_back({std::move(path), m_registry.find(name), section.keys});
+        m_places.push_back({{std::move(path), m_registry.find(name)}, section.keys});
     }
 
     void addNamed(const SceneSection& section, const toml::table& tables) {
@@ -67,22 +67,6 @@ std::vector<ScenePlace> scenePlaces(const std::filesystem::path& file, const Reg
     SceneAssets assets(options.importing);
     const auto document = readSceneOrModel(file, registry, assets, diagnostics, options);
     return document ? PlaceFinder(*document, registry).find() : std::vector<ScenePlace>();
-}
-
-const ParameterDeclaration* parameterAt(const std::vector<ScenePlace>& places, std::string_view path) {
-    const auto dot = path.rfind('.');
-    if (dot == std::string_view::npos) return nullptr;
-    const std::string_view place = path.substr(0, dot), parameter = path.substr(dot + 1);
-    const auto matches = [&](const std::string& known) {
-        if (!place.ends_with(".*")) return known == place;
-        const std::string section(place.substr(0, place.size() - 1));
-        return known.starts_with(section) || (known.starts_with("model.") && known.find('.' + section) != known.npos);
-    };
-    for (const ScenePlace& candidate : places) {
-        const bool here = candidate.object && matches(candidate.path);
-        if (const ParameterDeclaration* found = here ? candidate.object->find(parameter) : nullptr) return found;
-    }
-    return nullptr;
 }
 
 }  // namespace oxbeam

@@ -1,5 +1,7 @@
 #include "Engine/SceneFile/SceneSections.h"
 
+#include "Engine/World/Places.h"
+
 #include <algorithm>
 
 namespace oxbeam {
@@ -7,7 +9,6 @@ namespace oxbeam {
 bool SceneSection::knows(std::string_view key) const { return std::find(keys.begin(), keys.end(), key) != keys.end(); }
 
 const std::vector<SceneSection>& sceneSections() {
-    using enum ObjectKind;
     using enum SceneSection::Form;
     static const std::vector<SceneSection> all = {
         {"texture",
@@ -16,8 +17,8 @@ const std::vector<SceneSection>& sceneSections() {
          nullptr,
          {"file", "image", "wrap", "filter", "model", "colorSpace", "projection", "rotate", "generate", "bump",
           "bumpScale", "alpha", "alphaCutoff", "vertexColors", "roughness", "brightest"}},
-        {"shader", Named, {Surface, Shader}, nullptr, {"object"}},
-        {"render", Table, {RenderingObject}, "Kel", {"object"}},
+        {"shader", Named, kindsAt("shader"), nullptr, {"object"}},
+        {"render", Table, kindsAt("render"), "Kel", {"object"}},
         {"image",
          Table,
          {},
@@ -25,11 +26,11 @@ const std::vector<SceneSection>& sceneSections() {
          {"width", "height", "samples", "exposure", "tone", "background", "filter", "filterWidth"}},
         {"camera",
          TableAndNamed,
-         {Camera},
+         kindsAt("camera"),
          "OxPerspectiveCamera",
          {"object", "position", "lookAt", "lookUp", "fov", "focus"}},
-        {"environment", Table, {Environment, Shader}, "OxBackground", {"object"}},
-        {"light", List, {Light}, nullptr, {"object"}},
+        {"environment", Table, kindsAt("environment"), "OxBackground", {"object"}},
+        {"light", List, kindsAt("light"), nullptr, {"object"}},
         {"model",
          List,
          {},

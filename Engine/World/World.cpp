@@ -16,27 +16,23 @@ World::World() = default;
 
 World::~World() = default;
 
-OxLoadableObject& World::make(const ObjectClass& object) {
-    m_packages.insert(object.package);
-    m_objects.push_back(object.make());
-    return *m_objects.back();
-}
-
 OxRenderingObject& World::setRenderingObject(const ObjectClass& object) {
-    renderingObject = &dynamic_cast<OxRenderingObject&>(make(object));
+    renderingObject = &dynamic_cast<OxRenderingObject&>(places.add("render", object));
     return *renderingObject;
 }
 
-OxCamera& World::setCamera(const ObjectClass& object) {
-    camera = &dynamic_cast<OxCamera&>(make(object));
-    return *camera;
+OxCamera& World::addCamera(const ObjectClass& object, std::string place) {
+    return dynamic_cast<OxCamera&>(places.add(std::move(place), object));
 }
 
-// Declarations are counted from the start of the object as one that can be loaded.
+OxCamera& World::setCamera(const ObjectClass& object, std::string place) {
+    return *(camera = &addCamera(object, std::move(place)));
+}
+
 template <class T>
 static const T* member(const OxLoadableObject& object, const ParameterDeclaration* p) {
     if (!p || p->size != static_cast<int>(sizeof(T))) return nullptr;
-    return reinterpret_cast<const T*>(reinterpret_cast<const std::byte*>(&object) + p->offset);
+    return reinterpret_cast<const T*>(memberOf(object, *p));
 }
 
 // The names that surfaces commonly declare it under.
@@ -51,24 +47,113 @@ static BaseColor declaredBaseColor(const ObjectClass& object, const OxLoadableOb
             member<Oxint>(made, first({"texture", "texture0", "diffuseTexture", "baseColorTexture"}))};
 }
 
-OxShader& World::makeShader(const ObjectClass& object) {
-    auto& shader = dynamic_cast<OxShader&>(make(object));
+// Says also what packets and layers must know of it.
+OxShader& World::knownShader(OxLoadableObject& made, const ObjectClass& object) {
+    auto& shader = dynamic_cast<OxShader&>(made);
+    m_packetShaders.erase(&shader);  // another one may have been where it is
     if (overrides(shader, &OxShader::Shade4) && !object.packetsInherited) m_packetShaders.insert(&shader);
     m_baseColors[&shader] = declaredBaseColor(object, shader);
     return shader;
 }
 
-OxShader& World::setEnvironment(const ObjectClass& object) { return *(environment = &makeShader(object)); }
+OxShader& World::setEnvironment(const ObjectClass& object) {
+    return *(environment = &knownShader(places.add("environment", object), object));
+}
+
+static std::string lightPlace(std::size_t number) { return "light." + std::to_string(number); }
 
 OxLight& World::addLight(const ObjectClass& object) {
-    lights.push_back(&dynamic_cast<OxLight&>(make(object)));
+    lights.push_back(&dynamic_cast<OxLight&>(places.add(lightPlace(lights.size()), object)));
     return *lights.back();
 }
 
-OxShader& World::addShader(const ObjectClass& object) {
-    shaders.push_back(&makeShader(object));
+OxShader& World::addShader(const ObjectClass& object, std::string place) {
+    for (std::size_t number = shaders.size(); place.empty() || places.has(place); ++number)
+        place = "shader." + std::to_string(number);
+    shaders.push_back(&knownShader(places.add(std::move(place), object), object));
     return *shaders.back();
 }
+
+// ---- Changes
+
+// Wherever the world speaks of an object, it speaks of another that stands in its place.
+void World::replace(OxLoadableObject* before, OxLoadableObject* now, const ObjectClass& object) {
+    const auto follow = [&]<class T>(T*& pointer) {
+        if (pointer && static_cast<OxLoadableObject*>(pointer) == before) pointer = &dynamic_cast<T&>(*now);
+    };
+    follow(renderingObject);
+    follow(camera);
+    for (OxLight*& light : lights) follow(light);
+    const bool shades = dynamic_cast<OxShader*>(now) != nullptr;
+    if (shades) knownShader(*now, object);
+    const OxShader* gone = nullptr;
+    const auto followShader = [&](OxShader*& shader) {
+        if (!shader || static_cast<OxLoadableObject*>(shader) != before) return;
+        gone = shader;
+        follow(shader);
+    };
+    followShader(environment);
+    for (OxShader*& shader : shaders) followShader(shader);
+    if (!gone) return;
+    m_packetShaders.erase(gone);
+    m_baseColors.erase(gone);
+}
+
+void World::setClass(std::string_view place, const ObjectClass& object) {
+    const std::unique_ptr<OxLoadableObject> before = places.setClass(place, object);
+    replace(before.get(), &places.objectAt(place), object);
+}
+
+void World::removeLight(std::string_view place) {
+    const auto found = std::find(lights.begin(), lights.end(), &places.objectAt(place));
+    if (found == lights.end()) throw NoSuchName(labelOf(place) + " is no light");
+    auto number = static_cast<std::size_t>(found - lights.begin());
+    lights.erase(found);
+    places.remove(place);
+    for (; number < lights.size(); ++number) places.rename(lightPlace(number + 1), lightPlace(number));
+}
+
+void World::chooseCamera(std::string_view place) {
+    auto* chosen = dynamic_cast<OxCamera*>(&places.objectAt(place));
+    if (!chosen) throw NoSuchName(labelOf(place) + " is no camera");
+    camera = chosen;
+    const auto own = cameraViews.find(place);
+    if (own == cameraViews.end()) return;
+    view = own->second.view;
+    fov = own->second.fov;
+}
+
+void World::setPicture(std::string_view texture, std::unique_ptr<Texture> picture) {
+    const auto at = texture.rfind("texture.");
+    const std::string name(at == texture.npos ? texture : texture.substr(at + std::string_view("texture.").size()));
+    const std::string scope(at == texture.npos || at == 0 ? "" : texture.substr(0, at - 1));
+    if (at == texture.npos || !textureNames.find(scope, name))
+        throw NoSuchName("the scene has no '" + std::string(texture) + "'" +
+                         didYouMean(name, textureNames.names(scope)));
+    textureNames.setPicture(scope, name, std::move(picture));
+    places.textureChanged(scope, name);
+}
+
+unsigned World::shaderNumber(std::string_view place) const {
+    const auto found = std::find(shaders.begin(), shaders.end(), &places.objectAt(place));
+    if (found == shaders.end()) throw NoSuchName(labelOf(place) + " is no surface");
+    return static_cast<unsigned>(found - shaders.begin());
+}
+
+void World::beginFrame() {
+    textureNames.beginFrame();
+    places.beginFrame([&](OxLoadableObject* before, OxLoadableObject* now, const ObjectClass& object) {
+        replace(before, now, object);
+    });
+}
+
+std::set<std::string> World::packages() const {
+    std::set<std::string> all;
+    for (const Place& place : places.all()) all.insert(place.object->package);
+    return all;
+}
+
+// ---- What surfaces say of themselves
 
 BaseColor World::baseColor(const OxShader* shader) const {
     const auto found = m_baseColors.find(shader);
@@ -76,6 +161,7 @@ BaseColor World::baseColor(const OxShader* shader) const {
 }
 
 std::string World::objectName(unsigned instance) const {
+    if (!geometry.isThere(instance)) return {};
     const auto found = m_objectNames.find(instance);
     return found != m_objectNames.end() ? found->second
                                         : geometry.meshName(geometry.scene().instances[instance]->object);
@@ -98,10 +184,20 @@ View World::framingView(const Bounds& bounds) const {
     return framing;
 }
 
+// Once anybody has set it, it stays.
+std::optional<float> World::ownEpsilon() const {
+    static constexpr const char* path = "render.rayEpsilon";
+    if (!parameterAt(places.all(), path) || !places.isSet(path)) return std::nullopt;
+    const ParameterValue value = places.get(path);
+    const auto* number = std::get_if<double>(&value.data);
+    return number ? std::optional(static_cast<float>(*number)) : std::nullopt;
+}
+
 // Some hundred times the rounding error of a coordinate of the scene: below what a picture shows, and above what a hit
 // point is off by.
 float World::epsilon() const {
     if (rayEpsilon) return *rayEpsilon;
+    if (const auto own = ownEpsilon()) return *own;
     const Bounds& bounds = geometry.bounds();
     if (bounds.empty) return 0.01f;
     const auto farthest = [](const R3& p) { return std::max({std::fabs(p.x), std::fabs(p.y), std::fabs(p.z)}); };

@@ -4,6 +4,8 @@
 #include "Engine/Packages/Registry.h"
 #include "Engine/Scene/SceneGeometry.h"
 #include "Engine/World/PixelFilter.h"
+#include "Engine/World/Placements.h"
+#include "Engine/World/Places.h"
 #include "Engine/World/Tone.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxContext.h"
@@ -18,6 +20,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -28,6 +31,12 @@ struct View {
     R3 position{0.0f, 0.0f, 5.0f};
     R3 lookAt;
     R3 lookUp{0.0f, 1.0f, 0.0f};
+};
+
+// How a camera stands, and the vertical angle of its picture in degrees.
+struct CameraView {
+    std::optional<View> view;  // none: the whole scene is framed
+    float fov = 40.0f;
 };
 
 // Where a surface keeps the colour that it has before any light falls on it, by what it declares; null where it
@@ -50,19 +59,26 @@ struct ImageSize {
     unsigned height = 720;
 };
 
-// Built once, by a scene file or a program, then rendered as often as wanted.
+// Built by a scene file or a program, then rendered as often as wanted, and changed in between: by the names of its
+// objects, textures and placements, or by what stands here. All of it belongs to the thread that renders it, and changes
+// take effect when the next frame begins. Docs/engine.md tells how, and what each change costs.
 class OXBEAM_API World {
 public:
     TextureList textures;
+    TextureNames textureNames{textures};
+    Places places{textureNames};  // the objects, by place
     SceneGeometry geometry;
+    Placements placements{geometry};
     ImageSize image;
     Tone tone;  // of pictures for displays
     PixelFilter filter;
-    bool transparentBackground = false;            // the picture has an alpha channel instead of the environment
-    std::optional<View> view;                      // none: the whole scene is framed
-    float fov = 40.0f;                             // vertical angle of the picture, degrees
-    std::optional<float> rayEpsilon;               // none: follows the size of the scene
-    OxRenderingObject* renderingObject = nullptr;  // all of these are owned by the world
+    bool transparentBackground = false;  // the picture has an alpha channel instead of the environment
+    std::optional<View> view;            // none: the whole scene is framed
+    float fov = CameraView().fov;        // vertical angle of the picture, degrees
+    std::map<std::string, CameraView, std::less<>> cameraViews;  // of the scene's cameras, by place
+    std::optional<float> rayEpsilon;  // none: the rendering object's if set, else by the scene's size
+    // These are what the places hold; they are others after an object has been changed and a frame has begun.
+    OxRenderingObject* renderingObject = nullptr;
     OxCamera* camera = nullptr;
     OxShader* environment = nullptr;
     std::vector<OxLight*> lights;
@@ -72,20 +88,40 @@ public:
     World();
     ~World();
 
-    // Makes an object with its defaults and keeps it. The typed forms below also put it to its use.
-    OxLoadableObject& make(const ObjectClass& object);
+    // Makes an object with its defaults, at its place: "render", "environment", and "light.N" with the next number.
     OxRenderingObject& setRenderingObject(const ObjectClass& object);
-    OxCamera& setCamera(const ObjectClass& object);
     OxShader& setEnvironment(const ObjectClass& object);
     OxLight& addLight(const ObjectClass& object);
-    // Its number is shaders.size() - 1.
-    OxShader& addShader(const ObjectClass& object);
+    // The camera in force. addCamera makes one more, to choose from: "camera.close".
+    OxCamera& setCamera(const ObjectClass& object, std::string place = "camera");
+    OxCamera& addCamera(const ObjectClass& object, std::string place);
+    // Its number is shaders.size() - 1, its place that or, where that is taken or nothing, "shader.N".
+    OxShader& addShader(const ObjectClass& object, std::string place = {});
+
+    // ---- Changes, beside those that `places`, `placements` and the members above take
+
+    // Another object at a place; what was set and it knows too, it takes over. Throws NoSuchName, and BadValue for one
+    // that cannot stand there.
+    void setClass(std::string_view place, const ObjectClass& object);
+    // Those after it are counted anew: "light.2" becomes "light.1". Throws NoSuchName.
+    void removeLight(std::string_view place);
+    // The camera at a place is in force from now on, with its view where the scene has one for it. Throws NoSuchName.
+    void chooseCamera(std::string_view place);
+    // A name stands for another picture, used as the one before: "texture.wood", "model.0.texture.wood". Throws NoSuchName.
+    void setPicture(std::string_view texture, std::unique_ptr<Texture> picture);
+    // What `placements` and instances call the shader at a place. Throws NoSuchName.
+    unsigned shaderNumber(std::string_view place) const;
+
+    // Called by sessions, before objects learn of a frame and after: see Places.
+    void beginFrame();
+    void frameBegun() { places.frameBegun(); }
+
     // One of the world's shaders has a packet form of its own, not just that of a simpler shader which it derives from.
     bool shadesPackets(const OxShader* shader) const { return m_packetShaders.contains(shader); }
 
     BaseColor baseColor(const OxShader* shader) const;
     // Files of the packages that the world's objects come from.
-    const std::set<std::string>& packages() const { return m_packages; }
+    std::set<std::string> packages() const;
     // What an instance is called: by the scene, else by its mesh.
     void nameObject(unsigned instance, const std::string& name) { m_objectNames[instance] = name; }
     std::string objectName(unsigned instance) const;
@@ -101,12 +137,12 @@ public:
     float epsilon() const;
 
 private:
-    OxShader& makeShader(const ObjectClass& object);
+    std::optional<float> ownEpsilon() const;
+    OxShader& knownShader(OxLoadableObject& made, const ObjectClass& object);
+    void replace(OxLoadableObject* before, OxLoadableObject* now, const ObjectClass& object);
 
-    std::vector<std::unique_ptr<OxLoadableObject>> m_objects;
     std::unordered_set<const OxShader*> m_packetShaders;
     std::unordered_map<const OxShader*, BaseColor> m_baseColors;
-    std::set<std::string> m_packages;
     std::map<unsigned, std::string> m_objectNames;  // by instance
 };
 

@@ -1,6 +1,5 @@
 // Makes a mesh in memory, renders it, changes a parameter, and writes two pictures: red.png and blue.png.
 #include "Engine/Output/ImageFile.h"
-#include "Engine/Packages/ParameterValue.h"
 #include "Engine/Render/Renderer.h"
 
 #include <cmath>
@@ -26,40 +25,31 @@ static MeshData ripples(unsigned steps) {
     return mesh;
 }
 
-// What is wrong with a name or a value is thrown.
-static void set(OxLoadableObject& object, const ObjectClass& kind, const char* name, double r, double g, double b) {
-    Diagnostics diagnostics;
-    ParameterWriter(kind, kind.name, diagnostics, {})
-        .write(object, name, {}, {std::vector<ParameterValue::Number>{r, g, b}, {}});
-    if (diagnostics.hasErrors()) throw Error(ExitStatus::Usage, diagnostics.sorted().front().text());
-}
-
 int main() try {
     Registry registry;
     registry.loadPackages(defaultPackageFolders());
-    const ObjectClass &phong = *registry.find("KelPhong"), &point = *registry.find("KelPointLight");
 
     World world;
     world.image = {640, 360};
     world.setRenderingObject(*registry.find("Kel"));
     world.setCamera(*registry.find("OxPerspectiveCamera"));
     world.setEnvironment(*registry.find("OxBackground"));
-    OxLight& light = world.addLight(point);
-    set(light, point, "position", 2.0, 3.0, 1.0);
-    set(light, point, "intensity", 9.0, 9.0, 9.0);
-    OxShader& water = world.addShader(phong);
+    world.addLight(*registry.find("KelPointLight"));
+    world.addShader(*registry.find("KelPhong"), "shader.water");
+    world.places.set("light.0.position", valueOf(R3(2, 3, 1)));  // what is wrong with a name or a value is thrown
+    world.places.set("light.0.intensity", valueOf(R3(9, 9, 9)));
     world.geometry.addInstance(world.geometry.addMesh(ripples(200)), Matrix(), 0);
     world.geometry.build();
 
     Workers workers(availableThreads());
     RenderOptions options;
     options.samples = 16;
-    const auto picture = [&](const char* file, double r, double g, double b) {
-        set(water, phong, "diffuseColor", r, g, b);
+    const auto picture = [&](const char* file, const R3& color) {
+        world.places.set("shader.water.diffuseColor", valueOf(color));
         writeImage(file, world.image.width, world.image.height, render(world, workers, options).film.pixels());
     };
-    picture("red.png", 0.8, 0.2, 0.1);
-    picture("blue.png", 0.1, 0.3, 0.8);
+    picture("red.png", R3(0.8f, 0.2f, 0.1f));
+    picture("blue.png", R3(0.1f, 0.3f, 0.8f));
     return 0;
 } catch (const Error& e) {
     std::cerr << "error: " << e.what() << '\n';

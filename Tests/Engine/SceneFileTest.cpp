@@ -101,7 +101,7 @@ TEST(SceneFile, WhatTheSceneSaysOfTheFrameCountsBeforeTheRenderingObject) {
     const auto& ro = static_cast<KelRenderingObject&>(*scene.world->renderingObject);
     EXPECT_EQ(ro.m_samplesPerPixel, 5);
     EXPECT_TRUE(ro.softShadows());
-    EXPECT_EQ(scene.world->rayEpsilon, 0.5f);
+    EXPECT_EQ(scene.world->epsilon(), 0.5f);
 }
 
 TEST(SceneFile, NothingFollowsTheSizeOfAGround) {

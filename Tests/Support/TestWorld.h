@@ -61,7 +61,7 @@ public:
     // A shader or light of a class of the test's own.
     template <class T>
     T& own() {
-        ObjectClass object;
+        static ObjectClass object;
         object.factory = [] { return static_cast<OxLoadableObject*>(new T); };
         if constexpr (std::is_base_of_v<OxLight, T>)
             return static_cast<T&>(addLight(object));

@@ -1,0 +1,107 @@
+// What all threads share while a frame is rendered. For the frame loops alone.
+#pragma once
+
+#include "Engine/System/ThreadRecord.h"
+#include "Engine/Render/Aovs.h"
+#include "Engine/Render/Matte.h"
+#include "Engine/Render/PacketPath.h"
+#include "Engine/Render/Renderer.h"
+#include "Engine/Render/Session.h"
+#include "Engine/System/Stopwatch.h"
+#include "Oxbeam/OxPerspectiveCamera.h"
+
+#include <array>
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <vector>
+
+namespace oxbeam {
+
+struct Tiles {
+    unsigned across, down;
+    ImageSize image;
+
+    explicit Tiles(const ImageSize& size)
+        : across((size.width + TileSize - 1) / TileSize), down((size.height + TileSize - 1) / TileSize), image(size) {}
+
+    unsigned count() const { return across * down; }
+    Window window(unsigned tile) const {
+        const unsigned x = tile % across * TileSize, y = tile / across * TileSize;
+        return {x, y, std::min(x + TileSize, image.width), std::min(y + TileSize, image.height)};
+    }
+};
+
+using TileColors = std::array<R3, TileSize * TileSize>;
+using TileAlphas = std::array<float, TileSize * TileSize>;
+using TileAovs = std::array<AovSample, TileSize * TileSize>;
+
+// Throws Error(Usage) for more threads than packages keep records for.
+void requireRecords(const Workers& workers);
+
+class Frame {
+public:
+    // A film with alphas needs a matte, which stands in for the environment of the session.
+    Frame(World& world, const Session& session, Matte* matte, Film& film, const RenderOptions& options);
+
+    // Renders all passes; false where it was stopped from outside.
+    bool render(Workers& workers);
+    // Renders what is yet to be done of a pass; false where it was stopped from outside. Tiles that were begun then are
+    // not kept.
+    bool renderPass(Workers& workers, unsigned pass);
+
+    const RenderStatistics& statistics() const { return m_statistics; }
+    // What a package or the machine ended it with, or null.
+    const std::exception_ptr& failure() const { return m_failure; }
+
+private:
+    bool isDone(unsigned tile, unsigned pass) const;
+    bool stopped() const {
+        return m_failed.load(std::memory_order_relaxed) ||
+               (m_options.stop && m_options.stop->load(std::memory_order_relaxed));
+    }
+    void tryTile(unsigned thread, unsigned tile, unsigned pass);
+    void noteBad(const OxState& state);
+    void renderTile(unsigned thread, unsigned tile, unsigned pass);
+    bool shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
+    R3 samplePixel(const PrimarySample& sample, unsigned x, unsigned y);
+    Matte::Sample sampleMatte(const PrimarySample& sample, unsigned x, unsigned y);
+    void sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
+    R3 shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
+    void samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
+    void tellAovs(unsigned thread, unsigned x, unsigned y, const AovSample& sample);
+    bool sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors);
+    bool sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas);
+    std::uint64_t keep(const Window& window, const TileColors& colors);
+    void keepAlphas(const Window& window, const TileAlphas& alphas);
+    void keepAovs(const Window& window, const TileAovs& aovs);
+    void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
+
+    World& m_world;
+    const Session& m_session;
+    Matte* m_matte;  // or null
+    Film& m_film;
+    const RenderOptions& m_options;
+    Tiles m_tiles;
+    std::vector<unsigned> m_wanted;  // tiles that the film sees
+    std::optional<AovSampler> m_aovs;
+    std::vector<TileAovs> m_tileAovs;  // by thread
+    bool m_alone = false;              // one thread renders
+    std::optional<PacketPath> m_packets;
+    const OxPerspectiveCamera* m_pinhole = nullptr;  // the camera, where it is exactly the host's own
+    std::size_t m_begun = 0;                         // tiles of all passes that were done before
+    R2 m_place;                                      // in the pixel, of the pass' samples
+    std::atomic<bool> m_pause{false};                // no thread begins a tile: the film is to be saved
+    std::atomic<bool> m_failed{false};
+    Stopwatch m_clock;
+
+    std::mutex m_mutex;            // of all that follows
+    std::exception_ptr m_failure;  // the first
+    RenderStatistics m_statistics;
+    std::size_t m_finished = 0;
+    double m_saved = 0.0;  // when that was last
+};
+
+}  // namespace oxbeam

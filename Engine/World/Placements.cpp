@@ -1,0 +1,84 @@
+#include "Engine/World/Placements.h"
+
+#include "Engine/World/Places.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+namespace oxbeam {
+
+Placed& Placements::find(std::string_view place) { return const_cast<Placed&>(std::as_const(*this).at(place)); }
+
+const Placed& Placements::at(std::string_view place) const {
+    const auto found =
+        std::find_if(m_placements.begin(), m_placements.end(), [&](const Placed& p) { return p.place == place; });
+    if (found != m_placements.end()) return *found;
+    std::vector<std::string> known;
+    for (const Placed& placement : m_placements) known.push_back(placement.place);
+    throw NoSuchName("the scene has no '" + std::string(place) + "'" + didYouMean(place, known));
+}
+
+void Placements::move(std::string_view place, const Matrix& toWorld) {
+    Placed& placement = find(place);
+    bool can = placement.movable;
+    for (const Placed::Part& part : placement.parts)
+        can = can && m_geometry.canMove(part.instance, toWorld * part.toPlaced);
+    if (!can) throw BadValue(labelOf(place) + " cannot be moved there: it is without end, or flat");
+    placement.toWorld = toWorld;
+    for (const Placed::Part& part : placement.parts) m_geometry.moveInstance(part.instance, toWorld * part.toPlaced);
+}
+
+void Placements::setVisibility(std::string_view place, Oxuint mask) {
+    for (const Placed::Part& part : at(place).parts) m_geometry.setVisibility(part.instance, mask);
+}
+
+void Placements::setShader(std::string_view place, unsigned shader) {
+    for (const Placed::Part& part : at(place).parts) m_geometry.setShader(part.instance, shader);
+}
+
+static std::string meshPlace(unsigned number) { return "mesh." + std::to_string(number); }
+
+static std::string listOf(const std::string& place) { return place.substr(0, place.find('.')); }
+static unsigned numberOf(const std::string& place) {
+    return static_cast<unsigned>(std::stoul(place.substr(place.find('.') + 1)));
+}
+
+void Placements::remove(std::string_view place) {
+    const Placed gone = at(place);
+    for (const Placed::Part& part : gone.parts) m_geometry.removeInstance(part.instance);
+    std::erase_if(m_placements, [&](const Placed& p) { return p.place == gone.place; });
+    for (Placed& other : m_placements)
+        if (listOf(other.place) == listOf(gone.place) && numberOf(other.place) > numberOf(gone.place))
+            other.place = listOf(other.place) + '.' + std::to_string(numberOf(other.place) - 1);
+}
+
+std::string Placements::nextMesh() const {
+    const auto meshes = std::count_if(m_placements.begin(), m_placements.end(),
+                                      [](const Placed& p) { return listOf(p.place) == "mesh"; });
+    return meshPlace(static_cast<unsigned>(meshes));
+}
+
+std::string Placements::addMesh(MeshData mesh, unsigned shader, const Matrix& toWorld, Oxuint visibility) {
+    const unsigned number = m_geometry.addMesh(std::move(mesh));
+    const unsigned instance = m_geometry.addInstance(number, toWorld, shader, visibility);
+    m_placements.push_back({nextMesh(), toWorld, {{instance, {}}}, true});
+    return m_placements.back().place;
+}
+
+std::string Placements::addAgain(std::string_view place, const Matrix& toWorld) {
+    const Placed like = at(place);
+    Placed added{nextMesh(), toWorld, {}, like.movable};
+    for (const Placed::Part& part : like.parts) {
+        const Instance& one = *m_geometry.scene().instances[part.instance];
+        if (!like.movable || !m_geometry.canAddInstance(m_geometry.meshOf(part.instance), toWorld * part.toPlaced))
+            throw BadValue(labelOf(place) + " cannot be placed there again: it is without end, or flat");
+        const unsigned instance = m_geometry.addInstance(m_geometry.meshOf(part.instance), toWorld * part.toPlaced,
+                                                         one.shaderBias, one.visibilityMask);
+        added.parts.push_back({instance, part.toPlaced});
+    }
+    m_placements.push_back(std::move(added));
+    return m_placements.back().place;
+}
+
+}  // namespace oxbeam

@@ -1,0 +1,60 @@
+// What stands in a scene, by the names "mesh.0" and "model.0": the tables of a scene file in their order.
+#pragma once
+
+#include "Engine/Scene/SceneGeometry.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oxbeam {
+
+// One mesh, or all parts of a model's file, that are placed together.
+struct Placed {
+    struct Part {
+        unsigned instance = 0;  // of the geometry
+        Matrix toPlaced;        // from the mesh's own space
+    };
+
+    std::string place;
+    Matrix toWorld;
+    std::vector<Part> parts;
+    bool movable = true;  // a ground without end is not
+};
+
+// Changes belong between frames and to the thread that renders; they take effect with the geometry's next build. All throw
+// NoSuchName for a place that is not there.
+class OXBEAM_API Placements {
+public:
+    explicit Placements(SceneGeometry& geometry) : m_geometry(geometry) {}
+
+    const std::vector<Placed>& all() const { return m_placements; }
+    const Placed& at(std::string_view place) const;
+
+    // Costs a new top level of the structure that rays are traced through; the first time also a structure of its own for
+    // what was part of the whole until then. Throws BadValue where it cannot move, as where it is flattened to a plane or
+    // to be.
+    void move(std::string_view place, const Matrix& toWorld);
+    // Kinds of rays, as RayKind has them, that hit it; costs nothing.
+    void setVisibility(std::string_view place, Oxuint mask);
+    // By the shader's number (World::shaderNumber); costs nothing.
+    void setShader(std::string_view place, unsigned shader);
+    // Those after it are counted anew: "mesh.2" becomes "mesh.1". A mesh that stands nowhere any more goes too.
+    void remove(std::string_view place);
+    // A mesh of its own, or one more placement of the meshes at another place, with their shaders. Answers its place:
+    // "mesh.N" with the next number. Costs a structure for new meshes, and a top level.
+    std::string addMesh(MeshData mesh, unsigned shader, const Matrix& toWorld = {}, Oxuint visibility = RAY_ALL);
+    std::string addAgain(std::string_view place, const Matrix& toWorld);
+
+    // What somebody has put into the geometry.
+    void add(Placed placement) { m_placements.push_back(std::move(placement)); }
+
+private:
+    Placed& find(std::string_view place);
+    std::string nextMesh() const;
+
+    SceneGeometry& m_geometry;
+    std::vector<Placed> m_placements;
+};
+
+}  // namespace oxbeam
