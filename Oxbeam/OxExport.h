@@ -1,6 +1,7 @@
 // How a package exports an object.
 #pragma once
 
+#include "Oxbeam/OxInterface.h"
 #include "Oxbeam/OxLoadableObject.h"
 
 template <class T>
@@ -21,9 +22,13 @@ int oxRegisterObject(OxFactory factory) noexcept {
     }
 }
 
+// Ties the package to the version of the interface that it is compiled with.
+#define OX_NEED_INTERFACE(Name) [[gnu::used]] static const int* const oxInterfaceOf##Name = &OX_INTERFACE_SYMBOL;
+
 // Exports the pair of functions by whose names the host finds objects: New<Name>LoadableObject, the factory, and
 // Register_<Name>_LoadableObject. Stands last in an object's source file.
 #define OX_EXPORT_OBJECT(Name, Class)                                                                                  \
+    OX_NEED_INTERFACE(Name)                                                                                            \
     extern "C" OXBEAM_API OxLoadableObject* New##Name##LoadableObject();                                               \
     extern "C" OXBEAM_API int Register_##Name##_LoadableObject();                                                      \
     OxLoadableObject* New##Name##LoadableObject() { return oxNewObject<Class>(); }                                     \

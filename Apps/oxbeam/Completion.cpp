@@ -41,9 +41,9 @@ static std::vector<std::string> literals(const std::string& text, char separator
 // What completes an option's value or an argument; nothing where that is for the user to know. Options say it by their
 // type's name, as a|b|c for words and a,b,c for lists of them, or by the set that their value is checked against.
 static std::string kindOf(const CLI::Option& option, const Registry& registry) {
-    static const std::map<std::string, std::string> known = {{"FILE", "@file"},     {"SCENE", "@file"},
-                                                             {"MODEL", "@file"},    {"PICTURE", "@file"},
-                                                             {"DIR", "@directory"}, {"CAMERA", "@scene"}};
+    static const std::map<std::string, std::string> known = {
+        {"FILE", "@file"},    {"SCENE", "@file"},    {"MODEL", "@file"},  {"PICTURE", "@file"},
+        {"PACKAGE", "@file"}, {"DIR", "@directory"}, {"CAMERA", "@scene"}};
     const std::string type = option.get_type_name();
     if (const auto set = type.find('{'); set != std::string::npos)
         return joined(literals(type.substr(set + 1, type.rfind('}') - set - 1), ','));

@@ -64,8 +64,7 @@ static Objects chosenObjects(const std::string& name, const Registry& registry) 
     if (name.empty()) return registry.all();
     const ObjectClass* object = registry.find(name);
     if (!object)
-        throw Error(ExitStatus::Usage,
-                    fmt::format("no package offers an object '{}'{}", name, didYouMean(name, registry.names())));
+        throw Error(registry.brokenFor(name) ? ExitStatus::BadPackage : ExitStatus::Usage, registry.whyMissing(name));
     return {object};
 }
 
@@ -89,6 +88,8 @@ ExitStatus runDescribe(const DescribeCommand& command, const Registry& registry)
 ExitStatus runList(const Registry& registry) {
     for (const ObjectClass* object : registry.all())
         std::cout << fmt::format("{:<24}{:<18}{}\n", object->name, kindName(object->kind), object->info.longname);
+    for (const BrokenPackage& package : registry.broken())
+        std::cout << printable(fmt::format("{}: broken: {}\n", package.path.string(), package.why));
     return ExitStatus::Done;
 }
 

@@ -27,8 +27,7 @@ static void reportVersions() {
     for (const LibraryVersion& library : libraryVersions()) line(library.name, library.version);
 }
 
-static void reportPackages(const std::vector<fs::path>& folders, const Registry& registry,
-                           const std::vector<std::string>& failures) {
+static void reportPackages(const std::vector<fs::path>& folders, const Registry& registry) {
     std::cout << "\npackages are looked for in\n";
     for (const fs::path& folder : folders)
         std::cout << fmt::format("  {}{}\n", folder.string(), fs::is_directory(folder) ? "" : " (does not exist)");
@@ -39,8 +38,9 @@ static void reportPackages(const std::vector<fs::path>& folders, const Registry&
             if (object->package == package) names.push_back(object->name);
         std::cout << fmt::format("  {}\n    {} objects: {}\n", package.string(), names.size(), fmt::join(names, ", "));
     }
-    if (registry.packages().empty()) std::cout << "  none\n";
-    for (const std::string& failure : failures) std::cerr << "oxbeam: error: " << failure << '\n';
+    for (const BrokenPackage& package : registry.broken())
+        std::cout << printable(fmt::format("  {}\n    broken: {}\n", package.path.string(), package.why));
+    if (registry.packages().empty() && registry.broken().empty()) std::cout << "  none\n";
 }
 
 static void reportReaders() {
@@ -83,17 +83,14 @@ static void reportMemory() {
                                              text(limit.bytes), MemorySharePercent));
 }
 
-ExitStatus runDoctor(const std::vector<fs::path>& packageFolders) {
-    std::vector<std::string> failures;
-    Registry registry;
-    registry.loadPackages(packageFolders, [&](const Error& e) { failures.emplace_back(e.what()); });
+ExitStatus runDoctor(const std::vector<fs::path>& packageFolders, const Registry& registry) {
     reportVersions();
-    reportPackages(packageFolders, registry, failures);
+    reportPackages(packageFolders, registry);
     reportProcessor();
     reportThreads();
     reportMemory();
     reportReaders();
-    return failures.empty() ? ExitStatus::Done : ExitStatus::BadPackage;
+    return registry.broken().empty() ? ExitStatus::Done : ExitStatus::BadPackage;
 }
 
 }  // namespace oxbeam

@@ -1,14 +1,14 @@
 // `oxbeam doctor`: what the command runs on, and what it finds.
 #pragma once
 
-#include "Engine/Diagnostics/Error.h"
+#include "Engine/Packages/Registry.h"
 
 #include <filesystem>
 #include <vector>
 
 namespace oxbeam {
 
-// Goes on where a package does not load, and says so in the exit status.
-ExitStatus runDoctor(const std::vector<std::filesystem::path>& packageFolders);
+// Says in the exit status where a package is broken. The folders are those that the registry's were looked for in.
+ExitStatus runDoctor(const std::vector<std::filesystem::path>& packageFolders, const Registry& registry);
 
 }  // namespace oxbeam

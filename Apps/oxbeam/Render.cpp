@@ -97,6 +97,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     progress.step(fmt::format("wrote {} ({} x {})", toStandardOutput(command) ? "standard output" : command.output,
                               window.width(), window.height()));
     if (!command.stats.empty()) writeStatistics(command.stats, *world, result, times, threads);
+    if (result.failure) std::rethrow_exception(result.failure);
     if (!saved)
         throw Error(ExitStatus::InputOutput,
                     fmt::format("the checkpoint '{}' could not be saved at the end", command.checkpoint));

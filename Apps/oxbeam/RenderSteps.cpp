@@ -5,13 +5,16 @@
 #include "Engine/System/StoredFile.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <iostream>
+#include <map>
 #include <set>
 
 namespace oxbeam {
@@ -36,9 +39,19 @@ std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& op
         diagnostics.warning({scene, 0, 0}, "has no triangles; the picture shows nothing but the environment");
     for (const Diagnostic& d : diagnostics.sorted())
         if (!quiet || d.severity != Severity::Note) say(d);
+    if (diagnostics.packageToBlame()) throw Error(ExitStatus::BadPackage, "the scene needs a package that is broken");
     if (diagnostics.hasErrors()) return nullptr;
     world->geometry.reserveStructure();
     return world;
+}
+
+// ": 30 of KelPhong, 2 of KelEnvironment", the most first.
+static std::string givers(const RenderStatistics& s) {
+    std::multimap<std::uint64_t, std::string, std::greater<>> byCount;
+    for (const auto& [name, count] : s.badSamplesOf) byCount.emplace(count, name.empty() ? "unknown objects" : name);
+    std::vector<std::string> words;
+    for (const auto& [count, name] : byCount) words.push_back(fmt::format("{} of {}", count, name));
+    return words.empty() ? "" : fmt::format(": {}", fmt::join(words, ", "));
 }
 
 void warnOfBadResults(const RenderStatistics& s) {
@@ -46,7 +59,8 @@ void warnOfBadResults(const RenderStatistics& s) {
         std::cerr << fmt::format("oxbeam: warning: {} rays were not finite or too far out, and counted as misses\n",
                                  s.refusedRays);
     if (s.badSamples)
-        std::cerr << fmt::format("oxbeam: warning: {} samples were not finite, and counted as black\n", s.badSamples);
+        std::cerr << fmt::format("oxbeam: warning: {} samples were not finite, and counted as black{}\n", s.badSamples,
+                                 givers(s));
     if (s.overflowedPixels)
         std::cerr << fmt::format(
             "oxbeam: warning: the samples of {} pixels add up to more than a number holds, and were "
@@ -97,6 +111,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
         {"dropped_triangles", dropped},
         {"refused_rays", s.refusedRays},
         {"bad_samples", s.badSamples},
+        {"bad_samples_of", s.badSamplesOf},
         {"overflowed_pixels", s.overflowedPixels},
     };
     storeFile(file, json.dump(2) + '\n');
@@ -182,6 +197,7 @@ std::optional<Rendered> renderPicture(const RenderCommand& command, const Regist
     build(*p.world, workers, command.isa);
     const WorthWaitingFor waited;
     const RenderResult result = render(*p.world, workers, p.options);
+    if (result.failure) std::rethrow_exception(result.failure);
     warnOfBadResults(result.statistics);
     Rendered picture{image.width, image.height, result.film.pixels()};
     for (R3& pixel : picture.pixels) pixel = toned(pixel, p.world->tone);

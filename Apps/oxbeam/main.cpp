@@ -1,4 +1,5 @@
 // The `oxbeam` command.
+#include "Apps/oxbeam/CheckPackage.h"
 #include "Apps/oxbeam/Commands.h"
 #include "Apps/oxbeam/Completion.h"
 #include "Apps/oxbeam/Describe.h"
@@ -10,6 +11,7 @@
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
 #include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/Packages/Watch.h"
 #include "Engine/System/Interruption.h"
 #include "Engine/System/LastWords.h"
 
@@ -45,6 +47,7 @@ struct Arguments {
     CompletionCommand completion;
     DescribeCommand describe;
     SweepCommand sweep;
+    CheckPackageCommand checkPackage;
 };
 
 void addModelOptions(CLI::App& c, ModelCommand& m) {
@@ -161,9 +164,15 @@ void addOthers(CLI::App& app, Arguments& a) {
     app.add_subcommand("list", "List every object that the packages offer");
     addDescribe(app, a.describe);
     addSweep(app, a.sweep);
+    addCheckPackage(app, a.checkPackage);
     addCompletion(app, a.completion);
     addMemoryLimit(
         *app.add_subcommand("doctor", "Report versions, packages, processor, threads, memory and how files are read"));
+}
+
+void sayRemarks(const Diagnostics& remarks, bool quiet) {
+    for (const Diagnostic& remark : remarks.sorted())
+        if (!quiet || remark.severity != Severity::Note) std::cerr << remark.text() << '\n';
 }
 
 ExitStatus run(const CLI::App& app, const Arguments& a) {
@@ -174,13 +183,13 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
         folders.emplace_back(path);
     }
     if (app.got_subcommand("sheet")) return runSheet(a.pictures, a.sheet, a.columns);
-    if (app.got_subcommand("doctor")) return runDoctor(folders);
+    if (app.got_subcommand("check-package")) return runCheckPackage(a.checkPackage, folders);
+    nameCrashes();
     Registry registry;
-    if (app.got_subcommand("complete")) {
-        registry.loadPackages(folders, [](const Error&) {});  // nobody reads errors while typing
-        return runComplete(a.completion.scene, registry);
-    }
     registry.loadPackages(folders);
+    if (app.got_subcommand("complete")) return runComplete(a.completion.scene, registry);  // nobody reads while typing
+    sayRemarks(registry.remarks(), a.render.quiet || a.sweep.render.quiet);
+    if (app.got_subcommand("doctor")) return runDoctor(folders, registry);
     if (app.got_subcommand("render")) return runRender(a.render, registry);
     if (app.got_subcommand("scene")) return runScene(a.scene, registry);
     if (app.got_subcommand("check")) return runCheck(a.check, registry);
@@ -245,6 +254,8 @@ ExitStatus guarded(int argc, char** argv) {
         return fail(ExitStatus::InputOutput, e.what());
     } catch (const std::exception& e) {
         return fail(ExitStatus::BadScene, e.what());
+    } catch (...) {
+        return fail(ExitStatus::BadPackage, "an exception of a type of a package's own");
     }
 }
 

@@ -39,8 +39,11 @@ public:
     void error(const SourceLocation& where, std::string message);
     void warning(const SourceLocation& where, std::string message);
     void note(const SourceLocation& where, std::string message);
+    // One of the errors is not the file's: it needs a package that is broken.
+    void blamePackage() { m_packageToBlame = true; }
 
     bool hasErrors() const { return m_errors > 0; }
+    bool packageToBlame() const { return m_packageToBlame; }
     std::size_t errors() const { return m_errors; }
     // In the order of the places they are about, file by file.
     std::vector<Diagnostic> sorted() const;
@@ -49,6 +52,7 @@ public:
 private:
     std::vector<Diagnostic> m_all;
     std::size_t m_errors = 0;
+    bool m_packageToBlame = false;
 };
 
 // "; did you mean 'known'?" with the name nearest to `unknown`, or nothing where none is near.

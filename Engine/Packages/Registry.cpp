@@ -2,26 +2,26 @@
 
 #include "Engine/Host/HostObjects.h"
 #include "Engine/Packages/Overrides.h"
+#include "Engine/Packages/Trial.h"
+#include "Engine/Packages/Watch.h"
 #include "Engine/System/System.h"
 #include "Oxbeam/OxCamera.h"
+#include "Oxbeam/OxInterface.h"
 #include "Oxbeam/OxLight.h"
 #include "Oxbeam/OxRenderingObject.h"
 #include "Oxbeam/OxShader.h"
 
 #define BOOST_DLL_USE_STD_FS
 #include <boost/dll/runtime_symbol_info.hpp>
-#include <boost/dll/shared_library.hpp>
 #include <fmt/format.h>
 
 #include <dlfcn.h>
-#include <link.h>
 #include <malloc.h>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <list>
 #include <mutex>
 #include <set>
 
@@ -34,6 +34,7 @@ static struct Pending {
     std::mutex mutex;
     std::vector<ParameterDeclaration> parameters;
     OxFactory factory = nullptr;
+    bool unnamed = false;  // one was declared without an id
 } s_pending;
 
 static Error badPackage(const std::string& package, const std::string& message) {
@@ -77,10 +78,17 @@ std::vector<std::string> ObjectClass::parameterNames() const {
     return names;
 }
 
+static std::unique_ptr<OxLoadableObject> made(const ObjectClass& object) {
+    std::unique_ptr<OxLoadableObject> result(object.factory());
+    if (!result) throw badPackage(object.package, fmt::format("the factory of '{}' makes no object", object.name));
+    result->Init();
+    return result;
+}
+
 std::unique_ptr<OxLoadableObject> ObjectClass::make() const {
-    std::unique_ptr<OxLoadableObject> object(factory());
-    if (!object) throw badPackage(package, fmt::format("the factory of '{}' makes no object", name));
-    object->Init();
+    noteMade(name);
+    std::unique_ptr<OxLoadableObject> object;
+    watchPackages([&] { object = made(*this); });
     return object;
 }
 
@@ -127,7 +135,26 @@ static void adoptAliases(ObjectClass& object) {
     }
 }
 
-static void checkParameter(const ObjectClass& object, const ParameterDeclaration& p, std::size_t objectSize) {
+// Of the object, what the host keeps there: values of parameters would make it lose its way.
+struct HostField {
+    const char* name;
+    std::ptrdiff_t begin, end;
+};
+
+static std::vector<HostField> hostFields(const OxLoadableObject& object) {
+    std::vector<HostField> fields;
+    const auto add = [&](const char* name, const auto& member) {
+        const auto begin = reinterpret_cast<const std::byte*>(&member) - reinterpret_cast<const std::byte*>(&object);
+        fields.push_back({name, begin, begin + static_cast<std::ptrdiff_t>(sizeof member)});
+    };
+    if (const auto* shader = dynamic_cast<const OxShader*>(&object)) add("m_ro", shader->m_ro);
+    if (const auto* light = dynamic_cast<const OxLight*>(&object)) add("type", light->type);
+    if (const auto* ro = dynamic_cast<const OxRenderingObject*>(&object)) add("m_tilesPerFrame", ro->m_tilesPerFrame);
+    return fields;
+}
+
+static void checkParameter(const ObjectClass& object, const ParameterDeclaration& p, std::size_t objectSize,
+                           const std::vector<HostField>& fields) {
     if (p.size != 1 && (p.size < 4 || p.size % 4 != 0))
         throw badPackage(object.package, fmt::format("parameter '{}' of '{}' is declared with {} bytes; expected 1 or "
                                                      "a multiple of 4",
@@ -137,6 +164,31 @@ static void checkParameter(const ObjectClass& object, const ParameterDeclaration
         throw badPackage(object.package,
                          fmt::format("parameter '{}' of '{}' is declared outside its object: bytes {} to {} of {}",
                                      p.id, object.name, p.offset, p.offset + p.size, objectSize));
+    for (const HostField& field : fields)
+        if (p.offset < field.end && field.begin < p.offset + p.size)
+            throw badPackage(object.package, fmt::format("parameter '{}' of '{}' is declared over '{}', which is the "
+                                                         "host's: bytes {} to {}",
+                                                         p.id, object.name, field.name, p.offset, p.offset + p.size));
+}
+
+// One member may have many names, and stand also for itself in a group of members: an end within another's number may
+// not.
+static bool cross(const ParameterDeclaration& a, const ParameterDeclaration& b) {
+    const auto end = [](const ParameterDeclaration& p) { return p.offset + p.size; };
+    if (end(a) <= b.offset || end(b) <= a.offset) return false;
+    const ParameterDeclaration &outer = a.size < b.size ? b : a, &inner = a.size < b.size ? a : b;
+    const bool within = inner.offset >= outer.offset && end(inner) <= end(outer);
+    return !within || (inner.offset - outer.offset) % 4 != 0 || (inner.size % 4 != 0 && inner.size != outer.size);
+}
+
+static void checkOverlaps(const ObjectClass& object) {
+    for (auto a = object.parameters.begin(); a != object.parameters.end(); ++a)
+        for (auto b = object.parameters.begin(); b != a; ++b)
+            if (cross(*a, *b))
+                throw badPackage(object.package,
+                                 fmt::format("parameters '{}' and '{}' of '{}' overlap: bytes {} to {} and {} to {}",
+                                             b->id, a->id, object.name, b->offset, b->offset + b->size, a->offset,
+                                             a->offset + a->size));
 }
 
 // Bytes from where parameters are counted to the end of the object's memory.
@@ -146,25 +198,34 @@ static std::size_t sizeFrom(OxLoadableObject* object) {
     return malloc_usable_size(block) - static_cast<std::size_t>(before);
 }
 
-void Registry::check(ObjectClass& object) const {
-    const std::unique_ptr<OxLoadableObject> prototype = object.make();
+// What an object answers that has no document.
+static bool isNoDocument(const std::string& text) { return text.empty() || text == OxLoadableObject().GetShaderInfo(); }
+
+void Registry::check(ObjectClass& object) {
+    const std::unique_ptr<OxLoadableObject> prototype = made(object);
     const char* document = prototype->GetShaderInfo();
     object.document = document ? document : "";
     object.info = parseShaderInfo(object.document);
+    if (!object.info.fault.empty() && !isNoDocument(object.document))
+        m_remarks.warning({object.package, 0, 0},
+                          fmt::format("the document of '{}' {}; it is not used", object.name, object.info.fault));
     object.kind = kindOf(*prototype, object.info);
     object.type = &typeid(*prototype);
     const auto* shader = dynamic_cast<const OxShader*>(prototype.get());
     if (shader && overrides(*shader, &OxShader::Shade4))
         object.packetForm = virtualFunction(*shader, &OxShader::Shade4);
     const std::size_t objectSize = sizeFrom(prototype.get());
+    const std::vector<HostField> fields = hostFields(*prototype);
     for (ParameterDeclaration& p : object.parameters) {
-        checkParameter(object, p, objectSize);
+        checkParameter(object, p, objectSize, fields);
         const auto* bytes = reinterpret_cast<const std::byte*>(prototype.get()) + p.offset;
         p.defaultBytes.assign(bytes, bytes + p.size);
         p.info = object.info.find(p.id);
         p.type = typeOf(p);
     }
+    checkOverlaps(object);
     adoptAliases(object);
+    watchClass(object, *prototype);
 }
 
 // ---- Registry
@@ -181,12 +242,15 @@ void Registry::registerObject(const std::string& name, const std::string& packag
         throw badPackage(package, fmt::format("object '{}' is already registered by {}", name, other->package));
     s_pending.parameters.clear();
     s_pending.factory = nullptr;
+    s_pending.unnamed = false;
     auto object = std::make_unique<ObjectClass>();
     object->name = name;
     object->package = package;
     const std::string failed = fmt::format("the registration of '{}' failed", name);
     try {
         if (registration() != 1 || !s_pending.factory) throw badPackage(package, failed);
+        if (s_pending.unnamed)
+            throw badPackage(package, fmt::format("a parameter of '{}' is declared without an id", name));
         object->factory = s_pending.factory;
         object->parameters = std::move(s_pending.parameters);
         check(*object);
@@ -200,63 +264,72 @@ void Registry::registerObject(const std::string& name, const std::string& packag
     m_objects[name] = std::move(object);
 }
 
-// The <Name>s of all Register_<Name>_LoadableObject that a library itself exports. Every text in its dynamic string
-// table may be one, and the loader knows which are; both are there in a stripped library too.
-static std::set<std::string> registeredNames(void* library) {
-    static constexpr std::string_view prefix = "Register_", suffix = "_LoadableObject";
-    const link_map* map = nullptr;
-    Dl_info own, found;
-    if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || !dladdr(map->l_ld, &own)) return {};
-    const char* table = nullptr;
-    std::size_t size = 0;
-    for (const auto* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
-        if (entry->d_tag == DT_STRTAB) table = std::bit_cast<const char*>(entry->d_un.d_ptr);
-        if (entry->d_tag == DT_STRSZ) size = entry->d_un.d_val;
-    }
-    const std::string_view strings(table, size);
-    std::set<std::string> names;
-    for (auto at = strings.find(prefix); at != std::string_view::npos; at = strings.find(prefix, at + 1)) {
-        const std::string symbol(table + at);
-        if (!symbol.ends_with(suffix) || symbol.size() <= prefix.size() + suffix.size()) continue;
-        const void* function = dlsym(library, symbol.c_str());
-        if (function && dladdr(function, &found) && found.dli_fbase == own.dli_fbase)
-            names.insert(symbol.substr(prefix.size(), symbol.size() - prefix.size() - suffix.size()));
-    }
-    return names;
+// Never unloaded, not even at exit: objects, documents and registered functions live in it.
+static void* opened(const PackageFile& file) {
+    void* library = dlopen(file.path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library) throw badPackage(file.path.string(), fmt::format("this package does not load: {}", dlerror()));
+    return library;
 }
 
-static boost::dll::shared_library open(const fs::path& library) {
-    using boost::dll::load_mode::rtld_local, boost::dll::load_mode::rtld_now;
+void Registry::open(const PackageFile& file, const std::function<void(const std::string&)>& onObject) {
+    void* library = opened(file);
+    for (const std::string& name : file.objects) {
+        onObject(name);
+        void* function = dlsym(library, fmt::format("Register_{}_LoadableObject", name).c_str());
+        registerObject(name, file.path.string(), reinterpret_cast<int (*)()>(function));
+    }
+}
+
+// What went wrong in the trial of a package; nothing where all went well.
+static std::string faultOf(const TrialOutcome& outcome, const std::string& package) {
+    const std::string doing =
+        outcome.step.empty() ? "loading this package" : fmt::format("the registration of '{}'", outcome.step);
+    const std::string own = package + ": ";
+    switch (outcome.state) {
+    case TrialOutcome::Hung: return doing + " does not end";
+    case TrialOutcome::Crashed: return fmt::format("{} crashes ({})", doing, outcome.why);
+    case TrialOutcome::Exited: return fmt::format("{} ends the process with status {}", doing, outcome.why);
+    case TrialOutcome::Failed:
+        if (outcome.why.starts_with(own)) return outcome.why.substr(own.size());
+        return fmt::format("{} throws: {}", doing, outcome.why);
+    default: return {};
+    }
+}
+
+void Registry::requireNewNames(const PackageFile& file) const {
+    for (const std::string& name : file.objects)
+        if (const ObjectClass* other = find(name))
+            throw badPackage(file.path.string(),
+                             fmt::format("object '{}' is already registered by {}", name, other->package));
+}
+
+void Registry::load(const PackageFile& file) {
+    static std::mutex mutex;
+    static std::map<std::uint64_t, std::string> tried;  // faults, by the hash of the content
+    const std::string path = file.path.string();
+    if (!file.fault.empty()) throw badPackage(path, file.fault);
+    requireNewNames(file);
+    {
+        const std::scoped_lock lock(mutex);
+        const auto [known, isNew] = tried.try_emplace(file.hash);
+        if (isNew) known->second = faultOf(tryOut([&](const TrialSteps& step) { open(file, step); }), path);
+        if (!known->second.empty()) throw badPackage(path, known->second);
+    }
     try {
-        return boost::dll::shared_library(library, rtld_now | rtld_local);
-    } catch (const std::exception& e) {
-        // The loader's own words stand behind Boost's, in parentheses.
-        const std::string all = e.what(), mark = "dlerror system message: ";
-        const auto at = all.find(mark), end = all.rfind("):");
-        const std::string words = at == std::string::npos ? all : all.substr(at + mark.size(), end - at - mark.size());
-        throw badPackage(library.string(), fmt::format("this package does not load: {}", words));
+        open(file, [](const std::string&) {});
+    } catch (...) {
+        std::erase_if(m_objects, [&](const auto& object) { return object.second->package == path; });
+        throw;
     }
+    if (!file.saysInterface)
+        m_remarks.note({path, 0, 0}, fmt::format("does not say which version of the interface it was built for; it is "
+                                                 "taken for {}",
+                                                 OX_INTERFACE_VERSION));
+    findInheritedPackets();
+    m_packages.push_back(file.path);
 }
 
-void Registry::loadPackage(const fs::path& library) {
-    std::error_code none;
-    const fs::path path = fs::absolute(library, none);
-    // Never unloaded, not even at exit: objects, documents and registered functions live in them.
-    static auto& libraries = *new std::list<boost::dll::shared_library>;
-    boost::dll::shared_library& loaded = libraries.emplace_back(open(path));
-    const std::set<std::string> names = registeredNames(loaded.native());
-    if (names.empty())
-        throw badPackage(path.string(), "this library exports no Register_<Name>_LoadableObject; it is no package");
-    for (const std::string& name : names) {
-        if (!loaded.has(fmt::format("New{}LoadableObject", name)))
-            throw badPackage(path.string(), fmt::format("object '{0}' has no factory: Register_{0}_LoadableObject is "
-                                                        "exported, New{0}LoadableObject is not",
-                                                        name));
-        registerObject(name, path.string(), &loaded.get<int()>(fmt::format("Register_{}_LoadableObject", name)));
-    }
-    findInheritedPackets();
-    m_packages.push_back(path);
-}
+void Registry::loadPackage(const fs::path& library) { load(readPackageFile(library)); }
 
 void Registry::findInheritedPackets() {
     for (const auto& entry : m_objects) {
@@ -268,25 +341,56 @@ void Registry::findInheritedPackets() {
     }
 }
 
-void Registry::loadPackages(const std::vector<fs::path>& folders, const std::function<void(const Error&)>& onFailure) {
-    std::set<std::string> seen;
+void Registry::loadPackages(const std::vector<fs::path>& folders) {
+    std::map<std::string, fs::path> seen;
     for (const fs::path& folder : folders) {
-        std::error_code missing;
+        std::error_code none;
         std::set<fs::path> libraries;
-        for (const auto& entry : fs::directory_iterator(folder, missing)) {
+        for (const auto& entry : fs::directory_iterator(folder, none)) {
             const std::string file = entry.path().filename().string();
             if (file.starts_with("lib") && file.ends_with(".so")) libraries.insert(entry.path());
         }
         for (const fs::path& library : libraries) {
-            if (!seen.insert(library.filename().string()).second) continue;
+            const auto [first, isNew] = seen.try_emplace(library.filename().string(), library);
+            if (!isNew && !fs::equivalent(first->second, library, none))
+                m_remarks.note({library.string(), 0, 0},
+                               fmt::format("is skipped: of packages with the same name the first is taken, {}",
+                                           first->second.string()));
+            if (!isNew) continue;
+            const PackageFile file = readPackageFile(library);
             try {
-                loadPackage(library);
+                load(file);
             } catch (const Error& e) {
-                if (!onFailure) throw;
-                onFailure(e);
+                const std::string path = file.path.string() + ": ", message = e.what();
+                m_broken.push_back({file.path, message.substr(message.starts_with(path) ? path.size() : 0),
+                                    file.objects, file.namesKnown});
+                m_remarks.warning({file.path.string(), 0, 0}, m_broken.back().why);
             }
         }
     }
+}
+
+const BrokenPackage* Registry::brokenFor(std::string_view name) const {
+    if (find(name)) return nullptr;
+    const std::string wanted(name);
+    const BrokenPackage* maybe = nullptr;
+    for (const BrokenPackage& package : m_broken) {
+        if (package.objects.contains(wanted)) return &package;
+        if (package.mayOffer(wanted)) maybe = &package;
+    }
+    return maybe;
+}
+
+std::string Registry::whyMissing(const std::string& name, const std::vector<ObjectKind>& kinds) const {
+    const BrokenPackage* broken = brokenFor(name);
+    if (broken && broken->objects.contains(name))
+        return fmt::format("'{}' is an object of {}, which is broken", name, broken->path.string());
+    if (broken)
+        return fmt::format("no package offers an object '{}'; {}, which is broken, may", name, broken->path.string());
+    std::vector<std::string> known = names(kinds);
+    for (const BrokenPackage& package : m_broken)
+        known.insert(known.end(), package.objects.begin(), package.objects.end());
+    return fmt::format("no package offers an object '{}'{}", name, didYouMean(name, known));
 }
 
 const ObjectClass* Registry::find(std::string_view name) const {
@@ -314,9 +418,17 @@ std::vector<fs::path> defaultPackageFolders() {
 
 }  // namespace oxbeam
 
-// ---- The two operations that packages call
+// ---- What packages refer to
+
+extern "C" {
+const int OX_INTERFACE_SYMBOL = OX_INTERFACE_VERSION;
+}
 
 Oxvoid oxsDeclareParameter(const char* id, int, std::ptrdiff_t offset, int size) {
+    if (!id || !*id) {  // no exception goes into the package
+        oxbeam::s_pending.unnamed = true;
+        return;
+    }
     oxbeam::ParameterDeclaration declaration;
     declaration.id = id;
     declaration.offset = offset;

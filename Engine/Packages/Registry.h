@@ -1,7 +1,9 @@
 // The objects that packages offer: loading packages, and finding objects by name.
 #pragma once
 
+#include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Packages/PackageFile.h"
 #include "Engine/Packages/ShaderInfo.h"
 #include "Oxbeam/OxLoadableObject.h"
 
@@ -10,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -63,19 +66,31 @@ struct ObjectClass {
     OXBEAM_API std::unique_ptr<OxLoadableObject> make() const;
 };
 
+// A file that is named as packages are and cannot be used as one.
+struct BrokenPackage {
+    std::filesystem::path path;
+    std::string why;
+    std::set<std::string> objects;  // that it would offer, as far as it is known
+    bool namesKnown = false;        // it would offer no others
+
+    bool mayOffer(const std::string& name) const { return !namesKnown || objects.contains(name); }
+};
+
 class OXBEAM_API Registry {
 public:
     // Knows the host's own objects from the start.
     Registry();
     ~Registry();
 
-    // Loads one package. Throws Error(BadPackage): it does not load, exports no object, an object lacks its factory
-    // or describes itself wrongly, or a name is taken. Packages stay loaded until the process ends.
+    // Loads one package, after it has been tried in a process of its own; how that ended is known then for all files of
+    // the same content. Throws Error(BadPackage) and offers none of its objects: it does not load, was built for another
+    // version of the interface, exports no object, an object lacks its factory or describes itself wrongly, its
+    // registration throws, crashes, hangs or ends the process, or a name is taken. Packages stay loaded until the process
+    // ends.
     void loadPackage(const std::filesystem::path& library);
     // Loads every package (lib*.so) of the folders, in their order; of two files with the same name the first wins.
-    // A folder that does not exist is skipped. A package that does not load ends it, unless somebody takes the failure.
-    void loadPackages(const std::vector<std::filesystem::path>& folders,
-                      const std::function<void(const Error&)>& onFailure = {});
+    // A folder that does not exist is skipped. A package that does not load harms no other.
+    void loadPackages(const std::vector<std::filesystem::path>& folders);
 
     // Null where no object has this name.
     const ObjectClass* find(std::string_view name) const;
@@ -84,16 +99,30 @@ public:
     // Names of the objects of some kinds; all where none is given.
     std::vector<std::string> names(const std::vector<ObjectKind>& kinds = {}) const;
     const std::vector<std::filesystem::path>& packages() const { return m_packages; }
+    // Those of the folders that did not load.
+    const std::vector<BrokenPackage>& broken() const { return m_broken; }
+    // One of them that offers an object of this name, or might; null where no such is to blame for its absence.
+    const BrokenPackage* brokenFor(std::string_view name) const;
+    // "no package offers an object 'X'", with the name of one of these kinds that was probably meant, or with the
+    // package that would offer it.
+    std::string whyMissing(const std::string& name, const std::vector<ObjectKind>& kinds = {}) const;
+    // What there is to say of the packages of the folders: of broken ones, of those that are skipped, of documents.
+    const Diagnostics& remarks() const { return m_remarks; }
 
     // Registers one object by calling its registration function.
     void registerObject(const std::string& name, const std::string& package, int (*registration)());
 
 private:
-    void check(ObjectClass& object) const;
+    void check(ObjectClass& object);
+    void load(const PackageFile& file);
+    void requireNewNames(const PackageFile& file) const;
+    void open(const PackageFile& file, const std::function<void(const std::string& object)>& onObject);
     void findInheritedPackets();
 
     std::map<std::string, std::unique_ptr<ObjectClass>, std::less<>> m_objects;
     std::vector<std::filesystem::path> m_packages;
+    std::vector<BrokenPackage> m_broken;
+    Diagnostics m_remarks;
 };
 
 // Where packages are looked for unless told otherwise: in `packages` beside the program, then where they are installed, in

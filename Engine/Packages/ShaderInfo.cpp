@@ -1,5 +1,6 @@
 #include "Engine/Packages/ShaderInfo.h"
 
+#include <fmt/format.h>
 #include <pugixml.hpp>
 
 #include <algorithm>
@@ -37,8 +38,13 @@ static ParameterInfo parseParameter(const pugi::xml_node& node, const std::strin
 ShaderInfo parseShaderInfo(std::string_view document) {
     ShaderInfo info;
     pugi::xml_document xml;
-    if (!xml.load_buffer(document.data(), document.size())) return info;
+    const pugi::xml_parse_result result = xml.load_buffer(document.data(), document.size());
     const pugi::xml_node root = xml.child("ShaderInfo");
+    if (!result)
+        info.fault = fmt::format("is no XML: {} at byte {}", result.description(), result.offset);
+    else if (!root)
+        info.fault = "has no element 'ShaderInfo'";
+    if (!info.fault.empty()) return info;
     info.type = root.child("type").text().get();
     info.package = root.child("package").text().get();
     info.id = root.child("id").text().get();

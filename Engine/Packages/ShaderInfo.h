@@ -28,12 +28,13 @@ struct ShaderInfo {
     std::string id;
     std::string longname;
     std::vector<ParameterInfo> parameters;
+    std::string fault;  // why the text is no such document; nothing where it is one
 
     // The parameter that goes by this id or alias, or null.
     const ParameterInfo* find(std::string_view name) const;
 };
 
-// Reads a document; the result is empty where the text is none.
+// Reads a document; the result is empty but for the fault where the text is none.
 ShaderInfo parseShaderInfo(std::string_view document);
 
 }  // namespace oxbeam

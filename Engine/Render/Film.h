@@ -90,6 +90,20 @@ public:
         addTo(sum.albedo, sample.albedo);
         if (m_pixels[index(x, y)].samples == 0) sum.depth = sample.depth, sum.object = sample.object;
     }
+    // The sums of a part of the picture, row by row, to be put back; none where no AOVs are kept.
+    std::vector<AovSample> aovsIn(const Window& part) const {
+        std::vector<AovSample> sums;
+        if (m_aovs)
+            for (unsigned y = part.y0; y < part.y1; ++y)
+                for (unsigned x = part.x0; x < part.x1; ++x) sums.push_back(m_aovs[index(x, y)]);
+        return sums;
+    }
+    void setAovsIn(const Window& part, const std::vector<AovSample>& sums) {
+        auto sum = sums.begin();
+        if (m_aovs)
+            for (unsigned y = part.y0; y < part.y1; ++y)
+                for (unsigned x = part.x0; x < part.x1; ++x) m_aovs[index(x, y)] = *sum++;
+    }
     void addAlpha(unsigned x, unsigned y, float alpha) { m_alphas[index(x, y)] += alpha; }
     unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }
 

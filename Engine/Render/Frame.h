@@ -1,17 +1,18 @@
 // What all threads share while a frame is rendered. For the frame loops alone.
 #pragma once
 
-#include "Engine/System/ThreadRecord.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Matte.h"
 #include "Engine/Render/PacketPath.h"
 #include "Engine/Render/Renderer.h"
 #include "Engine/Render/Session.h"
 #include "Engine/System/Stopwatch.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxPerspectiveCamera.h"
 
 #include <array>
 #include <atomic>
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
@@ -52,10 +53,16 @@ public:
     bool renderPass(Workers& workers, unsigned pass);
 
     const RenderStatistics& statistics() const { return m_statistics; }
+    const std::exception_ptr& failure() const { return m_failure; }
 
 private:
     bool isDone(unsigned tile, unsigned pass) const;
-    bool stopped() const { return m_options.stop && m_options.stop->load(std::memory_order_relaxed); }
+    bool stopped() const {
+        return m_failed.load(std::memory_order_relaxed) ||
+               (m_options.stop && m_options.stop->load(std::memory_order_relaxed));
+    }
+    void tryTile(unsigned thread, unsigned tile, unsigned pass);
+    void noteBad(const OxState& state);
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
     bool shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
     R3 samplePixel(const PrimarySample& sample, unsigned x, unsigned y);
@@ -86,9 +93,11 @@ private:
     std::size_t m_begun = 0;                         // tiles of all passes that were done before
     R2 m_place;                                      // in the pixel, of the pass' samples
     std::atomic<bool> m_pause{false};                // no thread begins a tile: the film is to be saved
+    std::atomic<bool> m_failed{false};
     Stopwatch m_clock;
 
-    std::mutex m_mutex;  // of all that follows
+    std::mutex m_mutex;            // of all that follows
+    std::exception_ptr m_failure;  // the first
     RenderStatistics m_statistics;
     std::size_t m_finished = 0;
     double m_saved = 0.0;  // when that was last

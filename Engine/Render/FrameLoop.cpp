@@ -2,6 +2,7 @@
 
 #include "Engine/Render/Frame.h"
 
+#include <exception>
 #include <mutex>
 #include <shared_mutex>
 
@@ -67,6 +68,7 @@ void FrameLoop::restart(const FrameOptions& options) {
 
 bool FrameLoop::step() {
     const bool whole = m_parts->frame->renderPass(m_parts->workers, m_parts->passes);
+    if (m_parts->frame->failure()) std::rethrow_exception(m_parts->frame->failure());
     if (whole) ++m_parts->passes;
     return !m_parts->cancelled.exchange(false) || whole;
 }

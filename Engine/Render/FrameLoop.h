@@ -34,7 +34,7 @@ public:
     void restart(const FrameOptions& options);
 
     // Renders one pass more, or the rest of one that was cancelled. False: it was cancelled; what was done of it is in the
-    // film, in whole tiles.
+    // film, in whole tiles. Throws what a package or the machine ended it with; the film holds what was done before.
     bool step();
     // Ends the step under way, or else the next one, within the time of sixteen pixels.
     void cancel();

@@ -1,6 +1,7 @@
 #include "Engine/Render/Renderer.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Packages/Watch.h"
 #include "Engine/Render/Frame.h"
 #include "Oxbeam/OxFunctions.h"
 
@@ -62,7 +63,7 @@ bool Frame::render(Workers& workers) {
     }
     m_statistics.passes = m_film.passes();
     m_statistics.overflowedPixels = m_film.overflowed();
-    return m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped());
+    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
 }
 
 // The pixels of a tile are as far as its first one that is kept.
@@ -80,11 +81,22 @@ bool Frame::renderPass(Workers& workers, unsigned pass) {
     while (true) {
         m_pause = false;
         workers.run(items, [&](unsigned thread, unsigned item) {
-            if (!m_pause && !stopped() && !isDone(m_wanted[item], pass)) renderTile(thread, m_wanted[item], pass);
+            if (!m_pause && !stopped() && !isDone(m_wanted[item], pass)) tryTile(thread, m_wanted[item], pass);
         });
         if (!m_pause || stopped()) return !stopped();
         m_options.save(m_film);
         m_saved = m_clock.seconds();
+    }
+}
+
+// Where a tile fails, those at work are finished, and it is as if it had not begun.
+void Frame::tryTile(unsigned thread, unsigned tile, unsigned pass) {
+    try {
+        watchPackages([&] { renderTile(thread, tile, pass); });
+    } catch (...) {
+        const std::scoped_lock lock(m_mutex);
+        if (!m_failure) m_failure = std::current_exception();
+        m_failed = true;
     }
 }
 
@@ -184,14 +196,28 @@ Matte::Sample Frame::sampleMatte(const PrimarySample& sample, unsigned x, unsign
     OxState state = m_session.primaryState(sample.thread, sample.pass);
     if (!shootPixel(state, sample, x, y)) return {};
     if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
-    return m_matte->shade(state, m_session, sample);
+    const OxState shot = state;
+    const Matte::Sample taken = m_matte->shade(state, m_session, sample);
+    if (!IsFinite(taken.color)) [[unlikely]]
+        noteBad(shot);
+    return taken;
 }
 
 // The colour along a primary ray that has been shot.
 R3 Frame::shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y) {
     ThreadRecord::mine().pixel = y << 16 | x;
     if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
-    return Session::shade(state);
+    const R3 color = Session::shade(state);
+    if (!IsFinite(color)) [[unlikely]]
+        noteBad(state);
+    return color;
+}
+
+void Frame::noteBad(const OxState& state) {
+    const OxShader& shader = state.hit.tri >= 0 ? *oxsGetShader(&state) : *m_world.environment;
+    const std::string name = watchedName(shader);
+    const std::scoped_lock lock(m_mutex);
+    ++m_statistics.badSamplesOf[name];
 }
 
 // Packets of the rows y and y + 1, from x to `end`; `colors` are those of a tile from there on.
@@ -275,7 +301,9 @@ static void repeatFirstPass(World& world, const Session& session, Matte* matte, 
     RenderOptions first;
     first.packets = options.packets;
     first.stop = options.stop;
-    Frame(world, session, matte, film, first).render(workers);
+    Frame frame(world, session, matte, film, first);
+    frame.render(workers);
+    if (frame.failure()) std::rethrow_exception(frame.failure());
 }
 
 RenderResult render(World& world, Workers& workers, const RenderOptions& options) {
@@ -297,6 +325,7 @@ RenderResult render(World& world, Workers& workers, const RenderOptions& options
     Frame frame(world, session, matte, result.film, options);
     result.complete = frame.render(workers);
     result.statistics = frame.statistics();
+    result.failure = frame.failure();
     return result;
 }
 

@@ -8,7 +8,9 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <functional>
+#include <map>
 #include <optional>
 #include <shared_mutex>
 #include <string>
@@ -23,8 +25,10 @@ struct RayCounts {
 
 struct RenderStatistics {
     RayCounts rays;
-    std::uint64_t refusedRays = 0;       // that no hit can be found for: not finite, or absurdly far out
-    std::uint64_t badSamples = 0;        // shaded to NaN or infinity, and counted as black
+    std::uint64_t refusedRays = 0;  // that no hit can be found for: not finite, or absurdly far out
+    std::uint64_t badSamples = 0;   // shaded to NaN or infinity, and counted as black
+    // Of those, the ones whose primary rays saw an object of this class.
+    std::map<std::string, std::uint64_t> badSamplesOf;
     std::uint64_t overflowedPixels = 0;  // of which a sum did not fit a float, and was limited to what does
     unsigned passes = 0;                 // complete ones, also those that were rendered before it went on
     std::string packetsRefused;          // why no packets were traced although they were asked for, else empty
@@ -65,7 +69,10 @@ struct Begun {
 struct RenderResult {
     Film film;
     RenderStatistics statistics;
-    bool complete = true;  // false: stopped from outside
+    bool complete = true;  // false: stopped from outside, or by a failure
+    // What a package or the machine ended the rendering with, an exception, or null. The film holds what was rendered
+    // before, to be saved.
+    std::exception_ptr failure = nullptr;
 };
 
 // Renders a world whose geometry is built. One rendering at a time in a process, since packages ask for the scene

@@ -1,5 +1,6 @@
 #include "Engine/Render/Session.h"
 
+#include "Engine/Packages/Watch.h"
 #include "Oxbeam/OxFunctions.h"
 
 #include <mutex>
@@ -50,12 +51,14 @@ void Session::newFrame() {
     m_world.renderingObject->m_rayEpsilon = m_world.epsilon();
     m_world.environment->m_ro = m_world.renderingObject;
     for (OxShader* shader : m_world.shaders) shader->m_ro = m_world.renderingObject;
-    aimCamera(m_world);
-    m_world.renderingObject->NewFrame();
-    m_world.camera->NewFrame();
-    m_world.environment->NewFrame();
-    for (OxLight* light : m_world.lights) light->NewFrame();
-    for (OxShader* shader : m_world.shaders) shader->NewFrame();
+    watchPackages([&] {
+        aimCamera(m_world);
+        m_world.renderingObject->NewFrame();
+        m_world.camera->NewFrame();
+        m_world.environment->NewFrame();
+        for (OxLight* light : m_world.lights) light->NewFrame();
+        for (OxShader* shader : m_world.shaders) shader->NewFrame();
+    });
     m_world.frameBegun();
 }
 

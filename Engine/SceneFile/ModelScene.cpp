@@ -278,6 +278,9 @@ std::string ModelSceneWriter::writeOverride(ModelMaterials& materials) {
     const std::vector<ObjectKind> surfaces = {ObjectKind::Surface, ObjectKind::Shader};
     if (m_options.shader == "KelCubicEnvironment")  // which no document of its own says
         throw Error(ExitStatus::Usage, "--shader KelCubicEnvironment: that is an environment, not a surface");
+    if (m_registry.brokenFor(m_options.shader))
+        throw Error(ExitStatus::BadPackage,
+                    fmt::format("--shader {}: {}", m_options.shader, m_registry.whyMissing(m_options.shader)));
     if (!object || !std::count(surfaces.begin(), surfaces.end(), object->kind))
         throw Error(ExitStatus::Usage, fmt::format("--shader {}: no package offers such a surface{}", m_options.shader,
                                                    didYouMean(m_options.shader, m_registry.names(surfaces))));

@@ -18,8 +18,8 @@ const ObjectClass* ObjectReader::classOf(TableReader& reader) const {
     const std::string name = given ? *given : preset;
     const ObjectClass* object = m_registry.find(name);
     if (!object) {
-        reader.error("object", fmt::format("no package offers an object '{}'{}", name,
-                                           didYouMean(name, m_registry.names(kinds))));
+        reader.error("object", m_registry.whyMissing(name, kinds));
+        if (m_registry.brokenFor(name)) m_diagnostics.blamePackage();
         return nullptr;
     }
     if (!std::count(kinds.begin(), kinds.end(), object->kind)) {

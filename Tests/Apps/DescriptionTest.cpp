@@ -120,7 +120,8 @@ TEST_F(Command, TheDoctorGoesOnWhereAPackageDoesNotLoad) {
     writeBrokenPackage();
     const Outcome outcome = run("doctor --package-path packages");
     EXPECT_EQ(outcome.status, 4);
-    EXPECT_THAT(outcome.err, ContainsRegex("^oxbeam: error: .*/libBroken\\.so: this package does not load: .*\n$"));
+    EXPECT_THAT(outcome.err, ContainsRegex("^.*/libBroken\\.so: warning: this package does not load: .*\n$"));
+    EXPECT_THAT(outcome.out, ContainsRegex("/libBroken\\.so\n    broken: this package does not load: .*\n"));
     EXPECT_THAT(outcome.out, ContainsRegex("\n  Embree +3\\..*\n  oneTBB +2.*\n  OpenImageIO +2\\."));
     EXPECT_THAT(outcome.out, ContainsRegex("/libKel\\.so\n    18 objects: Kel, .*KelPhong"));
     EXPECT_THAT(outcome.out, ContainsRegex("\n  rendering +[1-9]"));

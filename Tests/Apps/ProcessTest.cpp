@@ -67,7 +67,7 @@ TEST_F(Command, ASignalEndsWhatHangsWithinTheGrace) {
         const auto start = Clock::now();
         const Outcome outcome = shell(
             "$oxbeam render scene.toml -o p.png & p=$!; r=; while [ -z \"$r\" ] && kill -0 $p 2>/dev/null; do "
-            "r=$(ps -o pid= --ppid $p | tr -d ' '); done; kill -STOP $r; kill -" +
+            "r=$(ps -o pid=,comm= --ppid $p | sed -n 's/ *oxbeam-decode//p' | tr -d ' '); done; kill -STOP $r; kill -" +
             std::string(signal) + " $p; wait $p; s=$?; kill -KILL $r 2>/dev/null; exit $s");
         EXPECT_EQ(outcome.status, status) << outcome.err;
         EXPECT_LT(secondsSince(start), 15.0);
