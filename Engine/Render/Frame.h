@@ -1,13 +1,13 @@
 // What all threads share while a frame is rendered. For the frame loops alone.
 #pragma once
 
-#include "Engine/System/ThreadRecord.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Matte.h"
 #include "Engine/Render/PacketPath.h"
 #include "Engine/Render/Renderer.h"
 #include "Engine/Render/Session.h"
 #include "Engine/System/Stopwatch.h"
+#include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxPerspectiveCamera.h"
 
 #include <array>

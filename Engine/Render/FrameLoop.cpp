@@ -2,6 +2,7 @@
 
 #include "Engine/Render/Frame.h"
 
+#include <exception>
 #include <mutex>
 #include <shared_mutex>
 
