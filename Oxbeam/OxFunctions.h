@@ -68,8 +68,10 @@ OXBEAM_API OxShader* oxsGetShader(const OxState* state);
 
 // Null where there is no such instance.
 OXBEAM_API const Instance* oxGetInstance(int instanceID);
+// What an instance shows, in world space.
 OXBEAM_API const GeometryObject* oxGetObject(const Instance* instance);
-// The triangle's vertices in object space. All three are the origin where there is no such object.
+// The triangle's vertices, in the world's space for an object of oxGetObject. All three are the origin where there is no
+// such object.
 OXBEAM_API Oxvoid oxGetTriangleVertices(const GeometryObject* object, int triangle, R3* a, R3* b, R3* c);
 
 // ---- Directions

@@ -20,7 +20,7 @@ public:
     // Number of the hit's shader among the object's own; an instance's shaderBias is added to it.
     virtual Oxuint GetShaderId(const Intersection& hit) const = 0;
     virtual Oxuint GetShaderId4(const ISSEIntersection4& hit4, unsigned lane) const = 0;
-    // The three vertices of a triangle, in object space.
+    // The three vertices of a triangle, in object space, which is the world's for an object that a placement shows.
     virtual void GetTriangleVertices(int triangle, R3& a, R3& b, R3& c) const = 0;
     // Interpolated normal at a hit, in object space and of any length; the geometric one where the object has no
     // vertex normals.
@@ -36,7 +36,8 @@ struct Instance {
     Oxuint visibilityMask = RAY_ALL;  // kinds of rays that can hit it
     int hasXfm = 0;                   // 0: the object's vertices are in world space already
     Matrix meshToWorldXfm;
-    Matrix normalXfm;  // turns object-space normals into world space, up to their length
+    Matrix normalXfm;                        // turns object-space normals into world space, up to their length
+    const GeometryObject* placed = nullptr;  // the object in world space; null where it is that already
 };
 
 struct Scene {

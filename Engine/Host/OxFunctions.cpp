@@ -181,7 +181,8 @@ const Instance* oxGetInstance(int instanceID) {
 }
 
 const GeometryObject* oxGetObject(const Instance* instance) {
-    return instance ? OxContext::current->scene->objects[instance->object] : nullptr;
+    if (!instance || instance->placed) return instance ? instance->placed : nullptr;
+    return OxContext::current->scene->objects[instance->object];
 }
 
 Oxvoid oxGetTriangleVertices(const GeometryObject* object, int triangle, R3* a, R3* b, R3* c) {

@@ -3,6 +3,7 @@
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Scene/EmbreeIntersector.h"
 #include "Engine/Scene/Flattening.h"
+#include "Engine/Scene/PlacedObject.h"
 
 #include <fmt/format.h>
 
@@ -377,8 +378,21 @@ void SceneGeometry::reserveStructure() {
                                      triangles, m_instances.size())};
 }
 
+// Ids are those of the meshes as they are now.
+void SceneGeometry::showPlaced() {
+    m_placed.resize(m_instances.size());
+    for (std::size_t i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i] || !m_instances[i]->hasXfm) continue;
+        const ABSP& mesh = *m_meshes[m_instances[i]->object];
+        if (!m_placed[i]) m_placed[i] = std::make_unique<PlacedObject>(mesh, *m_instances[i]);
+        m_placed[i]->id = mesh.id;
+        m_instances[i]->placed = m_placed[i].get();
+    }
+}
+
 void SceneGeometry::build(const std::string& isa) {
     prepare();
+    showPlaced();
     if (m_intersector) return update();
     reserveStructure();
     m_intersector = std::make_unique<EmbreeIntersector>(isa);

@@ -119,6 +119,7 @@ private:
     Matrix fromVertices(unsigned mesh, const Matrix& meshToWorld) const;
     Bounds boxOf(unsigned instance) const;
     void update();
+    void showPlaced();
     void findBounds();
     unsigned copyMesh(unsigned mesh, const Matrix& matrix);
     void copyFlattened();
@@ -129,6 +130,7 @@ private:
     std::vector<std::unique_ptr<MeshData>> m_data;  // until the build has turned them into objects
     std::vector<std::unique_ptr<ABSP>> m_meshes;
     std::vector<std::unique_ptr<Instance>> m_instances;
+    std::vector<std::unique_ptr<GeometryObject>> m_placed;  // by instance, where it has a transformation
     std::vector<bool> m_movable;
     std::set<unsigned> m_endless;
     std::vector<unsigned> m_origins;

@@ -170,6 +170,23 @@ TEST(Geometry, BakedAndInstancedMeshesLookAlike) {
     }
 }
 
+// Or the width of a wireframe's borders, which is a length, would change with a mesh's second placement.
+TEST(Geometry, VerticesAreTheWorldsHoweverOftenAMeshIsPlaced) {
+    const Matrix placement = TranslationMatrix(R3(0.1f, 0.2f, 0.3f)) * ScaleMatrix(R3(3, 3, 3));
+    for (const bool instanced : {false, true}) {
+        TestWorld world;
+        place(world, triangleMesh(), instanced, placement);
+        const OxState state = shoot(world, R3(1, 1, 9), Down);
+        const GeometryObject* object = oxGetObject(oxGetInstance(oxsInstanceID(&state)));
+        R3 corners[3];
+        oxGetTriangleVertices(object, oxsTriangleID(&state), &corners[0], &corners[1], &corners[2]);
+        for (unsigned i = 0; i < 3; ++i)
+            EXPECT_EQ(corners[i], TransformPoint(placement, triangleMesh().positions[i])) << instanced;
+        EXPECT_EQ(object->id, world.geometry.scene().objects[0]->id);
+        expectNear(Normalize(object->GetNormal(0, 0, 0)), R3(0, 0, 1));
+    }
+}
+
 TEST(Geometry, MovedInstancesAreHitWhereTheyAreAfterTheNextBuild) {
     TestWorld world;
     const unsigned moving = place(world, triangleMesh(), true);
