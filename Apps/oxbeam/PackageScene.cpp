@@ -17,6 +17,9 @@ namespace oxbeam {
 // ---- The object
 
 // A new thread has memory of its own, of which nobody has had any yet: what it asks for lies one behind the other.
+// What was allocated last beside an object, so that it has its pages for itself.
+static void* volatile s_beside = nullptr;
+
 ApartObject::ApartObject(const ObjectClass& object, int filled) {
     constexpr std::size_t pages = 4 * 4096;
     std::exception_ptr failure;
@@ -27,9 +30,9 @@ ApartObject::ApartObject(const ObjectClass& object, int filled) {
             std::memset(before, filled, room);
             asm volatile("" : : "r"(before) : "memory");  // or nobody would need the bytes
             std::free(before);
-            static_cast<void>(std::malloc(pages) == nullptr);  // stays, as the one behind the object
+            s_beside = std::malloc(pages);  // stays, as the one behind the object
             m_object = object.factory();
-            static_cast<void>(std::malloc(pages) == nullptr);
+            s_beside = std::malloc(pages);
         } catch (...) {
             failure = std::current_exception();
         }
@@ -102,8 +105,9 @@ static void write(const ObjectClass& object, OxLoadableObject& target, const cha
 void PackageScene::addObjects(const ObjectClass& object) {
     World& world = *m_world;
     const auto is = [&](ObjectKind kind) { return object.kind == kind; };
-    const ObjectClass& ro = is(ObjectKind::RenderingObject) ? object : *partner(ObjectKind::RenderingObject);
-    write(ro, world.setRenderingObject(ro), "receiveShadow", {true, {}});
+    const ObjectClass* ro = is(ObjectKind::RenderingObject) ? &object : partner(ObjectKind::RenderingObject);
+    if (!ro) return;
+    write(*ro, world.setRenderingObject(*ro), "receiveShadow", {true, {}});
     world.renderingObject->m_recursionLimit = 4;
     world.setCamera(is(ObjectKind::Camera) ? object : *m_registry.find("OxPerspectiveCamera"));
     // What does not say what it shades is a surface here, and where it is asked for nothing else that is enough.

@@ -274,6 +274,7 @@ std::string textOf(const ParameterValue& value) {
         }
         std::string operator()(const std::vector<ParameterValue::Number>& v) const {
             std::vector<std::string> words;
+            words.reserve(v.size());
             for (const ParameterValue::Number& number : v) words.push_back(oxbeam::textOf(number));
             return fmt::format("[{}]", fmt::join(words, ", "));
         }

@@ -144,8 +144,10 @@ struct HostField {
 static std::vector<HostField> hostFields(const OxLoadableObject& object) {
     std::vector<HostField> fields;
     const auto add = [&](const char* name, const auto& member) {
-        const auto begin = reinterpret_cast<const std::byte*>(&member) - reinterpret_cast<const std::byte*>(&object);
-        fields.push_back({name, begin, begin + static_cast<std::ptrdiff_t>(sizeof member)});
+        const auto placeOf = [&](const auto* at) {
+            return reinterpret_cast<const std::byte*>(at) - reinterpret_cast<const std::byte*>(&object);
+        };
+        fields.push_back({name, placeOf(&member), placeOf(&member + 1)});
     };
     if (const auto* shader = dynamic_cast<const OxShader*>(&object)) add("m_ro", shader->m_ro);
     if (const auto* light = dynamic_cast<const OxLight*>(&object)) add("type", light->type);

@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -258,10 +259,10 @@ Culprit Search::run() {
 bool Search::frame(_Unwind_Context* context) {
     int before = 0;  // the address itself, not one behind a call
     const auto ip = _Unwind_GetIPInfo(context, &before);
-    if (m_from && reinterpret_cast<const void*>(ip) != m_from) return true;
+    if (m_from && std::bit_cast<const void*>(ip) != m_from) return true;
     m_begun = m_begun || m_from != nullptr;
     m_from = nullptr;
-    return at(reinterpret_cast<const void*>(before ? ip : ip - 1));
+    return at(std::bit_cast<const void*>(before ? ip : ip - 1));
 }
 
 // The watched work is where the host begins to call packages. Deeper than this there are only recursions.
@@ -388,13 +389,13 @@ void onCrash(int number, siginfo_t*, void* context) {
     pid_t nobody = 0;
     const pid_t self = gettid();
     if (!speaker.compare_exchange_strong(nobody, self)) {
-        while (nobody != self) pause();
+        while (speaker != self) pause();
         std::signal(number, SIG_DFL);
         return;
     }
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
-    const auto* ip = reinterpret_cast<const void*>(registers[REG_RIP]);
-    const auto* sp = reinterpret_cast<const std::byte*>(registers[REG_RSP]);
+    const auto* ip = std::bit_cast<const void*>(registers[REG_RIP]);
+    const auto* sp = std::bit_cast<const std::byte*>(registers[REG_RSP]);
     const bool overflow = number == SIGSEGV && s_stack && s_stack->usedUp(sp);
     Search search(ip);
     Culprit culprit = search.run();
