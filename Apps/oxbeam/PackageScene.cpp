@@ -16,10 +16,10 @@ namespace oxbeam {
 
 // ---- The object
 
-// A new thread has memory of its own, of which nobody has had any yet: what it asks for lies one behind the other.
 // What was allocated last beside an object, so that it has its pages for itself.
 static void* volatile s_beside = nullptr;
 
+// A new thread has memory of its own, of which nobody has had any yet: what it asks for lies one behind the other.
 ApartObject::ApartObject(const ObjectClass& object, int filled) {
     constexpr std::size_t pages = 4 * 4096;
     std::exception_ptr failure;
