@@ -1,5 +1,7 @@
 #include "Engine/Packages/Trial.h"
 
+#include "Engine/System/Sanitizers.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -54,7 +56,7 @@ void limitChild(const TrialLimits& limits) {
     const rlimit none{0, 0}, seconds{limits.processorSeconds, limits.processorSeconds + 1};
     setrlimit(RLIMIT_CORE, &none);
     setrlimit(RLIMIT_CPU, &seconds);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which reserve terabytes
+#ifndef OXBEAM_SANITIZED
     rlimit bytes{};
     getrlimit(RLIMIT_DATA, &bytes);
     bytes.rlim_cur = std::min(bytes.rlim_cur, rlim_t{limits.bytes});

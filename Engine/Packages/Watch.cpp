@@ -4,6 +4,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Packages/Overrides.h"
 #include "Engine/Packages/Registry.h"
+#include "Engine/System/Sanitizers.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxLight.h"
 #include "Oxbeam/OxRenderingObject.h"
@@ -464,7 +465,7 @@ void watchPackages(void (*work)(void*), void* argument) {
 void nameCrashes(LastWords say) {
     s_say = say;
     s_crashesNamed = true;
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which say more
+#ifndef OXBEAM_SANITIZED
     for (const int number : Crashes) {
         struct sigaction action {};
         action.sa_sigaction = onCrash;

@@ -59,7 +59,8 @@ void require(bool condition, const std::string& message) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    require(registry().find("KelPhong"), "the package is not beside the program");
+    for (const BrokenPackage& broken : registry().broken()) std::cerr << broken.why << '\n';
+    require(registry().find("KelPhong"), "the package is not beside the program, or does not load");
     return 0;
 }
 
