@@ -3,11 +3,13 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <sstream>
+#include <utility>
 
 namespace oxbeam {
 
@@ -45,14 +47,18 @@ std::string describeType(const ParameterDeclaration& p) {
     return text;
 }
 
+// A component's four bytes, as either of what they may be.
+static std::pair<std::int32_t, float> componentAt(const std::byte* bytes, unsigned i) {
+    std::int32_t whole;
+    std::memcpy(&whole, bytes + 4 * i, 4);
+    return {whole, std::bit_cast<float>(whole)};
+}
+
 std::string describeValue(const ParameterDeclaration& p, const std::byte* bytes) {
     if (p.size == 1) return bytes[0] == std::byte{} ? "false" : "true";
     std::vector<std::string> elements;
     for (unsigned i = 0; i < p.components(); ++i) {
-        std::int32_t whole;
-        float real;
-        std::memcpy(&whole, bytes + 4 * i, 4);
-        std::memcpy(&real, bytes + 4 * i, 4);
+        const auto [whole, real] = componentAt(bytes, i);
         if (p.type == ElementType::Bool)
             elements.emplace_back(whole == 0 ? "false" : whole == 1 ? "true" : std::to_string(whole));
         else if (isTexture(p) && whole == -1)
@@ -239,10 +245,7 @@ ParameterValue valueOf(const ParameterDeclaration& p, const std::byte* bytes) {
     if (p.size == 1) return {bytes[0] != std::byte{}, {}};
     std::vector<ParameterValue::Number> numbers;
     for (unsigned i = 0; i < p.components(); ++i) {
-        std::int32_t whole;
-        float real;
-        std::memcpy(&whole, bytes + 4 * i, 4);
-        std::memcpy(&real, bytes + 4 * i, 4);
+        const auto [whole, real] = componentAt(bytes, i);
         if (typeHeld(p, whole) == ElementType::Float)
             numbers.emplace_back(double{real});
         else
