@@ -101,17 +101,6 @@ public:
             [&] { return frameTime(scene, m_one, packets); }, "packets_s");
     }
 
-    // The order in which lights are visited is made once in a process, for as many as there are then.
-    Json manyLightsToFew() {
-        ManyLightsScene many(100'000), few(100);
-        for (ManyLightsScene* scene : {&many, &few}) prepare(*scene);
-        RenderOptions passes;
-        passes.samples = 8;
-        return compare(
-            m_turns, [&] { return frameTime(many, m_one, passes); }, "many_lights_s",
-            [&] { return frameTime(few, m_one, passes); }, "few_lights_s");
-    }
-
     // A checkpoint is written now and then, whatever the picture: here once.
     Json layersToNone() {
         RichScene scene;
@@ -163,7 +152,6 @@ const std::vector<std::pair<std::string, Measure>>& comparisons() {
         {"rich_to_bare_all_threads", [](Comparisons& c) { return c.richToBare(true); }},
         {"speed_up_by_threads", [](Comparisons& c) { return c.speedUpByThreads(); }},
         {"speed_up_by_packets", [](Comparisons& c) { return c.speedUpByPackets(); }},
-        {"many_lights_to_few", [](Comparisons& c) { return c.manyLightsToFew(); }},
         {"layers_to_none", [](Comparisons& c) { return c.layersToNone(); }},
         {"kernel_settings", [](Comparisons& c) { return c.kernel(); }}};
     return all;
