@@ -122,8 +122,11 @@ std::vector<Setting> settingsFor(const ::Scene& scene) {
             const auto kernel =
                 std::make_shared<const Kernel>(scene, isa, robust ? RTC_SCENE_FLAG_ROBUST : RTC_SCENE_FLAG_NONE);
             for (const bool packets : {false, true})
-                settings.push_back(
-                    {isa + (robust ? " robust" : " fast") + (packets ? " packets" : " single"), kernel, packets, {}, {}});
+                settings.push_back({isa + (robust ? " robust" : " fast") + (packets ? " packets" : " single"),
+                                    kernel,
+                                    packets,
+                                    {},
+                                    {}});
         }
     }
     return settings;

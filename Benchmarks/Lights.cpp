@@ -36,10 +36,10 @@ double passTime(const Settings& settings) {
 }
 
 double passTimeInProcess(const Settings& settings, unsigned lights) {
-    const std::string command =
-        "exec '" + std::filesystem::read_symlink("/proc/self/exe").string() + "' --lights " + std::to_string(lights) +
-        " --passes " + std::to_string(settings.passes) + " --width " + std::to_string(settings.size.width) +
-        " --height " + std::to_string(settings.size.height);
+    const std::string command = "exec '" + std::filesystem::read_symlink("/proc/self/exe").string() + "' --lights " +
+                                std::to_string(lights) + " --passes " + std::to_string(settings.passes) + " --width " +
+                                std::to_string(settings.size.width) + " --height " +
+                                std::to_string(settings.size.height);
     FILE* answer = popen(command.c_str(), "r");
     double time = 0.0;
     const bool told = answer && std::fscanf(answer, "%lf", &time) == 1;
