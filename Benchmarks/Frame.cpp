@@ -101,9 +101,7 @@ public:
             [&] { return frameTime(scene, m_one, packets); }, "packets_s");
     }
 
-    // A checkpoint is written now and then, whatever the picture: here once.
-    Json layersToNone() {
-        RichScene scene;
+    Json layersToNone(World&& scene) {
         prepare(scene);
         RenderOptions plain, layers;
         plain.samples = layers.samples = 4;
@@ -152,7 +150,8 @@ const std::vector<std::pair<std::string, Measure>>& comparisons() {
         {"rich_to_bare_all_threads", [](Comparisons& c) { return c.richToBare(true); }},
         {"speed_up_by_threads", [](Comparisons& c) { return c.speedUpByThreads(); }},
         {"speed_up_by_packets", [](Comparisons& c) { return c.speedUpByPackets(); }},
-        {"layers_to_none", [](Comparisons& c) { return c.layersToNone(); }},
+        {"layers_to_none", [](Comparisons& c) { return c.layersToNone(PlainScene(false)); }},
+        {"rich_layers_to_none", [](Comparisons& c) { return c.layersToNone(RichScene()); }},
         {"kernel_settings", [](Comparisons& c) { return c.kernel(); }}};
     return all;
 }
