@@ -180,8 +180,7 @@ std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
 void Frame::keepAlphas(const Window& window, const TileAlphas& alphas) {
     const Window seen = window.shared(m_film.window());
     for (unsigned y = seen.y0; y < seen.y1; ++y)
-        for (unsigned x = seen.x0; x < seen.x1; ++x)
-            m_film.addAlpha(x, y, alphas[pixelOfTile(x, y)]);
+        for (unsigned x = seen.x0; x < seen.x1; ++x) m_film.addAlpha(x, y, alphas[pixelOfTile(x, y)]);
 }
 
 // A pixel whose ray the camera makes by itself, in its turn: it may draw random numbers.
@@ -243,8 +242,7 @@ void Frame::tellAovs(unsigned thread, unsigned x, unsigned y, const AovSample& s
 void Frame::keepAovs(const Window& window, const TileAovs& aovs) {
     const Window seen = window.shared(m_film.window());
     for (unsigned y = seen.y0; y < seen.y1; ++y)
-        for (unsigned x = seen.x0; x < seen.x1; ++x)
-            m_film.addAovs(x, y, aovs[pixelOfTile(x, y)]);
+        for (unsigned x = seen.x0; x < seen.x1; ++x) m_film.addAovs(x, y, aovs[pixelOfTile(x, y)]);
 }
 
 void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {

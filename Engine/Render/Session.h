@@ -47,6 +47,8 @@ private:
         Turn& operator=(const Turn&) = delete;
     };
 
+    bool castersBlockLight() const;
+
     Turn m_turn;
     World& m_world;
     Intersector& m_intersector;

@@ -335,33 +335,42 @@ inline void EmbreeIntersector::takeHit(OxState& state, const Found& ids, sse_t o
     hit.normal = point.normal;
 }
 
-bool EmbreeIntersector::Intersect(OxState& state) {
-    const Ray& ray = state.ray;
+// A ray as the kernel reads it: origin and start, direction and time. False where it cannot be traced.
+inline bool EmbreeIntersector::read(const Ray& ray, sse_t& origin, sse_t& direction) const {
     const float tnear = std::max(ray.minHitDist, ray.minDist);
-    const sse_t origin = gather(ray.origin, tnear), direction = gather(ray.direction, 0.0f);
+    origin = gather(ray.origin, tnear);
+    direction = gather(ray.direction, 0.0f);
     const sse_t limit = _mm_set1_ps(m_farthestOut);
     const bool traceable = _mm_movemask_ps(_mm_and_ps(within(origin, limit), within(direction, limit))) == 15;
-    state.hit.tri = TRI_NONE;
-    if (!traceable || !(tnear >= 0.0f && ray.maxDist >= tnear)) [[unlikely]] {
-        // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
-        if (!(ray.maxDist < tnear)) ++ThreadRecord::mine().refusedRays;
-        return false;
-    }
+    if (traceable && tnear >= 0.0f && ray.maxDist >= tnear) [[likely]]
+        return true;
+    // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
+    if (!(ray.maxDist < tnear)) ++ThreadRecord::mine().refusedRays;
+    return false;
+}
 
+static void fill(RTCRay& query, const Ray& ray, sse_t origin, sse_t direction) {
+    _mm_store_ps(&query.org_x, origin);     // and tnear
+    _mm_store_ps(&query.dir_x, direction);  // and time
+    query.tfar = ray.maxDist;
+    query.mask = ray.visibilityMask;
+    query.id = 0;
+    query.flags = 0;
+}
+
+bool EmbreeIntersector::Intersect(OxState& state) {
+    sse_t origin, direction;
+    state.hit.tri = TRI_NONE;
+    if (!read(state.ray, origin, direction)) [[unlikely]]
+        return false;
     RTCRayHit query;
-    _mm_store_ps(&query.ray.org_x, origin);     // and tnear
-    _mm_store_ps(&query.ray.dir_x, direction);  // and time
-    query.ray.tfar = ray.maxDist;
-    query.ray.mask = ray.visibilityMask;
-    query.ray.id = 0;
-    query.ray.flags = 0;
+    fill(query.ray, state.ray, origin, direction);
     query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     query.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     rtcIntersect1(m_root, &context, &query);
     if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
-
     takeHit(state, {query.hit.geomID, query.hit.instID[0], query.hit.primID}, origin, direction,
             {stored(query.ray.tfar),
              stored(query.hit.u),
@@ -370,20 +379,32 @@ bool EmbreeIntersector::Intersect(OxState& state) {
     return true;
 }
 
+bool EmbreeIntersector::occluded(const Ray& ray) const {
+    sse_t origin, direction;
+    if (!read(ray, origin, direction)) [[unlikely]]
+        return false;
+    RTCRay query;
+    fill(query, ray, origin, direction);
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    rtcOccluded1(m_root, &context, &query);
+    return stored(query.tfar) < 0.0f;
+}
+
 // ---- Blocks of primary rays
 
 // Fills in the rays of a block, and says which of them are there and can be traced: as lanes, all bits set.
 void EmbreeIntersector::fillBlock(RTCRayHit8& query, const Block& block, const Ray& any, int (&valid)[8]) const {
     const sse_t limit = _mm_set1_ps(m_farthestOut), zero = _mm_setzero_ps();
     const ISSEVec4 origin(block.origin);
-    const sse_t near = _mm_and_ps(within(origin.t[0], limit),
-                                  _mm_and_ps(within(origin.t[1], limit), within(origin.t[2], limit)));
+    const sse_t near =
+        _mm_and_ps(within(origin.t[0], limit), _mm_and_ps(within(origin.t[1], limit), within(origin.t[2], limit)));
     const __m128i none = _mm_set1_epi32(-1), mask = _mm_set1_epi32(static_cast<int>(any.visibilityMask));
     const auto set = [](unsigned* lanes, __m128i v) { _mm_store_si128(reinterpret_cast<__m128i*>(lanes), v); };
     for (unsigned row = 0, i = 0; row < 2; ++row, i += 4) {
         const sse_t* const d = block.directions[row].t;
-        const sse_t good = _mm_and_ps(_mm_and_ps(near, within(d[0], limit)),
-                                      _mm_and_ps(within(d[1], limit), within(d[2], limit)));
+        const sse_t good =
+            _mm_and_ps(_mm_and_ps(near, within(d[0], limit)), _mm_and_ps(within(d[1], limit), within(d[2], limit)));
         for (unsigned k = 0; k < 4; ++k) valid[i + k] = block.states[i + k] && std::bit_cast<int>(good[k]) ? -1 : 0;
         _mm_store_ps(query.ray.org_x + i, origin.t[0]), _mm_store_ps(query.ray.dir_x + i, d[0]);
         _mm_store_ps(query.ray.org_y + i, origin.t[1]), _mm_store_ps(query.ray.dir_y + i, d[1]);

@@ -74,6 +74,8 @@ public:
     // What Intersect finds for each of them, in less time: neighbours take the same way through the structure. Where two
     // triangles lie in the same place, or a ray goes through an edge, the two may find another of them.
     void intersect(const Block& block);
+    // Whether anything is hit, in less time than it takes to find the nearest.
+    bool occluded(const Ray& ray) const;
 
     bool Intersect(OxState& state) override;
     bool Intersect4(OxState4& state4) override;
@@ -92,6 +94,7 @@ private:
         unsigned geometry, instance, triangle;
     };
 
+    bool read(const Ray& ray, sse_t& origin, sse_t& direction) const;
     void fillBlock(RTCRayHit8& query, const Block& block, const Ray& any, int (&valid)[8]) const;
     void takeHit(OxState& state, const Found& ids, sse_t origin, sse_t direction, const HitPoint& found) const;
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
