@@ -76,8 +76,12 @@ bool Session::castersBlockLight() const {
     return std::all_of(instances.begin(), instances.end(), [&](const Instance* instance) {
         if (!instance || !(instance->visibilityMask & RAY_SHADOW)) return true;
         const OxShader* shader = m_context.shaders[instance->shaderBias];
-        return LightBlockers::current.promised.contains(shader) || !overrides(*shader, &OxShader::LightTransparency);
+        return hasPromisedToBlockLight(*shader) || !overrides(*shader, &OxShader::LightTransparency);
     });
+}
+
+bool Session::hasPromisedToBlockLight(const OxShader& shader) {
+    return LightBlockers::current.promised.contains(&shader);
 }
 
 OxState Session::primaryState(unsigned thread, unsigned pass) const {
