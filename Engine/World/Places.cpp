@@ -78,6 +78,9 @@ std::vector<std::string> parameterPaths(const std::vector<Place>& places) {
 
 std::vector<std::byte> Places::Object::values() const {
     std::vector<std::byte> all;
+    std::size_t bytes = 0;
+    for (const ParameterDeclaration& p : place.object->parameters) bytes += static_cast<std::size_t>(p.size);
+    all.reserve(bytes);
     for (const ParameterDeclaration& p : place.object->parameters)
         all.insert(all.end(), memberOf(*made, p), memberOf(*made, p) + p.size);
     return all;
