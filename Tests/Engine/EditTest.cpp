@@ -2,6 +2,7 @@
 // that was loaded so.
 #include "Engine/Render/FrameLoop.h"
 #include "Engine/Textures/TextureFile.h"
+#include "Oxbeam/OxExport.h"
 #include "Tests/Support/SceneText.h"
 
 #include <atomic>
@@ -368,6 +369,24 @@ TEST(Edit, TheEpsilonStaysAsItWasSet) {
     world->places.reset("render.rayEpsilon");
     loop.restart();
     EXPECT_EQ(world->renderingObject->m_rayEpsilon, followed);
+    world->renderingObject->m_rayEpsilon = 0.01f;  // past the names
+    for (unsigned frame = 0; frame < 2; ++frame) {
+        loop.restart();
+        EXPECT_EQ(world->renderingObject->m_rayEpsilon, 0.01f);
+    }
+    world->places.reset("render.rayEpsilon");
+    EXPECT_FALSE(world->places.isSet("render.rayEpsilon"));
+    loop.restart();
+    EXPECT_EQ(world->renderingObject->m_rayEpsilon, followed);
+
+    struct Coarse : OxRenderingObject {
+        void Init() override { m_rayEpsilon = 0.5f; }
+        void Register() override { Init(), OxRenderingObject::Register(); }
+    };
+    Registry own;
+    own.registerObject("Coarse", "P", [] { return oxRegisterObject<Coarse>(&oxNewObject<Coarse>); });
+    world->setClass("render", *own.find("Coarse"));
+    EXPECT_EQ(world->epsilon(), 0.5f);
 }
 
 // ---- The picture after changes
