@@ -456,12 +456,15 @@ TEST(Edit, WhatMovesLooksAsIfItHadAlwaysBeenThere) {
         FrameLoop loop(*world, workers);
         before = world->geometry.structure();
         const Matrix box = world->placements.at("mesh.2").toWorld;
+        const Matrix ball = world->placements.at("mesh.4").toWorld;  // of a mesh that stands twice
         world->placements.move("mesh.2", TranslationMatrix(R3(0.3f, 0.1f, 0.7f)) * box);
+        world->placements.move("mesh.4", TranslationMatrix(R3(0.2f, 0, 0)) * ball);
         loop.restart();
         for (unsigned pass = 0; pass < 4; ++pass) loop.step();
         after = world->geometry.structure();
         moved = loop.film().pixels();
         world->placements.move("mesh.2", box);
+        world->placements.move("mesh.4", ball);
         loop.restart();
         for (unsigned pass = 0; pass < 4; ++pass) loop.step();
         back = loop.film().pixels();
@@ -481,6 +484,7 @@ TEST(Edit, WhatMovesLooksAsIfItHadAlwaysBeenThere) {
     };
     const std::vector<R3> original = freshPicture(document, 4);
     document.meshes[2]["translate"] = "[1.6, 0.7, 1.0]";
+    document.meshes[4]["translate"] = "[1.2, 2.5, -1.0]";
     const std::vector<R3> expected = freshPicture(document, 4);
     EXPECT_GE(agree(moved, expected), 0.99);
     EXPECT_GE(agree(back, original), 0.99);
