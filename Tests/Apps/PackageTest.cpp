@@ -154,6 +154,7 @@ TEST_F(Packages, WhatIsWrongWithThemIsFound) {
         {"Endless", "Endless", "recursion", "'Shade' of 'Endless' calls itself without end"},
         {"OutOfBounds", "OutOfBounds", "crash", "'Shade' of 'OutOfBounds' crashes (Segmentation fault)"},
 #endif
+        {"BreaksPromise", "BreaksPromise", "promise", "lets light through, though it has promised to block it"},
         {"ByThread", "ByThread", "threads", "on one thread and on two are not the same"},
         {"GivesNaN", "GivesNaN", "nan", "Shade gives what is not finite"},
         {"Throwing", "Throwing", "exception", "'Shade' of 'Throwing' throws"},
