@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 #include <typeinfo>
 
 namespace oxbeam {
@@ -62,9 +64,13 @@ bool Frame::render(Workers& workers) {
         renderPass(workers, pass);
         longest = std::max(longest, m_clock.seconds() - start);
     }
+    sumUp();
+    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
+}
+
+void Frame::sumUp() {
     m_statistics.passes = m_film.passes();
     m_statistics.overflowedPixels = m_film.overflowed();
-    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
 }
 
 // The pixels of a tile are as far as its first one that is kept.
@@ -92,13 +98,31 @@ bool Frame::renderPass(Workers& workers, unsigned pass) {
 
 // Where a tile fails, those at work are finished, and it is as if it had not begun.
 void Frame::tryTile(unsigned thread, unsigned tile, unsigned pass) {
+    ++m_atWork;
     try {
         watchPackages([&] { renderTile(thread, tile, pass); });
     } catch (...) {
-        const std::scoped_lock lock(m_mutex);
-        if (!m_failure) m_failure = std::current_exception();
-        m_failed = true;
+        fail(std::current_exception());
     }
+    --m_atWork;
+}
+
+void Frame::fail(const std::exception_ptr& failure) {
+    const std::scoped_lock lock(m_mutex);
+    if (!m_failure) m_failure = failure;
+    m_failed = true;
+}
+
+bool Frame::abandon(const Error& why, const std::atomic<unsigned>& held) {
+    fail(std::make_exception_ptr(why));
+    constexpr double patience = 10.0;  // seconds, for a row of a tile
+    const Stopwatch waiting;
+    while (m_atWork > held) {
+        if (waiting.seconds() > patience) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    sumUp();
+    return true;
 }
 
 // A tile is rendered whole even where the film keeps a part of it: its pixels share a sequence of random numbers. One that
@@ -299,9 +323,19 @@ RenderResult render(World& world, Workers& workers, const RenderOptions& options
     }
     RenderResult result{std::move(begun.film), {}, true};
     Frame frame(world, session, matte, result.film, options);
-    result.complete = frame.render(workers);
-    result.statistics = frame.statistics();
-    result.failure = frame.failure();
+    const auto conclude = [&](bool complete) {
+        result.complete = complete;
+        result.statistics = frame.statistics();
+        result.failure = frame.failure();
+    };
+    std::optional<ExitRescue> rescue;
+    if (options.ended)
+        rescue.emplace(workers.threads(), [&](const Error& why, const std::atomic<unsigned>& held) {
+            if (!frame.abandon(why, held)) return;
+            conclude(false);
+            options.ended(result);
+        });
+    conclude(frame.render(workers));
     return result;
 }
 

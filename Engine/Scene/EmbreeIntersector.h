@@ -74,6 +74,8 @@ public:
     // What Intersect finds for each of them, in less time: neighbours take the same way through the structure. Where two
     // triangles lie in the same place, or a ray goes through an edge, the two may find another of them.
     void intersect(const Block& block);
+    // What Intersect4 finds for two packets of primary rays side by side, in less time than one after the other.
+    void intersect(OxState4& first, OxState4& second);
     // Whether anything is hit, in less time than it takes to find the nearest.
     bool occluded(const Ray& ray) const;
 
@@ -97,6 +99,8 @@ private:
     bool read(const Ray& ray, sse_t& origin, sse_t& direction) const;
     void fillBlock(RTCRayHit8& query, const Block& block, const Ray& any, int (&valid)[8]) const;
     void takeHit(OxState& state, const Found& ids, sse_t origin, sse_t direction, const HitPoint& found) const;
+    template <class Query>
+    bool takeHits(OxState4& state4, const Query& query, unsigned lane) const;
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
     RTCSceneTy* objectScene(unsigned object);
     void attach(unsigned instance);
