@@ -1,8 +1,8 @@
 #include "Engine/Textures/Texture.h"
 
 #include "Engine/System/MemoryBudget.h"
+#include "Engine/Textures/SRGB.h"
 
-#include <OpenImageIO/color.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -105,7 +105,7 @@ static const float* sRGBTable() {
     static const auto table = [] {
         std::vector<float> values(Count);
         for (unsigned i = 0; i < Count; ++i)
-            values[i] = OIIO::sRGB_to_linear(static_cast<float>(i) / static_cast<float>(Count - 1));
+            values[i] = sRGBToLinear(static_cast<float>(i) / static_cast<float>(Count - 1));
         return values;
     }();
     return table.data();
@@ -122,7 +122,7 @@ struct Texels {
 
     float color(T value) const {
         if (table) return table[static_cast<std::size_t>(value)];
-        return sRGB ? OIIO::sRGB_to_linear(static_cast<float>(value)) : static_cast<float>(value) * scale;
+        return sRGB ? sRGBToLinear(static_cast<float>(value)) : static_cast<float>(value) * scale;
     }
 
     RGBAFloat operator()(unsigned x, unsigned y) const {
