@@ -1,6 +1,8 @@
 #include "Engine/Output/PictureLibrary.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Import/PictureStream.h"
+#include "Engine/System/LeafFirst.h"
 #include "Engine/System/System.h"
 
 #include <fmt/format.h>
@@ -16,12 +18,12 @@ namespace oxbeam {
 // By its place beside this library, never by a search. It stays to the end.
 static PictureLibrary* loaded() {
     const std::filesystem::path file = engineLibrary().parent_path() / "oxbeam" / PictureModule;
-    void* module = dlopen(file.c_str(), RTLD_LAZY | RTLD_LOCAL);
-    void* entry = module ? dlsym(module, PictureModuleEntry) : nullptr;
+    void* module = openLeafFirst(file);
+    void* entry = module ? dlsym(module, PictureLibraryEntry) : nullptr;
     if (!entry)
         throw Error(ExitStatus::InputOutput,
                     fmt::format("what writes pictures other than PNG cannot be loaded: {}", dlerror()));
-    return reinterpret_cast<PictureModuleFunction*>(entry)();
+    return reinterpret_cast<PictureLibraryFunction*>(entry)();
 }
 
 // Of the process; whoever ends it waits for a module that is half loaded.

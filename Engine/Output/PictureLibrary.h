@@ -33,10 +33,8 @@ public:
     virtual std::unique_ptr<SheetPaper> paper(unsigned width, unsigned height) = 0;
 };
 
-// The module's one entrance.
-inline constexpr const char* PictureModule = "liboxbeam-pictures.so";
-inline constexpr const char* PictureModuleEntry = "oxbeamPictureLibrary";
-using PictureModuleFunction = PictureLibrary*();
+inline constexpr const char* PictureLibraryEntry = "oxbeamPictureLibrary";
+using PictureLibraryFunction = PictureLibrary*();
 
 // Loads the module where it is not yet, beside whatever else goes on.
 void preparePictureLibrary();
