@@ -19,9 +19,6 @@ struct PictureHeader {
     std::uint64_t texelBytes() const { return std::uint64_t{width} * height * channels * valueBytes; }
 };
 
-// The module that reads and writes pictures with OpenImageIO; in `oxbeam/` beside the library.
-inline constexpr const char* PictureModule = "liboxbeam-pictures.so";
-
 inline constexpr std::uint32_t MaxPictureSide = 1u << 16;
 inline constexpr std::uint64_t MaxPictureBytes = std::uint64_t{2} << 30;
 

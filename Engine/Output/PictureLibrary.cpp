@@ -1,8 +1,6 @@
 #include "Engine/Output/PictureLibrary.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Import/PictureStream.h"
-#include "Engine/System/LeafFirst.h"
 #include "Engine/System/System.h"
 
 #include <fmt/format.h>
@@ -10,39 +8,60 @@
 #include <dlfcn.h>
 
 #include <future>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <system_error>
+#include <thread>
 
 namespace oxbeam {
 
-// By its place beside this library, never by a search. It stays to the end.
-static PictureLibrary* loaded() {
-    const std::filesystem::path file = engineLibrary().parent_path() / "oxbeam" / PictureModule;
-    void* module = openLeafFirst(file);
-    void* entry = module ? dlsym(module, PictureLibraryEntry) : nullptr;
-    if (!entry)
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("what writes pictures other than PNG cannot be loaded: {}", dlerror()));
-    return reinterpret_cast<PictureLibraryFunction*>(entry)();
+static Error cannotLoad(const std::string& why) {
+    return {ExitStatus::InputOutput, fmt::format("what writes pictures other than PNG cannot be loaded: {}", why)};
 }
 
-// Of the process; whoever ends it waits for a module that is half loaded.
-static std::shared_future<PictureLibrary*> loading(bool now) {
-    static std::mutex mutex;
-    static std::shared_future<PictureLibrary*> begun;
-    const std::scoped_lock lock(mutex);
-    if (begun.valid()) return begun;
-    try {
-        if (!now) begun = std::async(std::launch::async, loaded);
-    } catch (const std::system_error&) {
-        // No thread to spare.
-    }
-    if (!begun.valid()) begun = std::async(std::launch::deferred, loaded);
+// By its place beside this library, never by a search. It stays to the end.
+static std::string load(PictureLibrary*& library) {
+    const std::filesystem::path file = engineLibrary().parent_path() / "oxbeam" / PictureModule;
+    void* module = dlopen(file.c_str(), RTLD_LAZY | RTLD_LOCAL);
+    void* entry = module ? dlsym(module, PictureLibraryEntry) : nullptr;
+    if (!entry) return dlerror();
+    library = reinterpret_cast<PictureLibraryFunction*>(entry)();
+    return {};
+}
+
+// On a thread on which nobody catches anything: some libraries throw where they are loaded and cannot have a thread, and
+// neither they nor the linker survive that such an exception goes on. So it ends the program, as it does one that is
+// linked with them. No `std::async`, which catches.
+static std::shared_future<PictureLibrary*> begin() {
+    auto result = std::make_shared<std::promise<PictureLibrary*>>();
+    std::shared_future<PictureLibrary*> begun = result->get_future().share();
+    std::thread([result] {
+        PictureLibrary* library = nullptr;
+        const std::string why = load(library);
+        if (library)
+            result->set_value(library);
+        else
+            result->set_exception(std::make_exception_ptr(cannotLoad(why)));
+    }).detach();
     return begun;
 }
 
-void preparePictureLibrary() { loading(false); }
+// Of the process.
+static std::shared_future<PictureLibrary*> loading() {
+    static std::mutex mutex;
+    static std::shared_future<PictureLibrary*> begun;
+    const std::scoped_lock lock(mutex);
+    if (!begun.valid()) begun = begin();
+    return begun;
+}
 
-PictureLibrary& pictureLibrary() { return *loading(true).get(); }
+void preparePictureLibrary() try { loading(); } catch (const std::system_error&) {
+    // No thread to spare, as whoever needs it will be told.
+}
+
+PictureLibrary& pictureLibrary() try { return *loading().get(); } catch (const std::system_error& e) {
+    throw cannotLoad(e.what());
+}
 
 }  // namespace oxbeam

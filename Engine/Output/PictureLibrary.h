@@ -33,6 +33,8 @@ public:
     virtual std::unique_ptr<SheetPaper> paper(unsigned width, unsigned height) = 0;
 };
 
+// The module and its one entrance.
+inline constexpr const char* PictureModule = "liboxbeam-pictures.so";
 inline constexpr const char* PictureLibraryEntry = "oxbeamPictureLibrary";
 using PictureLibraryFunction = PictureLibrary*();
 

@@ -1,6 +1,6 @@
-// Decodes pictures with OpenImageIO.
+// The program that decodes pictures.
 #include "Engine/Import/ExrStream.h"
-#include "Engine/Import/Helper/PictureDecoder.h"
+#include "Engine/Import/Helper/Requests.h"
 #include "Engine/Import/PictureStream.h"
 
 #include <OpenImageIO/imageio.h>
@@ -171,23 +171,25 @@ static std::vector<std::byte> readAsAsked(const fs::path& request) {
     return rows.takeFrom(name) ? readExr(name, rows) : readPicture(name);
 }
 
-namespace {
+static std::vector<std::byte> failure(const std::string& why) {
+    const PictureHeader none;
+    std::vector<std::byte> bytes(sizeof none + why.size());
+    std::memcpy(bytes.data(), &none, sizeof none);
+    std::memcpy(bytes.data() + sizeof none, why.data(), why.size());
+    return bytes;
+}
 
-class Decoder final : public PictureDecoder {
-public:
-    Decoder() { OIIO::get_string_attribute("format_list"); }  // what a format needs is loaded while that may be
-
-    std::string version() const override {
-        const auto version = static_cast<unsigned>(OIIO::openimageio_version());
-        return std::to_string(version / 10000) + '.' + std::to_string(version / 100 % 100) + '.' +
-               std::to_string(version % 100);
-    }
-    std::vector<std::byte> read(const fs::path& request) const override { return readAsAsked(request); }
-};
-
-}  // namespace
-
-extern "C" __attribute__((visibility("default"))) const PictureDecoder* oxbeamPictureDecoder() {
-    static const Decoder decoder;
-    return &decoder;
+int main(int argc, char** argv) {
+    const auto version = static_cast<unsigned>(OIIO::openimageio_version());
+    OIIO::get_string_attribute("format_list");  // what a format needs is loaded while that may be
+    const auto needs = [](const fs::path& request) {
+        std::string name = request.string();
+        ExrRequest().takeFrom(name);
+        return std::vector<fs::path>{name};
+    };
+    return serveRequests(argc, argv,
+                         {std::to_string(version / 10000) + '.' + std::to_string(version / 100 % 100) + '.' +
+                              std::to_string(version % 100),
+                          [](const fs::path& file) { return answerOf(readAsAsked(file)); },
+                          [](const std::string& why) { return answerOf(failure(why)); }, needs});
 }
