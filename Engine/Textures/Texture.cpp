@@ -1,9 +1,9 @@
 #include "Engine/Textures/Texture.h"
 
 #include "Engine/System/MemoryBudget.h"
+#include "Engine/Textures/SRGB.h"
 #include "Primitives/ISSEVec4.h"
 
-#include <OpenImageIO/color.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -93,7 +93,7 @@ static const float* sRGBTable() {
     static const auto table = [] {
         std::vector<float> values(Count);
         for (unsigned i = 0; i < Count; ++i)
-            values[i] = OIIO::sRGB_to_linear(static_cast<float>(i) / static_cast<float>(Count - 1));
+            values[i] = sRGBToLinear(static_cast<float>(i) / static_cast<float>(Count - 1));
         return values;
     }();
     return table.data();
@@ -149,7 +149,7 @@ struct Texture::Texels {
         if constexpr (!Decode)
             return scaled(value);
         else if constexpr (std::is_same_v<T, float>)
-            return OIIO::sRGB_to_linear(value);
+            return sRGBToLinear(value);
         else
             return picture.m_decoded[value];
     }
