@@ -32,15 +32,13 @@ public:
     // Columns count characters, of which UTF-8 has several bytes.
     std::size_t offset(const toml::source_position& at) const {
         std::size_t i = lineStart(at.line);
-        for (auto column = at.column; column > 1 && i < m_text.size(); --column)
-            do ++i;
+        for (auto column = at.column; column > 1 && i < m_text.size(); --column) do
+                ++i;
             while (i < m_text.size() && (static_cast<unsigned char>(m_text[i]) & 0xC0) == 0x80);
         return i;
     }
     // Lines are counted from 1; one beyond the last is where the text ends.
-    std::size_t lineStart(std::size_t line) const {
-        return line <= m_lines.size() ? m_lines[line - 1] : m_text.size();
-    }
+    std::size_t lineStart(std::size_t line) const { return line <= m_lines.size() ? m_lines[line - 1] : m_text.size(); }
     std::size_t lineCount() const { return m_lines.size(); }
     std::string line(std::size_t number) const {
         return m_text.substr(lineStart(number), lineStart(number + 1) - lineStart(number));
@@ -152,7 +150,8 @@ std::string withTable(const EditedText& text, const Found& found, const std::str
 }
 
 // With its line where it is alone there but for a comment.
-std::string withoutKey(const EditedText& text, const toml::table& table, const toml::key& key, const toml::node& value) {
+std::string withoutKey(const EditedText& text, const toml::table& table, const toml::key& key,
+                       const toml::node& value) {
     if (!table.is_inline()) return text.withoutLines(key.source().begin.line, value.source().end.line + 1);
     std::size_t begin = text.offset(key.source().begin), end = text.offset(value.source().end);
     const std::string& all = text.text();
@@ -199,8 +198,8 @@ std::string edited(const std::string& original, const SceneEdit& edit) {
         for (const auto& [key, node] : *found.table)
             if (std::count(edit.names.begin(), edit.names.end(), std::string(key.str())) && !there) {
                 there = true;
-                result = edit.value ? text.replaced(node.source(), *edit.value)
-                                    : withoutKey(text, *found.table, key, node);
+                result =
+                    edit.value ? text.replaced(node.source(), *edit.value) : withoutKey(text, *found.table, key, node);
             }
     if (!there && edit.value)
         result = found.table && found.table->source().begin.line > 0
@@ -211,8 +210,8 @@ std::string edited(const std::string& original, const SceneEdit& edit) {
     const bool has = now.table && std::any_of(edit.names.begin(), edit.names.end(),
                                               [&](const std::string& name) { return now.table->contains(name); });
     if (has != edit.value.has_value())
-        throw Error(ExitStatus::BadScene, fmt::format("{}.{} cannot be edited where it stands", edit.place,
-                                                      edit.names.front()));
+        throw Error(ExitStatus::BadScene,
+                    fmt::format("{}.{} cannot be edited where it stands", edit.place, edit.names.front()));
     return result;
 }
 
