@@ -31,8 +31,7 @@ static void startVideo() {
     if (started && (SDL_getenv("SDL_VIDEODRIVER") || !unseen.contains(SDL_GetCurrentVideoDriver()))) return;
     const std::string why = started ? "neither X nor Wayland answers" : SDL_GetError();
     SDL_Quit();
-    throw Error(ExitStatus::Usage,
-                "there is no display: " + why + "; `oxbeam render` makes a picture without one");
+    throw Error(ExitStatus::Usage, "there is no display: " + why + "; `oxbeam render` makes a picture without one");
 }
 
 MainWindow::MainWindow(const std::string& title, unsigned width, unsigned height, bool light) {

@@ -33,7 +33,7 @@ void Viewer::run() {
     while (m_open) {
         follow();
         if (const std::exception_ptr failure = m_thread.failure()) std::rethrow_exception(failure);
-        if (m_script && !m_closing && !m_script->step(*this)) return;
+        if (m_script && !m_script->step(*this)) return;
         const int patience = m_script || m_redraw > 0 || !m_held.empty() ? 1 : 12;
         m_window.waitForEvent(patience);
         m_window.handleEvents([this](const SDL_Event& event) { handle(event); });

@@ -3,9 +3,9 @@
 
 #include "Apps/view/Document.h"
 #include "Apps/view/Keys.h"
+#include "Apps/view/MainWindow.h"
 #include "Apps/view/Panel.h"
 #include "Apps/view/Picking.h"
-#include "Apps/view/MainWindow.h"
 
 #include <deque>
 #include <set>

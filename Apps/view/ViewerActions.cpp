@@ -1,3 +1,4 @@
+#include "Apps/oxbeam/Metadata.h"
 #include "Apps/view/Field.h"
 #include "Apps/view/Saving.h"
 #include "Apps/view/Viewer.h"
@@ -66,7 +67,9 @@ void Viewer::save(const std::string& file) try {
 
 void Viewer::writePicture(const std::string& file) {
     m_thread.atRest([this, file, scene = m_scene, document = m_document, command = m_command](Rendering& r) {
-        const std::string text = commandLine(command, document, *scene, file, r.loop.passes());
+        const std::string text = document.lightsDiffer()
+                                     ? "oxbeam view " + shellText({command.render.scene})  // and more, which none says
+                                     : commandLine(command, document, *scene, file, r.loop.passes());
         oxbeam::writePicture(file, command, text, document.tone(), r);
         m_thread.say(fmt::format("wrote {} ({} passes)", file, r.loop.passes()));
     });
