@@ -23,7 +23,9 @@ set_target_properties(oxbeam_command oxbeam_view PROPERTIES INSTALL_RPATH "${run
 
 install(TARGETS oxbeam LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS Kel LIBRARY DESTINATION ${OXBEAM_INSTALL_PACKAGES})
-install(TARGETS oxbeam_command oxbeam_view RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS oxbeam_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# A Debian package of its own, since it needs a window system.
+install(TARGETS oxbeam_view RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT view)
 install(TARGETS oxbeam_import oxbeam_decode RUNTIME DESTINATION ${OXBEAM_INSTALL_PRIVATE})
 
 # ---- Headers

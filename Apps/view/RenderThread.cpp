@@ -29,7 +29,6 @@ RenderThread::~RenderThread() {
 
 // ---- For the window
 
-// A coarse picture is over soon and is let through, or nothing would be seen while the pointer moves.
 void RenderThread::post(Posted posted) {
     {
         const std::lock_guard lock(m_mutex);
@@ -167,12 +166,13 @@ void RenderThread::notePulse(const FrameLoop& loop) {
     m_pulse.secondsLeft = passes ? m_seconds / passes * (m_frame.samples - passes) : 0.0;
 }
 
+// While something moves, each picture is let through: changes come faster than pictures do.
 void RenderThread::step(FrameLoop& loop) {
     const bool coarse = m_frame.divider > 1;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_ending || !m_changes.empty()) return;
-        m_mayCancel = !coarse;
+        if (m_ending || (!m_moving && !m_changes.empty())) return;
+        m_mayCancel = !m_moving;
     }
     const Stopwatch clock;
     const bool whole = loop.step();

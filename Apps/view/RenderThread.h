@@ -87,7 +87,7 @@ private:
     std::deque<Change> m_atRest;
     bool m_ending = false, m_rest = false;
     FrameLoop* m_loop = nullptr;
-    bool m_mayCancel = false;                                          // a full pass is under way
+    bool m_mayCancel = false;                                          // a pass of what is at rest is under way
     std::optional<std::chrono::steady_clock::time_point> m_cancelled;  // when that was wished for
     std::shared_ptr<const SceneInfo> m_scene;
     std::exception_ptr m_failure;

@@ -364,7 +364,7 @@ void Script::report(const Viewer& viewer) const {
         {"cancelled", times.size()},
         {"cancel_median_ms", times.empty() ? 0.0 : 1000.0 * times[times.size() / 2]},
         {"cancel_worst_ms", times.empty() ? 0.0 : 1000.0 * times.back()},
-        {"longest_frame_ms", 1000.0 * viewer.longestFrame()}};
+        {"longest_wait_ms", 1000.0 * viewer.longestWait()}};
     std::printf("%s\n", json.dump().c_str());
     std::fflush(stdout);
 }

@@ -41,8 +41,11 @@ void Viewer::run() {
     }
 }
 
-// What the other threads have made.
+// What the other threads have made, and what is wanted of them.
 void Viewer::follow() {
+    const Stopwatch clock;
+    fly();
+    if (std::exchange(m_eyeMoved, false)) m_document.setEye(m_eye);
     for (const std::string& message : m_thread.takeMessages()) say(message);
     if (const auto scene = m_thread.scene(); scene != m_scene) {
         if (!m_scene) {
@@ -59,20 +62,17 @@ void Viewer::follow() {
         m_shown = shown;
         m_redraw = std::max(m_redraw, 1);
     }
+    m_longestWait = std::max(m_longestWait, clock.seconds());
 }
 
 void Viewer::frame() {
-    const Stopwatch clock;
     --m_redraw;
-    fly();
-    if (std::exchange(m_eyeMoved, false)) m_document.setEye(m_eye);
     const std::string title = fmt::format("{}{} - oxbeam", m_document.isDirty() ? "* " : "", m_command.render.scene);
     if (title != m_title) m_window.setTitle(m_title = title);
     m_window.newFrame();
     place();
     upload();
     draw();
-    m_longestFrame = std::max(m_longestFrame, clock.seconds());
     m_window.draw([&](Display& display) {
         if (m_screenshot.empty()) return;
         const Pixels pixels = display.read();

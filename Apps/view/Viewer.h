@@ -45,10 +45,10 @@ public:
     bool hasScreenshot() const { return m_screenshot.empty(); }
     void close() { m_open = false; }
 
-    // Pictures that were presented for the first time, by their frames, and the longest time that a frame of the window
-    // took, in seconds, drawing left out.
+    // Pictures that were presented for the first time, by their frames, and the longest time in seconds that the window
+    // took to speak with the other threads.
     std::uint64_t updates() const { return m_updates; }
-    double longestFrame() const { return m_longestFrame; }
+    double longestWait() const { return m_longestWait; }
 
 private:
     enum class Drag { None, Orbit, Pan, Turn, Light };
@@ -114,7 +114,7 @@ private:
     ImVec2 m_center;      // of the picture, what is in the middle when zoomed
     ImVec2 m_origin;      // of the picture in the window
     float m_pixel = 1.0f;
-    double m_longestFrame = 0.0;
+    double m_longestWait = 0.0;
 
     // The pointer and the keys
     Drag m_drag = Drag::None;
