@@ -25,10 +25,9 @@ set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_DEPENDS fonts-dejavu-core)
 set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_RECOMMENDS oxbeam-view)
 set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_SUGGESTS "cmake, g++, pkg-config")
 set(CPACK_DEBIAN_VIEW_PACKAGE_DEPENDS "oxbeam (= ${PROJECT_VERSION}), fonts-dejavu-core")
-set(CPACK_COMPONENT_VIEW_DESCRIPTION
+set(CPACK_DEBIAN_VIEW_DESCRIPTION
 "Looks at scenes and models in a window, and changes them: the program that
 oxbeam view becomes.")
-set(CPACK_DEBIAN_VIEW_DESCRIPTION "real-time ray tracing: the viewer\n${CPACK_COMPONENT_VIEW_DESCRIPTION}")
 # What dpkg has to know of a library that others link: from which version on it is this one, and that there is a new one.
 file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/install/debian/shlibs
      CONTENT "liboxbeam ${OXBEAM_SOVERSION} oxbeam (>= ${PROJECT_VERSION})\n")
