@@ -1,5 +1,5 @@
 // The services that packages call. "state" is the state of the ray being shaded. All run on the calling thread and
-// return at once; none allocates, locks or throws.
+// return at once; none allocates, locks or throws, but for those that are for NewFrame alone.
 #pragma once
 
 #include "Oxbeam/OxContext.h"
@@ -9,6 +9,7 @@
 #include "Oxbeam/OxTypes.h"
 
 #include <cmath>
+#include <typeinfo>
 #include <vector>
 
 // ---- Setting up and shooting rays
@@ -34,6 +35,13 @@ OX_SERVICE Oxuint oxsGetRayVisibility(const OxState* state) { return state->ray.
 // Traces the state's ray. True: the state's hit, object and instance describe the nearest hit. False: nothing was
 // hit, and the hit's triangle is TRI_NONE.
 OXBEAM_API bool oxsShootRay(OxState* state);
+// Traces a shadow ray. As oxsShootRay, except in frames in which everything that casts shadows has promised to block
+// light: `blocks` is then true, and of the hit the state knows nothing. Nobody needs to be asked for LightTransparency.
+OXBEAM_API bool oxsShootShadowRay(OxState* state, bool& blocks);
+// A surface's promise for this frame: light that meets it is blocked, wherever it does, as its LightTransparency would
+// answer. It holds where the shader is exactly of this class: one that is derived from it inherits its NewFrame too, and
+// may let light through. For NewFrame alone.
+OXBEAM_API Oxvoid oxsBlockLight(const OxShader* shader, const std::type_info& type);
 // Shades a ray that left the scene; the environment's colour is then the state's.
 OXBEAM_API Oxvoid oxsShadeEnvironment(OxState* state);
 

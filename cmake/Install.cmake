@@ -79,5 +79,7 @@ install(FILES ${CMAKE_BINARY_DIR}/install/OxbeamConfig.cmake ${CMAKE_BINARY_DIR}
 
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
            OUTPUT_VARIABLE OXBEAM_PREFIX_FROM_PKGCONFIG)
-configure_file(cmake/oxbeam.pc.in ${CMAKE_BINARY_DIR}/install/oxbeam.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/install/oxbeam.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(file oxbeam oxbeam-kel)
+  configure_file(cmake/${file}.pc.in ${CMAKE_BINARY_DIR}/install/${file}.pc @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/install/${file}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

@@ -241,7 +241,10 @@ void Operations::askShader() {
             oxsSetRayVisibility(&shadow, RAY_SHADOW);
             oxsSetRay(&shadow, origin, direction, 100.0f);
             shadow.color = White;
-            if (oxsShootRay(&shadow) && shader.LightTransparency(&shadow)) finite("LightTransparency", shadow.color);
+            if (!oxsShootRay(&shadow) || !shader.LightTransparency(&shadow)) return;
+            finite("LightTransparency", shadow.color);
+            if (Session::hasPromisedToBlockLight(shader))
+                tell("promise", "it lets light through, though it has promised to block it in this frame");
         });
     });
     operation("EvalBRDF", [&] {

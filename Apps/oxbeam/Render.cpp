@@ -80,23 +80,28 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
 
     const WorthWaitingFor picture;
     Stopwatch rendering;
-    const RenderResult result = renderOrResume(*world, workers, options, saving, progress, std::move(begun));
-    times.render = rendering.seconds();
-    sayRendered(result, options, times.render, threads, progress);
-    warnOfBadResults(result.statistics);
-    warnOfPicture(*world, result, command.output);
-    if (!result.statistics.packetsRefused.empty() && !command.quiet)
-        std::cerr << fmt::format("oxbeam: note: --packets has no effect: {}\n", result.statistics.packetsRefused);
+    bool saved = true;
+    const auto conclude = [&, &world = world, &options = options, &threads = threads](const RenderResult& result) {
+        times.render = rendering.seconds();
+        sayRendered(result, options, times.render, threads, progress);
+        warnOfBadResults(result.statistics);
+        if (!result.failure) warnOfPicture(*world, result, command.output);
+        if (!result.statistics.packetsRefused.empty() && !command.quiet)
+            std::cerr << fmt::format("oxbeam: note: --packets has no effect: {}\n", result.statistics.packetsRefused);
 
-    Stopwatch writing;
-    const Window& window = result.film.window();
-    const ImageOptions description = pictureOptions(command, *world, inputs, result.film, saving.seconds());
-    const bool saved = saving.save(result.film);
-    writePicture(command, standardOutput.get(), result.film, description);
-    times.write = writing.seconds();
-    progress.step(fmt::format("wrote {} ({} x {})", toStandardOutput(command) ? "standard output" : command.output,
-                              window.width(), window.height()));
-    if (!command.stats.empty()) writeStatistics(command.stats, *world, result, times, threads);
+        Stopwatch writing;
+        const Window& window = result.film.window();
+        const ImageOptions description = pictureOptions(command, *world, inputs, result.film, saving.seconds());
+        saved = saving.save(result.film);
+        writePicture(command, standardOutput.get(), result.film, description);
+        times.write = writing.seconds();
+        progress.step(fmt::format("wrote {} ({} x {})", toStandardOutput(command) ? "standard output" : command.output,
+                                  window.width(), window.height()));
+        if (!command.stats.empty()) writeStatistics(command.stats, *world, result, times, threads);
+    };
+    options.ended = conclude;
+    const RenderResult result = renderOrResume(*world, workers, options, saving, progress, std::move(begun));
+    conclude(result);
     if (result.failure) std::rethrow_exception(result.failure);
     if (!saved)
         throw Error(ExitStatus::InputOutput,

@@ -2,6 +2,8 @@
 #define OXBEAM_EMIT_SERVICES
 #include "Oxbeam/OxFunctions.h"
 
+#include "Engine/Host/LightBlockers.h"
+#include "Engine/Scene/EmbreeIntersector.h"
 #include "Engine/System/ThreadRecord.h"
 #include "Engine/Textures/Texture.h"
 #include "Oxbeam/ABSP.h"
@@ -15,6 +17,8 @@ using oxbeam::Texture;
 
 // The engine's only kind of object.
 static const ABSP& meshOf(const OxState* state) { return static_cast<const ABSP&>(*state->object); }
+
+oxbeam::LightBlockers oxbeam::LightBlockers::current;
 
 // Null where the id names no texture.
 static const Texture* textureOf(Oxuint id) {
@@ -37,6 +41,19 @@ Oxvoid oxsInitState(const OxState* parent, OxState* child) {
 bool oxsShootRay(OxState* state) {
     oxbeam::ThreadRecord::mine().countRays(state->ray.visibilityMask, 1);
     return state->intersector->Intersect(*state);
+}
+
+bool oxsShootShadowRay(OxState* state, bool& blocks) {
+    const oxbeam::EmbreeIntersector* kernel = oxbeam::LightBlockers::current.kernel;
+    blocks = kernel && state->intersector == kernel;
+    if (!blocks) return oxsShootRay(state);
+    oxbeam::ThreadRecord::mine().countRays(state->ray.visibilityMask, 1);
+    return kernel->occluded(state->ray);
+}
+
+Oxvoid oxsBlockLight(const OxShader* shader, const std::type_info& type) {
+    oxbeam::LightBlockers& blockers = oxbeam::LightBlockers::current;
+    if (blockers.begun && typeid(*shader) == type) blockers.promised.insert(shader);
 }
 
 Oxvoid oxsShadeEnvironment(OxState* state) { OxContext::current->environment->Shade(state); }

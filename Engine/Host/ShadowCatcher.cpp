@@ -110,9 +110,10 @@ R3 ShadowCatcher::litShare(OxState* state, const R3& point, const R3& normal) co
         OxState shadow;
         if (!aim(lights[i], state, shadow, point, normal, arriving)) continue;
         const float weight = turn.weight(i, arriving);
-        if (weight == 0.0f || !oxsShootRay(&shadow)) continue;
+        bool blocks;
+        if (weight == 0.0f || !oxsShootShadowRay(&shadow, blocks)) continue;
         const float cosine = Dot(shadow.ray.direction, normal);
-        const bool through = oxsGetShader(&shadow)->LightTransparency(&shadow);
+        const bool through = !blocks && oxsGetShader(&shadow)->LightTransparency(&shadow);
         missing += weight * (through ? arriving - cosine * shadow.color : arriving);
     }
     R3 share = White;

@@ -4,11 +4,11 @@
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Matte.h"
 #include "Engine/Render/PacketPath.h"
+#include "Engine/Render/PixelBlocks.h"
 #include "Engine/Render/Renderer.h"
 #include "Engine/Render/Session.h"
 #include "Engine/System/Stopwatch.h"
 #include "Engine/System/ThreadRecord.h"
-#include "Oxbeam/OxPerspectiveCamera.h"
 
 #include <array>
 #include <atomic>
@@ -34,9 +34,18 @@ struct Tiles {
     }
 };
 
+// By pixel of a tile, row by row; see pixelOfTile.
 using TileColors = std::array<R3, TileSize * TileSize>;
 using TileAlphas = std::array<float, TileSize * TileSize>;
 using TileAovs = std::array<AovSample, TileSize * TileSize>;
+
+struct TileSamples {
+    TileColors colors;
+    TileAlphas alphas;  // where the film keeps them
+};
+
+// Tiles begin at multiples of their side.
+inline std::size_t pixelOfTile(unsigned x, unsigned y) { return std::size_t{y % TileSize} * TileSize + x % TileSize; }
 
 // Throws Error(Usage) for more threads than packages keep records for.
 void requireRecords(const Workers& workers);
@@ -52,6 +61,10 @@ public:
     // not kept.
     bool renderPass(Workers& workers, unsigned pass);
 
+    // From a thread that does not render, in the midst of it: ends it as if a package had thrown. False where the threads do
+    // not come back, but for so many that are held; the film is theirs then.
+    bool abandon(const Error& why, const std::atomic<unsigned>& held);
+
     const RenderStatistics& statistics() const { return m_statistics; }
     // What a package or the machine ended it with, or null.
     const std::exception_ptr& failure() const { return m_failure; }
@@ -63,17 +76,17 @@ private:
                (m_options.stop && m_options.stop->load(std::memory_order_relaxed));
     }
     void tryTile(unsigned thread, unsigned tile, unsigned pass);
+    void fail(const std::exception_ptr& failure);
+    void sumUp();
     void noteBad(const OxState& state);
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
-    bool shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
-    R3 samplePixel(const PrimarySample& sample, unsigned x, unsigned y);
-    Matte::Sample sampleMatte(const PrimarySample& sample, unsigned x, unsigned y);
-    void sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
-    R3 shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y);
-    void samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors);
+    bool sampleTile(const PrimarySample& sample, const Window& window, TileSamples& samples);
+    bool sampleBlocks(const PrimarySample& sample, const Window& window, TileSamples& samples);
+    bool samplePackets(const PrimarySample& sample, const Window& window, TileSamples& samples);
+    void samplePackets(const PrimarySample& sample, const Window& window, unsigned y, TileColors& colors);
+    void samplePixel(const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples);
+    void shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples);
     void tellAovs(unsigned thread, unsigned x, unsigned y, const AovSample& sample);
-    bool sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors);
-    bool sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas);
     std::uint64_t keep(const Window& window, const TileColors& colors);
     void keepAlphas(const Window& window, const TileAlphas& alphas);
     void keepAovs(const Window& window, const TileAovs& aovs);
@@ -90,11 +103,12 @@ private:
     std::vector<TileAovs> m_tileAovs;  // by thread
     bool m_alone = false;              // one thread renders
     std::optional<PacketPath> m_packets;
-    const OxPerspectiveCamera* m_pinhole = nullptr;  // the camera, where it is exactly the host's own
-    std::size_t m_begun = 0;                         // tiles of all passes that were done before
-    R2 m_place;                                      // in the pixel, of the pass' samples
-    std::atomic<bool> m_pause{false};                // no thread begins a tile: the film is to be saved
+    std::optional<PixelBlocks> m_blocks;  // where the camera is exactly the host's own
+    std::size_t m_begun = 0;              // tiles of all passes that were done before
+    R2 m_place;                           // in the pixel, of the pass' samples
+    std::atomic<bool> m_pause{false};     // no thread begins a tile: the film is to be saved
     std::atomic<bool> m_failed{false};
+    std::atomic<unsigned> m_atWork{0};  // threads at a tile
     Stopwatch m_clock;
 
     std::mutex m_mutex;            // of all that follows

@@ -4,12 +4,15 @@
 #include "Engine/Packages/Watch.h"
 #include "Engine/Render/Frame.h"
 #include "Oxbeam/OxFunctions.h"
+#include "Oxbeam/OxPerspectiveCamera.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 #include <typeinfo>
 
 namespace oxbeam {
@@ -44,7 +47,7 @@ Frame::Frame(World& world, const Session& session, Matte* matte, Film& film, con
     m_statistics.packetsRefused = !m_packets ? "" : matte ? "packets tell no alpha" : m_packets->whyNot();
     if (!m_statistics.packetsRefused.empty()) m_packets.reset();
     if (typeid(*world.camera) == typeid(OxPerspectiveCamera))
-        m_pinhole = static_cast<const OxPerspectiveCamera*>(world.camera);
+        m_blocks.emplace(static_cast<const OxPerspectiveCamera&>(*world.camera), session);
     world.renderingObject->m_tilesPerFrame = m_tiles.count();
     for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
         if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
@@ -61,9 +64,13 @@ bool Frame::render(Workers& workers) {
         renderPass(workers, pass);
         longest = std::max(longest, m_clock.seconds() - start);
     }
+    sumUp();
+    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
+}
+
+void Frame::sumUp() {
     m_statistics.passes = m_film.passes();
     m_statistics.overflowedPixels = m_film.overflowed();
-    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
 }
 
 // The pixels of a tile are as far as its first one that is kept.
@@ -91,13 +98,31 @@ bool Frame::renderPass(Workers& workers, unsigned pass) {
 
 // Where a tile fails, those at work are finished, and it is as if it had not begun.
 void Frame::tryTile(unsigned thread, unsigned tile, unsigned pass) {
+    ++m_atWork;
     try {
         watchPackages([&] { renderTile(thread, tile, pass); });
     } catch (...) {
-        const std::scoped_lock lock(m_mutex);
-        if (!m_failure) m_failure = std::current_exception();
-        m_failed = true;
+        fail(std::current_exception());
     }
+    --m_atWork;
+}
+
+void Frame::fail(const std::exception_ptr& failure) {
+    const std::scoped_lock lock(m_mutex);
+    if (!m_failure) m_failure = failure;
+    m_failed = true;
+}
+
+bool Frame::abandon(const Error& why, const std::atomic<unsigned>& held) {
+    fail(std::make_exception_ptr(why));
+    constexpr double patience = 10.0;  // seconds, for a row of a tile
+    const Stopwatch waiting;
+    while (m_atWork > held) {
+        if (waiting.seconds() > patience) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    sumUp();
+    return true;
 }
 
 // A tile is rendered whole even where the film keeps a part of it: its pixels share a sequence of random numbers. One that
@@ -111,47 +136,54 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     m_world.renderingObject->initTile(thread, tile);
     const PrimarySample sample{thread, pass, m_place};
     const Window window = m_tiles.window(tile);
-    TileColors colors;
-    TileAlphas alphas;
-    if (!(m_matte ? sampleTile(sample, window, colors, alphas) : sampleTile(sample, window, colors))) {
+    TileSamples samples;
+    if (!sampleTile(sample, window, samples)) {
         if (random) seed48(random->data());
         return;
     }
     std::shared_lock<std::shared_mutex> lock;
     if (m_options.filmLock) lock = std::shared_lock(*m_options.filmLock);
     if (m_aovs) keepAovs(window, m_tileAovs[thread]);
-    if (m_matte) keepAlphas(window, alphas);
-    finishTile(record, keep(window, colors));
+    if (m_matte) keepAlphas(window, samples.alphas);
+    finishTile(record, keep(window, samples.colors));
 }
 
-bool Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors) {
-    const auto at = [&](unsigned x, unsigned y) {
-        return colors.data() + (y - window.y0) * TileSize + (x - window.x0);
-    };
-    const unsigned packedX = m_packets ? window.x1 & ~1u : window.x0, packedY = m_packets ? window.y1 & ~1u : window.y0;
-    for (unsigned y = window.y0; y < packedY && !stopped(); y += 2)
-        if (packedX > window.x0) samplePackets(sample, window.x0, packedX, y, at(window.x0, y));
+// False where it was stopped.
+bool Frame::sampleTile(const PrimarySample& sample, const Window& window, TileSamples& samples) {
+    if (m_packets) return samplePackets(sample, window, samples);
+    if (m_blocks) return sampleBlocks(sample, window, samples);
     for (unsigned y = window.y0; y < window.y1; ++y) {
         if (stopped()) return false;
-        unsigned x = y < packedY ? packedX : window.x0;
-        if (m_pinhole)
-            sampleRow(sample, x, window.x1, y, at(x, y));
-        else
-            for (; x < window.x1; ++x) *at(x, y) = samplePixel(sample, x, y);
+        for (unsigned x = window.x0; x < window.x1; ++x) samplePixel(sample, x, y, samples);
     }
     return true;
 }
 
-bool Frame::sampleTile(const PrimarySample& sample, const Window& window, TileColors& colors, TileAlphas& alphas) {
+// All rays of two rows are shot before the first is shaded: the kernel's code and the shaders' then run each at a
+// stretch, with what the processor has learnt of their branches still there.
+bool Frame::sampleBlocks(const PrimarySample& sample, const Window& window, TileSamples& samples) {
+    PixelBlocks::Rows rows;
     for (unsigned y = window.y0; y < window.y1; ++y) {
         if (stopped()) return false;
+        if (y % 2 == 0) m_blocks->shoot(sample.place, window, y, rows);
         for (unsigned x = window.x0; x < window.x1; ++x) {
-            const std::size_t i = std::size_t{y - window.y0} * TileSize + (x - window.x0);
-            const Matte::Sample taken = sampleMatte(sample, x, y);
-            colors[i] = taken.color;
-            alphas[i] = taken.alpha;
+            OxState& state = rows[y % 2][x - window.x0];
+            m_session.attachRecord(state, sample.thread, sample.pass);
+            shadeSample(state, sample, x, y, samples);
         }
     }
+    return true;
+}
+
+// Packets are of two by two pixels; where a side of the picture is odd, its last pixels are sampled one by one.
+bool Frame::samplePackets(const PrimarySample& sample, const Window& window, TileSamples& samples) {
+    const unsigned right = window.x1 & ~1u, bottom = window.y1 & ~1u;
+    for (unsigned y = window.y0; y < bottom; y += 2) {
+        if (stopped()) return false;
+        samplePackets(sample, window, y, samples.colors);
+    }
+    for (unsigned y = window.y0; y < window.y1; ++y)
+        for (unsigned x = y < bottom ? right : window.x0; x < window.x1; ++x) samplePixel(sample, x, y, samples);
     return true;
 }
 
@@ -161,7 +193,7 @@ std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
     const Window seen = window.shared(m_film.window());
     for (unsigned y = seen.y0; y < seen.y1; ++y)
         for (unsigned x = seen.x0; x < seen.x1; ++x) {
-            const R3& color = colors[std::size_t{y - window.y0} * TileSize + (x - window.x0)];
+            const R3& color = colors[pixelOfTile(x, y)];
             const bool good = IsFinite(color);
             m_film.add(x, y, good ? color : Black);
             bad += !good;
@@ -172,45 +204,36 @@ std::uint64_t Frame::keep(const Window& window, const TileColors& colors) {
 void Frame::keepAlphas(const Window& window, const TileAlphas& alphas) {
     const Window seen = window.shared(m_film.window());
     for (unsigned y = seen.y0; y < seen.y1; ++y)
-        for (unsigned x = seen.x0; x < seen.x1; ++x)
-            m_film.addAlpha(x, y, alphas[std::size_t{y - window.y0} * TileSize + (x - window.x0)]);
+        for (unsigned x = seen.x0; x < seen.x1; ++x) m_film.addAlpha(x, y, alphas[pixelOfTile(x, y)]);
 }
 
-// Shoots a pixel's primary ray; false where the camera makes none.
-bool Frame::shootPixel(OxState& state, const PrimarySample& sample, unsigned x, unsigned y) {
+// A pixel whose ray the camera makes by itself, in its turn: it may draw random numbers.
+void Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples) {
+    OxState state = m_session.primaryState(sample.thread, sample.pass);
     const float pattern[2] = {sample.place.x, sample.place.y};
     if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
         oxsShootRay(&state);
-        return true;
+        return shadeSample(state, sample, x, y, samples);
     }
     if (m_aovs) tellAovs(sample.thread, x, y, AovSample());
-    return false;
-}
-
-R3 Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y) {
-    OxState state = m_session.primaryState(sample.thread, sample.pass);
-    return shootPixel(state, sample, x, y) ? shadeSample(state, sample, x, y) : Black;
-}
-
-Matte::Sample Frame::sampleMatte(const PrimarySample& sample, unsigned x, unsigned y) {
-    OxState state = m_session.primaryState(sample.thread, sample.pass);
-    if (!shootPixel(state, sample, x, y)) return {};
-    if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
-    const OxState shot = state;
-    const Matte::Sample taken = m_matte->shade(state, m_session, sample);
-    if (!IsFinite(taken.color)) [[unlikely]]
-        noteBad(shot);
-    return taken;
+    samples.colors[pixelOfTile(x, y)] = Black;
+    samples.alphas[pixelOfTile(x, y)] = 1.0f;
 }
 
 // The colour along a primary ray that has been shot.
-R3 Frame::shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y) {
+void Frame::shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples) {
     ThreadRecord::mine().pixel = y << 16 | x;
     if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
-    const R3 color = Session::shade(state);
+    R3& color = samples.colors[pixelOfTile(x, y)];
+    if (m_matte) {
+        const Matte::Sample taken = m_matte->shade(state, m_session, sample);
+        color = taken.color;
+        samples.alphas[pixelOfTile(x, y)] = taken.alpha;
+    } else {
+        color = Session::shade(state);
+    }
     if (!IsFinite(color)) [[unlikely]]
         noteBad(state);
-    return color;
 }
 
 void Frame::noteBad(const OxState& state) {
@@ -220,56 +243,30 @@ void Frame::noteBad(const OxState& state) {
     ++m_statistics.badSamplesOf[name];
 }
 
-// Packets of the rows y and y + 1, from x to `end`; `colors` are those of a tile from there on.
-void Frame::samplePackets(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors) {
+// Packets of the rows y and y + 1.
+void Frame::samplePackets(const PrimarySample& sample, const Window& window, unsigned y, TileColors& colors) {
     static_assert(TileSize <= 2 * PacketPath::MostPackets);
     std::array<PacketPath::Block<R3>, TileSize / 2> blocks;
     std::optional<std::array<PacketPath::Block<AovSample>, TileSize / 2>> aovs;
     if (m_aovs) aovs.emplace();
-    const unsigned count = (end - x) / 2;
-    m_packets->trace(sample, x, y, count, blocks.data(), aovs ? aovs->data() : nullptr);
+    const unsigned count = (window.x1 - window.x0) / 2;
+    m_packets->trace(sample, window.x0, y, count, blocks.data(), aovs ? aovs->data() : nullptr);
     for (unsigned k = 0; k < count; ++k)
         for (unsigned i = 0; i < 4; ++i) {
-            const unsigned column = 2 * k + i % 2, row = i / 2;
-            colors[row * TileSize + column] = blocks[k][i];
-            if (aovs) tellAovs(sample.thread, x + column, y + row, (*aovs)[k][i]);
+            const unsigned column = window.x0 + 2 * k + i % 2, row = y + i / 2;
+            colors[pixelOfTile(column, row)] = blocks[k][i];
+            if (aovs) tellAovs(sample.thread, column, row, (*aovs)[k][i]);
         }
 }
 
 void Frame::tellAovs(unsigned thread, unsigned x, unsigned y, const AovSample& sample) {
-    m_tileAovs[thread][std::size_t{y % TileSize} * TileSize + x % TileSize] = sample;
+    m_tileAovs[thread][pixelOfTile(x, y)] = sample;
 }
 
 void Frame::keepAovs(const Window& window, const TileAovs& aovs) {
     const Window seen = window.shared(m_film.window());
     for (unsigned y = seen.y0; y < seen.y1; ++y)
-        for (unsigned x = seen.x0; x < seen.x1; ++x)
-            m_film.addAovs(x, y, aovs[std::size_t{y - window.y0} * TileSize + (x - window.x0)]);
-}
-
-// Pixels from x to `end` as the host's own camera sees them. Its rays draw no random numbers, and all are shot before
-// the first is shaded: the kernel's code and the shaders' then run each at a stretch, with what the processor has
-// learnt of their branches still there.
-void Frame::sampleRow(const PrimarySample& sample, unsigned x, unsigned end, unsigned y, R3* colors) {
-    std::array<ISSEVec4, TileSize / 4> directions;
-    const unsigned count = end - x;
-    const sse_t lane = _mm_set_ps(3.0f, 2.0f, 1.0f, 0.0f), placeX = _mm_set1_ps(sample.place.x);
-    const sse_t placeY = _mm_set1_ps(static_cast<float>(y) + sample.place.y);
-    for (unsigned i = 0; i < count; i += 4) {
-        const sse_t column = _mm_add_ps(_mm_set1_ps(static_cast<float>(x + i)), lane);
-        directions[i / 4] = m_pinhole->directions(_mm_add_ps(column, placeX), placeY);
-    }
-    std::array<OxState, TileSize> states;
-    for (unsigned i = 0; i < count; ++i) {
-        OxState& state = states[i];
-        state = m_session.stateWithoutRecord();
-        oxsSetRay(&state, m_pinhole->position, directions[i / 4].lane(i % 4), RayInfinity);
-        oxsShootRay(&state);
-    }
-    for (unsigned i = 0; i < count; ++i) {
-        m_session.attachRecord(states[i], sample.thread, sample.pass);
-        colors[i] = shadeSample(states[i], sample, x + i, y);
-    }
+        for (unsigned x = seen.x0; x < seen.x1; ++x) m_film.addAovs(x, y, aovs[pixelOfTile(x, y)]);
 }
 
 void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
@@ -323,9 +320,19 @@ RenderResult render(World& world, Workers& workers, const RenderOptions& options
     }
     RenderResult result{std::move(begun.film), {}, true};
     Frame frame(world, session, matte, result.film, options);
-    result.complete = frame.render(workers);
-    result.statistics = frame.statistics();
-    result.failure = frame.failure();
+    const auto conclude = [&](bool complete) {
+        result.complete = complete;
+        result.statistics = frame.statistics();
+        result.failure = frame.failure();
+    };
+    std::optional<ExitRescue> rescue;
+    if (options.ended)
+        rescue.emplace(workers.threads(), [&](const Error& why, const std::atomic<unsigned>& held) {
+            if (!frame.abandon(why, held)) return;
+            conclude(false);
+            options.ended(result);
+        });
+    conclude(frame.render(workers));
     return result;
 }
 

@@ -1,8 +1,12 @@
 #include "Engine/Render/Session.h"
 
+#include "Engine/Host/LightBlockers.h"
+#include "Engine/Packages/Overrides.h"
 #include "Engine/Packages/Watch.h"
+#include "Engine/Scene/EmbreeIntersector.h"
 #include "Oxbeam/OxFunctions.h"
 
+#include <algorithm>
 #include <mutex>
 #include <stdexcept>
 
@@ -18,6 +22,7 @@ Session::Turn::Turn() {
 }
 
 Session::Turn::~Turn() {
+    LightBlockers::current = {};
     OxContext::current = nullptr;
     TextureList::current = nullptr;
     s_locked = false;
@@ -51,6 +56,7 @@ void Session::newFrame() {
     m_world.renderingObject->m_rayEpsilon = m_world.epsilon();
     m_world.environment->m_ro = m_world.renderingObject;
     for (OxShader* shader : m_world.shaders) shader->m_ro = m_world.renderingObject;
+    LightBlockers::current = {true, {}, nullptr};
     watchPackages([&] {
         aimCamera(m_world);
         m_world.renderingObject->NewFrame();
@@ -59,7 +65,23 @@ void Session::newFrame() {
         for (OxLight* light : m_world.lights) light->NewFrame();
         for (OxShader* shader : m_world.shaders) shader->NewFrame();
     });
+    LightBlockers::current.begun = false;
+    if (castersBlockLight()) LightBlockers::current.kernel = dynamic_cast<EmbreeIntersector*>(&m_intersector);
     m_world.frameBegun();
+}
+
+// All that shadow rays can hit does, by promise or because its class does not answer whether light passes.
+bool Session::castersBlockLight() const {
+    const std::vector<const Instance*>& instances = m_context.scene->instances;
+    return std::all_of(instances.begin(), instances.end(), [&](const Instance* instance) {
+        if (!instance || !(instance->visibilityMask & RAY_SHADOW)) return true;
+        const OxShader* shader = m_context.shaders[instance->shaderBias];
+        return hasPromisedToBlockLight(*shader) || !overrides(*shader, &OxShader::LightTransparency);
+    });
+}
+
+bool Session::hasPromisedToBlockLight(const OxShader& shader) {
+    return LightBlockers::current.promised.contains(&shader);
 }
 
 OxState Session::primaryState(unsigned thread, unsigned pass) const {

@@ -33,6 +33,8 @@ public:
     OxState stateWithoutRecord() const;
     void attachRecord(OxState& state, unsigned thread, unsigned pass) const;
     Intersector& intersector() const { return m_intersector; }
+    // By oxsBlockLight, for this frame.
+    static bool hasPromisedToBlockLight(const OxShader& shader);
     // Shoots a state's ray and shades what it meets: the colour that comes back along it.
     static R3 trace(OxState& state);
     // The second half of it: shades the hit in the state, or the environment where there is none.
@@ -46,6 +48,8 @@ private:
         Turn(const Turn&) = delete;
         Turn& operator=(const Turn&) = delete;
     };
+
+    bool castersBlockLight() const;
 
     Turn m_turn;
     World& m_world;

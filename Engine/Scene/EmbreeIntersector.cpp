@@ -315,52 +315,136 @@ static HitPoint pointOf(const Instance& instance, const GeometryObject& object, 
     return point;
 }
 
-bool EmbreeIntersector::Intersect(OxState& state) {
+// Writes to a state whose ray is the query's.
+inline void EmbreeIntersector::takeHit(OxState& state, const Found& ids, sse_t origin, sse_t direction,
+                                       const HitPoint& found) const {
     const Ray& ray = state.ray;
+    const bool instanced = ids.instance != m_worldSpace;
+    const unsigned number = instanced ? ids.instance : ids.geometry;
+    const Instance& instance = *m_instances[number];
+    Intersection& hit = state.hit;
+    hit.tri = static_cast<int>(ids.triangle);
+    hit.inst = static_cast<int>(number);
+    state.instance = &instance;
+    state.object = m_scene->objects[instance.object];
+    const HitPoint point = pointOf(instance, *state.object, ids.triangle, origin, direction, found);
+    hit.dist = std::clamp(point.distance, std::max(ray.minHitDist, ray.minDist), ray.maxDist);
+    hit.u = point.u;
+    hit.v = point.v;
+    hit.w = 1.0f - point.u - point.v;
+    hit.normal = point.normal;
+}
+
+// A ray as the kernel reads it: origin and start, direction and time. False where it cannot be traced.
+inline bool EmbreeIntersector::read(const Ray& ray, sse_t& origin, sse_t& direction) const {
     const float tnear = std::max(ray.minHitDist, ray.minDist);
-    const sse_t origin = gather(ray.origin, tnear), direction = gather(ray.direction, 0.0f);
+    origin = gather(ray.origin, tnear);
+    direction = gather(ray.direction, 0.0f);
     const sse_t limit = _mm_set1_ps(m_farthestOut);
     const bool traceable = _mm_movemask_ps(_mm_and_ps(within(origin, limit), within(direction, limit))) == 15;
-    state.hit.tri = TRI_NONE;
-    if (!traceable || !(tnear >= 0.0f && ray.maxDist >= tnear)) [[unlikely]] {
-        // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
-        if (!(ray.maxDist < tnear)) ++ThreadRecord::mine().refusedRays;
-        return false;
-    }
+    if (traceable && tnear >= 0.0f && ray.maxDist >= tnear) [[likely]]
+        return true;
+    // An interval that is merely empty, as where a light is nearer than the epsilon, is no fault of the ray.
+    if (!(ray.maxDist < tnear)) ++ThreadRecord::mine().refusedRays;
+    return false;
+}
 
+static void fill(RTCRay& query, const Ray& ray, sse_t origin, sse_t direction) {
+    _mm_store_ps(&query.org_x, origin);     // and tnear
+    _mm_store_ps(&query.dir_x, direction);  // and time
+    query.tfar = ray.maxDist;
+    query.mask = ray.visibilityMask;
+    query.id = 0;
+    query.flags = 0;
+}
+
+bool EmbreeIntersector::Intersect(OxState& state) {
+    sse_t origin, direction;
+    state.hit.tri = TRI_NONE;
+    if (!read(state.ray, origin, direction)) [[unlikely]]
+        return false;
     RTCRayHit query;
-    _mm_store_ps(&query.ray.org_x, origin);     // and tnear
-    _mm_store_ps(&query.ray.dir_x, direction);  // and time
-    query.ray.tfar = ray.maxDist;
-    query.ray.mask = ray.visibilityMask;
-    query.ray.id = 0;
-    query.ray.flags = 0;
+    fill(query.ray, state.ray, origin, direction);
     query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     query.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     rtcIntersect1(m_root, &context, &query);
     if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
-
-    const HitPoint found{stored(query.ray.tfar),
-                         stored(query.hit.u),
-                         stored(query.hit.v),
-                         {stored(query.hit.Ng_x), stored(query.hit.Ng_y), stored(query.hit.Ng_z)}};
-    const bool instanced = query.hit.instID[0] != m_worldSpace;
-    const unsigned number = instanced ? query.hit.instID[0] : query.hit.geomID;
-    const Instance& instance = *m_instances[number];
-    Intersection& hit = state.hit;
-    hit.tri = static_cast<int>(query.hit.primID);
-    hit.inst = static_cast<int>(number);
-    state.instance = &instance;
-    state.object = m_scene->objects[instance.object];
-    const HitPoint point = pointOf(instance, *state.object, query.hit.primID, origin, direction, found);
-    hit.dist = std::clamp(point.distance, tnear, ray.maxDist);
-    hit.u = point.u;
-    hit.v = point.v;
-    hit.w = 1.0f - point.u - point.v;
-    hit.normal = point.normal;
+    takeHit(state, {query.hit.geomID, query.hit.instID[0], query.hit.primID}, origin, direction,
+            {stored(query.ray.tfar),
+             stored(query.hit.u),
+             stored(query.hit.v),
+             {stored(query.hit.Ng_x), stored(query.hit.Ng_y), stored(query.hit.Ng_z)}});
     return true;
+}
+
+bool EmbreeIntersector::occluded(const Ray& ray) const {
+    sse_t origin, direction;
+    if (!read(ray, origin, direction)) [[unlikely]]
+        return false;
+    RTCRay query;
+    fill(query, ray, origin, direction);
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    rtcOccluded1(m_root, &context, &query);
+    return stored(query.tfar) < 0.0f;
+}
+
+// ---- Blocks of primary rays
+
+// Of rays that take much the same way.
+static RTCIntersectContext coherent() {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    return context;
+}
+
+// Fills in the rays of a block, and says which of them are there and can be traced: as lanes, all bits set.
+void EmbreeIntersector::fillBlock(RTCRayHit8& query, const Block& block, const Ray& any, int (&valid)[8]) const {
+    const sse_t limit = _mm_set1_ps(m_farthestOut), zero = _mm_setzero_ps();
+    const ISSEVec4 origin(block.origin);
+    const sse_t near =
+        _mm_and_ps(within(origin.t[0], limit), _mm_and_ps(within(origin.t[1], limit), within(origin.t[2], limit)));
+    const __m128i none = _mm_set1_epi32(-1), mask = _mm_set1_epi32(static_cast<int>(any.visibilityMask));
+    const auto set = [](unsigned* lanes, __m128i v) { _mm_store_si128(reinterpret_cast<__m128i*>(lanes), v); };
+    for (unsigned row = 0, i = 0; row < 2; ++row, i += 4) {
+        const sse_t* const d = block.directions[row].t;
+        const sse_t good =
+            _mm_and_ps(_mm_and_ps(near, within(d[0], limit)), _mm_and_ps(within(d[1], limit), within(d[2], limit)));
+        for (unsigned k = 0; k < 4; ++k) valid[i + k] = block.states[i + k] && std::bit_cast<int>(good[k]) ? -1 : 0;
+        _mm_store_ps(query.ray.org_x + i, origin.t[0]), _mm_store_ps(query.ray.dir_x + i, d[0]);
+        _mm_store_ps(query.ray.org_y + i, origin.t[1]), _mm_store_ps(query.ray.dir_y + i, d[1]);
+        _mm_store_ps(query.ray.org_z + i, origin.t[2]), _mm_store_ps(query.ray.dir_z + i, d[2]);
+        _mm_store_ps(query.ray.tnear + i, _mm_set1_ps(any.minHitDist)), _mm_store_ps(query.ray.time + i, zero);
+        _mm_store_ps(query.ray.tfar + i, _mm_set1_ps(RayInfinity));
+        set(query.ray.mask + i, mask), set(query.ray.id + i, _mm_setzero_si128());
+        set(query.ray.flags + i, _mm_setzero_si128());
+        set(query.hit.geomID + i, none), set(query.hit.instID[0] + i, none);
+    }
+}
+
+void EmbreeIntersector::intersect(const Block& block) {
+    const auto there = std::find_if(block.states.begin(), block.states.end(), [](auto* state) { return state; });
+    if (there == block.states.end()) return;
+    alignas(32) int valid[8];
+    RTCRayHit8 query;
+    fillBlock(query, block, (*there)->ray, valid);
+    RTCIntersectContext context = coherent();
+    rtcIntersect8(valid, m_root, &context, &query);
+    for (unsigned i = 0; i < 8; ++i) {
+        if (!block.states[i]) continue;
+        if (!valid[i]) [[unlikely]]
+            ++ThreadRecord::mine().refusedRays;
+        block.states[i]->hit.tri = TRI_NONE;
+        if (query.hit.geomID[i] == RTC_INVALID_GEOMETRY_ID) continue;
+        const RTCHit8& hit = query.hit;
+        OxState& state = *block.states[i];
+        takeHit(state, {hit.geomID[i], hit.instID[0][i], hit.primID[i]}, gather(state.ray.origin, 0.0f),
+                gather(state.ray.direction, 0.0f),
+                {query.ray.tfar[i], hit.u[i], hit.v[i], {hit.Ng_x[i], hit.Ng_y[i], hit.Ng_z[i]}});
+    }
 }
 
 // ---- Packets
@@ -379,51 +463,49 @@ static __m128i traceable4(const ISSERay4& ray, Oxuint kind, sse_t limit) {
     return _mm_castps_si128(good);
 }
 
-static void fill(RTCRay4& query, const ISSERay4& ray, Oxuint kind) {
-    _mm_store_ps(query.org_x, ray.origin.t[0]), _mm_store_ps(query.org_y, ray.origin.t[1]);
-    _mm_store_ps(query.org_z, ray.origin.t[2]), _mm_store_ps(query.tnear, _mm_set1_ps(ray.minHitDist));
-    _mm_store_ps(query.dir_x, ray.direction.t[0]), _mm_store_ps(query.dir_y, ray.direction.t[1]);
-    _mm_store_ps(query.dir_z, ray.direction.t[2]), _mm_store_ps(query.time, _mm_setzero_ps());
-    _mm_store_ps(query.tfar, ray.maxDist);
-    std::fill_n(query.mask, 4, kind);
-    std::fill_n(query.id, 4, 0u);
-    std::fill_n(query.flags, 4, 0u);
+// Fills in four rays of a query, from one of its lanes on.
+template <class Query>
+static void fill(Query& query, const ISSERay4& ray, Oxuint kind, unsigned lane = 0) {
+    _mm_store_ps(query.org_x + lane, ray.origin.t[0]), _mm_store_ps(query.org_y + lane, ray.origin.t[1]);
+    _mm_store_ps(query.org_z + lane, ray.origin.t[2]), _mm_store_ps(query.tnear + lane, _mm_set1_ps(ray.minHitDist));
+    _mm_store_ps(query.dir_x + lane, ray.direction.t[0]), _mm_store_ps(query.dir_y + lane, ray.direction.t[1]);
+    _mm_store_ps(query.dir_z + lane, ray.direction.t[2]), _mm_store_ps(query.time + lane, _mm_setzero_ps());
+    _mm_store_ps(query.tfar + lane, ray.maxDist);
+    std::fill_n(query.mask + lane, 4, kind);
+    std::fill_n(query.id + lane, 4, 0u);
+    std::fill_n(query.flags + lane, 4, 0u);
 }
 
-static __m128i load(const unsigned (&lanes)[4]) { return _mm_load_si128(reinterpret_cast<const __m128i*>(lanes)); }
-static void store(int (&lanes)[4], __m128i values) { _mm_store_si128(reinterpret_cast<__m128i*>(lanes), values); }
+template <class Number>
+static __m128i load(const Number* lanes) {
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
+}
+static void store(int* lanes, __m128i values) { _mm_store_si128(reinterpret_cast<__m128i*>(lanes), values); }
 
-bool EmbreeIntersector::Intersect4(OxState4& state4) {
-    alignas(16) int valid[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(valid),
-                    traceable4(*state4.ray4, RAY_PRIMARY, _mm_set1_ps(m_farthestOut)));
-    RTCRayHit4 query;
-    fill(query.ray, *state4.ray4, RAY_PRIMARY);
-    std::fill_n(query.hit.geomID, 4, RTC_INVALID_GEOMETRY_ID);
-    std::fill_n(query.hit.instID[0], 4, RTC_INVALID_GEOMETRY_ID);
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
-    rtcIntersect4(valid, m_root, &context, &query);
-
-    // All lanes at once, the values of those without a hit too: nobody reads them.
+// Writes to a packet what its rays hit, which are those of the query from a lane on. All lanes at once, the values of those
+// without a hit too: nobody reads them.
+template <class Query>
+bool EmbreeIntersector::takeHits(OxState4& state4, const Query& query, unsigned lane) const {
     ISSEIntersection4& hit = *state4.hit4;
+    const unsigned *geometries = query.hit.geomID + lane, *instances = query.hit.instID[0] + lane;
+    const unsigned* triangles = query.hit.primID + lane;
     const __m128i none = _mm_set1_epi32(-1);  // both Embree's word for it and the triangle's
-    const __m128i geometry = load(query.hit.geomID), instance = load(query.hit.instID[0]);
+    const __m128i geometry = load(geometries), instance = load(instances);
     const __m128i missed = _mm_cmpeq_epi32(geometry, none);
     const __m128i direct = _mm_cmpeq_epi32(instance, _mm_set1_epi32(static_cast<int>(m_worldSpace)));
-    store(hit.tri, _mm_or_si128(missed, load(query.hit.primID)));
+    store(hit.tri, _mm_or_si128(missed, load(triangles)));
     store(hit.inst, _mm_or_si128(_mm_and_si128(direct, geometry), _mm_andnot_si128(direct, instance)));
-    hit.normal = {_mm_load_ps(query.hit.Ng_x), _mm_load_ps(query.hit.Ng_y), _mm_load_ps(query.hit.Ng_z)};
-    sse_t distance = _mm_load_ps(query.ray.tfar), u = _mm_load_ps(query.hit.u), v = _mm_load_ps(query.hit.v);
+    hit.normal = {_mm_load_ps(query.hit.Ng_x + lane), _mm_load_ps(query.hit.Ng_y + lane),
+                  _mm_load_ps(query.hit.Ng_z + lane)};
+    sse_t distance = _mm_load_ps(query.ray.tfar + lane);
+    sse_t u = _mm_load_ps(query.hit.u + lane), v = _mm_load_ps(query.hit.v + lane);
     const ISSERay4& ray = *state4.ray4;
     const int hits = ~_mm_movemask_ps(_mm_castsi128_ps(missed)) & 15;
     for (unsigned i = 0; hits >> i != 0; ++i) {
         if (!(hits >> i & 1)) continue;
-        const bool instanced = query.hit.instID[0][i] != m_worldSpace;
-        const Instance& own = *m_instances[instanced ? query.hit.instID[0][i] : query.hit.geomID[i]];
+        const Instance& own = *m_instances[instances[i] != m_worldSpace ? instances[i] : geometries[i]];
         const HitPoint point =
-            pointOf(own, *m_scene->objects[own.object], query.hit.primID[i], gather(ray.origin.lane(i), 0.0f),
+            pointOf(own, *m_scene->objects[own.object], triangles[i], gather(ray.origin.lane(i), 0.0f),
                     gather(ray.direction.lane(i), 0.0f), {distance[i], u[i], v[i], hit.normal.lane(i)});
         distance[i] = std::clamp(point.distance, ray.minHitDist, ray.maxDist[i]);
         u[i] = point.u, v[i] = point.v;
@@ -436,15 +518,44 @@ bool EmbreeIntersector::Intersect4(OxState4& state4) {
     return hits != 0;
 }
 
+template <class Query>
+static void expectNothing(Query& query, unsigned lanes) {
+    std::fill_n(query.hit.geomID, lanes, RTC_INVALID_GEOMETRY_ID);
+    std::fill_n(query.hit.instID[0], lanes, RTC_INVALID_GEOMETRY_ID);
+}
+
+bool EmbreeIntersector::Intersect4(OxState4& state4) {
+    alignas(16) int valid[4];
+    store(valid, traceable4(*state4.ray4, RAY_PRIMARY, _mm_set1_ps(m_farthestOut)));
+    RTCRayHit4 query;
+    fill(query.ray, *state4.ray4, RAY_PRIMARY);
+    expectNothing(query, 4);
+    RTCIntersectContext context = coherent();
+    rtcIntersect4(valid, m_root, &context, &query);
+    return takeHits(state4, query, 0);
+}
+
+void EmbreeIntersector::intersect(OxState4& first, OxState4& second) {
+    alignas(32) int valid[8];
+    RTCRayHit8 query;
+    const sse_t limit = _mm_set1_ps(m_farthestOut);
+    store(valid, traceable4(*first.ray4, RAY_PRIMARY, limit));
+    store(valid + 4, traceable4(*second.ray4, RAY_PRIMARY, limit));
+    fill(query.ray, *first.ray4, RAY_PRIMARY);
+    fill(query.ray, *second.ray4, RAY_PRIMARY, 4);
+    expectNothing(query, 8);
+    RTCIntersectContext context = coherent();
+    rtcIntersect8(valid, m_root, &context, &query);
+    takeHits(first, query, 0);
+    takeHits(second, query, 4);
+}
+
 void EmbreeIntersector::Occluded4(OxState4& state4) {
     alignas(16) int valid[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(valid),
-                    traceable4(*state4.ray4, RAY_SHADOW, _mm_set1_ps(m_farthestOut)));
+    store(valid, traceable4(*state4.ray4, RAY_SHADOW, _mm_set1_ps(m_farthestOut)));
     RTCRay4 query;
     fill(query, *state4.ray4, RAY_SHADOW);
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    RTCIntersectContext context = coherent();
     rtcOccluded4(valid, m_root, &context, &query);
     const sse_t traced = _mm_castsi128_ps(_mm_load_si128(reinterpret_cast<const __m128i*>(valid)));
     const sse_t occluded = _mm_and_ps(traced, _mm_cmplt_ps(_mm_load_ps(query.tfar), _mm_setzero_ps()));

@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <string>
 #include <vector>
@@ -14,8 +15,11 @@
 struct RTCDeviceTy;
 struct RTCSceneTy;
 struct RTCGeometryTy;
+struct RTCRayHit8;
 
 namespace oxbeam {
+
+struct HitPoint;
 
 // The kernel's device, and what all structures on it take beside the meshes.
 struct EmbreeDevice {
@@ -61,6 +65,20 @@ public:
     // What moved or came, and has a structure of its own for that.
     bool isApart(unsigned instance) const { return instance < m_apart.size() && m_apart[instance]; }
 
+    // Neighbouring primary rays: from one point, without end, four in each of two rows of pixels.
+    struct Block {
+        R3 origin;
+        std::array<ISSEVec4, 2> directions;
+        std::array<OxState*, 8> states{};  // of the same rays, set but for the hit; null where there is none
+    };
+    // What Intersect finds for each of them, in less time: neighbours take the same way through the structure. Where two
+    // triangles lie in the same place, or a ray goes through an edge, the two may find another of them.
+    void intersect(const Block& block);
+    // What Intersect4 finds for two packets of primary rays side by side, in less time than one after the other.
+    void intersect(OxState4& first, OxState4& second);
+    // Whether anything is hit, in less time than it takes to find the nearest.
+    bool occluded(const Ray& ray) const;
+
     bool Intersect(OxState& state) override;
     bool Intersect4(OxState4& state4) override;
     void Occluded4(OxState4& state4) override;
@@ -73,6 +91,16 @@ public:
     }
 
 private:
+    // The kernel's word for what a ray hits.
+    struct Found {
+        unsigned geometry, instance, triangle;
+    };
+
+    bool read(const Ray& ray, sse_t& origin, sse_t& direction) const;
+    void fillBlock(RTCRayHit8& query, const Block& block, const Ray& any, int (&valid)[8]) const;
+    void takeHit(OxState& state, const Found& ids, sse_t origin, sse_t direction, const HitPoint& found) const;
+    template <class Query>
+    bool takeHits(OxState4& state4, const Query& query, unsigned lane) const;
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
     RTCSceneTy* objectScene(unsigned object);
     void attach(unsigned instance);

@@ -109,6 +109,16 @@ std::vector<std::byte> Places::Object::valueSet(const ParameterDeclaration& want
     return {};
 }
 
+// What somebody has written to the object itself since a frame left it, be it the default, is set.
+void Places::Object::noteWritten() {
+    if (!framed) return;
+    const std::byte* before = left.data();
+    for (const ParameterDeclaration& p : place.object->parameters) {
+        if (!std::equal(before, before + p.size, memberOf(*made, p))) given[p.id].clear();
+        before += p.size;
+    }
+}
+
 void Places::Object::giveBack(const std::vector<std::byte>& values) {
     const std::byte* at = values.data();
     for (const ParameterDeclaration& p : place.object->parameters) {
@@ -187,6 +197,7 @@ ParameterValue Places::get(std::string_view path) const {
 
 bool Places::isSet(std::string_view path) const {
     const auto [object, p] = parameter(path);
+    object->noteWritten();
     return object->given.contains(p->id) || object->valueSet(*p) != p->defaultBytes;
 }
 
@@ -199,6 +210,7 @@ bool Places::write(Object& object, const std::string& name, const SourceLocation
     const bool named = text && textures(*text);
     ParameterWriter writer(kind, labelOf(object.place.path), diagnostics, textures,
                            text && !named ? m_textures.names(scope) : std::vector<std::string>(), otherNames);
+    object.noteWritten();
     if (object.framed) object.giveBack(object.set = object.valuesSet());
     const ParameterDeclaration* p = writer.write(*object.made, name, nameAt, value);
     if (object.framed) object.set = object.left = object.values();
@@ -274,6 +286,7 @@ void Places::beginFrame(const Replaced& replaced) {
     for (const auto& object : m_objects)
         if (object->changed) changed.insert(object->place.object);
     for (const auto& object : m_objects) {
+        object->noteWritten();
         object->set = object->valuesSet();
         if (object->framed && changed.contains(object->place.object)) {
             std::unique_ptr<OxLoadableObject> before = object->place.object->make();
@@ -281,6 +294,7 @@ void Places::beginFrame(const Replaced& replaced) {
             replaced(before.get(), object->made.get(), *object->place.object);
         }
         object->giveBack(object->set);
+        object->left = object->set;
         object->changed = false;
     }
 }

@@ -70,7 +70,8 @@ public:
     std::vector<std::string> set(std::string_view path, const ParameterValue& value);
     // Gives it the default of its class. Throws NoSuchName.
     void reset(std::string_view path);
-    // Whether anybody set it, to whatever value. Throws NoSuchName.
+    // Whether anybody set it, to whatever value. One who writes to an object's member and not through this door is noticed
+    // by the value: before the first frame, what equals the default counts as not set. Throws NoSuchName.
     bool isSet(std::string_view path) const;
 
     // ---- For those who make worlds
@@ -115,6 +116,7 @@ private:
         std::vector<std::byte> values() const;
         std::vector<std::byte> valuesSet() const;
         std::vector<std::byte> valueSet(const ParameterDeclaration& p) const;
+        void noteWritten();
         void giveBack(const std::vector<std::byte>& values);
     };
 

@@ -184,17 +184,18 @@ View World::framingView(const Bounds& bounds) const {
     return framing;
 }
 
-// Once anybody has set it, it stays.
+// Once anybody has set it, it stays; so does what a package's rendering object begins with.
 std::optional<float> World::ownEpsilon() const {
     static constexpr const char* path = "render.rayEpsilon";
-    if (!parameterAt(places.all(), path) || !places.isSet(path)) return std::nullopt;
+    const ParameterDeclaration* p = parameterAt(places.all(), path);
+    if (!p || (p->followed && !places.isSet(path))) return std::nullopt;
     const ParameterValue value = places.get(path);
     const auto* number = std::get_if<double>(&value.data);
     return number ? std::optional(static_cast<float>(*number)) : std::nullopt;
 }
 
 // Some hundred times the rounding error of a coordinate of the scene: below what a picture shows, and above what a hit
-// point is off by.
+// point is off by. ParameterDeclaration::followed says it in words.
 float World::epsilon() const {
     if (rayEpsilon) return *rayEpsilon;
     if (const auto own = ownEpsilon()) return *own;

@@ -329,19 +329,20 @@ KEL_SERVICE sse_t kelShadowRay4(OxState4& state, OxState4& shadow, const ISSEVec
     return res;
 }
 
-// Shoots a shadow ray that a light of the package jitters; its direction is afterwards what it was.
-inline bool kelShootJittered(OxState* state, OxLight* light) {
+// Shoots a shadow ray in a way of the caller's, jittered by a light of the package; its direction is afterwards what it
+// was.
+inline bool kelShootJittered(OxState* state, OxLight* light, const auto& shoot) {
     R3 direction;
     oxsGetRayDirection(state, direction);
     if (KelLight* kelLight = kelAsKelLight(light)) kelLight->deflectRay(state);
-    const bool shot = oxsShootRay(state);
+    const bool shot = shoot(state);
     oxsSetRayDirection(state, direction);
     return shot;
 }
 
 KEL_SERVICE bool kelShootShadowRay(OxState* state, OxLight* light, KelShader* shader) {
     const bool soft = shader->softShadows(state) && !shader->fuzzyLights(state);
-    return soft ? kelShootJittered(state, light) : oxsShootRay(state);
+    return soft ? kelShootJittered(state, light, oxsShootRay) : oxsShootRay(state);
 }
 
 KEL_SERVICE bool kelLightTransparency(OxState* state, R3& color, float alpha, float& distance) {

@@ -49,6 +49,10 @@ void KelDiffuseShader::Init() {
     textureID = Ox_NOTEXTURE;
 }
 
+void KelDiffuseShader::NewFrame() {
+    if (!mayHaveHoles()) oxsBlockLight(this, typeid(KelDiffuseShader));
+}
+
 // Does not run Init.
 void KelDiffuseShader::Register() {
     KelShader::Register();

@@ -11,6 +11,7 @@ public:
     Oxint textureID = -1;  // modulates all of it
 
     char* GetShaderInfo() override;
+    void NewFrame() override;
     void Register() override;
     void Init() override;
     Oxvoid Shade(OxState* state) override;

@@ -164,6 +164,7 @@ void KelFresnelPhongShader::initFresnelTable() {
 
 void KelFresnelPhongShader::NewFrame() {
     KelPhongShader::NewFrame();
+    if (isOpaque()) oxsBlockLight(this, typeid(KelFresnelPhongShader));
     if (fresnelMethod != fresnelMethodSik)
         initFresnelTable();
     else if (fresnelMethod == 1 || fresnelMethod == 2)

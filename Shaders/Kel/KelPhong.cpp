@@ -155,6 +155,12 @@ void KelPhongShader::NewFrame() {
         if (bumpMap && diffuse) sampleAlike(*bumpMap, *diffuse);
     }
     exponent = std::exp(shininess);
+    if (isOpaque()) oxsBlockLight(this, typeid(KelPhongShader));
+}
+
+bool KelPhongShader::isOpaque() const {
+    const TextureObject* object = texture == Ox_NOTEXTURE ? nullptr : TextureList::current->ByID(texture);
+    return isTransparent <= 0.0f && !(object && object->hasTransparency()) && !mayHaveHoles();
 }
 
 Oxvoid KelPhongShader::Shade(OxState* state) {

@@ -49,6 +49,10 @@ public:
     // highlight differs from that of single rays. Without lights the packet's colours are left alone.
     Oxvoid Shade4(OxState4& state4, ISSEVec4& diffuse, ISSEVec4& shdNormal, ISSEVec4& origin);
 
+protected:
+    // LightTransparency blocks all light in this frame. Valid after its NewFrame.
+    bool isOpaque() const;
+
 private:
     // Applies the texture to the diffuse colour; answers the texture's transparency at the hit.
     float applyTexture(OxState* state, R3& diffuse, Oxuint model);

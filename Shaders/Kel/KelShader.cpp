@@ -62,13 +62,20 @@ bool KelShader::shadeHole(OxState* state) {
     return true;
 }
 
+bool KelShader::mayHaveHoles() const {
+    const auto* settings = dynamic_cast<const KelRenderingObject*>(m_ro);
+    return m_wireframe || !settings || settings->wireframe();
+}
+
 bool KelShader::lightPasses(OxState* shadow, OxLight* light) {
     return lightPasses(shadow, light, softShadows(shadow) && !fuzzyLights(shadow));
 }
 
 bool KelShader::lightPasses(OxState* shadow, OxLight* light, bool soft) {
-    const bool blocked = soft ? kelShootJittered(shadow, light) : oxsShootRay(shadow);
-    return !blocked || oxsGetShader(shadow)->LightTransparency(shadow);
+    bool blocks = false;
+    const auto shoot = [&](OxState* ray) { return oxsShootShadowRay(ray, blocks); };
+    const bool hit = soft ? kelShootJittered(shadow, light, shoot) : shoot(shadow);
+    return !hit || (!blocks && oxsGetShader(shadow)->LightTransparency(shadow));
 }
 
 bool KelShader::checkWireFrameLightTransparency(OxState* state, bool& transparent) {

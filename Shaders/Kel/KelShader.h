@@ -41,6 +41,8 @@ public:
     bool checkWireFrameLightTransparency(OxState* state, bool& transparent);
 
 protected:
+    // In this frame; for NewFrame, where no state tells.
+    bool mayHaveHoles() const;
     // If the hit lies in the hole of a wireframe: hands back what is seen through it and answers true.
     bool shadeHole(OxState* state);
     // Shoots a shadow ray and asks the occluder, if any, whether the light passes. False: the light is blocked.

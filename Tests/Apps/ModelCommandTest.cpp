@@ -38,6 +38,8 @@ TEST_F(Command, AModelIsRenderedAsItsSceneIs) {
     EXPECT_EQ(run("render " + model + " -q --samples 1 -o eye.png --size 40x30 --camera eye").status, 0);
     EXPECT_GT(pixel("eye.png", 15, 15).y, 1.5f * pixel("eye.png", 25, 15).y)
         << "the file's camera looks straight at the middles of the two texels";
+    EXPECT_EQ(run("render " + model + " -q --samples 1 -o file.png --size 40x30 --camera file").status, 0);
+    EXPECT_EQ(contentOf("file.png"), contentOf("eye.png"));
 }
 
 TEST_F(Command, EveryThingThatAMaterialCanSayIsUnderstood) {

@@ -1,5 +1,4 @@
-// The command as a process: what it loads, how it is stopped, what it says, and what becomes of it where the machine gives
-// out.
+// The command as a process: what it loads, how it is stopped, and what it says.
 #include "Tests/Support/Command.h"
 
 #include <nlohmann/json.hpp>
@@ -73,27 +72,6 @@ TEST_F(Command, ASignalEndsWhatHangsWithinTheGrace) {
         EXPECT_LT(secondsSince(start), 15.0);
         EXPECT_FALSE(fs::exists(scratch() / "p.png"));
     }
-}
-
-// What machines without threads or memory do is tried by tools/try-shortage; here, that what they lack is named.
-TEST_F(Command, LackOfMemoryIsTheMachinesAndNoPictureIsMadeWithoutItsTextures) {
-    if (Sanitized) GTEST_SKIP() << "sanitizers reserve terabytes of addresses";
-    const std::string render =
-        "exec $oxbeam render '" SCENES "/assets/materials.glb' -q --size 32x32 --samples 1 -o p.png";
-    unsigned refused = 0;
-    for (const int megabytes : {500, 600, 700}) {
-        fs::remove(scratch() / "p.png");
-        const Outcome outcome = shell("ulimit -v " + std::to_string(1000 * megabytes) + "; " + render);
-        SCOPED_TRACE(outcome.err);
-        EXPECT_THAT(outcome.status, AnyOf(0, 5, 127));
-        EXPECT_EQ(outcome.status == 0, fs::exists(scratch() / "p.png"));
-        EXPECT_THAT(outcome.err, Not(HasSubstr("rendered without it")));
-        if (outcome.status == 5) {
-            EXPECT_THAT(outcome.err, ContainsRegex("^oxbeam: error: [^\n]*memory[^\n]*\n$"));
-        }
-        refused += outcome.status != 0;
-    }
-    EXPECT_GT(refused, 0u);
 }
 
 TEST_F(Command, SumsThatOverflowAreLimitedAndWarnedOf) {

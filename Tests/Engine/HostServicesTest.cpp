@@ -129,17 +129,6 @@ TEST(HostServices, LightsAreSampledEvenlyOverWhereTheyShine) {
     }
 }
 
-TEST(HostServices, TheCameraLooksThroughThePixelsOfItsWindow) {
-    OxPerspectiveCamera camera;
-    camera.InitCamera(R3(1, 2, 5), R3(1, 2, -8), R3(0, 3, 1), 4, 2, -2, 2, -1, 1, 2);
-    OxState state;
-    const float pattern[] = {0.5f, 0.25f};
-    ASSERT_TRUE(camera.InitPrimaryRay(&state, 1, 0, pattern));
-    EXPECT_EQ(state.ray.origin, R3(1, 2, 5));
-    expectNear(state.ray.direction, Normalize(R3(-0.5f, 0.75f, -2)));
-    EXPECT_EQ(state.ray.maxDist, RayInfinity);
-}
-
 TEST(HostServices, PacketsOfPrimaryRaysAreFourSingleOnes) {
     OxPerspectiveCamera camera;
     camera.InitCamera(R3(1, -2, 0.3f), R3(0.1f, 0.7f, -3), R3(0.2f, 1, 0), 37, 23, -0.7f, 0.6f, -0.4f, 0.5f, 1.3f);

@@ -52,6 +52,44 @@ TEST(Shadow, AnOccluderBlocksTheLightUnlessShadowsAreOff) {
     }
 }
 
+struct Silent : OxShader {};
+
+TEST(Shadow, AnyHitWillDoWhereAllThatCastsShadowsBlocksLight) {
+    const auto holes = [](ShadowWorld& w) {
+        auto clear = std::make_unique<Texture>(1, 1, 4, std::vector<float>{1, 1, 1, 0}, ColorSpace::Linear);
+        w.pane(5).texture = w.textures.add(std::move(clear));
+    };
+    const struct {
+        const char* name;
+        std::function<void(ShadowWorld&)> change;
+        bool any, lit;
+    } cases[] = {
+        {"opaque", [](ShadowWorld& w) { w.pane(5); }, true, false},
+        {"transparent", [](ShadowWorld& w) { w.pane(5, White); }, false, true},
+        {"opaque below a transparent one", [](ShadowWorld& w) { w.pane(5, White), w.pane(4); }, false, false},
+        {"transparent, but unseen", [](ShadowWorld& w) { w.pane(5, White, 0, RAY_ALL & ~RAY_SHADOW); }, true, true},
+        {"with holes in its texture", holes, false, true},
+        {"a wireframe", [](ShadowWorld& w) { w.pane(5, Black, 0.3f).m_wireframe = 1; }, false, true},
+        {"all wireframes", [](ShadowWorld& w) { w.pane(5, Black, 0.3f), w.ro().m_wireframe = 1; }, false, true},
+        {"of a class derived from one that promises",
+         [](ShadowWorld& w) { w.shader("KelWallThickness"), w.addSquare(R3(0, 5, 0), R3(0, -1, 0)); }, false, false},
+        {"of a class that lets no light through by itself",
+         [](ShadowWorld& w) { w.own<Silent>(), w.addSquare(R3(0, 5, 0), R3(0, -1, 0)); }, true, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ShadowWorld world;
+        c.change(world);
+        EXPECT_EQ(world.arriving() != Black, c.lit);
+        OxState shadow = world.session().primaryState();
+        oxsSetRay(&shadow, R3(0.2f, 0.1f, 0.3f), R3(0, 1, 0), 9.0f);
+        oxsSetRayVisibility(&shadow, RAY_SHADOW);
+        bool blocks = !c.any;
+        oxsShootShadowRay(&shadow, blocks);
+        EXPECT_EQ(blocks, c.any);
+    }
+}
+
 TEST(Shadow, TransparentOccludersFilterUntilTheChainEnds) {
     const R3 grey(0.5f, 0.5f, 0.5f), rose(0.9f, 0.6f, 0.5f), sky(0.2f, 0.5f, 1.0f);
     const struct {
