@@ -64,6 +64,13 @@ void Document::check(const std::string& path, const ParameterValue& value) const
         if (!own && std::find(m_textures.begin(), m_textures.end(), name) == m_textures.end()) return std::nullopt;
         return 0;
     };
+    const double* real = std::get_if<double>(&value.data);
+    const auto* whole = std::get_if<std::int64_t>(&value.data);
+    if (path == "render.recursionLimit" && whole && *whole > std::int64_t{MaxRecursionLimit})
+        throw BadValue(fmt::format("'recursionLimit' must be from 0 to {}; deeper rays would run out of stack",
+                                   MaxRecursionLimit));
+    if (path == "render.rayEpsilon" && ((real && !(*real > 0.0)) || (whole && *whole <= 0)))
+        throw BadValue("'rayEpsilon' must be positive");
     const std::unique_ptr<OxLoadableObject> tried = info->object->make();
     ParameterWriter writer(*info->object, labelOf(place), said, texture, m_textures);
     if (writer.write(*tried, id, {}, value)) return;

@@ -23,6 +23,7 @@ const std::vector<Key>& keys() {
         {SDLK_t, false, false, Curve, "T", "the next tone curve"},
         {SDLK_z, false, false, ActualSize, "Z", "a pixel of the picture for one of the screen, or all of it"},
         {SDLK_h, false, false, Histogram, "H", "histogram"},
+        {SDLK_m, false, false, Messages, "M", "all messages"},
         {SDLK_g, false, false, Handles, "G", "handles of the lights"},
         {SDLK_TAB, false, false, Panel, "Tab", "panel"},
         {SDLK_F2, false, false, Theme, "F2", "light or dark"},

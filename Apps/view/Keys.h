@@ -27,6 +27,7 @@ enum class Action {
     Panel,
     Theme,
     Histogram,
+    Messages,
     Quit
 };
 

@@ -111,12 +111,17 @@ void RenderThread::tell(const World& world, const Registry& registry, unsigned s
     m_scene = std::move(info);
 }
 
-void RenderThread::attempt(const Change& change, Rendering& rendering) {
+// What goes wrong with it is said; answers whether nothing did.
+bool RenderThread::attempt(const std::function<void()>& what) {
     try {
-        change(rendering);
+        what();
+        return true;
     } catch (const std::exception& e) {
         say(e.what());
+    } catch (...) {
+        say("an exception of a type of a package's own");
     }
+    return false;
 }
 
 // Answers whether there was a change. What waits for a full pass has to be asked for.
@@ -129,16 +134,17 @@ bool RenderThread::takeChanges(Rendering& rendering, bool atRest) {
         if (atRest && changes.empty()) uses.swap(m_atRest);
         if (m_cancelled) {
             const std::chrono::duration<double> took = Clock::now() - *std::exchange(m_cancelled, std::nullopt);
+            if (m_pulse.cancelling.size() >= 1000) m_pulse.cancelling.erase(m_pulse.cancelling.begin());
             m_pulse.cancelling.push_back(took.count());
         }
     }
-    for (const Change& use : uses) attempt(use, rendering);
+    for (const Change& use : uses) attempt([&] { use(rendering); });
     if (changes.empty()) return false;
     // Changes see the picture's full size, which the coarse one hides.
     rendering.world.image = m_whole;
     bool rebuilt = false;
     for (const Posted& posted : changes) {
-        attempt(posted.change, rendering);
+        attempt([&] { posted.change(rendering); });
         rebuilt = rebuilt || posted.rebuilds;
     }
     m_whole = rendering.world.image;
@@ -149,7 +155,7 @@ bool RenderThread::takeChanges(Rendering& rendering, bool atRest) {
 void RenderThread::begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples) {
     world.image = Pacer::divided(m_whole, divider);
     const FrameInfo frame{m_whole, divider, samples, world.viewInForce(), world.fov, m_frame.number + 1};
-    m_developer.look(loop, frame, [&] { loop.restart(); });
+    m_developer.look(loop, frame, [&] { m_failed = !attempt([&] { loop.restart(); }); });
     m_frame = frame;
     m_seconds = 0.0;
     notePulse(loop);
@@ -175,7 +181,8 @@ void RenderThread::step(FrameLoop& loop) {
         m_mayCancel = !m_moving;
     }
     const Stopwatch clock;
-    const bool whole = loop.step();
+    bool whole = false;
+    m_failed = !attempt([&] { whole = loop.step(); });
     const double seconds = clock.seconds();
     m_seconds += seconds;
     {
@@ -225,12 +232,13 @@ void RenderThread::render(World& world, const Registry& registry, unsigned threa
     while (!ending()) {
         const bool coarse = m_frame.divider > 1;
         rendering.seconds = m_seconds;
-        if (takeChanges(rendering, !coarse && loop.passes() > 0)) {
+        if (takeChanges(rendering, m_failed || (!coarse && loop.passes() > 0))) {
             m_moving = true;
             begin(loop, world, m_pacer.divider(m_whole), m_frame.samples);
-        } else if (loop.passes() < (coarse ? 1 : m_frame.samples)) {
+        } else if (!m_failed && loop.passes() < (coarse ? 1 : m_frame.samples)) {
             step(loop);
         } else if (waitForMore(coarse)) {
+            m_moving = false;
             begin(loop, world, 1, m_frame.samples);
         }
     }

@@ -55,7 +55,7 @@ public:
         unsigned divider = 1, passes = 0, samples = 1;   // of the one under way
         bool done = false;                               // all passes are
         double raysPerSecond = 0.0, secondsLeft = 0.0;
-        std::vector<double> cancelling;  // seconds from each change within a full pass to its end
+        std::vector<double> cancelling;  // seconds from each of the last changes within a pass to its end
     };
     Pulse pulse() const;
 
@@ -69,7 +69,7 @@ private:
     void render(World& world, const Registry& registry, unsigned threads, unsigned samples);
     void post(Posted posted);
     bool takeChanges(Rendering& rendering, bool atRest);
-    void attempt(const Change& change, Rendering& rendering);
+    bool attempt(const std::function<void()>& what);
     void begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples);
     void step(FrameLoop& loop);
     bool waitForMore(bool coarse);
@@ -97,7 +97,8 @@ private:
     // ---- Of the rendering thread alone
     Pacer m_pacer;
     FrameInfo m_frame;
-    bool m_moving = true;  // what is rendered has just been changed
+    bool m_moving = true;   // what is rendered has just been changed
+    bool m_failed = false;  // a package has ended the frame; the next change begins another
     double m_seconds = 0.0;
     std::thread m_thread;
 };

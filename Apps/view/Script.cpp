@@ -179,10 +179,10 @@ void Script::slide(Viewer& viewer, const Line& line) {
 // Whatever somebody may do who means no good.
 void Script::random(Viewer& viewer, unsigned events) {
     const auto below = [&](unsigned n) { return static_cast<unsigned>(m_random() % n); };
-    static const std::vector<std::string> names = {
-        "f",      "1",      "2", "3", "4", "5",   "6",  "7",  "l",      ",",
-        ".",      "t",      "z", "h", "g", "tab", "F1", "F2", "ctrl+z", "ctrl+shift+z",
-        "ctrl+c", "escape", "w", "a", "s", "d"};
+    static const std::vector<std::string> names = {"f",      "1",      "2",   "3",  "4",  "5",      "6",
+                                                   "7",      "l",      ",",   ".",  "t",  "z",      "h",
+                                                   "m",      "g",      "tab", "F1", "F2", "ctrl+z", "ctrl+shift+z",
+                                                   "ctrl+c", "escape", "w",   "a",  "s",  "d"};
     const ImVec2 size = ImGui::GetIO().DisplaySize;
     for (unsigned i = 0; i < events; ++i) {
         const unsigned what = below(10);
@@ -227,6 +227,7 @@ bool Script::step(Viewer& viewer) {
     }
     ++m_next;
     m_waiting = {};
+    viewer.redraw();
     if (line.words[0] == "quit") return false;
     return true;
 }

@@ -92,6 +92,14 @@ void drawHistogram(const Shown& shown, const ImVec2& at, const ImVec2& size) {
     }
 }
 
+void drawMessages(const std::vector<std::string>& messages, bool& open) {
+    ImGui::SetNextWindowSize({36.0f * ImGui::GetFontSize(), 14.0f * ImGui::GetFontSize()}, ImGuiCond_Appearing);
+    if (ImGui::Begin("Messages", &open, ImGuiWindowFlags_NoSavedSettings))
+        for (auto message = messages.rbegin(); message != messages.rend(); ++message)
+            ImGui::TextWrapped("%s", message->c_str());
+    ImGui::End();
+}
+
 void drawHelp(bool& open) {
     ImGui::SetNextWindowSize({0.0f, 0.0f});
     if (ImGui::Begin("Keys", &open, ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoSavedSettings)) {

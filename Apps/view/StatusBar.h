@@ -18,6 +18,8 @@ void drawAxes(const Eye& eye, const ImVec2& center, float length);
 void drawPick(const Pick& pick, const ImVec2& at);
 // Of what is shown, by channel.
 void drawHistogram(const Shown& shown, const ImVec2& at, const ImVec2& size);
+// The last first; `open` becomes false where it is closed.
+void drawMessages(const std::vector<std::string>& messages, bool& open);
 // All keys; `open` becomes false where it is closed.
 void drawHelp(bool& open);
 

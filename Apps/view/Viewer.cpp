@@ -24,6 +24,8 @@ Viewer::Viewer(const ViewCommand& command)
 Viewer::~Viewer() = default;
 
 void Viewer::say(const std::string& message) {
+    constexpr std::size_t most = 500;
+    if (m_messages.size() == most) m_messages.erase(m_messages.begin());
     m_messages.push_back(message);
     m_redraw = 3;
 }
@@ -37,7 +39,7 @@ void Viewer::run() {
         const int patience = m_script || m_redraw > 0 || !m_held.empty() ? 1 : 12;
         m_window.waitForEvent(patience);
         m_window.handleEvents([this](const SDL_Event& event) { handle(event); });
-        if (m_redraw > 0 || m_script || !m_held.empty()) frame();
+        if (m_redraw > 0 || !m_held.empty()) frame();
     }
 }
 
@@ -218,6 +220,7 @@ void Viewer::draw() {
                   m_messages.empty() ? "" : m_messages.back());
     if (m_pick) drawPick(*m_pick, {8.0f, 2.0f * ImGui::GetFontSize()});
     if (m_help) drawHelp(m_help);
+    if (m_messagesOpen) drawMessages(m_messages, m_messagesOpen);
     drawQuestions();
 }
 

@@ -43,7 +43,8 @@ public:
     void writePicture(const std::string& file);
     void screenshot(const std::string& file) { m_screenshot = file; }
     bool hasScreenshot() const { return m_screenshot.empty(); }
-    void close() { m_open = false; }
+    // What a script has done may show.
+    void redraw() { m_redraw = 3; }
 
     // Pictures that were presented for the first time, by their frames, and the longest time in seconds that the window
     // took to speak with the other threads.

@@ -67,6 +67,7 @@ void Viewer::save(const std::string& file) try {
 
 void Viewer::writePicture(const std::string& file) {
     m_thread.atRest([this, file, scene = m_scene, document = m_document, command = m_command](Rendering& r) {
+        if (r.loop.passes() == 0) throw Error(ExitStatus::Incomplete, "there is no picture to write");
         const std::string text = document.lightsDiffer()
                                      ? "oxbeam view " + shellText({command.render.scene})  // and more, which none says
                                      : commandLine(command, document, *scene, file, r.loop.passes());
@@ -111,6 +112,7 @@ void Viewer::perform(Action action, SDL_Keycode code) try {
     case Picture: writePicture(nextPicture(m_command.render.scene).string()); break;
     case CopyCommand: copyCommand(); break;
     case ActualSize: nextZoom(); break;
+    case Messages: m_messagesOpen = !m_messagesOpen; break;
     case Handles: m_handles = !m_handles; break;
     case Action::Panel: m_panelOpen = !m_panelOpen; break;
     case Theme: m_window.setLight(!m_window.isLight()); break;
