@@ -171,9 +171,13 @@ Developer::Taken Developer::takeFilm(bool evenTheSame) {
     if (!m_loop) return std::nullopt;
     const unsigned passes = m_loop->passes();
     if (m_frame.number == m_takenFrame && passes > 0 && passes == m_takenPasses && !evenTheSame) return std::nullopt;
-    Film film = m_loop->seen();
-    if (film.begunPasses() == 0) return std::nullopt;
-    return std::pair(std::move(film), m_frame);
+    try {
+        Film film = m_loop->seen();
+        if (film.begunPasses() == 0) return std::nullopt;
+        return std::pair(std::move(film), m_frame);
+    } catch (const std::exception&) {  // no memory for a copy: what is shown stays
+        return std::nullopt;
+    }
 }
 
 void Developer::run() {

@@ -147,6 +147,7 @@ void Script::point(Viewer& viewer, const Line& line) {
         const ImVec2 from = at(2), to = at(4);
         const auto count =
             line.words.size() > 6 && !(shift && line.words.size() == 7) ? static_cast<int>(number(line, 6)) : 8;
+        m_paced = true;
         pointer(from.x, from.y);
         button(true, buttonCalled(line.words[1]));
         for (int i = 1; i <= count; ++i) {
@@ -211,12 +212,16 @@ void Script::random(Viewer& viewer, unsigned events) {
 // ---- Steps
 
 bool Script::step(Viewer& viewer) {
+    constexpr double pace = 1.0 / 60.0;
+    if (m_paced && !m_events.empty() && m_sinceEvent.seconds() < pace) return true;
     if (!m_events.empty()) {
+        m_sinceEvent = {};
         SDL_PushEvent(&m_events.front());
         m_events.pop_front();
         m_settling = 3;
         return true;
     }
+    m_paced = false;
     if (m_settling > 0) return --m_settling, true;
     if (m_next == m_lines.size()) return false;
     SDL_SetModState(KMOD_NONE);
