@@ -77,7 +77,7 @@ public:
     }
     std::uint8_t operator()(float light) const {
         const float root = std::sqrt(std::clamp(light, 0.0f, 1.0f));  // NaN does not get into films
-        return m_values[static_cast<unsigned>(root * Steps + 0.5f)];
+        return m_values[static_cast<unsigned>(std::lrint(root * Steps))];
     }
 
 private:

@@ -5,6 +5,7 @@
 #include <backends/imgui_impl_sdl.h>
 
 #include <algorithm>
+#include <bit>
 
 namespace oxbeam {
 
@@ -57,7 +58,7 @@ public:
         m_gl.PixelStorei(GL_UNPACK_ALIGNMENT, 4);
         m_gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, static_cast<GLsizei>(width), static_cast<GLsizei>(height), 0,
                         GL_RGBA, GL_UNSIGNED_BYTE, rgba);
-        return reinterpret_cast<ImTextureID>(static_cast<std::uintptr_t>(m_texture));
+        return std::bit_cast<ImTextureID>(std::uintptr_t{m_texture});
     }
     void draw(ImDrawData* data, const ImVec4& background) override {
         SDL_GL_GetDrawableSize(m_window, &m_width, &m_height);

@@ -50,7 +50,8 @@ ParameterState& Document::at(const std::string& path) { return const_cast<Parame
 
 // On an object of its own, so that the window knows at once what the rendering thread will say.
 void Document::check(const std::string& path, const ParameterValue& value) const {
-    const auto [place, id] = splitPath(path);
+    const auto parts = splitPath(path);
+    const auto &place = parts.first, &id = parts.second;
     const ObjectInfo* info = object(place);
     std::vector<std::string> places;
     for (const ObjectInfo& other : m_objects) places.push_back(other.place);

@@ -201,7 +201,7 @@ void writePicture(const fs::path& file, const ViewCommand& command, const std::s
 fs::path nextPicture(const std::string& scene) {
     const std::string stem = fs::path(scene).stem().string();
     for (unsigned i = 1;; ++i)
-        if (const fs::path file = fmt::format("{}-{}.png", stem, i); !fs::exists(file)) return file;
+        if (fs::path file = fmt::format("{}-{}.png", stem, i); !fs::exists(file)) return file;
 }
 
 }  // namespace oxbeam

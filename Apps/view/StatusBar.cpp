@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <map>
 
 namespace oxbeam {
 
@@ -41,11 +43,10 @@ void drawAxes(const Eye& eye, const ImVec2& center, float length) {
     static constexpr const char* names[] = {"x", "y", "z"};
     static constexpr ImU32 colors[] = {IM_COL32(235, 80, 70, 255), IM_COL32(95, 200, 80, 255),
                                        IM_COL32(85, 140, 245, 255)};
-    unsigned order[] = {0, 1, 2};  // the farthest first
-    const auto depth = [&](unsigned i) { return eye.forward()[i]; };
-    std::sort(order, order + 3, [&](unsigned a, unsigned b) { return depth(a) > depth(b); });
+    std::multimap<float, unsigned, std::greater<>> order;  // the farthest first
+    for (unsigned i = 0; i < 3; ++i) order.emplace(eye.forward()[i], i);
     ImDrawList& draw = *ImGui::GetBackgroundDrawList();
-    for (const unsigned i : order) {
+    for (const auto& [depth, i] : order) {
         const ImVec2 tip(center.x + length * eye.right()[i], center.y - length * eye.upwards()[i]);
         draw.AddLine(center, tip, colors[i], 2.0f);
         draw.AddCircleFilled(tip, 0.55f * ImGui::GetFontSize(), colors[i]);
