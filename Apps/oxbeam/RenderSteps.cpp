@@ -163,7 +163,7 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
     checkModelOptions(command);
     p.world = load(command.scene,
                    {command.set, command.camera, modelSceneOptions(command.model, command.size),
-                    importLimits(command.importLimit)},
+                    importLimits(command.importLimit), false},
                    registry, command.quiet);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));

@@ -69,6 +69,7 @@ TEST_F(Memory, FlatPlacementsShareTheirMeshAndAreSeenWhereTheyAre) {
 // Placements as a line, as a point, or of what is no number show nothing, and keep nothing.
 TEST_F(Memory, WhatShowsNothingKeepsNothing) {
     TestWorld world;
+    world.geometry.changeable = false;
     world.phong();
     const unsigned mesh = world.geometry.addMesh(sphereMesh(64));
     for (unsigned i = 0; i < 100; ++i) {
