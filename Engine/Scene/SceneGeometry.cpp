@@ -11,7 +11,6 @@
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <numeric>
 #include <utility>
@@ -259,17 +258,13 @@ static void takeAttribute(std::vector<T>& from, std::vector<T>& to, std::size_t 
     if (from.size() == vertices) to = std::move(from);
 }
 
-template <class T>
-static bool sameBits(const std::vector<T>& a, const std::vector<T>& b, std::size_t count) {
-    return a.size() == count && (count == 0 || std::memcmp(a.data(), b.data(), count * sizeof(T)) == 0);
-}
-
-// Leaves of a mesh as it came what it has become another of: all of it where nothing is left.
+// Leaves of a mesh as it came what it has become another of: all of it where nothing is left. Zeros of either sign are
+// one, as they are in what is traced.
 static void keepDifference(MeshData& own, const ABSP& mesh, const DroppedTriangles& dropped) {
     if (mesh.indices.empty()) return;
     MeshData different;
-    if (!sameBits(own.positions, mesh.positions, mesh.vertexCount)) different.positions = std::move(own.positions);
-    if (!sameBits(own.normals, mesh.normals, mesh.normals.size())) different.normals = std::move(own.normals);
+    if (own.positions != mesh.positions) different.positions = std::move(own.positions);
+    if (own.normals != mesh.normals) different.normals = std::move(own.normals);
     if (dropped.total() + dropped.withoutArea > 0) different.indices = std::move(own.indices);
     own = std::move(different);
 }

@@ -84,6 +84,32 @@ TEST_F(Memory, WhatShowsNothingKeepsNothing) {
     EXPECT_LT(memoryTaken(MemoryUse::Meshes), 20'000u);
 }
 
+// What may change keeps what its placement makes another of it, until it stands twice.
+TEST_F(Memory, OwnVerticesAreKeptWhereThoseOfTheWorldAreOthers) {
+    const MeshData sphere = sphereMesh(64);
+    const std::size_t vectors = sphere.positions.size() * sizeof(R3);
+    const struct {
+        Matrix placement;
+        bool changeable;
+        std::size_t kept;
+    } cases[] = {{{}, true, 0},
+                 {TranslationMatrix(R3(1, 2, 3)), true, vectors},
+                 {RotationMatrix(1, 0.5f), true, 2 * vectors},
+                 {RotationMatrix(1, 0.5f), false, 0}};
+    for (const auto& c : cases) {
+        SceneGeometry geometry;
+        geometry.changeable = c.changeable;
+        const unsigned mesh = geometry.addMesh(sphere);
+        geometry.addInstance(mesh, c.placement, 0);
+        geometry.prepare();
+        EXPECT_EQ(memoryTaken(MemoryUse::Meshes) - geometry.meshBytes(), c.kept);
+        if (!c.changeable) continue;
+        geometry.addInstance(mesh, TranslationMatrix(R3(5, 5, 5)), 0);
+        geometry.prepare();
+        EXPECT_EQ(memoryTaken(MemoryUse::Meshes), geometry.meshBytes());
+    }
+}
+
 TEST_F(Memory, APictureIsKeptOnceUnderAllItsNames) {
     const std::vector<R3> pixels(1000 * 1000, R3(0.5f, 0.5f, 0.5f));
     writeImage(scratch() / "one.png", 1000, 1000, pixels);
