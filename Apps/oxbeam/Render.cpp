@@ -54,6 +54,8 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     const std::unique_ptr<FileSink> standardOutput =
         toStandardOutput(command) ? std::make_unique<StandardOutput>() : nullptr;
     stopOnSignals();
+    prepareToWrite(pictureName(command));
+    if (!command.checkpoint.empty()) prepareToWrite(command.checkpoint);
     Times times;
     if (!command.size.empty()) reservePicture(command, parseSize(command.size));  // known before anything is loaded
 
@@ -63,7 +65,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     if (stopWanted()) return stoppedStatus();
     if (options.alpha) checkAlpha(command);
     const MemoryCharge writingMemory = reservePicture(command, world->image);
-    const Inputs inputs = inputsOf(command, *world, options);
+    const Inputs inputs = recordsInputs(command) ? inputsOf(command, *world, options) : Inputs();
     Checkpointing saving(command, *world, inputs);
     std::optional<Begun> begun = saving.begun(options);
     times.load = loading.seconds();

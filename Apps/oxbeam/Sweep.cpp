@@ -125,6 +125,7 @@ ExitStatus runSweep(const SweepCommand& command, const Registry& registry) {
     const auto columns = swept.size() == 2 ? static_cast<unsigned>(swept[0].values.size()) : command.columns;
     ProgressLine progress(base.quiet);
     stopOnSignals();
+    ContactSheet::prepare();
 
     std::optional<ContactSheet> contacts;
     std::optional<WorthWaitingFor> worth;

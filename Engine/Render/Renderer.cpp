@@ -166,6 +166,9 @@ bool Frame::sampleBlocks(const PrimarySample& sample, const Window& window, Tile
     for (unsigned y = window.y0; y < window.y1; ++y) {
         if (stopped()) return false;
         if (y % 2 == 0) m_blocks->shoot(sample.place, window, y, rows);
+        if (m_aovs)  // all at a stretch: none waits for another's
+            for (unsigned x = window.x0; x < window.x1; ++x)
+                tellAovs(sample.thread, x, y, m_aovs->sample(rows[y % 2][x - window.x0]));
         for (unsigned x = window.x0; x < window.x1; ++x) {
             OxState& state = rows[y % 2][x - window.x0];
             m_session.attachRecord(state, sample.thread, sample.pass);
@@ -213,6 +216,7 @@ void Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y, Til
     const float pattern[2] = {sample.place.x, sample.place.y};
     if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
         oxsShootRay(&state);
+        if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
         return shadeSample(state, sample, x, y, samples);
     }
     if (m_aovs) tellAovs(sample.thread, x, y, AovSample());
@@ -223,7 +227,6 @@ void Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y, Til
 // The colour along a primary ray that has been shot.
 void Frame::shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples) {
     ThreadRecord::mine().pixel = y << 16 | x;
-    if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
     R3& color = samples.colors[pixelOfTile(x, y)];
     if (m_matte) {
         const Matte::Sample taken = m_matte->shade(state, m_session, sample);

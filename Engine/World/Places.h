@@ -86,7 +86,7 @@ public:
     void remove(std::string_view place);
     // A place is called otherwise from now on, as where a list is counted anew.
     void rename(std::string_view place, std::string to);
-    // The first of the object, or nothing.
+    // Of the object, or nothing.
     std::string placeOf(const OxLoadableObject* object) const;
     // As `set`, with everything that is wrong in the diagnostics. `otherNames` are what may be meant by an unknown name
     // beside a parameter.
@@ -128,6 +128,7 @@ private:
 
     TextureNames& m_textures;
     std::vector<std::unique_ptr<Object>> m_objects;
+    std::map<std::string, Object*, std::less<>> m_byPath;  // a scene may have a hundred thousand lights
 };
 
 }  // namespace oxbeam

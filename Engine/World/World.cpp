@@ -141,10 +141,11 @@ void World::setPicture(std::string_view texture, std::unique_ptr<Texture> pictur
     places.textureChanged(scope, name);
 }
 
+// While a scene is read, who is asked for has just come.
 unsigned World::shaderNumber(std::string_view place) const {
-    const auto found = std::find(shaders.begin(), shaders.end(), &places.objectAt(place));
-    if (found == shaders.end()) throw NoSuchName(labelOf(place) + " is no surface");
-    return static_cast<unsigned>(found - shaders.begin());
+    const auto found = std::find(shaders.rbegin(), shaders.rend(), &places.objectAt(place));
+    if (found == shaders.rend()) throw NoSuchName(labelOf(place) + " is no surface");
+    return static_cast<unsigned>(shaders.rend() - found) - 1;
 }
 
 void World::beginFrame() {
