@@ -187,6 +187,7 @@ void writePicture(const fs::path& file, const ViewCommand& command, const std::s
                   const Rendering& rendering) {
     RenderCommand said = command.render;
     said.text = text;
+    said.output = file;
     rendering.world.tone = tone;
     RenderOptions options;
     options.samples = rendering.loop.passes();
