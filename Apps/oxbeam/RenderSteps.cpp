@@ -162,8 +162,11 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
     Prepared p;
     checkModelOptions(command);
     p.world = load(command.scene,
-                   {command.set, command.camera, modelSceneOptions(command.model, command.size),
-                    importLimits(command.importLimit)},
+                   {.set = command.set,
+                    .camera = command.camera,
+                    .model = modelSceneOptions(command.model, command.size),
+                    .importing = importLimits(command.importLimit),
+                    .changeable = false},
                    registry, command.quiet);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));

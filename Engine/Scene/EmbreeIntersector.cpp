@@ -282,7 +282,9 @@ bool EmbreeIntersector::release(unsigned object) {
     if (object >= m_objectScenes.size()) return true;
     if (m_objectScenes[object]) rtcReleaseScene(m_objectScenes[object]);
     m_objectScenes[object] = nullptr;
-    return !m_inWhole[object];
+    const bool built = m_inWhole[object];
+    m_inWhole[object] = false;  // what it gets now is not
+    return !built;
 }
 
 // ---- Single rays

@@ -59,7 +59,8 @@ public:
     // Brings the upper level up to date.
     void commit();
     void setVisibility(unsigned instance, Oxuint mask);
-    // No instance has the object any more. Whether its vertices may go; the part that was built as one may refer to them.
+    // No instance has the object any more, or it is to have other vertices. Whether those that it had may go; the part
+    // that was built as one may refer to them.
     bool release(unsigned object);
     bool hasTwoLevels() const { return m_whole != nullptr; }
     // What moved or came, and has a structure of its own for that.

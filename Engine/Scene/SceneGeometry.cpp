@@ -11,7 +11,6 @@
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <numeric>
 #include <utility>
@@ -102,13 +101,15 @@ unsigned SceneGeometry::addMesh(MeshData mesh) {
     const auto number = static_cast<unsigned>(m_meshes.size());
     auto object = std::make_unique<ABSP>();
     object->id = distinctIds ? distinctId(number) : number;
+    m_distinct.push_back(distinctIds);
     object->name = mesh.name;
     m_scene.objects.push_back(object.get());
     m_meshes.push_back(std::move(object));
     m_data.push_back(std::make_unique<MeshData>(std::move(mesh)));
+    m_own.emplace_back();
     m_dropped.emplace_back();
     m_origins.push_back(number);
-    m_bakedBy.emplace_back();
+    m_baked.push_back(false);
     return number;
 }
 
@@ -121,56 +122,20 @@ unsigned SceneGeometry::addInstance(unsigned mesh, const Matrix& meshToWorld, un
     setTransform(*instance, meshToWorld);
     m_scene.instances.push_back(instance.get());
     m_instances.push_back(std::move(instance));
+    m_toWorld.push_back(meshToWorld);
     m_movable.push_back(movable);
     return static_cast<unsigned>(m_instances.size()) - 1;
 }
 
 // ---- Changes
 
-// What a transformation has to do that comes after another, to end where `to` does.
-static Matrix after(const Matrix& from, const Matrix& to) {
-    double inverse[3][3], determinant = 0.0;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) {
-            const int i1 = (i + 1) % 3, i2 = (i + 2) % 3, j1 = (j + 1) % 3, j2 = (j + 2) % 3;
-            const auto m = [&](int row, int column) { return double{from.m[row][column]}; };
-            inverse[j][i] = m(i1, j1) * m(i2, j2) - m(i1, j2) * m(i2, j1);
-            if (i == 0) determinant += m(0, j) * inverse[j][i];
-        }
-    Matrix result;
-    for (int i = 0; i < 3; ++i) {
-        double place = to.m[i][3];
-        for (int j = 0; j < 3; ++j) {
-            double element = 0.0;
-            for (int k = 0; k < 3; ++k) element += to.m[i][k] * inverse[k][j] / determinant;
-            result.m[i][j] = static_cast<float>(element);
-            place -= element * from.m[j][3];
-        }
-        result.m[i][3] = static_cast<float>(place);
-    }
-    return result;
-}
-
-// Where a mesh's vertices, which may have been placed already, go for it to be placed so.
-Matrix SceneGeometry::fromVertices(unsigned mesh, const Matrix& meshToWorld) const {
-    return m_bakedBy[mesh] ? after(*m_bakedBy[mesh], meshToWorld) : meshToWorld;
-}
-
 void SceneGeometry::moveInstance(unsigned number, const Matrix& meshToWorld) {
     Instance& instance = *m_instances[number];
-    setTransform(instance, fromVertices(instance.object, meshToWorld));
-    if (number < m_prepared) m_changed.insert(number);
-}
-
-bool SceneGeometry::canAddInstance(unsigned mesh, const Matrix& meshToWorld) const {
-    if (m_data[mesh]) return true;
-    const auto can = [](const Matrix& matrix) { return EmbreeIntersector::canInstance(matrix); };
-    if (m_origins[mesh] != mesh || (m_bakedBy[mesh] && !can(*m_bakedBy[mesh]))) return false;
-    return can(fromVertices(mesh, meshToWorld));
-}
-
-bool SceneGeometry::canMove(unsigned instance, const Matrix& meshToWorld) const {
-    return !isEndless(instance) && canAddInstance(meshOf(instance), meshToWorld);
+    m_toWorld[number] = meshToWorld;
+    if (instance.hasXfm) setTransform(instance, meshToWorld);
+    if (number >= m_prepared) return;
+    m_moved.insert(number);
+    m_changed.insert(number);
 }
 
 void SceneGeometry::setVisibility(unsigned instance, Oxuint mask) {
@@ -181,39 +146,69 @@ void SceneGeometry::setVisibility(unsigned instance, Oxuint mask) {
 void SceneGeometry::setShader(unsigned instance, unsigned shader) { m_instances[instance]->shaderBias = shader; }
 
 void SceneGeometry::removeInstance(unsigned number) {
-    const unsigned mesh = meshOf(number);
+    const unsigned mesh = m_instances[number]->object, origin = m_origins[mesh];
     if (m_intersector) m_intersector->remove(number);
     m_scene.instances[number] = nullptr;
     m_instances[number].reset();
     m_changed.erase(number);
+    m_moved.erase(number);
     m_endless.erase(number);
     m_gone = true;
-    const auto has = [&](const auto& instance) { return instance && instance->object == mesh; };
-    if (std::none_of(m_instances.begin(), m_instances.end(), has)) removeMesh(mesh);
+    bool copyStays = false, stays = false;
+    for (const auto& instance : m_instances) {
+        copyStays = copyStays || (instance && instance->object == mesh);
+        stays = stays || (instance && m_origins[instance->object] == origin);
+    }
+    if (mesh != origin && !copyStays) removeMesh(mesh);
+    if (!stays) removeMesh(origin);
 }
 
-// The others are told apart as if it had never been there.
 void SceneGeometry::removeMesh(unsigned mesh) {
-    if (!m_intersector || m_intersector->release(mesh)) {
-        *m_meshes[mesh] = {};
-        m_memory[mesh] = {};
-    }
-    m_meshes[mesh]->name.clear();
+    letGo(mesh);
+    *m_meshes[mesh] = {};
+    m_data[mesh].reset();
+    m_own[mesh] = {};
+    m_memory[mesh] = {};
     m_removed.insert(mesh);
+}
+
+// Nothing is traced in a mesh's arrays any more. Moved, they stay where they are in memory.
+void SceneGeometry::letGo(unsigned number) {
+    if (!m_intersector || m_intersector->release(number)) return;
+    ABSP& mesh = *m_meshes[number];
+    Built built{std::move(mesh.positions), std::move(mesh.indices), std::move(m_memory[number])};
+    built.memory.shrinkTo(built.positions.size() * sizeof(R3) + built.indices.size() * sizeof(Oxuint));
+    m_built.push_back(std::move(built));
+}
+
+// As if the scene had been loaded as it is now: flat copies are made after all meshes were read.
+void SceneGeometry::numberMeshes() {
     unsigned next = 0;
-    for (unsigned other = 0; other < m_meshes.size(); ++other)
-        if (!m_removed.contains(other)) m_meshes[other]->id = distinctIds ? distinctId(next++) : next++;
+    std::vector<bool> numbered(m_meshes.size());
+    const auto number = [&](unsigned mesh) {
+        if (numbered[mesh] || m_removed.contains(mesh)) return;
+        numbered[mesh] = true;
+        m_meshes[mesh]->id = m_distinct[mesh] ? distinctId(next) : next;
+        ++next;
+    };
+    for (const unsigned mesh : m_order) number(mesh);
+    for (unsigned mesh = 0; mesh < m_meshes.size(); ++mesh)
+        if (m_origins[mesh] == mesh) number(mesh);
+    for (const auto& instance : m_instances)
+        if (instance) number(instance->object);
 }
 
 StructureStatistics SceneGeometry::structure() const {
     StructureStatistics s;
-    std::set<unsigned> whole;
+    std::vector<unsigned> uses(m_meshes.size());
+    for (const auto& instance : m_instances)
+        if (instance) ++uses[instance->object];
     s.twoLevels = m_intersector && m_intersector->hasTwoLevels();
     for (unsigned i = 0; i < m_instances.size(); ++i) {
         if (!m_instances[i]) continue;
         ++s.placements;
         const bool apart = m_intersector && m_intersector->isApart(i);
-        const bool instanced = m_instances[i]->hasXfm && !m_bakedBy[meshOf(i)];
+        const bool instanced = m_instances[i]->hasXfm && (uses[m_instances[i]->object] > 1 || m_movable[i]);
         s.instanced += instanced;
         s.apart += apart && !instanced;
         s.inWhole += !apart && !instanced;
@@ -221,7 +216,7 @@ StructureStatistics SceneGeometry::structure() const {
     if (m_intersector) s.hiddenTriangles = m_builtTriangles;
     for (unsigned i = 0; i < m_instances.size() && s.hiddenTriangles > 0; ++i)
         if (m_instances[i] && i < m_firstBuilt && !m_instances[i]->hasXfm && !m_intersector->isApart(i))
-            s.hiddenTriangles -= m_meshes[meshOf(i)]->triangleCount();
+            s.hiddenTriangles -= m_meshes[m_instances[i]->object]->triangleCount();
     return s;
 }
 
@@ -263,12 +258,28 @@ static void takeAttribute(std::vector<T>& from, std::vector<T>& to, std::size_t 
     if (from.size() == vertices) to = std::move(from);
 }
 
+// Leaves of a mesh as it came what it has become another of: all of it where nothing is left. Zeros of either sign are
+// one, as they are in what is traced.
+static void keepDifference(MeshData& own, const ABSP& mesh, const DroppedTriangles& dropped) {
+    if (mesh.indices.empty()) return;
+    MeshData different;
+    if (own.positions != mesh.positions) different.positions = std::move(own.positions);
+    if (own.normals != mesh.normals) different.normals = std::move(own.normals);
+    if (dropped.total() + dropped.withoutArea > 0) different.indices = std::move(own.indices);
+    own = std::move(different);
+}
+
 // `owner` is the only instance of a mesh whose transformation is to be baked in, else null.
 void SceneGeometry::takeOver(unsigned number, Instance* owner) {
     MeshData& data = *m_data[number];
     ABSP& mesh = *m_meshes[number];
+    const bool keep = changeable && m_origins[number] == number && !data.positions.empty();
+    if (keep) {
+        m_memory[number].add({MemoryUse::Meshes, bytesOfMesh(data), fmt::format("mesh '{}'", oneLine(data.name))});
+        m_own[number] = data;
+    }
+    m_baked[number] = owner != nullptr;
     if (owner) {
-        m_bakedBy[number] = owner->meshToWorldXfm;
         transform(data, owner->meshToWorldXfm);
         *owner = inWorldSpace(*owner, number);
     }
@@ -282,10 +293,66 @@ void SceneGeometry::takeOver(unsigned number, Instance* owner) {
     for (R3& normal : mesh.normals)
         if (!IsFinite(normal)) normal = zeroVector;  // the geometric one is taken instead
     mesh.positions = std::move(data.positions);
+    if (keep) keepDifference(m_own[number], mesh, m_dropped[number]);
     mesh.positions.resize(vertices + 2);                // the padding that Embree reads
     if (mesh.indices.empty()) mesh.indices.reserve(3);  // Embree wants an address even for nothing
     m_data[number].reset();
-    m_memory[number].shrinkTo(bytesOfMesh(mesh));
+    m_memory[number].shrinkTo(bytesOfMesh(mesh) + bytesOfMesh(m_own[number]));
+}
+
+// A mesh that was taken over is again as it came, yet to be prepared.
+void SceneGeometry::giveBack(unsigned number) {
+    ABSP& mesh = *m_meshes[number];
+    auto data = std::make_unique<MeshData>(std::exchange(m_own[number], {}));
+    if (data->indices.empty()) {
+        data->indices = mesh.indices;
+        for (std::size_t i = 0; i < data->indices.size(); i += 3)
+            std::rotate(&data->indices[i], &data->indices[i + 1], &data->indices[i] + 3);
+    }
+    if (data->positions.empty()) data->positions.assign(&mesh.positions[0], &mesh.positions[0] + mesh.vertexCount);
+    if (data->normals.empty()) data->normals = std::move(mesh.normals);
+    if (data->texCoords.empty()) data->texCoords = std::move(mesh.texCoords);
+    if (data->colors.empty()) data->colors = std::move(mesh.colors);
+    data->name = mesh.name;
+    letGo(number);
+    mesh = {};
+    mesh.name = data->name;
+    m_memory[number] = {};
+    m_memory[number] = {MemoryUse::Meshes, bytesOfMesh(*data), fmt::format("mesh '{}'", oneLine(data->name))};
+    m_data[number] = std::move(data);
+}
+
+// What is not as a scene that was loaded so has it: baked though it is not placed once any more, not baked though it is,
+// or flattened otherwise.
+void SceneGeometry::giveBackChanged() {
+    if (!changeable || (m_changed.empty() && !m_gone)) return;
+    const std::vector<Instance*> owners = onlyPlacements();
+    std::vector<bool> wrong(m_meshes.size());
+    for (unsigned i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i]) continue;
+        const Instance& instance = *m_instances[i];
+        const unsigned mesh = instance.object, origin = m_origins[mesh];
+        const bool only = owners[mesh] == &instance, inPlace = !instance.hasXfm && !m_baked[mesh];
+        if ((instance.hasXfm ? only || m_baked[mesh] : !only && !inPlace) ||
+            (m_changed.contains(i) && (mesh != origin || !EmbreeIntersector::canInstance(m_toWorld[i]))))
+            wrong[origin] = !m_data[origin];
+    }
+    std::set<unsigned> copies;
+    for (unsigned i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i] || !wrong[meshOf(i)]) continue;
+        Instance& instance = *m_instances[i];
+        if (m_intersector) m_intersector->remove(i);
+        m_changed.insert(i);
+        const unsigned origin = meshOf(i);
+        if (instance.object != origin) copies.insert(instance.object);
+        instance.object = origin;
+        setTransform(instance, m_toWorld[i]);
+        instance.placed = nullptr;
+        if (i < m_placed.size()) m_placed[i].reset();
+    }
+    for (const unsigned copy : copies) removeMesh(copy);
+    for (unsigned mesh = 0; mesh < m_meshes.size(); ++mesh)
+        if (wrong[mesh]) giveBack(mesh);
 }
 
 unsigned SceneGeometry::copyMesh(unsigned mesh, const Matrix& matrix) {
@@ -296,6 +363,7 @@ unsigned SceneGeometry::copyMesh(unsigned mesh, const Matrix& matrix) {
     transform(copy, matrix);
     const unsigned number = addMesh(std::move(copy));
     m_origins[number] = mesh;
+    m_distinct[number] = m_distinct[mesh];
     return number;
 }
 
@@ -327,28 +395,35 @@ void SceneGeometry::copyFlattened() {
     }
     for (const auto& instance : m_instances)
         if (instance && instance->object < copied.size()) copied[instance->object] = false;
-    for (unsigned mesh = 0; mesh < copied.size(); ++mesh)
-        if (copied[mesh]) m_data[mesh]->clear();  // only its copies are placed
+    for (unsigned mesh = 0; mesh < copied.size(); ++mesh) {
+        if (!copied[mesh]) continue;  // else only its copies are placed
+        if (changeable) m_own[mesh] = std::move(*m_data[mesh]);
+        m_data[mesh]->clear();
+    }
+}
+
+// By mesh: its only placement where that is to be baked in, else null.
+std::vector<Instance*> SceneGeometry::onlyPlacements() const {
+    std::vector<unsigned> uses(m_meshes.size());
+    std::vector<Instance*> owners(m_meshes.size());
+    for (unsigned i = 0; i < m_instances.size(); ++i) {
+        if (!m_instances[i]) continue;
+        const unsigned mesh = m_instances[i]->object;
+        const bool stays = !m_movable[i] && !m_moved.contains(i);
+        owners[mesh] = ++uses[mesh] == 1 && stays ? m_instances[i].get() : nullptr;
+    }
+    return owners;
 }
 
 void SceneGeometry::prepare() {
-    const std::size_t before = std::exchange(m_prepared, m_instances.size());
-    for (std::size_t i = before; i < m_prepared; ++i) {
-        if (!m_instances[i]) continue;
-        Instance& added = *m_instances[i];
-        if (!m_data[added.object]) setTransform(added, fromVertices(added.object, added.meshToWorldXfm));
-        m_changed.insert(static_cast<unsigned>(i));
-    }
+    for (std::size_t i = std::exchange(m_prepared, m_instances.size()); i < m_prepared; ++i)
+        if (m_instances[i]) m_changed.insert(static_cast<unsigned>(i));
+    giveBackChanged();
     copyFlattened();
-    std::vector<unsigned> uses(m_meshes.size());
-    std::vector<Instance*> owners(m_meshes.size());
-    for (std::size_t i = 0; i < m_instances.size(); ++i) {
-        if (!m_instances[i]) continue;
-        const unsigned mesh = m_instances[i]->object;
-        owners[mesh] = ++uses[mesh] == 1 && !m_movable[i] ? m_instances[i].get() : nullptr;
-    }
+    const std::vector<Instance*> owners = onlyPlacements();
     for (unsigned mesh = 0; mesh < m_meshes.size(); ++mesh)
         if (m_data[mesh]) takeOver(mesh, owners[mesh]);
+    if (!m_changed.empty() || m_gone) numberMeshes();
 }
 
 // What the structure takes while it is built, which is half as much again as what it keeps of it: measured, and rounded
@@ -423,7 +498,7 @@ void SceneGeometry::update() {
 // Of a mesh that is placed by a transformation, the kernel takes the box around its placed box.
 Bounds SceneGeometry::boxOf(unsigned number) const {
     const Instance& instance = *m_instances[number];
-    if (!instance.hasXfm || m_bakedBy[instance.object]) return instanceBounds(number);
+    if (!instance.hasXfm) return instanceBounds(number);
     const ABSP& mesh = *m_meshes[instance.object];
     Bounds own, placed;
     const Matrix& m = instance.meshToWorldXfm;

@@ -53,6 +53,8 @@ public:
 
     // Meshes that are added get ids whose lowest five bits differ as much as can be, instead of ids in order.
     bool distinctIds = false;
+    // Placements may come, go and move after preparing; meshes keep for that what preparing makes another of them.
+    bool changeable = true;
 
     // Takes a mesh over; its number is what instances refer to. What is charged beyond the memory that may be taken is
     // Error(InputOutput), here and wherever meshes are copied or the structure is built.
@@ -68,17 +70,17 @@ public:
     // ---- Changes, also after the structure is built; they take effect with the next build, which costs what they must.
     // Nobody may be tracing. Numbers of instances and meshes stay; those of what is gone are not used again.
 
-    // What was baked is moved by the difference: its bits are not those of a scene that has always had it there.
+    // It is not baked from now on, so that it can move on.
     void moveInstance(unsigned instance, const Matrix& meshToWorld);
-    // Both its old placement and the new one have an inverse.
-    bool canMove(unsigned instance, const Matrix& meshToWorld) const;
-    bool canAddInstance(unsigned mesh, const Matrix& meshToWorld) const;
     void setVisibility(unsigned instance, Oxuint mask);
     void setShader(unsigned instance, unsigned shader);
     // With its mesh where no other instance has that.
     void removeInstance(unsigned instance);
+    // Ids go by this order of meshes, which is else that of their numbers.
+    void orderMeshes(std::vector<unsigned> meshes) { m_order = std::move(meshes); }
     bool isThere(unsigned instance) const { return instance < m_instances.size() && m_instances[instance]; }
-    unsigned meshOf(unsigned instance) const { return m_instances[instance]->object; }
+    // That was added, though a flattened instance has a copy.
+    unsigned meshOf(unsigned instance) const { return m_origins[m_instances[instance]->object]; }
 
     // Of all that has been placed so far; valid until prepare. Vertices count also where no triangle uses them.
     Bounds placedBounds() const;
@@ -114,9 +116,13 @@ public:
     std::size_t instanceCount() const { return m_instances.size(); }
 
 private:
+    std::vector<Instance*> onlyPlacements() const;
     void takeOver(unsigned mesh, Instance* owner);
+    void giveBack(unsigned mesh);
+    void giveBackChanged();
+    void letGo(unsigned mesh);
     void removeMesh(unsigned mesh);
-    Matrix fromVertices(unsigned mesh, const Matrix& meshToWorld) const;
+    void numberMeshes();
     Bounds boxOf(unsigned instance) const;
     void update();
     void showPlaced();
@@ -125,23 +131,36 @@ private:
     void copyFlattened();
     std::size_t structureTriangles() const;
 
+    // Arrays that a mesh had when the structure was built; what was built as one may refer to them.
+    struct Built {
+        std::vector<R3> positions;
+        std::vector<Oxuint> indices;
+        MemoryCharge memory;
+    };
+
     std::vector<MemoryCharge> m_memory;  // by mesh
     MemoryCharge m_structureMemory;
-    std::vector<std::unique_ptr<MeshData>> m_data;  // until the build has turned them into objects
+    std::vector<std::unique_ptr<MeshData>> m_data;  // until they are prepared, which turns them into objects
+    std::vector<MeshData> m_own;                    // by mesh: those arrays that were others before it was prepared
+    std::vector<Built> m_built;
     std::vector<std::unique_ptr<ABSP>> m_meshes;
     std::vector<std::unique_ptr<Instance>> m_instances;
     std::vector<std::unique_ptr<GeometryObject>> m_placed;  // by instance, where it has a transformation
-    std::vector<bool> m_movable;
+    std::vector<Matrix> m_toWorld;                          // by instance, as asked for
+    std::vector<bool> m_movable;                            // by instance: never baked
+    std::vector<bool> m_distinct;                           // by mesh
     std::set<unsigned> m_endless;
     std::vector<unsigned> m_origins;
-    std::vector<std::optional<Matrix>> m_bakedBy;  // by mesh
-    std::size_t m_prepared = 0;                    // instances that have been
-    std::set<unsigned> m_changed;                  // instances, since the structure was built
-    bool m_gone = false;                           // some have
-    std::set<unsigned> m_removed;                  // meshes
-    std::size_t m_firstBuilt = 0;                  // instances that were there when the structure was built,
-    std::size_t m_builtTriangles = 0;              // and the triangles that were built as one
-    std::vector<std::optional<Bounds>> m_boxes;    // by instance, where they were asked for
+    std::vector<unsigned> m_order;
+    std::vector<bool> m_baked;                   // by mesh: into its only placement
+    std::set<unsigned> m_moved;                  // instances
+    std::size_t m_prepared = 0;                  // instances that have been
+    std::set<unsigned> m_changed;                // instances, since the structure was built
+    bool m_gone = false;                         // some have
+    std::set<unsigned> m_removed;                // meshes
+    std::size_t m_firstBuilt = 0;                // instances that were there when the structure was built,
+    std::size_t m_builtTriangles = 0;            // and the triangles that were built as one
+    std::vector<std::optional<Bounds>> m_boxes;  // by instance, where they were asked for
     std::vector<DroppedTriangles> m_dropped;
     Scene m_scene;
     Bounds m_bounds;

@@ -25,19 +25,17 @@ void CameraSection::readCamera(TableReader& reader, const std::string& place, bo
     const auto view = viewOf(reader);
     const auto fov = reader.number("fov");
     if (fov && !(*fov > 0.0f && *fov < 180.0f)) reader.error("fov", "'fov' must lie between 0 and 180 degrees");
-    std::optional<std::variant<R3, std::string>> focus;
-    if (reader.isList("focus")) {
-        if (const auto point = reader.vector("focus")) focus = *point;
-    } else if (const auto mesh = reader.text("focus")) {
-        focus = *mesh;
-    }
+    const auto focusOn = [&](const auto& on) {
+        if (on) m_focuses.push_back({*on, reader.where("focus"), place, reader.label(), chosen});
+    };
+    if (reader.isList("focus"))
+        focusOn(reader.vector("focus"));
+    else
+        focusOn(reader.text("focus"));
     const CameraView& own = m_world.cameraViews[place] = {view, fov.value_or(CameraView().fov)};
     if (chosen) {
         m_world.view = own.view;
         m_world.fov = own.fov;
-        m_focus = focus;
-        m_focusPlace = reader.where("focus");
-        m_focusLabel = reader.label();
     }
     const ObjectClass* object = m_objects.classOf(reader);
     if (!object) return;
@@ -63,19 +61,20 @@ std::optional<View> CameraSection::viewOf(TableReader& reader) {
     return view;
 }
 
-void CameraSection::focusError(const std::string& message) {
-    m_diagnostics.error(m_focusPlace, fmt::format("{}: 'focus' {}", m_focusLabel, message));
+void CameraSection::focusError(const Focus& focus, const std::string& message) {
+    if (focus.chosen) m_diagnostics.error(focus.where, fmt::format("{}: 'focus' {}", focus.label, message));
 }
 
-std::optional<R3> CameraSection::focusPoint(const std::map<std::string, std::vector<unsigned>>& instances) {
-    if (const R3* point = std::get_if<R3>(&*m_focus)) return *point;
-    const std::string& name = std::get<std::string>(*m_focus);
+std::optional<R3> CameraSection::focusPoint(const Focus& focus,
+                                            const std::map<std::string, std::vector<unsigned>>& instances) {
+    if (const R3* point = std::get_if<R3>(&focus.on)) return *point;
+    const std::string& name = std::get<std::string>(focus.on);
     const auto found = instances.find(name);
     if (found == instances.end()) {
         std::vector<std::string> names;
         names.reserve(instances.size());
         for (const auto& [known, numbers] : instances) names.push_back(known);
-        focusError(fmt::format("names mesh '{}', which is not defined{}", name, didYouMean(name, names)));
+        focusError(focus, fmt::format("names mesh '{}', which is not defined{}", name, didYouMean(name, names)));
         return std::nullopt;
     }
     Bounds bounds;
@@ -84,14 +83,18 @@ std::optional<R3> CameraSection::focusPoint(const std::map<std::string, std::vec
 }
 
 void CameraSection::focus(const std::map<std::string, std::vector<unsigned>>& instances) {
-    if (!m_focus || !m_world.camera) return;
-    const auto point = focusPoint(instances);
-    if (!point) return;
-    if (!m_world.view) return focusError("needs 'position' and 'lookAt'");
-    const View& view = *m_world.view;
-    const float distance = Dot(*point - view.position, Normalize(view.lookAt - view.position));
-    if (!(distance > 0.0f)) return focusError("lies behind the camera");
-    m_world.camera->setFocalDistance(distance);
+    for (const Focus& focus : m_focuses) {
+        CameraView& own = m_world.cameraViews[focus.camera];
+        own.focus = focusPoint(focus, instances);
+        if (!own.focus) continue;
+        const auto distance = own.focalDistance();
+        if (!own.view)
+            focusError(focus, "needs 'position' and 'lookAt'");
+        else if (!distance)
+            focusError(focus, "lies behind the camera");
+        else if (focus.chosen && m_world.camera)
+            m_world.camera->setFocalDistance(*distance);
+    }
 }
 
 }  // namespace oxbeam

@@ -15,22 +15,27 @@ public:
     // [camera] is the camera, and the tables within it are others; `chosen` names one of them, or none.
     void read(TableReader& reader, const std::string& chosen);
     // When the geometry is prepared: sets the focal distance to where a point, or the middle of the instances of a
-    // name, is along the way that the camera looks.
+    // name, is along the way that the camera looks. Mistakes of the cameras that were not chosen are not told.
     void focus(const std::map<std::string, std::vector<unsigned>>& instances);
 
 private:
+    struct Focus {
+        std::variant<R3, std::string> on;  // a point, or a mesh's name
+        SourceLocation where;
+        std::string camera, label;  // its place, and what messages call it
+        bool chosen;
+    };
+
     void readCamera(TableReader& reader, const std::string& place, bool chosen);
     std::optional<View> viewOf(TableReader& reader);
-    std::optional<R3> focusPoint(const std::map<std::string, std::vector<unsigned>>& instances);
-    void focusError(const std::string& message);
+    std::optional<R3> focusPoint(const Focus& focus, const std::map<std::string, std::vector<unsigned>>& instances);
+    void focusError(const Focus& focus, const std::string& message);
 
     std::string m_file;
     const ObjectReader& m_objects;
     World& m_world;
     Diagnostics& m_diagnostics;
-    std::optional<std::variant<R3, std::string>> m_focus;  // of the camera: a point, or a mesh's name
-    SourceLocation m_focusPlace;
-    std::string m_focusLabel;  // of the camera, for messages
+    std::vector<Focus> m_focuses;
 };
 
 }  // namespace oxbeam

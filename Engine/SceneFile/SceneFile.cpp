@@ -175,6 +175,7 @@ std::optional<toml::table> readSceneOrModel(const fs::path& file, const Registry
 std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry, Diagnostics& diagnostics,
                                  const SceneFileOptions& options) {
     auto world = std::make_unique<World>();
+    world->geometry.changeable = options.changeable;
     SceneAssets assets(options.importing);
     if (!isSceneFile(file)) assets.expectPictures();  // most models have some
     if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options)) {

@@ -23,6 +23,9 @@ struct SceneFileOptions {
     ModelSceneOptions model = {};
     // What reading each model may take.
     ImportLimits importing = {};
+    // What stands in the scene may come, go and move after loading (SceneGeometry::changeable), for which the vertices of
+    // what is placed once are kept a second time where its placement changes them.
+    bool changeable = true;
 };
 
 // Reads a scene, or makes one around a model, and loads its textures and models; the geometry is prepared but not

@@ -19,12 +19,15 @@ const Placed& Placements::at(std::string_view place) const {
     throw NoSuchName("the scene has no '" + std::string(place) + "'" + didYouMean(place, known));
 }
 
+void Placements::requireMovable(const Placed& placement, const char* what) const {
+    if (!m_geometry.changeable)
+        throw BadValue(labelOf(placement.place) + " cannot be " + what + ": the scene was loaded to stay as it is");
+    if (!placement.movable) throw BadValue(labelOf(placement.place) + " cannot be " + what + ": it is without end");
+}
+
 void Placements::move(std::string_view place, const Matrix& toWorld) {
     Placed& placement = find(place);
-    bool can = placement.movable;
-    for (const Placed::Part& part : placement.parts)
-        can = can && m_geometry.canMove(part.instance, toWorld * part.toPlaced);
-    if (!can) throw BadValue(labelOf(place) + " cannot be moved there: it is without end, or flat");
+    requireMovable(placement, "moved");
     placement.toWorld = toWorld;
     for (const Placed::Part& part : placement.parts) m_geometry.moveInstance(part.instance, toWorld * part.toPlaced);
 }
@@ -51,6 +54,20 @@ void Placements::remove(std::string_view place) {
     for (Placed& other : m_placements)
         if (listOf(other.place) == listOf(gone.place) && numberOf(other.place) > numberOf(gone.place))
             other.place = listOf(other.place) + '.' + std::to_string(numberOf(other.place) - 1);
+    orderMeshes();
+}
+
+// As a file is read: what a file or a shape holds where it first stands, and the grounds last.
+void Placements::orderMeshes() {
+    std::vector<unsigned> order;
+    for (const bool movable : {true, false})
+        for (const Placed& placement : m_placements) {
+            if (placement.movable != movable) continue;
+            const auto first = order.size();
+            for (const Placed::Part& part : placement.parts) order.push_back(m_geometry.meshOf(part.instance));
+            std::sort(order.begin() + static_cast<std::ptrdiff_t>(first), order.end());
+        }
+    m_geometry.orderMeshes(std::move(order));
 }
 
 std::string Placements::nextMesh() const {
@@ -60,24 +77,26 @@ std::string Placements::nextMesh() const {
 }
 
 std::string Placements::addMesh(MeshData mesh, unsigned shader, const Matrix& toWorld, Oxuint visibility) {
+    m_geometry.distinctIds = false;  // whatever a file ended with
     const unsigned number = m_geometry.addMesh(std::move(mesh));
     const unsigned instance = m_geometry.addInstance(number, toWorld, shader, visibility);
     m_placements.push_back({nextMesh(), toWorld, {{instance, {}}}, true});
+    orderMeshes();
     return m_placements.back().place;
 }
 
 std::string Placements::addAgain(std::string_view place, const Matrix& toWorld) {
     const Placed like = at(place);
-    Placed added{nextMesh(), toWorld, {}, like.movable};
+    requireMovable(like, "placed again");
+    Placed added{nextMesh(), toWorld, {}, true};
     for (const Placed::Part& part : like.parts) {
         const Instance& one = *m_geometry.scene().instances[part.instance];
-        if (!like.movable || !m_geometry.canAddInstance(m_geometry.meshOf(part.instance), toWorld * part.toPlaced))
-            throw BadValue(labelOf(place) + " cannot be placed there again: it is without end, or flat");
         const unsigned instance = m_geometry.addInstance(m_geometry.meshOf(part.instance), toWorld * part.toPlaced,
                                                          one.shaderBias, one.visibilityMask);
         added.parts.push_back({instance, part.toPlaced});
     }
     m_placements.push_back(std::move(added));
+    orderMeshes();
     return m_placements.back().place;
 }
 

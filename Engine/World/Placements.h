@@ -32,17 +32,19 @@ public:
     const Placed& at(std::string_view place) const;
 
     // Costs a new top level of the structure that rays are traced through; the first time also a structure of its own for
-    // what was part of the whole until then. Throws BadValue where it cannot move, as where it is flattened to a plane or
-    // to be.
+    // what was part of the whole until then; and one each time where it is flattened to a plane, or was. Throws BadValue
+    // for a ground, and where the geometry is not changeable.
     void move(std::string_view place, const Matrix& toWorld);
     // Kinds of rays, as RayKind has them, that hit it; costs nothing.
     void setVisibility(std::string_view place, Oxuint mask);
     // By the shader's number (World::shaderNumber); costs nothing.
     void setShader(std::string_view place, unsigned shader);
-    // Those after it are counted anew: "mesh.2" becomes "mesh.1". A mesh that stands nowhere any more goes too.
+    // Those after it are counted anew: "mesh.2" becomes "mesh.1". A mesh that stands nowhere any more goes too; one that
+    // stands once from now on costs a structure.
     void remove(std::string_view place);
     // A mesh of its own, or one more placement of the meshes at another place, with their shaders. Answers its place:
-    // "mesh.N" with the next number. Costs a structure for new meshes, and a top level.
+    // "mesh.N" with the next number. Costs a structure for meshes that stood once or nowhere, and a top level. Throws as
+    // `move` does.
     std::string addMesh(MeshData mesh, unsigned shader, const Matrix& toWorld = {}, Oxuint visibility = RAY_ALL);
     std::string addAgain(std::string_view place, const Matrix& toWorld);
 
@@ -51,7 +53,9 @@ public:
 
 private:
     Placed& find(std::string_view place);
+    void requireMovable(const Placed& placement, const char* what) const;
     std::string nextMesh() const;
+    void orderMeshes();
 
     SceneGeometry& m_geometry;
     std::vector<Placed> m_placements;

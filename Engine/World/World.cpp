@@ -113,6 +113,12 @@ void World::removeLight(std::string_view place) {
     for (; number < lights.size(); ++number) places.rename(lightPlace(number + 1), lightPlace(number));
 }
 
+std::optional<float> CameraView::focalDistance() const {
+    if (!view || !focus) return std::nullopt;
+    const float distance = Dot(*focus - view->position, Normalize(view->lookAt - view->position));
+    return distance > 0.0f ? std::optional(distance) : std::nullopt;
+}
+
 void World::chooseCamera(std::string_view place) {
     auto* chosen = dynamic_cast<OxCamera*>(&places.objectAt(place));
     if (!chosen) throw NoSuchName(labelOf(place) + " is no camera");
@@ -121,6 +127,7 @@ void World::chooseCamera(std::string_view place) {
     if (own == cameraViews.end()) return;
     view = own->second.view;
     fov = own->second.fov;
+    if (const auto distance = own->second.focalDistance()) camera->setFocalDistance(*distance);
 }
 
 void World::setPicture(std::string_view texture, std::unique_ptr<Texture> picture) {

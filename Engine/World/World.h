@@ -33,10 +33,14 @@ struct View {
     R3 lookUp{0.0f, 1.0f, 0.0f};
 };
 
-// How a camera stands, and the vertical angle of its picture in degrees.
+// How a camera stands, the vertical angle of its picture in degrees, and where it is in focus.
 struct CameraView {
     std::optional<View> view;  // none: the whole scene is framed
     float fov = 40.0f;
+    std::optional<R3> focus = {};  // none: by the camera's own parameters
+
+    // How far along the way that the camera looks; nothing without a view, or where it lies behind.
+    std::optional<float> focalDistance() const;
 };
 
 // Where a surface keeps the colour that it has before any light falls on it, by what it declares; null where it
@@ -107,7 +111,8 @@ public:
     void setClass(std::string_view place, const ObjectClass& object);
     // Those after it are counted anew: "light.2" becomes "light.1". Throws NoSuchName.
     void removeLight(std::string_view place);
-    // The camera at a place is in force from now on, with its view where the scene has one for it. Throws NoSuchName.
+    // The camera at a place is in force from now on, with its view and focus where the scene has them for it. Throws
+    // NoSuchName.
     void chooseCamera(std::string_view place);
     // A name stands for another picture, used as the one before: "texture.wood", "model.0.texture.wood". Throws NoSuchName.
     void setPicture(std::string_view texture, std::unique_ptr<Texture> picture);

@@ -55,9 +55,16 @@ struct Document {
 
 std::string vector(float x, float y, float z) { return textOf(valueOf(R3(x, y, z))); }
 
-// The first three meshes stay: of one that stands several times, there are always two.
-constexpr unsigned FixedMeshes = 3;
+// The whole placement of a mesh, in place of what a file says of it otherwise.
+std::string matrix(const Matrix& m) {
+    std::vector<ParameterValue::Number> numbers;
+    for (const auto& row : m.m)
+        for (const float element : row) numbers.emplace_back(double{element});
+    for (const double element : {0.0, 0.0, 0.0, 1.0}) numbers.emplace_back(element);
+    return textOf({numbers, {}});
+}
 
+// No faces lie in each other: which of them a ray finds goes by the way through the structure.
 Document smallScene() {
     writeImage(scratch() / "one.png", 2, 2, {Black, White, Red, Green});
     writeImage(scratch() / "two.png", 3, 1, {Red, Green, White});
@@ -80,8 +87,13 @@ Document smallScene() {
     d.meshes = {{{"shape", "'plane'"}, {"scale", "4"}, {"shader", "'floor'"}},
                 box("'red'", "0.3", "[10, 20, 30]", "[-0.5, 3.1, 0.2]"),
                 box("'red'", "[0.2, 0.4, 0.3]", "[40, -20, 5]", "[0.4, 3.2, 0.4]"),
-                {{"shape", "'sphere'"}, {"segments", "24"}, {"shader", "'red'"}, {"translate", "[-1.2, 1.0, 0.0]"}},
-                box("'mirror'", "0.6", "[0, 0, 0]", "[1.3, 0.6, 0.3]")};
+                {{"shape", "'sphere'"},
+                 {"shader", "'red'"},
+                 {"scale", "[0.9, 0.6, 1.1]"},
+                 {"rotate", "[20, 30, 40]"},
+                 {"segments", "24"},
+                 {"translate", "[-1.2, 1.0, 0.0]"}},
+                box("'mirror'", "0.6", "[0, 0, 0]", "[1.3, 0.65, 0.3]")};
     return d;
 }
 
@@ -113,14 +125,16 @@ public:
     Editor(World& world, Document& document, unsigned seed) : m_world(world), m_document(document), m_random(seed) {}
 
     std::string edit() {
-        switch (below(10)) {
+        switch (below(12)) {
         case 0: return setClass();
         case 1: return lightComesOrGoes();
-        case 2: return meshComesOrGoes();
-        case 3: return setPicture();
-        case 4: return changePlacement();
-        case 5: return changeView();
-        case 6: return setEnvironment();
+        case 2: return setPicture();
+        case 3: return changePlacement();
+        case 4: return changeView();
+        case 5: return setEnvironment();
+        case 6:
+        case 7:
+        case 8: return meshComesOrGoes();
         default: return setParameter();
         }
     }
@@ -135,7 +149,8 @@ private:
 
     // Of the kind that the declaration asks for, small enough to be rendered at once.
     ParameterValue valueFor(const ParameterDeclaration& p) {
-        const bool undocumented = !p.info && (p.id == "texture" || p.id == "textureid" || p.id == "bumpMap");
+        // A number would be that of whichever texture was made then.
+        const bool undocumented = !p.info && (p.id.starts_with("texture") || p.id == "bumpMap");
         if (isTexture(p) || undocumented) return {std::string(any<std::string>({"wood", "bumps", "sky"})), {}};
         if (p.info && !p.info->items.empty())
             return {std::int64_t{std::next(p.info->items.begin(), below(p.info->items.size()))->first}, {}};
@@ -202,31 +217,37 @@ private:
         return "a " + name;
     }
 
-    // Each of its own number of triangles, so that the file does not place one mesh twice.
+    // Turned, stretched, and flat at times.
+    Matrix placement() {
+        const R3 middle(between(-1, 1), between(0.5f, 2), between(-1, 1));
+        const R3 scale(between(0.2f, 0.6f), below(6) == 0 ? 0.0f : between(0.2f, 0.6f), between(0.2f, 0.6f));
+        return TranslationMatrix(middle) * RotationMatrix(below(3), between(-3, 3)) *
+               RotationMatrix(below(3), between(-3, 3)) * ScaleMatrix(scale);
+    }
+
+    // A sphere that comes has its own number of triangles, so that the file does not place one mesh twice.
     std::string meshComesOrGoes() {
-        if (m_document.meshes.size() > FixedMeshes + 1 && below(2) == 0) {
-            const unsigned number = FixedMeshes + below(m_document.meshes.size() - FixedMeshes);
+        if (m_document.meshes.size() > 2 && below(2) == 0) {
+            const unsigned number = below(m_document.meshes.size());
             m_world.placements.remove("mesh." + std::to_string(number));
             m_document.meshes.erase(m_document.meshes.begin() + number);
             return "no mesh " + std::to_string(number);
         }
-        const R3 middle(between(-1, 1), between(0.5f, 2), between(-1, 1));
-        if (below(2) == 0) {
-            m_world.placements.addAgain("mesh.1", TranslationMatrix(middle) * ScaleMatrix(R3(0.25f, 0.25f, 0.25f)));
-            Values box = m_document.meshes[1];
-            box.erase("rotate");
-            box["scale"] = "0.25";
-            box["translate"] = vector(middle.x, middle.y, middle.z);
-            m_document.meshes.push_back(box);
-            return "a box again";
+        const Matrix toWorld = placement();
+        Values mesh = {{"shape", "'sphere'"}, {"segments", std::to_string(m_segments)}, {"shader", "'red'"}};
+        std::string said = "a sphere";
+        if (below(4) != 0) {
+            const unsigned number = below(m_document.meshes.size());
+            mesh = m_document.meshes[number];
+            for (const char* key : {"scale", "rotate", "translate"}) mesh.erase(key);
+            said = "mesh " + std::to_string(number) + " again";
+            m_world.placements.addAgain("mesh." + std::to_string(number), toWorld);
+        } else {
+            m_world.placements.addMesh(sphereMesh(m_segments++), m_world.shaderNumber("shader.red"), toWorld);
         }
-        m_world.placements.addMesh(sphereMesh(m_segments), m_world.shaderNumber("shader.red"),
-                                   TranslationMatrix(middle));
-        m_document.meshes.push_back({{"shape", "'sphere'"},
-                                     {"segments", std::to_string(m_segments++)},
-                                     {"shader", "'red'"},
-                                     {"translate", vector(middle.x, middle.y, middle.z)}});
-        return "a sphere";
+        mesh["matrix"] = matrix(toWorld);
+        m_document.meshes.push_back(mesh);
+        return said;
     }
 
     std::string setPicture() {
@@ -285,9 +306,7 @@ TEST(Edit, AWorldKnowsItsObjectsByPlace) {
         {"shader.red.diffuseColor", "[0.800000011920929, 0.20000000298023224, 0.10000000149011612]"},
         {"shader.floor.texture", "\"wood\""},
         {"shader.red.texture", "-1"},
-        {"shader.mirror.fresnelMethod", "3"},
-        {"render.softShadows", "true"},
-        {"light.1.direction", "[-0.30000001192092896, -0.8999999761581421, 0.20000000298023224]"}};
+        {"render.softShadows", "true"}};
     for (const auto& [path, value] : values) EXPECT_EQ(textOf(world->places.get(path)), value) << path;
     EXPECT_TRUE(world->places.isSet("shader.red.diffuseColor"));
     world->places.reset("shader.red.diffuseColor");
@@ -298,7 +317,12 @@ TEST(Edit, AWorldKnowsItsObjectsByPlace) {
 }
 
 TEST(Edit, WhatCannotBeIsRefusedWithWhatWasMeant) {
-    const auto world = loaded(smallScene());
+    Document document = smallScene();
+    document.meshes.push_back({{"shape", "'ground'"}, {"shader", "'floor'"}});
+    const auto world = loaded(document);
+    SceneFileOptions options;
+    options.changeable = false;
+    const auto fixed = loadFile(scratch() / "scene.toml", options).world;
     Places& places = world->places;
     const ParameterValue one{1.0, {}}, text{std::string("woods"), {}};
     const std::pair<std::function<void()>, const char*> cases[] = {
@@ -314,8 +338,9 @@ TEST(Edit, WhatCannotBeIsRefusedWithWhatWasMeant) {
          "light 0: 'KelPhong' is a surface; expected a light"},
         {[&] { world->setPicture("texture.wod", nullptr); }, "the scene has no 'texture.wod'; did you mean 'wood'?"},
         {[&] { world->placements.move("mesh.7", {}); }, "the scene has no 'mesh.7'; did you mean 'mesh.0'?"},
-        {[&] { world->placements.move("mesh.1", ScaleMatrix(R3(1, 0, 1))); },
-         "mesh 1 cannot be moved there: it is without end, or flat"}};
+        {[&] { world->placements.move("mesh.5", {}); }, "mesh 5 cannot be moved: it is without end"},
+        {[&] { fixed->placements.addAgain("mesh.1", {}); },
+         "mesh 1 cannot be placed again: the scene was loaded to stay as it is"}};
     for (const auto& [act, message] : cases) EXPECT_EQ(failure(ExitStatus::BadScene, act), message);
 }
 
@@ -352,15 +377,18 @@ TEST(Edit, WhatAModelBroughtAlongHasPlacesOfItsOwn) {
 }
 
 TEST(Edit, AnotherCameraComesWithItsView) {
-    const auto world = loadText(smallScene().text() +
-                                "[camera.close]\nobject = 'KelDOFCamera'\nposition = [0, 1, 2]\n"
-                                "lookAt = [0, 1, 0]\nfov = 25\n")
-                           .world;
+    const std::string text = smallScene().text() +
+                             "[camera.close]\nobject = 'KelDOFCamera'\nposition = [0, 1, 2]\nlookAt = [0, 1, 0]\n"
+                             "fov = 25\nfocus = 'box'\n[[mesh]]\nname = 'box'\nshape = 'box'\nshader = 'red'\n";
+    const auto world = loadText(text).world;
     EXPECT_EQ(world->fov, 40.0f);
     world->chooseCamera("camera.close");
     EXPECT_EQ(world->places.placeOf(world->camera), "camera.close");
     EXPECT_EQ(world->fov, 25.0f);
     EXPECT_EQ(world->view->position, R3(0, 1, 2));
+    const Session session(*world);
+    EXPECT_EQ(textOf(world->places.get("camera.close.focalDistance")), "2.0");
+    EXPECT_TRUE(world->places.isSet("camera.close.focalDistance"));
     EXPECT_THAT(failure(ExitStatus::BadScene, [&] { world->chooseCamera("camera.clos"); }),
                 HasSubstr("did you mean 'camera.close'?"));
 }
@@ -483,7 +511,7 @@ TEST(Edit, WhatMovesLooksAsIfItHadAlwaysBeenThere) {
         return static_cast<double>(count) / static_cast<double>(a.size());
     };
     const std::vector<R3> original = freshPicture(document, 4);
-    document.meshes[2]["translate"] = "[1.6, 0.7, 1.0]";
+    document.meshes[2]["translate"] = "[1.6, 0.75, 1.0]";
     document.meshes[4]["translate"] = "[1.2, 2.5, -1.0]";
     const std::vector<R3> expected = freshPicture(document, 4);
     EXPECT_GE(agree(moved, expected), 0.99);

@@ -7,6 +7,7 @@
 #include "Tests/Support/SceneText.h"
 
 #include <random>
+#include <set>
 
 using namespace oxbeam::test;
 
@@ -69,6 +70,7 @@ TEST_F(Memory, FlatPlacementsShareTheirMeshAndAreSeenWhereTheyAre) {
 // Placements as a line, as a point, or of what is no number show nothing, and keep nothing.
 TEST_F(Memory, WhatShowsNothingKeepsNothing) {
     TestWorld world;
+    world.geometry.changeable = false;
     world.phong();
     const unsigned mesh = world.geometry.addMesh(sphereMesh(64));
     for (unsigned i = 0; i < 100; ++i) {
@@ -81,6 +83,42 @@ TEST_F(Memory, WhatShowsNothingKeepsNothing) {
     world.geometry.prepare();
     EXPECT_LT(world.geometry.meshBytes(), 20'000u);
     EXPECT_LT(memoryTaken(MemoryUse::Meshes), 20'000u);
+}
+
+// What may change keeps what its placement makes another of it, until it stands twice; and what was built as one, once.
+TEST_F(Memory, OwnVerticesAreKeptWhereThoseOfTheWorldAreOthers) {
+    const MeshData sphere = sphereMesh(64);
+    const std::size_t vectors = sphere.positions.size() * sizeof(R3);
+    const struct {
+        Matrix placement;
+        bool changeable;
+        std::size_t kept;
+    } cases[] = {{{}, true, 0},
+                 {TranslationMatrix(R3(1, 2, 3)), true, vectors},
+                 {RotationMatrix(1, 0.5f), true, 2 * vectors},
+                 {RotationMatrix(1, 0.5f), false, 0}};
+    for (const auto& c : cases) {
+        SceneGeometry geometry;
+        geometry.changeable = c.changeable;
+        const unsigned mesh = geometry.addMesh(sphere);
+        geometry.addInstance(mesh, c.placement, 0);
+        geometry.prepare();
+        const auto kept = static_cast<std::int64_t>(memoryTaken(MemoryUse::Meshes) - geometry.meshBytes());
+        EXPECT_LE(std::abs(kept - static_cast<std::int64_t>(c.kept)), 2 * sizeof(R3)) << "which Embree reads beyond";
+        if (!c.changeable) continue;
+        geometry.build();
+        std::set<std::uint64_t> twice, once;
+        for (unsigned i = 0; i < 3; ++i) {
+            const unsigned second = geometry.addInstance(mesh, TranslationMatrix(R3(5, 5, 5)), 0);
+            geometry.build();
+            twice.insert(memoryTaken(MemoryUse::Meshes) - geometry.meshBytes());
+            geometry.removeInstance(second);
+            geometry.build();
+            once.insert(memoryTaken(MemoryUse::Meshes) - geometry.meshBytes());
+        }
+        EXPECT_THAT(twice, ElementsAre(AllOf(testing::Gt(2 * vectors), testing::Lt(4 * vectors))));
+        EXPECT_THAT(once, ElementsAre(*twice.begin() + c.kept));
+    }
 }
 
 TEST_F(Memory, APictureIsKeptOnceUnderAllItsNames) {

@@ -99,19 +99,6 @@ TEST(SpotLight, FadesLinearlyInTheCosineBetweenItsAngles) {
     expectNear((1.0f + 0.00018f + 12.0f) * world.I, light.intensity);
 }
 
-TEST(DirectionalLight, PacketsAreNotJittered) {
-    LightWorld<KelDirectionalLight> world("KelDirectionalLight");
-    world.light.intensity = R3(1, 2, 3);
-    world.surface.m_fuzzyLights = 1;
-    OxState4 packet;
-    ISSEVec4 L, I;
-    sse_t distance;
-    EXPECT_TRUE(world.light.Illuminate4(ISSEVec4(R3(1, 2, 3)), L, distance, I, packet, &world.surface));
-    EXPECT_EQ(L.lane(3), R3(0, 0, -1));
-    EXPECT_EQ(I.lane(3), R3(1, 2, 3));
-    EXPECT_EQ(distance[3], 1e20f);
-}
-
 // Both jitter the direction towards them across their own.
 template <class Light>
 static void testJitter(const char* name) {

@@ -106,6 +106,7 @@ struct LitFloor : TestWorld {
         floor.emissiveColor = R3(0.125f, 0, 0);
         floor.specularColor = R3(0, 1, 0.5f);
         floor.shininess = 3;
+        floor.m_fuzzyLights = 1;  // which packets do without
         addSquare(R3(), R3(0, 1, 0), 10);
         for (unsigned i = 0; i < lamps; ++i)
             light<KelDirectionalLight>("KelDirectionalLight").direction = R3(-1, -2, 0.5f);

@@ -28,14 +28,6 @@ struct FloorWorld : TestWorld {
     R3 at(float x, float z) { return trace(R3(x, 1, z), R3(0, -1, 0)); }
 };
 
-TEST(Phong, AmbientAndEmittedLightNeedNoLights) {
-    FloorWorld world(White);
-    world.floor->diffuseColor = R3(0.5f, 1, 0);
-    world.floor->ambientIntensity = 0.2f;
-    world.floor->emissiveColor = R3(0.1f, 0.2f, 3);
-    expectNear(world.at(1, 1), R3(0.2f, 0.4f, 3));
-}
-
 TEST(Phong, HighlightsFollowTheReflectedView) {
     // From `view` degrees off the normal on the right, lit from `light` degrees on the left.
     const struct {

@@ -46,26 +46,6 @@ TEST(Settings, AStateWithoutRenderingObjectEndsTheProcess) {
     EXPECT_DEATH(kelSoftShadows(&state), "FastKel.*: bool kelSoftShadows\\(OxState\\*\\): Assertion `ro' failed");
 }
 
-TEST(Record, OnlyTheOwnerDeletesTheSampler) {
-    int first = 0, second = 0;
-    {
-        KelRay owner(new ScriptedSampler({0.5f}, &first)), other(new ScriptedSampler({0.5f}, &second));
-        {
-            const KelRay copy(owner);
-            KelRay assigned;
-            assigned = copy;
-            EXPECT_EQ(assigned.getSample(0), 0.5f);
-        }
-        EXPECT_EQ(first, 0);
-        const KelRay& same = owner;
-        owner = same;
-        other = owner;
-        EXPECT_EQ(second, 1) << "an assigned record lets go of its former sampler";
-    }
-    EXPECT_EQ(first, 1);
-    EXPECT_EQ(second, 1);
-}
-
 static std::vector<float> draws(KelRenderingObject& ro, unsigned thread, unsigned pass, unsigned tile) {
     ThreadRecord::mine().sampleIndex = pass;
     ro.initTile(thread, tile);

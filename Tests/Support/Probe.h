@@ -71,15 +71,8 @@ private:
 struct ScriptedSampler : OxSampler {
     std::vector<float> numbers;
     std::vector<int> dimensions;  // asked for so far
-    int* deletions = nullptr;     // counts deletions where set
 
-    explicit ScriptedSampler(std::vector<float> script, int* deleted = nullptr)
-        : numbers(std::move(script)), deletions(deleted) {}
-    ~ScriptedSampler() override {
-        if (deletions) ++*deletions;
-    }
-    ScriptedSampler(const ScriptedSampler&) = default;
-    ScriptedSampler& operator=(const ScriptedSampler&) = default;
+    explicit ScriptedSampler(std::vector<float> script) : numbers(std::move(script)) {}
 
     OxSampler* clone() const override { return new ScriptedSampler(*this); }
     float nextSample(int dimension) override {
@@ -90,10 +83,9 @@ struct ScriptedSampler : OxSampler {
 };
 
 // Makes a rendering thread draw from a list. The sampler belongs to the rendering object.
-inline ScriptedSampler& script(KelRenderingObject& ro, std::vector<float> numbers, int* deletions = nullptr,
-                               unsigned thread = 0) {
-    auto* sampler = new ScriptedSampler(std::move(numbers), deletions);
-    delete std::exchange(ro.m_rays[thread].sampler, sampler);
+inline ScriptedSampler& script(KelRenderingObject& ro, std::vector<float> numbers) {
+    auto* sampler = new ScriptedSampler(std::move(numbers));
+    delete std::exchange(ro.m_rays[0].sampler, sampler);
     return *sampler;
 }
 
