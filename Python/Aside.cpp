@@ -1,5 +1,7 @@
 #include "Python/Aside.h"
 
+#include "Engine/System/Interruption.h"
+
 #include <unistd.h>
 
 #include <chrono>
@@ -19,42 +21,12 @@ static void lookAtSignals() {
     if (PyErr_CheckSignals() != 0) throw py::error_already_set();
 }
 
-// ---- Turns
-
-static std::timed_mutex s_turn;
-static thread_local bool s_mine = false;
-
-Turn::Turn() {
-    if (s_mine) throw std::logic_error("this thread is rendering or loading already, and does one at a time");
-    bool have = false;
-    while (!have) {
-        {
-            const py::gil_scoped_release release;
-            have = s_turn.try_lock_for(Glance);
-        }
-        if (!have) lookAtSignals();
-    }
-    s_mine = true;
-}
-
-Turn::~Turn() {
-    s_mine = false;
-    s_turn.unlock();
-}
-
-void requireThreads() {
-    static pid_t process = getpid();
-    if (process != getpid())
-        throw std::logic_error("the engine's threads are not in this process, which was forked off; let "
-                               "multiprocessing start its processes by 'spawn'");
-}
-
-// ---- Work
+// ---- The end of the process
 
 namespace {
 
 // Everything that is under way, to be ended before the interpreter is: a thread that wants its lock afterwards is killed
-// in the middle of something.
+// in the middle of something. Made and ended with the lock.
 class UnderWay {
 public:
     explicit UnderWay(std::atomic<bool>& stop) : m_stop(stop) {
@@ -85,6 +57,45 @@ private:
 
     std::atomic<bool>& m_stop;
 };
+
+}  // namespace
+
+// ---- Turns
+
+static std::timed_mutex s_turn;
+static thread_local bool s_mine = false;
+
+Turn::Turn() {
+    if (s_mine) throw std::logic_error("this thread is rendering or loading already, and does one at a time");
+    std::atomic<bool> stop{false};
+    const UnderWay waiting(stop);
+    bool have = false;
+    while (!have) {
+        {
+            const py::gil_scoped_release release;
+            have = s_turn.try_lock_for(Glance);
+        }
+        if (!have) lookAtSignals();
+        if (!have && stop) throw Interruption("the process ends");
+    }
+    s_mine = true;
+}
+
+Turn::~Turn() {
+    s_mine = false;
+    s_turn.unlock();
+}
+
+void requireThreads() {
+    static pid_t process = getpid();
+    if (process != getpid())
+        throw std::logic_error("the engine's threads are not in this process, which was forked off; let "
+                               "multiprocessing start its processes by 'spawn'");
+}
+
+// ---- Work
+
+namespace {
 
 // A thread, and word of its end.
 class Work {
@@ -131,9 +142,9 @@ static std::exception_ptr glance(const std::function<void()>& tick) {
 
 void runAside(const std::function<void()>& work, std::atomic<bool>& stop, const std::function<void()>& tick) {
     std::exception_ptr interruption, failure;
+    const UnderWay underWay(stop);
     {
         const py::gil_scoped_release release;
-        const UnderWay underWay(stop);
         Work thread(work);
         while (!thread.endsWithin(Glance)) {
             if (interruption) continue;

@@ -166,7 +166,7 @@ def object_class(name):
             and not keyword.iskeyword(parameter.name)
             and not hasattr(SceneObject, parameter.name)
         }
-        text = f"{said.longname or said.name}: a {said.kind} of {said.package.rpartition('/')[2]}."
+        text = f"{(said.longname or said.name).rstrip('.')}: a {said.kind} of {said.package.rpartition('/')[2]}."
         _classes[name] = type(name, (SceneObject,), {"__slots__": (), "__module__": "oxbeam", "__doc__": text, **members})
     return _classes[name]
 

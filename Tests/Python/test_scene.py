@@ -12,7 +12,7 @@ def test_values_come_back_as_they_were_set(scene, table):
     lacquer = scene["shader.lacquer"]
     for name, given, back in [
         ("shininess", 20, 20.0),
-        ("shininess", np.float32(0.2), 0.2),
+        ("ambientIntensity", np.float32(0.2), 0.2),
         ("shininess", np.int64(7), 7.0),
         ("diffuseColor", (0.1, 0.2, 0.3), (0.1, 0.2, 0.3)),
         ("diffuseColor", np.array([1, 0, 0.5]), (1.0, 0.0, 0.5)),
@@ -62,7 +62,7 @@ def test_wrong_values_say_what_was_expected_and_change_nothing(scene):
         ("diffuseColor", (1, 2), ValueError, "expected a list of 3"),
         ("diffuseColor", (1, 2, "x"), TypeError, "not str"),
         ("texture", "wood", ValueError, "not defined"),
-        ("receiveShadow", 0.5, ValueError, "expected true or false"),
+        ("numFuzzySamples", 0.5, ValueError, "expected an integer"),
     ]:
         before = lacquer.values()
         with pytest.raises(exception, match=words):
