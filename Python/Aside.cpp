@@ -89,8 +89,9 @@ Turn::~Turn() {
 void requireThreads() {
     static pid_t process = getpid();
     if (process != getpid())
-        throw std::logic_error("the engine's threads are not in this process, which was forked off; let "
-                               "multiprocessing start its processes by 'spawn'");
+        throw std::logic_error(
+            "the engine's threads are not in this process, which was forked off; let "
+            "multiprocessing start its processes by 'spawn'");
 }
 
 // ---- Work

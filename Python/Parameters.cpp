@@ -107,8 +107,9 @@ static void remove(SceneState& scene, const std::string& place) {
     else if (place.starts_with("mesh.") || (place.starts_with("model.") && !world.places.has(place)))
         world.placements.remove(place);
     else
-        throw BadValue(fmt::format("{} cannot be removed; lights, meshes and models can",
-                                   world.places.has(place) ? "'" + place + "'" : "what is not there, '" + place + "',"));
+        throw BadValue(
+            fmt::format("{} cannot be removed; lights, meshes and models can",
+                        world.places.has(place) ? "'" + place + "'" : "what is not there, '" + place + "',"));
 }
 
 void bindParameters(SceneClass& scene) {

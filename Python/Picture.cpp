@@ -40,7 +40,8 @@ Picture::Picture(const World& world, RenderResult result, std::vector<Aov> wante
 
 // Looks at a member of each pixel's record. It holds the picture, and cannot be written to.
 template <class T, class Record>
-static py::array look(const py::object& picture, std::span<const Record> records, const void* member, unsigned numbers) {
+static py::array look(const py::object& picture, std::span<const Record> records, const void* member,
+                      unsigned numbers) {
     const Window& window = picture.cast<const Picture&>().film.window();
     constexpr auto record = static_cast<py::ssize_t>(sizeof(Record)), number = static_cast<py::ssize_t>(sizeof(T));
     const py::ssize_t width = window.width(), height = window.height();
@@ -169,24 +170,24 @@ static py::tuple crop(const Picture& picture) {
 void bindPicture(py::module_& module) {
     py::options options;
     options.disable_function_signatures();
-    py::class_<Picture, std::shared_ptr<Picture>>(
-        module, "Picture",
-        "A picture that was rendered.\n\nIts arrays look at the memory that it was rendered into: rows from the top, not "
-        "to be written to, and good for as long as they are held.")
+    py::class_<Picture, std::shared_ptr<Picture>>(module, "Picture",
+                                                  "A picture that was rendered.\n\nIts arrays look at the memory that "
+                                                  "it was rendered into: rows from the top, not "
+                                                  "to be written to, and good for as long as they are held.")
         .def_property_readonly("rgb", &rgb, "Linear colours: float32, height x width x 3.")
         .def_property_readonly("alpha", &alpha, "0 to 1, where the scene's background is transparent: height x width.")
         .def_property_readonly("depth", &depth, "Along the way that the camera looks; infinity where nothing is.")
         .def_property_readonly("normal", &normal, "Shading normals, averaged: height x width x 3.")
         .def_property_readonly("albedo", &albedo, "Colours before any light falls on them: height x width x 3.")
-        .def_property_readonly("object", &object, "Numbers of objects from 1, and 0 where none is: see Scene.instances.")
+        .def_property_readonly("object", &object,
+                               "Numbers of objects from 1, and 0 where none is: see Scene.instances.")
         .def_property_readonly("samples", &samples, "How many samples each pixel has: uint32.")
         .def_property_readonly(
             "size", [](const Picture& p) { return py::make_tuple(p.film.window().width(), p.film.window().height()); },
             "Width and height.")
         .def_property_readonly("crop", &crop, "The part of the whole picture that it is: x0, y0, x1, y1.")
         .def_property_readonly(
-            "passes", [](const Picture& p) { return p.statistics.passes; },
-            "Samples that every pixel has.")
+            "passes", [](const Picture& p) { return p.statistics.passes; }, "Samples that every pixel has.")
         .def_readonly("complete", &Picture::complete, "False where it was interrupted.")
         .def_property_readonly("statistics", &statistics, "Seconds, rays by their kind, and what went wrong.")
         .def("save", &save, py::arg("file"), py::kw_only(), py::arg("bits") = 8u,

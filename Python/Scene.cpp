@@ -86,7 +86,8 @@ static R3 pointFrom(const std::array<float, 3>& v) {
 
 static void setView(SceneState& scene, const std::array<float, 3>& position, const std::array<float, 3>& lookAt,
                     const std::array<float, 3>& lookUp, float fov) {
-    if (!(fov > 0.0f && fov < 180.0f)) throw py::value_error("expected an angle of more than 0 and less than 180 degrees");
+    if (!(fov > 0.0f && fov < 180.0f))
+        throw py::value_error("expected an angle of more than 0 and less than 180 degrees");
     const View view{pointFrom(position), pointFrom(lookAt), pointFrom(lookUp)};
     if (!(Length(Cross(view.lookAt - view.position, view.lookUp)) > 0.0f))
         throw py::value_error("expected a view to somewhere, and not straight up or down");

@@ -445,8 +445,8 @@ void EmbreeIntersector::intersect(const Block& block) {
 
 // Where all go the same way they take the same way through the structure, or nearly; the kernel is told, since it would
 // make others slower by it. Lanes that are not there repeat one that is.
-bool EmbreeIntersector::fillEight(RTCRayHit8& query, const RayStream& rays, std::size_t first, unsigned count,
-                                  int (&valid)[8]) const {
+inline bool EmbreeIntersector::fillEight(RTCRayHit8& query, const RayStream& rays, std::size_t first, unsigned count,
+                                         int (&valid)[8]) const {
     const auto reaches = [this](float x) { return std::fabs(x) <= m_farthestOut; };
     unsigned signs = 0, all = 7;
     for (unsigned i = 0; i < 8; ++i) {
@@ -480,10 +480,10 @@ static R3 unit(R3 v) {
     return v * (1.0f / std::sqrt(square));
 }
 
+// The kernel's word for it, but for the distance: that of the triangle's plane, in the arithmetic of every processor.
 void EmbreeIntersector::takeHit(const RTCRayHit8& query, unsigned lane, const StreamHits& hits, std::size_t ray) const {
     const RTCHit8& hit = query.hit;
-    const bool nothing = hit.geomID[lane] == RTC_INVALID_GEOMETRY_ID;
-    if (nothing) {
+    if (hit.geomID[lane] == RTC_INVALID_GEOMETRY_ID) {
         hits.distance[ray] = std::numeric_limits<float>::infinity();
         hits.object[ray] = 0;
         hits.triangle[ray] = TRI_NONE;
@@ -492,16 +492,20 @@ void EmbreeIntersector::takeHit(const RTCRayHit8& query, unsigned lane, const St
     }
     const unsigned number = hit.instID[0][lane] != m_worldSpace ? hit.instID[0][lane] : hit.geomID[lane];
     const Instance& instance = *m_instances[number];
+    const auto& mesh = static_cast<const ABSP&>(*m_scene->objects[instance.object]);
+    R3 corner = mesh.positions[mesh.indices[3 * std::size_t{hit.primID[lane]}]];
+    R3 normal(hit.Ng_x[lane], hit.Ng_y[lane], hit.Ng_z[lane]);
+    if (instance.hasXfm) {
+        corner = TransformPoint(instance.meshToWorldXfm, corner);
+        normal = TransformVector(instance.normalXfm, normal);
+    }
     const RTCRay8& r = query.ray;
-    const HitPoint point =
-        pointOf(instance, *m_scene->objects[instance.object], hit.primID[lane],
-                _mm_set_ps(0.0f, r.org_z[lane], r.org_y[lane], r.org_x[lane]),
-                _mm_set_ps(0.0f, r.dir_z[lane], r.dir_y[lane], r.dir_x[lane]),
-                {r.tfar[lane], hit.u[lane], hit.v[lane], {hit.Ng_x[lane], hit.Ng_y[lane], hit.Ng_z[lane]}});
-    hits.distance[ray] = std::max(point.distance, 0.0f);
+    const R3 way = corner - R3(r.org_x[lane], r.org_y[lane], r.org_z[lane]);
+    const float distance = Dot(way, normal) / Dot(R3(r.dir_x[lane], r.dir_y[lane], r.dir_z[lane]), normal);
+    hits.distance[ray] = std::isfinite(distance) ? std::max(distance, 0.0f) : r.tfar[lane];
     hits.object[ray] = number + 1;
     hits.triangle[ray] = static_cast<int>(hit.primID[lane]);
-    hits.normal[ray] = unit(point.normal);
+    hits.normal[ray] = unit(normal);
 }
 
 void EmbreeIntersector::intersect(const RayStream& rays, std::size_t first, std::size_t count,

@@ -26,9 +26,9 @@ struct StreamHits {
     R3* normal = nullptr;        // of the triangle's plane, of unit length, by the order of its corners; zero: none
 };
 
-// Of a geometry that is built. Distances are those of pictures to the last bit. A ray that is not finite, or absurdly far
-// out, hits nothing. Neighbours that take about the same way are faster. Ends early once `stop` is set, with a part of
-// the hits written.
+// Of a geometry that is built. Distances are of the same bits on every processor, but not always the last of those that
+// pictures have. A ray that is not finite, or absurdly far out, hits nothing. Neighbours that take about the same way are
+// faster. Ends early once `stop` is set, with a part of the hits written.
 OXBEAM_API void intersect(const SceneGeometry& geometry, Workers& workers, const RayStream& rays,
                           const StreamHits& hits, const std::atomic<bool>* stop = nullptr);
 
