@@ -28,7 +28,7 @@ static py::object ours(const char* name) { return py::module_::import("oxbeam._e
 static py::str text(const std::string& message) { return {printable(message)}; }
 
 void warn(const std::string& message) {
-    py::module_::import("warnings").attr("warn")(text(message), ours("SceneWarning"), 3);
+    py::module_::import("warnings").attr("warn")(text(message), ours("SceneWarning"), 2);
 }
 
 void warn(const Diagnostics& diagnostics) {

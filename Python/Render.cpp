@@ -83,6 +83,13 @@ static Window cropFrom(const std::array<Number, 4>& crop, const ImageSize& image
     return {pixel(x0), pixel(y0), pixel(x1), pixel(y1)};
 }
 
+// As of scene files: what would run out of stack.
+static void requireEnd(const World& world) {
+    if (world.renderingObject->m_recursionLimit > MaxRecursionLimit)
+        throw Error(ExitStatus::Usage, fmt::format("recursionLimit of 'render' is {}; expected 0 to {}",
+                                                   world.renderingObject->m_recursionLimit, MaxRecursionLimit));
+}
+
 static RenderOptions optionsFrom(const Wish& wish, const World& world, const std::vector<Aov>& aovs) {
     RenderOptions options;
     const Number scenes = world.renderingObject->m_samplesPerPixel;
@@ -122,6 +129,7 @@ static std::shared_ptr<Picture> render(SceneState& scene, const Wish& wish, cons
     const SceneState::Use use(scene);
     requireThreads();
     World& world = use.world;
+    requireEnd(world);
     const Sized sized(world, wish.size);
     RenderOptions options = optionsFrom(wish, world, aovs);
     const unsigned threads = threadsFor(world, wish.threads);
