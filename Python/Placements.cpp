@@ -86,8 +86,8 @@ static std::string addMesh(SceneState& scene, const std::string& name, const Arr
     requireIndices(corners, mesh.positions.size());
     requireAsMany(mesh.normals.size(), mesh.positions.size(), "normals");
     requireAsMany(mesh.texCoords.size(), mesh.positions.size(), "texture coordinates");
-    mesh.indices.resize(3 * corners.size());
-    std::copy_n(corners.data()->data(), mesh.indices.size(), mesh.indices.data());
+    mesh.indices.reserve(3 * corners.size());
+    for (const auto& face : corners) mesh.indices.insert(mesh.indices.end(), face.begin(), face.end());
 
     World& world = scene.world();
     const unsigned number =
