@@ -4,7 +4,7 @@
 #include "Oxbeam/OxTypes.h"
 
 // Raised by whatever changes what a package and its host must agree on: a virtual function, a member, or a size of a
-// class of the interface, or what an operation of it means.
+// class of the interface, or what an operation of it means. All but the last is recorded in layout.txt.
 #define OX_INTERFACE_VERSION 1
 
 #define OX_INTERFACE_PASTE(name, version) name##version

@@ -12,7 +12,7 @@ public:
     static constexpr unsigned MaxThreads = 48;
 
     Oxuint m_recursionLimit = 25;  // rays of this depth are not traced
-    float m_rayEpsilon = 0.01f;    // world units; follows the size of the scene unless set
+    float m_rayEpsilon = 0.01f;    // world units; follows the scene's size unless set, or Init gives another value
     Oxuint m_tilesPerFrame = 1;    // set by the host; multiplier that keeps the seeds of all passes apart
     Oxint m_samplesPerPixel = 16;  // passes over the picture
     Oxint m_multiThreading = 1;    // 0 renders on one thread

@@ -3,7 +3,7 @@
 
 #include "Oxbeam/OxTypes.h"
 
-#include <random>
+#include <cstdint>
 
 class OXBEAM_API OxSampler {
 public:
@@ -26,7 +26,13 @@ public:
     void setSeed(int seed) { setSeed(static_cast<unsigned>(seed)); }
 
 private:
+    static constexpr unsigned Size = 624;  // numbers that are made at a time
+
+    void makeSamples();
+
     unsigned m_seed;
     bool m_seeded = false;  // not before the first number is drawn: most tiles draw none
-    std::mt19937 m_generator;
+    unsigned m_next = Size;
+    std::uint32_t m_state[Size] = {};
+    float m_samples[Size] = {};
 };

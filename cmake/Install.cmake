@@ -23,6 +23,7 @@ set_target_properties(oxbeam_command PROPERTIES INSTALL_RPATH "${run_path}")
 
 install(TARGETS oxbeam LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS Kel LIBRARY DESTINATION ${OXBEAM_INSTALL_PACKAGES})
+install(TARGETS oxbeam_pictures LIBRARY DESTINATION ${OXBEAM_INSTALL_PRIVATE})
 install(TARGETS oxbeam_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS oxbeam_import oxbeam_decode RUNTIME DESTINATION ${OXBEAM_INSTALL_PRIVATE})
 
@@ -77,5 +78,7 @@ install(FILES ${CMAKE_BINARY_DIR}/install/OxbeamConfig.cmake ${CMAKE_BINARY_DIR}
 
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
            OUTPUT_VARIABLE OXBEAM_PREFIX_FROM_PKGCONFIG)
-configure_file(cmake/oxbeam.pc.in ${CMAKE_BINARY_DIR}/install/oxbeam.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/install/oxbeam.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(file oxbeam oxbeam-kel)
+  configure_file(cmake/${file}.pc.in ${CMAKE_BINARY_DIR}/install/${file}.pc @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/install/${file}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

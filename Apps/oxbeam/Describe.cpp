@@ -27,8 +27,8 @@ void addDescribe(CLI::App& app, DescribeCommand& command) {
 // ---- Text
 
 static std::string parameterText(const ParameterDeclaration& p, std::size_t width) {
-    std::string text =
-        fmt::format("  {:<{}}  {}, default {}", p.id, width, describeType(p), describeValue(p, p.defaultBytes.data()));
+    std::string text = fmt::format("  {:<{}}  {}, default {}", p.id, width, describeType(p),
+                                   p.followed ? "by the size of the scene" : describeValue(p, p.defaultBytes.data()));
     if (p.info && !p.info->lowerbound.empty())
         text += fmt::format(", {} to {}", p.info->lowerbound, p.info->upperbound);
     text += '\n';
@@ -37,6 +37,7 @@ static std::string parameterText(const ParameterDeclaration& p, std::size_t widt
     };
     if (!p.aliases.empty()) line(fmt::format("also: {}", fmt::join(p.aliases, ", ")));
     if (p.info) line(p.info->help);
+    if (p.followed) line(fmt::format("unless set: {}", p.followed));
     return text;
 }
 

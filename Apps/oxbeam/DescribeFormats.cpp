@@ -47,7 +47,8 @@ static Json parameterAsJson(const ParameterDeclaration& p) {
                  {"aliases", p.aliases},
                  {"type", types[static_cast<int>(p.type)]},
                  {"components", p.components()},
-                 {"default", valueOf(describeValue(p, p.defaultBytes.data()))}};
+                 {"default", p.followed ? Json() : valueOf(describeValue(p, p.defaultBytes.data()))}};
+    if (p.followed) json["unlessSet"] = p.followed;
     if (!p.info) return json;
     const auto add = [&](const char* key, const std::string& text, bool asValue) {
         if (!text.empty()) json[key] = asValue ? valueOf(text) : Json(text);
@@ -141,9 +142,9 @@ static std::string parameterRow(const ParameterDeclaration& p) {
                              info.logarithmic ? ", logarithmic" : "");
     std::vector<std::string> aliases;
     std::transform(p.aliases.begin(), p.aliases.end(), std::back_inserter(aliases), code);
+    const std::string inForce = p.followed ? plain(p.followed) : code(describeValue(p, p.defaultBytes.data()));
     return fmt::format("| {} | {} | {} | {} | {} | {} | {} |\n", code(p.id), fmt::join(aliases, ", "),
-                       plain(describeType(p)), code(describeValue(p, p.defaultBytes.data())), code(info.defaultText),
-                       plain(bounds), plain(info.help));
+                       plain(describeType(p)), inForce, code(info.defaultText), plain(bounds), plain(info.help));
 }
 
 static std::string section(const ObjectClass& object) {

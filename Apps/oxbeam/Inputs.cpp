@@ -1,7 +1,9 @@
 #include "Apps/oxbeam/Inputs.h"
 
+#include "Apps/oxbeam/RenderSteps.h"
 #include "Apps/oxbeam/Versions.h"
 #include "Engine/Host/HostObjects.h"
+#include "Engine/Output/ImageFile.h"
 #include "Engine/System/Hash.h"
 #include "Engine/System/System.h"
 
@@ -44,6 +46,8 @@ static void addOptions(const RenderCommand& command, const World& world, const R
     inputs["--texture"] = m.texture;
     inputs["--up"] = m.up;
 }
+
+bool recordsInputs(const RenderCommand& command) { return !command.checkpoint.empty() || isExr(pictureName(command)); }
 
 // Files are named as seen from the scene, so that all of it can be moved to another place.
 Inputs inputsOf(const RenderCommand& command, const World& world, const RenderOptions& options) {

@@ -13,6 +13,8 @@ namespace oxbeam {
 // By what people call it: hashes of files, and values of options.
 using Inputs = std::map<std::string, std::string>;
 
+// Whether what is written has room for them. Finding them out takes some time: every library is asked for its version.
+bool recordsInputs(const RenderCommand& command);
 // All that decides every bit of a picture, except how many passes there are.
 Inputs inputsOf(const RenderCommand& command, const World& world, const RenderOptions& options);
 std::string hashOfInputs(const Inputs& inputs);

@@ -28,11 +28,13 @@ std::string shellText(const std::vector<std::string>& words) {
     return text;
 }
 
+static const Attributes::value_type Software{"Software", "oxbeam " OXBEAM_VERSION};
+
 Attributes attributesOf(const RenderCommand& command, const World& world, const Inputs& inputs, const Film& film,
                         double seconds) {
     const ViewMatrices matrices = viewMatrices(world);
     return {
-        {"Software", "oxbeam " OXBEAM_VERSION},
+        Software,
         {"worldToCamera", matrices.worldToCamera},
         {"worldToNDC", matrices.worldToNDC},
         {"oxbeam:command", command.text},
@@ -56,7 +58,8 @@ ImageOptions pictureOptions(const RenderCommand& command, const World& world, co
     ImageOptions options{command.bits, world.tone};
     if (film.hasAlpha()) options.alpha = {{"A"}, [&film](std::size_t i, float* to) { *to = film.alpha(i); }};
     options.placement = {film.window(), world.image};
-    options.attributes = attributesOf(command, world, inputs, film, seconds);
+    options.attributes =
+        isExr(pictureName(command)) ? attributesOf(command, world, inputs, film, seconds) : Attributes{Software};
     for (const Aov aov : parseAovs(command.aov)) {
         options.layers.push_back(layerOf(aov, film));
         if (aov == Aov::Object) options.attributes["oxbeam:objects"] = objectNames(world);

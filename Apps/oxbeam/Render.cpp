@@ -54,6 +54,8 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     const std::unique_ptr<FileSink> standardOutput =
         toStandardOutput(command) ? std::make_unique<StandardOutput>() : nullptr;
     stopOnSignals();
+    prepareToWrite(pictureName(command));
+    if (!command.checkpoint.empty()) prepareToWrite(command.checkpoint);
     Times times;
     if (!command.size.empty()) reservePicture(command, parseSize(command.size));  // known before anything is loaded
 
@@ -63,7 +65,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     if (stopWanted()) return stoppedStatus();
     if (options.alpha) checkAlpha(command);
     const MemoryCharge writingMemory = reservePicture(command, world->image);
-    const Inputs inputs = inputsOf(command, *world, options);
+    const Inputs inputs = recordsInputs(command) ? inputsOf(command, *world, options) : Inputs();
     Checkpointing saving(command, *world, inputs);
     std::optional<Begun> begun = saving.begun(options);
     times.load = loading.seconds();
@@ -80,23 +82,28 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
 
     const WorthWaitingFor picture;
     Stopwatch rendering;
-    const RenderResult result = renderOrResume(*world, workers, options, saving, progress, std::move(begun));
-    times.render = rendering.seconds();
-    sayRendered(result, options, times.render, threads, progress);
-    warnOfBadResults(result.statistics);
-    warnOfPicture(*world, result, command.output);
-    if (!result.statistics.packetsRefused.empty() && !command.quiet)
-        std::cerr << fmt::format("oxbeam: note: --packets has no effect: {}\n", result.statistics.packetsRefused);
+    bool saved = true;
+    const auto conclude = [&, &world = world, &options = options, &threads = threads](const RenderResult& result) {
+        times.render = rendering.seconds();
+        sayRendered(result, options, times.render, threads, progress);
+        warnOfBadResults(result.statistics);
+        if (!result.failure) warnOfPicture(*world, result, command.output);
+        if (!result.statistics.packetsRefused.empty() && !command.quiet)
+            std::cerr << fmt::format("oxbeam: note: --packets has no effect: {}\n", result.statistics.packetsRefused);
 
-    Stopwatch writing;
-    const Window& window = result.film.window();
-    const ImageOptions description = pictureOptions(command, *world, inputs, result.film, saving.seconds());
-    const bool saved = saving.save(result.film);
-    writePicture(command, standardOutput.get(), result.film, description);
-    times.write = writing.seconds();
-    progress.step(fmt::format("wrote {} ({} x {})", toStandardOutput(command) ? "standard output" : command.output,
-                              window.width(), window.height()));
-    if (!command.stats.empty()) writeStatistics(command.stats, *world, result, times, threads);
+        Stopwatch writing;
+        const Window& window = result.film.window();
+        const ImageOptions description = pictureOptions(command, *world, inputs, result.film, saving.seconds());
+        saved = saving.save(result.film);
+        writePicture(command, standardOutput.get(), result.film, description);
+        times.write = writing.seconds();
+        progress.step(fmt::format("wrote {} ({} x {})", toStandardOutput(command) ? "standard output" : command.output,
+                                  window.width(), window.height()));
+        if (!command.stats.empty()) writeStatistics(command.stats, *world, result, times, threads);
+    };
+    options.ended = conclude;
+    const RenderResult result = renderOrResume(*world, workers, options, saving, progress, std::move(begun));
+    conclude(result);
     if (result.failure) std::rethrow_exception(result.failure);
     if (!saved)
         throw Error(ExitStatus::InputOutput,

@@ -87,6 +87,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
     const RenderStatistics& s = result.statistics;
     std::size_t dropped = 0;
     for (const DroppedTriangles& d : world.geometry.dropped()) dropped += d.total();
+    const StructureStatistics structure = world.geometry.structure();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     const nlohmann::ordered_json json = {
@@ -105,6 +106,13 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
           {"other", s.rays.other},
           {"total", s.rays.total()}}},
         {"triangles", world.geometry.triangles()},
+        {"structure",
+         {{"placements", structure.placements},
+          {"in_whole", structure.inWhole},
+          {"instanced", structure.instanced},
+          {"apart", structure.apart},
+          {"two_levels", structure.twoLevels},
+          {"hidden_triangles", structure.hiddenTriangles}}},
         {"lights", world.lights.size()},
         {"threads", threads},
         {"peak_bytes", static_cast<std::uint64_t>(usage.ru_maxrss) * 1024},
@@ -185,7 +193,8 @@ static unsigned scaled(unsigned pixels, double scale) {
     return std::max(1u, static_cast<unsigned>(std::lround(pixels * scale)));
 }
 
-std::optional<Rendered> renderPicture(const RenderCommand& command, const Registry& registry, unsigned mostSide) {
+std::optional<Rendered> renderPicture(const RenderCommand& command, const Registry& registry, unsigned mostSide,
+                                      const std::function<void()>& ended) {
     Prepared p = prepare(command, registry);
     if (!p.world) return std::nullopt;
     ImageSize& image = p.world->image;
@@ -193,6 +202,7 @@ std::optional<Rendered> renderPicture(const RenderCommand& command, const Regist
         command.size.empty() && scale < 1.0)
         image = {scaled(image.width, scale), scaled(image.height, scale)};
     p.options.alpha = false;  // what a picture is laid on here, it hides
+    p.options.ended = [&](const RenderResult&) { ended(); };
     Workers workers(p.threads);
     build(*p.world, workers, command.isa);
     const WorthWaitingFor waited;

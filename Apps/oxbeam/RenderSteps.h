@@ -8,6 +8,7 @@
 #include "Engine/System/MemoryBudget.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -94,7 +95,8 @@ struct Rendered {
 
 // A picture of the command's scene, silently, and as far as it got where a stop is wanted. Unless the command says its
 // size it is the scene's, scaled down where a side is longer than `mostSide`. Nothing where the scene is bad, after
-// saying why.
-std::optional<Rendered> renderPicture(const RenderCommand& command, const Registry& registry, unsigned mostSide);
+// saying why. `ended` is called where a package ends the process by exit().
+std::optional<Rendered> renderPicture(const RenderCommand& command, const Registry& registry, unsigned mostSide,
+                                      const std::function<void()>& ended);
 
 }  // namespace oxbeam

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <iterator>
 #include <optional>
@@ -124,26 +125,38 @@ ExitStatus runSweep(const SweepCommand& command, const Registry& registry) {
     const auto columns = swept.size() == 2 ? static_cast<unsigned>(swept[0].values.size()) : command.columns;
     ProgressLine progress(base.quiet);
     stopOnSignals();
+    ContactSheet::prepare();
 
     std::optional<ContactSheet> contacts;
     std::optional<WorthWaitingFor> worth;
-    bool good = true;
-    for (unsigned i = 0; i < count && good && !stopWanted(); ++i) {
-        RenderCommand render = base;
-        render.set.insert(render.set.end(), cells[i].set.begin(), cells[i].set.end());
-        const auto picture = renderPicture(render, registry, PictureSide);
-        good = picture.has_value();
-        if (!good) break;
-        if (!worth) worth.emplace();
-        if (!contacts) contacts.emplace(count, columns, std::max(picture->width, LeastCellWidth), picture->height);
-        contacts->add(picture->width, picture->height, picture->pixels, cells[i].label);
-        progress.step(fmt::format("{} of {}: {}", i + 1, count, cells[i].label));
-    }
-    if (contacts) {  // also what came before an error or a stop
+    const auto writeSheet = [&] {
+        if (!contacts) return;
         const Sheet sheet = contacts->sheet();
         writeImage(base.output, sheet.width, sheet.height, sheet.pixels);
         progress.step(fmt::format("wrote {} ({} x {})", base.output, sheet.width, sheet.height));
+    };
+    const auto render = [&](const Cell& cell) {
+        RenderCommand one = base;
+        one.set.insert(one.set.end(), cell.set.begin(), cell.set.end());
+        const auto picture = renderPicture(one, registry, PictureSide, writeSheet);
+        if (!picture) return false;
+        if (!worth) worth.emplace();
+        if (!contacts) contacts.emplace(count, columns, std::max(picture->width, LeastCellWidth), picture->height);
+        contacts->add(picture->width, picture->height, picture->pixels, cell.label);
+        return true;
+    };
+    bool good = true;
+    std::exception_ptr failure;
+    try {
+        for (unsigned i = 0; i < count && good && !stopWanted(); ++i) {
+            good = render(cells[i]);
+            if (good) progress.step(fmt::format("{} of {}: {}", i + 1, count, cells[i].label));
+        }
+    } catch (...) {
+        failure = std::current_exception();
     }
+    writeSheet();  // also of what came before an error, a package that fails, or a stop
+    if (failure) std::rethrow_exception(failure);
     if (!good) return ExitStatus::BadScene;
     return stopWanted() ? stoppedStatus() : ExitStatus::Done;
 }

@@ -249,7 +249,7 @@ float oxsGetTexelAlphaValue(const OxState* state, Oxuint textureId) {
     const Texture* texture = textureOf(textureId);
     if (!texture || !state->object || !texture->hasTransparency()) return 1.0f;
     const R2 st = textureCoordinates(state);
-    return texture->lookUp(st.x, st.y).a;
+    return texture->alphaAt(st.x, st.y);
 }
 
 Oxuint oxsGetTextureModel(const OxState*, Oxuint textureId) {

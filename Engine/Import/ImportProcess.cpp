@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -148,9 +149,9 @@ void ImportProcess::failAsSignalled(int signal) const {
     fail(fmt::format("crashes its reader ({})", strsignal(signal)));
 }
 
-bool ImportProcess::sendRequest(const std::string& name, int descriptor) const {
-    std::uint64_t length = name.size();
-    iovec parts[] = {{&length, sizeof length}, {const_cast<char*>(name.data()), name.size()}};
+bool ImportProcess::sendRequest(std::uint64_t number, const std::string& name, int descriptor) const {
+    std::uint64_t head[2] = {number, name.size()};
+    iovec parts[] = {{head, sizeof head}, {const_cast<char*>(name.data()), name.size()}};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof descriptor)] = {};
     msghdr message{};
     message.msg_iov = parts, message.msg_iovlen = 2;
@@ -160,15 +161,19 @@ bool ImportProcess::sendRequest(const std::string& name, int descriptor) const {
         passed->cmsg_level = SOL_SOCKET, passed->cmsg_type = SCM_RIGHTS, passed->cmsg_len = CMSG_LEN(sizeof descriptor);
         std::memcpy(CMSG_DATA(passed), &descriptor, sizeof descriptor);
     }
-    return sendmsg(m_socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof length + name.size());
+    return sendmsg(m_socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof head + name.size());
 }
 
 std::uint64_t ImportProcess::ask(const fs::path& file, std::string what, const std::string& words, int descriptor) {
     m_what = std::move(what);
     m_deadline = Clock::now() + 3 * std::chrono::seconds(m_limits.seconds);
-    if (!sendRequest(file.empty() ? "" : words + fs::absolute(file).string(), descriptor)) failAsItEnded();
-    std::uint64_t length = 0;
+    std::uint64_t number = 0;
+    static_cast<void>(getrandom(&number, sizeof number, 0));  // never fails for so few bytes
+    if (!sendRequest(number, file.empty() ? "" : words + fs::absolute(file).string(), descriptor)) failAsItEnded();
+    std::uint64_t answered = 0, length = 0;
+    take(&answered, sizeof answered);
     take(&length, sizeof length);
+    if (answered != number) fail("cannot be read: its reader says what it was not asked for");
     if (length > m_limits.bytes)
         fail(fmt::format("takes more than {} MiB once it is read{}", m_limits.bytes >> 20, m_limits.advice));
     return length;

@@ -65,7 +65,7 @@ private:
     [[noreturn]] void failForTheMachine(const std::string& why) const;
     [[noreturn]] void failAsItEnded();
     [[noreturn]] void failAsSignalled(int signal) const;
-    bool sendRequest(const std::string& name, int descriptor) const;
+    bool sendRequest(std::uint64_t number, const std::string& name, int descriptor) const;
     [[noreturn]] void failAsTooSlow() const;
 
     ImportLimits m_limits;

@@ -1,5 +1,6 @@
-// What the host and the programs that read files for it agree upon. A request is the length of a file's name and the
-// name, an answer the length of what was made of the file, and that; lengths as 64 bits.
+// What the host and the programs that read files for it agree upon. A request is a number that cannot be guessed, the length
+// of a file's name and the name; an answer is the same number, the length of what was made of the file, and that. Numbers
+// and lengths are of 64 bits. By its number an answer is known not to be what an earlier file had its reader say.
 #pragma once
 
 namespace oxbeam {

@@ -20,6 +20,9 @@ struct Sheet {
 // Error(InputOutput) for a picture that cannot be read.
 class OXBEAM_API ContactSheet {
 public:
+    // For those who know that there will be one: loads what draws it, beside what else there is to do.
+    static void prepare();
+
     // For so many pictures; those that are never added leave their cells empty.
     ContactSheet(unsigned count, unsigned columns, unsigned cellWidth, unsigned cellHeight);
     ~ContactSheet();

@@ -2,6 +2,7 @@
 
 #include "Engine/Host/HostObjects.h"
 #include "Engine/Packages/Overrides.h"
+#include "Engine/Packages/ParameterValue.h"
 #include "Engine/Packages/Trial.h"
 #include "Engine/Packages/Watch.h"
 #include "Engine/System/System.h"
@@ -203,6 +204,16 @@ static std::size_t sizeFrom(OxLoadableObject* object) {
 // What an object answers that has no document.
 static bool isNoDocument(const std::string& text) { return text.empty() || text == OxLoadableObject().GetShaderInfo(); }
 
+// What the host sets before every frame unless somebody else has; an object that begins with a value of its own has.
+static const char* followedBy(const OxLoadableObject& object, const ParameterDeclaration& p) {
+    static const OxRenderingObject untouched;
+    const auto* ro = dynamic_cast<const OxRenderingObject*>(&object);
+    if (!ro || memberOf(object, p) != reinterpret_cast<const std::byte*>(&ro->m_rayEpsilon)) return nullptr;
+    if (ro->m_rayEpsilon != untouched.m_rayEpsilon) return nullptr;
+    return "1e-5 of the scene's size, which is the diagonal of its bounds or, where that is more, their coordinate "
+           "farthest from the origin";
+}
+
 void Registry::check(ObjectClass& object) {
     const std::unique_ptr<OxLoadableObject> prototype = made(object);
     const char* document = prototype->GetShaderInfo();
@@ -224,6 +235,7 @@ void Registry::check(ObjectClass& object) {
         p.defaultBytes.assign(bytes, bytes + p.size);
         p.info = object.info.find(p.id);
         p.type = typeOf(p);
+        p.followed = followedBy(*prototype, p);
     }
     checkOverlaps(object);
     adoptAliases(object);

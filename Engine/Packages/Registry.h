@@ -32,6 +32,7 @@ struct ParameterDeclaration {
     std::vector<std::string> aliases;     // names that only the document gives it
     std::vector<std::byte> defaultBytes;  // as Init leaves them
     const ParameterInfo* info = nullptr;  // null where the document says nothing
+    const char* followed = nullptr;       // what the host works out where nobody sets it, for people; else null
 
     unsigned components() const { return size < 4 ? 1u : static_cast<unsigned>(size) / 4u; }
 };

@@ -32,6 +32,9 @@
 #include <exception>
 #include <mutex>
 #include <new>
+#include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 namespace oxbeam {
@@ -316,20 +319,51 @@ void Search::take(const void* function, const char* library) {
 
 LastWords s_say = nullptr;
 
+void sayError(const std::string& text) {
+    const std::string line = oneLine("oxbeam: error: " + text) + '\n';
+    static_cast<void>(write(STDERR_FILENO, line.data(), line.size()) < 0);
+}
+
 [[noreturn]] void sayLast(const Culprit& culprit, const char* kind, const std::string& what) {
     const std::string text = fmt::format("{} {}", nameOf(culprit), what);
-    if (s_say) {
+    if (s_say)
         s_say(kind, text);
-    } else {
-        const std::string line = oneLine(fmt::format("oxbeam: error: {}: {}", culprit.package, text)) + '\n';
-        static_cast<void>(write(STDERR_FILENO, line.data(), line.size()) < 0);
-    }
+    else
+        sayError(fmt::format("{}: {}", culprit.package, text));
     _exit(static_cast<int>(ExitStatus::BadPackage));
 }
 
+std::atomic<const ExitRescue::Rescue*> s_rescue{nullptr};
+std::atomic<unsigned> s_held{0};  // threads that have called exit()
+
+constexpr const char* EndsProcess = "ends the process (exit)";
+
+// What threads keep to themselves is gone on this one by now.
+void rescue(const Culprit& culprit) {
+    const ExitRescue::Rescue* wanted = s_rescue;
+    if (!wanted) return;
+    const Error why(ExitStatus::BadPackage, fmt::format("{}: {} {}", culprit.package, nameOf(culprit), EndsProcess));
+    try {
+        std::thread([&] {
+            try {
+                (*wanted)(why, s_held);
+            } catch (const std::exception& e) {
+                sayError(e.what());
+            }
+        }).join();
+    } catch (const std::system_error&) {  // no thread can be had
+    }
+}
+
+// One thread speaks. Another one that was to go on would take down what the first still needs.
 void onExit() {
     if (s_watching == 0) return;
-    if (const Culprit culprit = Search().run()) sayLast(culprit, "exit", "ends the process (exit)");
+    const Culprit culprit = Search().run();
+    if (!culprit) return;
+    if (s_held++ > 0)
+        while (true) pause();
+    rescue(culprit);
+    sayLast(culprit, "exit", EndsProcess);
 }
 
 // Where a thread has run out of stack, it needs another one to say so.
@@ -461,6 +495,15 @@ void watchPackages(void (*work)(void*), void* argument) {
         blame(thrown.culprit);
     }
 }
+
+// The last that is registered is called first, before anything is taken down that was there when it was: once for each
+// thread that calls exit(), since the C library calls none twice.
+ExitRescue::ExitRescue(unsigned threads, Rescue rescue) : m_rescue(std::move(rescue)) {
+    for (unsigned i = 0; i < threads; ++i) static_cast<void>(std::atexit(onExit));
+    s_rescue = &m_rescue;
+}
+
+ExitRescue::~ExitRescue() { s_rescue = nullptr; }
 
 void nameCrashes(LastWords say) {
     s_say = say;

@@ -2,8 +2,11 @@
 // called whom is read from the stack afterwards.
 #pragma once
 
+#include "Engine/Diagnostics/Error.h"
 #include "Oxbeam/OxLoadableObject.h"
 
+#include <atomic>
+#include <functional>
 #include <string>
 
 namespace oxbeam {
@@ -28,6 +31,22 @@ template <class Work>
 void watchPackages(Work&& work) {
     watchPackages([](void* argument) { (*static_cast<Work*>(argument))(); }, &work);
 }
+
+// While it exists: where a package's code ends the process by exit() within watched work, `rescue` is called before that is
+// said and the process ends with status 4, on a thread of its own. Those that have called exit() are held, and counted in
+// `held`; others go on. What it throws is told beside. For one rendering at a time, on so many threads.
+class OXBEAM_API ExitRescue {
+public:
+    using Rescue = std::function<void(const Error& why, const std::atomic<unsigned>& held)>;
+
+    ExitRescue(unsigned threads, Rescue rescue);
+    ~ExitRescue();
+    ExitRescue(const ExitRescue&) = delete;
+    ExitRescue& operator=(const ExitRescue&) = delete;
+
+private:
+    Rescue m_rescue;
+};
 
 // Takes what is said last: "crash", "recursion" or "exit", and of whom and in which operation.
 using LastWords = void (*)(const char* kind, const std::string& text);

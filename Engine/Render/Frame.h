@@ -61,6 +61,10 @@ public:
     // not kept.
     bool renderPass(Workers& workers, unsigned pass);
 
+    // From a thread that does not render, in the midst of it: ends it as if a package had thrown. False where the threads do
+    // not come back, but for so many that are held; the film is theirs then.
+    bool abandon(const Error& why, const std::atomic<unsigned>& held);
+
     const RenderStatistics& statistics() const { return m_statistics; }
     // What a package or the machine ended it with, or null.
     const std::exception_ptr& failure() const { return m_failure; }
@@ -72,6 +76,8 @@ private:
                (m_options.stop && m_options.stop->load(std::memory_order_relaxed));
     }
     void tryTile(unsigned thread, unsigned tile, unsigned pass);
+    void fail(const std::exception_ptr& failure);
+    void sumUp();
     void noteBad(const OxState& state);
     void renderTile(unsigned thread, unsigned tile, unsigned pass);
     bool sampleTile(const PrimarySample& sample, const Window& window, TileSamples& samples);
@@ -102,6 +108,7 @@ private:
     R2 m_place;                           // in the pixel, of the pass' samples
     std::atomic<bool> m_pause{false};     // no thread begins a tile: the film is to be saved
     std::atomic<bool> m_failed{false};
+    std::atomic<unsigned> m_atWork{0};  // threads at a tile
     Stopwatch m_clock;
 
     std::mutex m_mutex;            // of all that follows

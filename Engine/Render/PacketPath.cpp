@@ -1,17 +1,20 @@
 #include "Engine/Render/PacketPath.h"
 
 #include "Engine/Packages/Overrides.h"
+#include "Engine/Scene/EmbreeIntersector.h"
 #include "Oxbeam/FastOxS4.h"
 #include "Oxbeam/OxFunctions.h"
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <span>
 
 namespace oxbeam {
 
 PacketPath::PacketPath(const World& world, const Session& session, const AovSampler* aovs)
-    : m_world(world), m_session(session), m_aovs(aovs) {
+    : m_world(world), m_session(session), m_kernel(dynamic_cast<EmbreeIntersector*>(&session.intersector())),
+      m_aovs(aovs) {
     const OxContext& context = *OxContext::current;
     const bool lit = std::all_of(context.lights.begin(), context.lights.end(),
                                  [](const OxLight* light) { return overrides(*light, &OxLight::Illuminate4); });
@@ -108,7 +111,7 @@ void PacketPath::sampleAovs(const Packet& packet, Block<AovSample>& aovs) const 
     }
 }
 
-void PacketPath::shoot(Packet& packet, unsigned x, unsigned y, const R2& place) const {
+void PacketPath::aim(Packet& packet, unsigned x, unsigned y, const R2& place) const {
     const float placeX[4] = {place.x, place.x, place.x, place.x}, placeY[4] = {place.y, place.y, place.y, place.y};
     const float maxDist[4] = {RayInfinity, RayInfinity, RayInfinity, RayInfinity};
     packet.x = static_cast<int>(x);
@@ -116,10 +119,23 @@ void PacketPath::shoot(Packet& packet, unsigned x, unsigned y, const R2& place) 
     packet.state.intersector = &m_session.intersector();
     oxs4Init(packet.state);
     packet.shot = m_world.camera->InitPrimaryRays(packet.x, packet.y, 2, placeX, placeY, maxDist, &packet.ray);
-    if (!packet.shot) return;
-    packet.state.intersector->Intersect4(packet.state);
-    oxs4LoadGeometry(packet.state);
-    for (unsigned i = 0; i < 4; ++i) packet.hits |= (packet.hit.tri[i] >= 0 ? 1u : 0u) << i;
+}
+
+// Two at a time: they lie side by side.
+void PacketPath::shoot(Packet* packets, unsigned count) const {
+    for (unsigned k = 0; k < count; ++k) {
+        if (m_kernel && k + 1 < count && packets[k].shot && packets[k + 1].shot) {
+            m_kernel->intersect(packets[k].state, packets[k + 1].state);
+            ++k;
+        } else if (packets[k].shot) {
+            m_session.intersector().Intersect4(packets[k].state);
+        }
+    }
+    for (Packet& packet : std::span(packets, count)) {
+        if (!packet.shot) continue;
+        oxs4LoadGeometry(packet.state);
+        for (unsigned i = 0; i < 4; ++i) packet.hits |= (packet.hit.tri[i] >= 0 ? 1u : 0u) << i;
+    }
 }
 
 // A lane by itself. Its ray is made again as a single one, but not shot again.
@@ -140,7 +156,8 @@ R3 PacketPath::traceLane(const Packet& packet, unsigned i, const PrimarySample& 
 void PacketPath::trace(const PrimarySample& sample, unsigned x, unsigned y, unsigned count, Block<R3>* colors,
                        Block<AovSample>* aovs) const {
     std::array<Packet, MostPackets> packets;
-    for (unsigned k = 0; k < count; ++k) shoot(packets[k], x + 2 * k, y, sample.place);
+    for (unsigned k = 0; k < count; ++k) aim(packets[k], x + 2 * k, y, sample.place);
+    shoot(packets.data(), count);
     for (unsigned k = 0; k < count; ++k) {
         Packet& packet = packets[k];
         m_world.renderingObject->initRay4(packet.state, sample.pass, sample.thread);

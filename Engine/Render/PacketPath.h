@@ -11,6 +11,8 @@
 
 namespace oxbeam {
 
+class EmbreeIntersector;
+
 // A fast path for previews: shaders that treat four hits at once leave things out that they do for single rays. What a
 // frame's objects offer is found out once; whatever they do not is shaded ray by ray, with the bits that it has
 // without packets; random numbers are drawn in another order.
@@ -36,13 +38,15 @@ public:
 private:
     struct Packet;
 
-    void shoot(Packet& packet, unsigned x, unsigned y, const R2& place) const;
+    void aim(Packet& packet, unsigned x, unsigned y, const R2& place) const;
+    void shoot(Packet* packets, unsigned count) const;
     void shadeTogether(Packet& packet, Block<R3>& colors) const;
     void sampleAovs(const Packet& packet, Block<AovSample>& aovs) const;
     R3 traceLane(const Packet& packet, unsigned i, const PrimarySample& sample, AovSample* aov) const;
 
     const World& m_world;
     const Session& m_session;
+    EmbreeIntersector* m_kernel;  // null where something stands in for it
     const AovSampler* m_aovs;
     std::vector<bool> m_surfaces;  // by the context's numbers: shades packets
     bool m_environment = false;    // the environment does

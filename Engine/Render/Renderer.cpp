@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 #include <typeinfo>
 
 namespace oxbeam {
@@ -62,9 +64,13 @@ bool Frame::render(Workers& workers) {
         renderPass(workers, pass);
         longest = std::max(longest, m_clock.seconds() - start);
     }
+    sumUp();
+    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
+}
+
+void Frame::sumUp() {
     m_statistics.passes = m_film.passes();
     m_statistics.overflowedPixels = m_film.overflowed();
-    return !m_failed && (m_statistics.passes >= m_options.samples || (m_options.seconds && !stopped()));
 }
 
 // The pixels of a tile are as far as its first one that is kept.
@@ -92,13 +98,31 @@ bool Frame::renderPass(Workers& workers, unsigned pass) {
 
 // Where a tile fails, those at work are finished, and it is as if it had not begun.
 void Frame::tryTile(unsigned thread, unsigned tile, unsigned pass) {
+    ++m_atWork;
     try {
         watchPackages([&] { renderTile(thread, tile, pass); });
     } catch (...) {
-        const std::scoped_lock lock(m_mutex);
-        if (!m_failure) m_failure = std::current_exception();
-        m_failed = true;
+        fail(std::current_exception());
     }
+    --m_atWork;
+}
+
+void Frame::fail(const std::exception_ptr& failure) {
+    const std::scoped_lock lock(m_mutex);
+    if (!m_failure) m_failure = failure;
+    m_failed = true;
+}
+
+bool Frame::abandon(const Error& why, const std::atomic<unsigned>& held) {
+    fail(std::make_exception_ptr(why));
+    constexpr double patience = 10.0;  // seconds, for a row of a tile
+    const Stopwatch waiting;
+    while (m_atWork > held) {
+        if (waiting.seconds() > patience) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    sumUp();
+    return true;
 }
 
 // A tile is rendered whole even where the film keeps a part of it: its pixels share a sequence of random numbers. One that
@@ -142,6 +166,9 @@ bool Frame::sampleBlocks(const PrimarySample& sample, const Window& window, Tile
     for (unsigned y = window.y0; y < window.y1; ++y) {
         if (stopped()) return false;
         if (y % 2 == 0) m_blocks->shoot(sample.place, window, y, rows);
+        if (m_aovs)  // all at a stretch: none waits for another's
+            for (unsigned x = window.x0; x < window.x1; ++x)
+                tellAovs(sample.thread, x, y, m_aovs->sample(rows[y % 2][x - window.x0]));
         for (unsigned x = window.x0; x < window.x1; ++x) {
             OxState& state = rows[y % 2][x - window.x0];
             m_session.attachRecord(state, sample.thread, sample.pass);
@@ -189,6 +216,7 @@ void Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y, Til
     const float pattern[2] = {sample.place.x, sample.place.y};
     if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
         oxsShootRay(&state);
+        if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
         return shadeSample(state, sample, x, y, samples);
     }
     if (m_aovs) tellAovs(sample.thread, x, y, AovSample());
@@ -199,7 +227,6 @@ void Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y, Til
 // The colour along a primary ray that has been shot.
 void Frame::shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples) {
     ThreadRecord::mine().pixel = y << 16 | x;
-    if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
     R3& color = samples.colors[pixelOfTile(x, y)];
     if (m_matte) {
         const Matte::Sample taken = m_matte->shade(state, m_session, sample);
@@ -296,9 +323,19 @@ RenderResult render(World& world, Workers& workers, const RenderOptions& options
     }
     RenderResult result{std::move(begun.film), {}, true};
     Frame frame(world, session, matte, result.film, options);
-    result.complete = frame.render(workers);
-    result.statistics = frame.statistics();
-    result.failure = frame.failure();
+    const auto conclude = [&](bool complete) {
+        result.complete = complete;
+        result.statistics = frame.statistics();
+        result.failure = frame.failure();
+    };
+    std::optional<ExitRescue> rescue;
+    if (options.ended)
+        rescue.emplace(workers.threads(), [&](const Error& why, const std::atomic<unsigned>& held) {
+            if (!frame.abandon(why, held)) return;
+            conclude(false);
+            options.ended(result);
+        });
+    conclude(frame.render(workers));
     return result;
 }
 

@@ -40,6 +40,8 @@ struct Progress {
     std::uint64_t rays = 0;
 };
 
+struct RenderResult;
+
 struct RenderOptions {
     unsigned samples = 1;                           // passes
     std::optional<Window> crop;                     // pixels outside are not kept; those inside are as without it
@@ -52,6 +54,9 @@ struct RenderOptions {
     std::function<void(const Progress&)> progress;  // called now and then, by one thread at a time
     std::function<void(const Film&)> save;          // called while no thread renders, ...
     double saveEvery = 60.0;                        // ... with this many seconds in between
+    // Called where a package ends the process by exit(), before that does: with what would be the result had it thrown, on
+    // a thread of its own, while no other renders any more.
+    std::function<void(const RenderResult&)> ended;
     std::shared_mutex* filmLock = nullptr;  // held for good by who looks at the film; tiles wait for it to be kept
 };
 

@@ -393,6 +393,14 @@ bool EmbreeIntersector::occluded(const Ray& ray) const {
 
 // ---- Blocks of primary rays
 
+// Of rays that take much the same way.
+static RTCIntersectContext coherent() {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    return context;
+}
+
 // Fills in the rays of a block, and says which of them are there and can be traced: as lanes, all bits set.
 void EmbreeIntersector::fillBlock(RTCRayHit8& query, const Block& block, const Ray& any, int (&valid)[8]) const {
     const sse_t limit = _mm_set1_ps(m_farthestOut), zero = _mm_setzero_ps();
@@ -423,9 +431,7 @@ void EmbreeIntersector::intersect(const Block& block) {
     alignas(32) int valid[8];
     RTCRayHit8 query;
     fillBlock(query, block, (*there)->ray, valid);
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    RTCIntersectContext context = coherent();
     rtcIntersect8(valid, m_root, &context, &query);
     for (unsigned i = 0; i < 8; ++i) {
         if (!block.states[i]) continue;
@@ -539,51 +545,49 @@ static __m128i traceable4(const ISSERay4& ray, Oxuint kind, sse_t limit) {
     return _mm_castps_si128(good);
 }
 
-static void fill(RTCRay4& query, const ISSERay4& ray, Oxuint kind) {
-    _mm_store_ps(query.org_x, ray.origin.t[0]), _mm_store_ps(query.org_y, ray.origin.t[1]);
-    _mm_store_ps(query.org_z, ray.origin.t[2]), _mm_store_ps(query.tnear, _mm_set1_ps(ray.minHitDist));
-    _mm_store_ps(query.dir_x, ray.direction.t[0]), _mm_store_ps(query.dir_y, ray.direction.t[1]);
-    _mm_store_ps(query.dir_z, ray.direction.t[2]), _mm_store_ps(query.time, _mm_setzero_ps());
-    _mm_store_ps(query.tfar, ray.maxDist);
-    std::fill_n(query.mask, 4, kind);
-    std::fill_n(query.id, 4, 0u);
-    std::fill_n(query.flags, 4, 0u);
+// Fills in four rays of a query, from one of its lanes on.
+template <class Query>
+static void fill(Query& query, const ISSERay4& ray, Oxuint kind, unsigned lane = 0) {
+    _mm_store_ps(query.org_x + lane, ray.origin.t[0]), _mm_store_ps(query.org_y + lane, ray.origin.t[1]);
+    _mm_store_ps(query.org_z + lane, ray.origin.t[2]), _mm_store_ps(query.tnear + lane, _mm_set1_ps(ray.minHitDist));
+    _mm_store_ps(query.dir_x + lane, ray.direction.t[0]), _mm_store_ps(query.dir_y + lane, ray.direction.t[1]);
+    _mm_store_ps(query.dir_z + lane, ray.direction.t[2]), _mm_store_ps(query.time + lane, _mm_setzero_ps());
+    _mm_store_ps(query.tfar + lane, ray.maxDist);
+    std::fill_n(query.mask + lane, 4, kind);
+    std::fill_n(query.id + lane, 4, 0u);
+    std::fill_n(query.flags + lane, 4, 0u);
 }
 
-static __m128i load(const unsigned (&lanes)[4]) { return _mm_load_si128(reinterpret_cast<const __m128i*>(lanes)); }
-static void store(int (&lanes)[4], __m128i values) { _mm_store_si128(reinterpret_cast<__m128i*>(lanes), values); }
+template <class Number>
+static __m128i load(const Number* lanes) {
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
+}
+static void store(int* lanes, __m128i values) { _mm_store_si128(reinterpret_cast<__m128i*>(lanes), values); }
 
-bool EmbreeIntersector::Intersect4(OxState4& state4) {
-    alignas(16) int valid[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(valid),
-                    traceable4(*state4.ray4, RAY_PRIMARY, _mm_set1_ps(m_farthestOut)));
-    RTCRayHit4 query;
-    fill(query.ray, *state4.ray4, RAY_PRIMARY);
-    std::fill_n(query.hit.geomID, 4, RTC_INVALID_GEOMETRY_ID);
-    std::fill_n(query.hit.instID[0], 4, RTC_INVALID_GEOMETRY_ID);
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
-    rtcIntersect4(valid, m_root, &context, &query);
-
-    // All lanes at once, the values of those without a hit too: nobody reads them.
+// Writes to a packet what its rays hit, which are those of the query from a lane on. All lanes at once, the values of those
+// without a hit too: nobody reads them.
+template <class Query>
+bool EmbreeIntersector::takeHits(OxState4& state4, const Query& query, unsigned lane) const {
     ISSEIntersection4& hit = *state4.hit4;
+    const unsigned *geometries = query.hit.geomID + lane, *instances = query.hit.instID[0] + lane;
+    const unsigned* triangles = query.hit.primID + lane;
     const __m128i none = _mm_set1_epi32(-1);  // both Embree's word for it and the triangle's
-    const __m128i geometry = load(query.hit.geomID), instance = load(query.hit.instID[0]);
+    const __m128i geometry = load(geometries), instance = load(instances);
     const __m128i missed = _mm_cmpeq_epi32(geometry, none);
     const __m128i direct = _mm_cmpeq_epi32(instance, _mm_set1_epi32(static_cast<int>(m_worldSpace)));
-    store(hit.tri, _mm_or_si128(missed, load(query.hit.primID)));
+    store(hit.tri, _mm_or_si128(missed, load(triangles)));
     store(hit.inst, _mm_or_si128(_mm_and_si128(direct, geometry), _mm_andnot_si128(direct, instance)));
-    hit.normal = {_mm_load_ps(query.hit.Ng_x), _mm_load_ps(query.hit.Ng_y), _mm_load_ps(query.hit.Ng_z)};
-    sse_t distance = _mm_load_ps(query.ray.tfar), u = _mm_load_ps(query.hit.u), v = _mm_load_ps(query.hit.v);
+    hit.normal = {_mm_load_ps(query.hit.Ng_x + lane), _mm_load_ps(query.hit.Ng_y + lane),
+                  _mm_load_ps(query.hit.Ng_z + lane)};
+    sse_t distance = _mm_load_ps(query.ray.tfar + lane);
+    sse_t u = _mm_load_ps(query.hit.u + lane), v = _mm_load_ps(query.hit.v + lane);
     const ISSERay4& ray = *state4.ray4;
     const int hits = ~_mm_movemask_ps(_mm_castsi128_ps(missed)) & 15;
     for (unsigned i = 0; hits >> i != 0; ++i) {
         if (!(hits >> i & 1)) continue;
-        const bool instanced = query.hit.instID[0][i] != m_worldSpace;
-        const Instance& own = *m_instances[instanced ? query.hit.instID[0][i] : query.hit.geomID[i]];
+        const Instance& own = *m_instances[instances[i] != m_worldSpace ? instances[i] : geometries[i]];
         const HitPoint point =
-            pointOf(own, *m_scene->objects[own.object], query.hit.primID[i], gather(ray.origin.lane(i), 0.0f),
+            pointOf(own, *m_scene->objects[own.object], triangles[i], gather(ray.origin.lane(i), 0.0f),
                     gather(ray.direction.lane(i), 0.0f), {distance[i], u[i], v[i], hit.normal.lane(i)});
         distance[i] = std::clamp(point.distance, ray.minHitDist, ray.maxDist[i]);
         u[i] = point.u, v[i] = point.v;
@@ -596,15 +600,44 @@ bool EmbreeIntersector::Intersect4(OxState4& state4) {
     return hits != 0;
 }
 
+template <class Query>
+static void expectNothing(Query& query, unsigned lanes) {
+    std::fill_n(query.hit.geomID, lanes, RTC_INVALID_GEOMETRY_ID);
+    std::fill_n(query.hit.instID[0], lanes, RTC_INVALID_GEOMETRY_ID);
+}
+
+bool EmbreeIntersector::Intersect4(OxState4& state4) {
+    alignas(16) int valid[4];
+    store(valid, traceable4(*state4.ray4, RAY_PRIMARY, _mm_set1_ps(m_farthestOut)));
+    RTCRayHit4 query;
+    fill(query.ray, *state4.ray4, RAY_PRIMARY);
+    expectNothing(query, 4);
+    RTCIntersectContext context = coherent();
+    rtcIntersect4(valid, m_root, &context, &query);
+    return takeHits(state4, query, 0);
+}
+
+void EmbreeIntersector::intersect(OxState4& first, OxState4& second) {
+    alignas(32) int valid[8];
+    RTCRayHit8 query;
+    const sse_t limit = _mm_set1_ps(m_farthestOut);
+    store(valid, traceable4(*first.ray4, RAY_PRIMARY, limit));
+    store(valid + 4, traceable4(*second.ray4, RAY_PRIMARY, limit));
+    fill(query.ray, *first.ray4, RAY_PRIMARY);
+    fill(query.ray, *second.ray4, RAY_PRIMARY, 4);
+    expectNothing(query, 8);
+    RTCIntersectContext context = coherent();
+    rtcIntersect8(valid, m_root, &context, &query);
+    takeHits(first, query, 0);
+    takeHits(second, query, 4);
+}
+
 void EmbreeIntersector::Occluded4(OxState4& state4) {
     alignas(16) int valid[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(valid),
-                    traceable4(*state4.ray4, RAY_SHADOW, _mm_set1_ps(m_farthestOut)));
+    store(valid, traceable4(*state4.ray4, RAY_SHADOW, _mm_set1_ps(m_farthestOut)));
     RTCRay4 query;
     fill(query, *state4.ray4, RAY_SHADOW);
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    RTCIntersectContext context = coherent();
     rtcOccluded4(valid, m_root, &context, &query);
     const sse_t traced = _mm_castsi128_ps(_mm_load_si128(reinterpret_cast<const __m128i*>(valid)));
     const sse_t occluded = _mm_and_ps(traced, _mm_cmplt_ps(_mm_load_ps(query.tfar), _mm_setzero_ps()));

@@ -1,6 +1,5 @@
 #include "Engine/SceneFile/SceneAssets.h"
 
-#include "Engine/Diagnostics/Error.h"
 #include "Engine/System/Hash.h"
 #include "Engine/System/InputFile.h"
 
@@ -27,11 +26,19 @@ static std::uint64_t meshBytes(const Model& model) {
     return bytes;
 }
 
+Model SceneAssets::readOnce(const fs::path& file) try {
+    if (const auto bad = m_badModels.find(keyOf(file)); bad != m_badModels.end()) throw Error(bad->second);
+    return readModel(file);
+} catch (const Error& e) {
+    m_badModels.emplace(keyOf(file), e);
+    throw;
+}
+
 Model& SceneAssets::model(const fs::path& file) {
     const fs::path key = keyOf(file);
     const auto known = m_models.find(key);
     if (known != m_models.end()) return known->second;
-    Model loaded = readModel(file);
+    Model loaded = readOnce(file);
     m_modelMemory[key] = {MemoryUse::Models, imageBytes(loaded) + meshBytes(loaded),
                           fmt::format("model '{}'", file.string())};
     m_files[key] = loaded.hash;

@@ -1,6 +1,7 @@
 // The files that a scene is made of, each read once.
 #pragma once
 
+#include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ModelFile.h"
 #include "Engine/System/MemoryBudget.h"
 #include "Engine/Textures/TextureFile.h"
@@ -25,6 +26,8 @@ public:
     explicit SceneAssets(ImportLimits limits = {}) : m_limits(std::move(limits)) {}
     virtual ~SceneAssets() = default;
 
+    // There will be pictures to read: what reads them starts, beside what else there is to do.
+    virtual void expectPictures() { m_textureReader.start(); }
     // Both throw Error where the file is no good.
     Model& model(const std::filesystem::path& file);
     // Its meshes are about to go to somebody who charges for their memory.
@@ -41,6 +44,7 @@ protected:
     virtual Texture readTexture(const std::filesystem::path& file);
 
 private:
+    Model readOnce(const std::filesystem::path& file);
     // What tells pictures apart: two files or images that are alike byte by byte are one.
     struct Contents {
         std::uint64_t hash = 0, bytes = 0;
@@ -58,6 +62,7 @@ private:
     TextureReader m_textureReader;
     std::map<std::filesystem::path, std::uint64_t> m_files;
     std::map<std::filesystem::path, Model> m_models;
+    std::map<std::filesystem::path, Error> m_badModels;           // each is read once, however often it is asked for
     std::map<std::filesystem::path, MemoryCharge> m_modelMemory;  // of images and meshes
     // Colour spaces are those that the files say.
     std::map<std::pair<std::filesystem::path, int>, Texture> m_textures;

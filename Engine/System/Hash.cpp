@@ -2,8 +2,9 @@
 
 #include "Engine/Diagnostics/Error.h"
 
-#include <OpenImageIO/hash.h>
 #include <fmt/format.h>
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 #include <fstream>
 #include <vector>
@@ -11,7 +12,7 @@
 namespace oxbeam {
 
 std::uint64_t hashOf(std::span<const std::byte> bytes, std::uint64_t before) {
-    return OIIO::xxhash::XXH64(bytes.data(), bytes.size(), before);
+    return XXH64(bytes.data(), bytes.size(), before);
 }
 
 std::uint64_t hashOf(std::string_view text) { return hashOf(std::as_bytes(std::span(text))); }

@@ -1,13 +1,15 @@
 #include "Engine/Textures/Texture.h"
 
 #include "Engine/System/MemoryBudget.h"
+#include "Engine/Textures/SRGB.h"
+#include "Primitives/ISSEVec4.h"
 
-#include <OpenImageIO/color.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 namespace oxbeam {
 
@@ -26,20 +28,6 @@ Texture::Texture(unsigned width, unsigned height, unsigned channels, std::vector
     : colorSpace(space), m_width(width), m_height(height), m_channels(channels), m_storage(Storage::Float) {
     mend(texels);
     keep(std::move(texels));
-}
-
-template <class T>
-void Texture::keep(std::vector<T> texels) {
-    struct Kept {
-        MemoryCharge memory;
-        std::vector<T> texels;
-    };
-    MemoryCharge memory(MemoryUse::Textures, texels.size() * sizeof(T),
-                        fmt::format("a texture of {} x {} texels", m_width, m_height));
-    const auto kept = std::make_shared<const Kept>(Kept{std::move(memory), std::move(texels)});
-    m_texels = kept->texels.data();
-    m_owner = kept;
-    examine();
 }
 
 // One bad number would spread over every pixel that a reflection or a blur takes it to. The sun of a photographed sky is
@@ -105,52 +93,150 @@ static const float* sRGBTable() {
     static const auto table = [] {
         std::vector<float> values(Count);
         for (unsigned i = 0; i < Count; ++i)
-            values[i] = OIIO::sRGB_to_linear(static_cast<float>(i) / static_cast<float>(Count - 1));
+            values[i] = sRGBToLinear(static_cast<float>(i) / static_cast<float>(Count - 1));
         return values;
     }();
     return table.data();
 }
 
-// The values of a picture as they are stored, and how their colours are decoded: by a table, by the formula, or not.
 template <class T>
-struct Texels {
-    const T* values;
-    const float* table;
-    bool sRGB;
-    float scale;
-    std::size_t width, channels;
+static const float* decodedValues() {
+    if constexpr (std::is_same_v<T, float>)
+        return nullptr;
+    else
+        return sRGBTable<1u + std::numeric_limits<T>::max()>();
+}
 
-    float color(T value) const {
-        if (table) return table[static_cast<std::size_t>(value)];
-        return sRGB ? OIIO::sRGB_to_linear(static_cast<float>(value)) : static_cast<float>(value) * scale;
+// The two texels of a row (or column) that a look-up lies between, and their weights.
+struct Texture::Taps {
+    unsigned first, second;
+    float rest, way;  // of the first, and of the second
+
+    // Of a place in a row of n texels, which are centred at half places; over the edge, a repeated picture goes on at
+    // the other end.
+    static Taps at(float s, unsigned n, unsigned mode);
+};
+
+// How a picture is read, for each way in which its numbers are stored: chosen when it is made, not at each texel.
+struct Texture::Access {
+    RGBAFloat (*texel)(const Texture& picture, unsigned x, unsigned y);
+    RGBAFloat (*blend)(const Texture& picture, const Taps& x, const Taps& y);
+    float (*alpha)(const Texture& picture, const Taps& x, const Taps& y);   // of the blend
+    float (*height)(const Texture& picture, const Taps& x, const Taps& y);  // mean of the blend's colour
+    R3 (*mean)(const Texture& picture, unsigned x0, unsigned y0, unsigned x1, unsigned y1);
+};
+
+static float weighted(float rest, float a, float way, float b) { return rest * a + way * b; }
+
+static sse_t weighted(float rest, sse_t a, float way, sse_t b) {
+    return _mm_add_ps(_mm_mul_ps(_mm_set1_ps(rest), a), _mm_mul_ps(_mm_set1_ps(way), b));
+}
+
+template <class T, unsigned Channels, bool Decode>
+struct Texture::Texels {
+    static constexpr bool Grey = Channels < 3, HasAlpha = Channels % 2 == 0;
+
+    static const T* at(const Texture& picture, unsigned x, unsigned y) {
+        return static_cast<const T*>(picture.m_texels) + (std::size_t{y} * picture.m_width + x) * Channels;
     }
+    static float scaled(T value) {
+        if constexpr (std::is_same_v<T, float>)
+            return value;
+        else
+            return static_cast<float>(value) * (1.0f / static_cast<float>(std::numeric_limits<T>::max()));
+    }
+    static float color([[maybe_unused]] const Texture& picture, T value) {
+        if constexpr (!Decode)
+            return scaled(value);
+        else if constexpr (std::is_same_v<T, float>)
+            return sRGBToLinear(value);
+        else
+            return picture.m_decoded[value];
+    }
+    // What each reads of a texel: all of it, its alpha, and the one number of a grey one.
+    struct All {
+        static sse_t of(const Texture& picture, const T* t) {
+            const float r = color(picture, t[0]), g = Grey ? r : color(picture, t[Grey ? 0 : 1]);
+            return _mm_setr_ps(r, g, Grey ? r : color(picture, t[Grey ? 0 : 2]), Alpha::of(picture, t));
+        }
+    };
+    struct Alpha {
+        static float of(const Texture&, const T* t) { return HasAlpha ? scaled(t[Channels - 1]) : 1.0f; }
+    };
+    struct First {
+        static float of(const Texture& picture, const T* t) { return color(picture, t[0]); }
+    };
 
-    RGBAFloat operator()(unsigned x, unsigned y) const {
-        const T* t = values + (y * width + x) * channels;
-        const bool grey = channels < 3;
-        const float r = color(t[0]), g = grey ? r : color(t[1]), b = grey ? r : color(t[2]);
-        return {r, g, b, channels % 2 == 1 ? 1.0f : static_cast<float>(t[channels - 1]) * scale};
+    template <class Read>
+    static auto blended(const Texture& picture, const Taps& x, const Taps& y) {
+        const auto row = [&](unsigned number) {
+            return weighted(x.rest, Read::of(picture, at(picture, x.first, number)), x.way,
+                            Read::of(picture, at(picture, x.second, number)));
+        };
+        return weighted(y.rest, row(y.first), y.way, row(y.second));
+    }
+    static RGBAFloat toColor(sse_t v) { return {v[0], v[1], v[2], v[3]}; }
+
+    static RGBAFloat texel(const Texture& picture, unsigned x, unsigned y) {
+        return toColor(All::of(picture, at(picture, x, y)));
+    }
+    static RGBAFloat blend(const Texture& picture, const Taps& x, const Taps& y) {
+        return toColor(blended<All>(picture, x, y));
+    }
+    static float alpha(const Texture& picture, const Taps& x, const Taps& y) { return blended<Alpha>(picture, x, y); }
+    static float height(const Texture& picture, const Taps& x, const Taps& y) {
+        if constexpr (!Grey) return Avg(blend(picture, x, y).rgb());
+        const float grey = blended<First>(picture, x, y);
+        return Avg(R3(grey, grey, grey));
+    }
+    static R3 mean(const Texture& picture, unsigned x0, unsigned y0, unsigned x1, unsigned y1) {
+        double r = 0.0, g = 0.0, b = 0.0;
+        for (unsigned y = y0; y < y1; ++y)
+            for (unsigned x = x0; x < x1; ++x) {
+                const RGBAFloat c = texel(picture, x, y);
+                r += double{c.r}, g += double{c.g}, b += double{c.b};
+            }
+        const double share = 1.0 / (static_cast<double>(x1 - x0) * static_cast<double>(y1 - y0));
+        return {static_cast<float>(r * share), static_cast<float>(g * share), static_cast<float>(b * share)};
+    }
+    static constexpr Access access = {texel, blend, alpha, height, mean};
+};
+
+template <class T>
+struct Texture::AccessOf {
+    static const Access* of(unsigned channels, Meaning meaning) {
+        static constexpr const Access* all[4][2] = {{&Texels<T, 1, false>::access, &Texels<T, 1, true>::access},
+                                                    {&Texels<T, 2, false>::access, &Texels<T, 2, true>::access},
+                                                    {&Texels<T, 3, false>::access, &Texels<T, 3, true>::access},
+                                                    {&Texels<T, 4, false>::access, &Texels<T, 4, true>::access}};
+        return all[channels - 1][static_cast<std::size_t>(meaning)];
     }
 };
 
-template <class Use>
-RGBAFloat Texture::withTexels(Meaning meaning, Use use) const {
-    const bool decode = meaning == Meaning::Color && colorSpace == ColorSpace::SRGB;
-    switch (m_storage) {
-    case Storage::Byte:
-        return use(Texels<std::uint8_t>{static_cast<const std::uint8_t*>(m_texels), decode ? sRGBTable<256>() : nullptr,
-                                        false, 1.0f / 255.0f, m_width, m_channels});
-    case Storage::Word:
-        return use(Texels<std::uint16_t>{static_cast<const std::uint16_t*>(m_texels),
-                                         decode ? sRGBTable<65536>() : nullptr, false, 1.0f / 65535.0f, m_width,
-                                         m_channels});
-    default: return use(Texels<float>{static_cast<const float*>(m_texels), nullptr, decode, 1.0f, m_width, m_channels});
-    }
+template <class T>
+void Texture::keep(std::vector<T> texels) {
+    struct Kept {
+        MemoryCharge memory;
+        std::vector<T> texels;
+    };
+    MemoryCharge memory(MemoryUse::Textures, texels.size() * sizeof(T),
+                        fmt::format("a texture of {} x {} texels", m_width, m_height));
+    const auto kept = std::make_shared<const Kept>(Kept{std::move(memory), std::move(texels)});
+    m_texels = kept->texels.data();
+    m_owner = kept;
+    m_decoded = decodedValues<T>();
+    for (const Meaning meaning : {Meaning::Raw, Meaning::Color})
+        m_access[static_cast<std::size_t>(meaning)] = AccessOf<T>::of(m_channels, meaning);
+    examine();
 }
 
-RGBAFloat Texture::rawTexel(unsigned x, unsigned y) const {
-    return withTexels(Meaning::Raw, [&](const auto& texel) { return texel(x, y); });
+// Only colours are decoded, and only those that are encoded.
+const Texture::Access& Texture::access(Meaning meaning) const {
+    const bool decode = meaning == Meaning::Color && colorSpace == ColorSpace::SRGB;
+    return *m_access[decode];
 }
+
+RGBAFloat Texture::rawTexel(unsigned x, unsigned y) const { return access(Meaning::Raw).texel(*this, x, y); }
 
 // ---- Coordinates
 
@@ -163,41 +249,31 @@ static float wrapped(float s, unsigned mode) {
     return s - std::floor(s);
 }
 
-// The two texels of a row (or column) of n that a coordinate lies between, and how far it is from the first to the
-// second. Texels are centred at half places; over the edge, a repeated picture goes on at the other end.
-struct Taps {
-    unsigned first, second;
-    float way;
-
-    Taps(float s, unsigned n, unsigned mode) {
-        const float x = wrapped(s, mode) * static_cast<float>(n) - 0.5f;
-        const float below = std::floor(x);
-        way = x - below;
-        const bool repeat = mode != OX_GL_CLAMP_TO_EDGE && mode != OX_GL_MIRRORED_REPEAT;
-        const int i = static_cast<int>(below), last = static_cast<int>(n) - 1;
-        first = static_cast<unsigned>(i < 0 ? (repeat ? last : 0) : i);
-        second = static_cast<unsigned>(i < last ? i + 1 : repeat ? 0 : last);
-    }
-};
+Texture::Taps Texture::Taps::at(float s, unsigned n, unsigned mode) {
+    const float x = wrapped(s, mode) * static_cast<float>(n) - 0.5f;
+    const float below = std::floor(x), way = x - below;
+    const bool repeat = mode != OX_GL_CLAMP_TO_EDGE && mode != OX_GL_MIRRORED_REPEAT;
+    const int i = static_cast<int>(below), last = static_cast<int>(n) - 1;
+    return {static_cast<unsigned>(i < 0 ? (repeat ? last : 0) : i),
+            static_cast<unsigned>(i < last ? i + 1
+                                  : repeat ? 0
+                                           : last),
+            1.0f - way, way};
+}
 
 static unsigned nearest(float s, unsigned n, unsigned mode) {
     return std::min(static_cast<unsigned>(wrapped(s, mode) * static_cast<float>(n)), n - 1);
 }
 
-static RGBAFloat mix(const RGBAFloat& a, const RGBAFloat& b, float rest, float way) {
-    return {rest * a.r + way * b.r, rest * a.g + way * b.g, rest * a.b + way * b.b, rest * a.a + way * b.a};
-}
-
-RGBAFloat Texture::sample(Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const {
-    if (filter == OX_GL_NEAREST)
-        return withTexels(
-            meaning, [&](const auto& texel) { return texel(nearest(s, m_width, wrapS), nearest(t, m_height, wrapT)); });
-    const Taps x(s, m_width, wrapS), y(t, m_height, wrapT);
-    const float restX = 1.0f - x.way, restY = 1.0f - y.way;
-    return withTexels(meaning, [&](const auto& texel) {
-        return mix(mix(texel(x.first, y.first), texel(x.second, y.first), restX, x.way),
-                   mix(texel(x.first, y.second), texel(x.second, y.second), restX, x.way), restY, y.way);
-    });
+// The nearest texel counts whole, as one that lies exactly there.
+template <class Look>
+auto Texture::sample(Look look, Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT,
+                     unsigned filter) const {
+    if (filter == OX_GL_NEAREST) {
+        const unsigned x = nearest(s, m_width, wrapS), y = nearest(t, m_height, wrapT);
+        return (access(meaning).*look)(*this, {x, x, 1.0f, 0.0f}, {y, y, 1.0f, 0.0f});
+    }
+    return (access(meaning).*look)(*this, Taps::at(s, m_width, wrapS), Taps::at(t, m_height, wrapT));
 }
 
 // Number of a texel that a column or row outside 0 .. n - 1 stands for.
@@ -213,17 +289,24 @@ RGBAFloat Texture::texelBlend(Oxint x0, Oxint y0, Oxint x1, Oxint y1, float rx, 
                               Oxuint filter) const {
     const auto column = [&](Oxint x) { return wrappedTexel(x, m_width, static_cast<unsigned>(m_wrapS)); };
     const auto row = [&](Oxint y) { return wrappedTexel(y, m_height, static_cast<unsigned>(m_wrapT)); };
-    return withTexels(Meaning::Color, [&](const auto& texel) {
-        if (filter == 1) return texel(column(x0), row(y0));
-        return mix(mix(texel(column(x0), row(y0)), texel(column(x1), row(y0)), rx1, rx),
-                   mix(texel(column(x0), row(y1)), texel(column(x1), row(y1)), rx1, rx), 1.0f - ry, ry);
-    });
+    if (filter == 1) return access(Meaning::Color).texel(*this, column(x0), row(y0));
+    return access(Meaning::Color).blend(*this, {column(x0), column(x1), rx1, rx}, {row(y0), row(y1), 1.0f - ry, ry});
+}
+
+float Texture::thresholded(float alpha) const {
+    if (!m_alphaThreshold) return alpha;
+    return alpha >= *m_alphaThreshold ? 1.0f : 0.0f;
 }
 
 RGBAFloat Texture::lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const {
-    RGBAFloat texel = sample(Meaning::Color, s, t, wrapS, wrapT, filter);
-    if (m_alphaThreshold) texel.a = texel.a >= *m_alphaThreshold ? 1.0f : 0.0f;
+    RGBAFloat texel = sample(&Access::blend, Meaning::Color, s, t, wrapS, wrapT, filter);
+    texel.a = thresholded(texel.a);
     return texel;
+}
+
+float Texture::alphaAt(float s, float t) const {
+    return thresholded(sample(&Access::alpha, Meaning::Color, s, t, static_cast<unsigned>(m_wrapS),
+                              static_cast<unsigned>(m_wrapT), static_cast<unsigned>(filterMode)));
 }
 
 void Texture::thresholdAlpha(float least) {
@@ -232,18 +315,7 @@ void Texture::thresholdAlpha(float least) {
 }
 
 R3 Texture::mean(unsigned x0, unsigned y0, unsigned x1, unsigned y1) const {
-    const RGBAFloat mean = withTexels(Meaning::Color, [&](const auto& texel) {
-        double r = 0.0, g = 0.0, b = 0.0;
-        for (unsigned y = y0; y < y1; ++y)
-            for (unsigned x = x0; x < x1; ++x) {
-                const RGBAFloat c = texel(x, y);
-                r += double{c.r}, g += double{c.g}, b += double{c.b};
-            }
-        const double share = 1.0 / (static_cast<double>(x1 - x0) * static_cast<double>(y1 - y0));
-        return RGBAFloat{static_cast<float>(r * share), static_cast<float>(g * share), static_cast<float>(b * share),
-                         1.0f};
-    });
-    return mean.rgb();
+    return access(Meaning::Color).mean(*this, x0, y0, x1, y1);
 }
 
 R3 Texture::rawMean() const {
@@ -256,19 +328,19 @@ R3 Texture::rawMean() const {
 
 // Heights give their slope by central differences over one texel to either side.
 R3 Texture::tangentNormal(float s, float t) const {
-    const auto raw = [&](float u, float v) {
-        return sample(Meaning::Raw, u, v, static_cast<unsigned>(m_wrapS), static_cast<unsigned>(m_wrapT),
-                      static_cast<unsigned>(filterMode))
-            .rgb();
+    const auto raw = [&](auto look, float u, float v) {
+        return sample(look, Meaning::Raw, u, v, static_cast<unsigned>(m_wrapS), static_cast<unsigned>(m_wrapT),
+                      static_cast<unsigned>(filterMode));
     };
     if (bumpKind == BumpKind::Normal) {
-        const R3 n = 2.0f * raw(s, t) - White;
+        const R3 n = 2.0f * raw(&Access::blend, s, t).rgb() - White;
         return Normalize(R3(n.x * bumpScale, n.y * bumpScale, n.z));
     }
+    const auto height = [&](float u, float v) { return raw(&Access::height, u, v); };
     const float ds = 1.0f / static_cast<float>(m_width), dt = 1.0f / static_cast<float>(m_height);
     const float rise = 0.02f * bumpScale;
-    const float slopeS = rise * (Avg(raw(s + ds, t)) - Avg(raw(s - ds, t))) / (2.0f * ds);
-    const float slopeT = rise * (Avg(raw(s, t + dt)) - Avg(raw(s, t - dt))) / (2.0f * dt);
+    const float slopeS = rise * (height(s + ds, t) - height(s - ds, t)) / (2.0f * ds);
+    const float slopeT = rise * (height(s, t + dt) - height(s, t - dt)) / (2.0f * dt);
     return Normalize(R3(-slopeS, -slopeT, 1.0f));
 }
 

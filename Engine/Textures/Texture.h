@@ -51,6 +51,8 @@ public:
                       static_cast<unsigned>(filterMode));
     }
     RGBAFloat lookUp(float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
+    // The alpha of the first.
+    float alphaAt(float s, float t) const;
     // Makes alpha 1 where it is at least this, and 0 elsewhere; 0 makes all of the picture opaque.
     void thresholdAlpha(float least);
     // Makes no number of a picture of floats larger than this.
@@ -69,7 +71,13 @@ public:
 
 private:
     enum class Storage { Byte, Word, Float };
-    enum class Meaning { Color, Raw };
+    enum class Meaning { Raw, Color };
+    struct Taps;
+    struct Access;
+    template <class T, unsigned Channels, bool Decode>
+    struct Texels;
+    template <class T>
+    struct AccessOf;
 
     template <class T>
     void keep(std::vector<T> texels);
@@ -77,15 +85,18 @@ private:
     std::span<const float> floats() const;  // of a picture of floats
     void clamp(float least, float most);
     void examine();
+    const Access& access(Meaning meaning) const;
     RGBAFloat rawTexel(unsigned x, unsigned y) const;
-    RGBAFloat sample(Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
-    // Calls `use` with a function that gives the texel at (x, y).
-    template <class Use>
-    RGBAFloat withTexels(Meaning meaning, Use use) const;
+    // What `look` of the picture's access gives at (s, t).
+    template <class Look>
+    auto sample(Look look, Meaning meaning, float s, float t, unsigned wrapS, unsigned wrapT, unsigned filter) const;
+    float thresholded(float alpha) const;
 
     unsigned m_width, m_height, m_channels;
     Storage m_storage;
     const void* m_texels = nullptr;
+    const float* m_decoded = nullptr;     // linear values of all bytes or words of an sRGB picture
+    const Access* m_access[2] = {};       // as the numbers are stored, and decoded to linear colour
     std::shared_ptr<const void> m_owner;  // of the texels
     bool m_hasTransparency = false;
     std::size_t m_mended = 0;

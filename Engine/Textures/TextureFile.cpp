@@ -120,6 +120,12 @@ static std::unique_ptr<Texture> takeReduced(ImportProcess& process, const Pictur
 TextureReader::TextureReader() = default;
 TextureReader::~TextureReader() = default;
 
+void TextureReader::start() try {
+    if (!m_process) m_process = std::make_unique<ImportProcess>(PictureProgram);
+} catch (const Error&) {
+    // Which the first picture will say.
+}
+
 static auto wholeTaker(std::optional<ColorSpace> space) {
     return [space](ImportProcess& process, const PictureHeader& header, const std::string& size) {
         return takeWhole(process, header, size, space);

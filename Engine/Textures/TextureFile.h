@@ -18,6 +18,8 @@ class ImportProcess;
 struct PictureHeader;
 
 // Decodes pictures in a process of its own, which malformed ones may crash, hang or swell; it takes one after the other.
+// That process only waits: each picture is decoded by a copy that it makes of itself, confined to that picture's file, so
+// that none can do anything to the next one.
 // Bytes and words are taken as sRGB unless the file says otherwise, floats as linear; `space` overrides both. Throws
 // Error(BadScene): the file is missing, no regular file, no picture, cut off, or absurdly large, or decoding it took too
 // much. Throws Error(InputOutput) where it would take more memory than the limit allows, before it does, or the system
@@ -26,6 +28,9 @@ class OXBEAM_API TextureReader {
 public:
     TextureReader();
     ~TextureReader();
+
+    // There will be a picture: the process starts, which takes it a tenth of a second, beside what else there is to do.
+    void start();
 
     std::unique_ptr<Texture> read(const std::filesystem::path& file, std::optional<ColorSpace> space = std::nullopt);
     // The same from the bytes of such a file; `name` is for messages.

@@ -78,6 +78,9 @@ std::vector<std::string> parameterPaths(const std::vector<Place>& places) {
 
 std::vector<std::byte> Places::Object::values() const {
     std::vector<std::byte> all;
+    std::size_t bytes = 0;
+    for (const ParameterDeclaration& p : place.object->parameters) bytes += static_cast<std::size_t>(p.size);
+    all.reserve(bytes);
     for (const ParameterDeclaration& p : place.object->parameters)
         all.insert(all.end(), memberOf(*made, p), memberOf(*made, p) + p.size);
     return all;
@@ -109,6 +112,16 @@ std::vector<std::byte> Places::Object::valueSet(const ParameterDeclaration& want
     return {};
 }
 
+// What somebody has written to the object itself since a frame left it, be it the default, is set.
+void Places::Object::noteWritten() {
+    if (!framed) return;
+    const std::byte* before = left.data();
+    for (const ParameterDeclaration& p : place.object->parameters) {
+        if (!std::equal(before, before + p.size, memberOf(*made, p))) given[p.id].clear();
+        before += p.size;
+    }
+}
+
 void Places::Object::giveBack(const std::vector<std::byte>& values) {
     const std::byte* at = values.data();
     for (const ParameterDeclaration& p : place.object->parameters) {
@@ -117,11 +130,9 @@ void Places::Object::giveBack(const std::vector<std::byte>& values) {
     }
 }
 
-// While a scene is read, who is asked for has just come.
 Places::Object* Places::find(std::string_view place) const {
-    const auto found =
-        std::find_if(m_objects.rbegin(), m_objects.rend(), [&](const auto& o) { return o->place.path == place; });
-    return found == m_objects.rend() ? nullptr : found->get();
+    const auto found = m_byPath.find(place);
+    return found == m_byPath.end() ? nullptr : found->second;
 }
 
 Places::Object& Places::at(std::string_view place) const {
@@ -151,10 +162,11 @@ OxLoadableObject& Places::objectAt(std::string_view place) const { return *at(pl
 
 const ParameterDeclaration& Places::declaration(std::string_view path) const { return *parameter(path).second; }
 
+// While a scene is read, who is asked for has just come.
 std::string Places::placeOf(const OxLoadableObject* object) const {
-    for (const auto& known : m_objects)
-        if (known->made.get() == object) return known->place.path;
-    return {};
+    const auto found =
+        std::find_if(m_objects.rbegin(), m_objects.rend(), [&](const auto& o) { return o->made.get() == object; });
+    return found == m_objects.rend() ? std::string() : (*found)->place.path;
 }
 
 OxLoadableObject& Places::add(std::string place, const ObjectClass& object) {
@@ -162,18 +174,26 @@ OxLoadableObject& Places::add(std::string place, const ObjectClass& object) {
     auto added = std::make_unique<Object>();
     added->place = {std::move(place), &object};
     added->made = object.make();
+    m_byPath[added->place.path] = added.get();
     m_objects.push_back(std::move(added));
     return *m_objects.back()->made;
 }
 
 // Others of its class must not know that it was there.
 void Places::remove(std::string_view place) {
-    const ObjectClass* object = at(place).place.object;
-    std::erase_if(m_objects, [&](const auto& o) { return o->place.path == place; });
+    const Object* gone = &at(place);
+    const ObjectClass* object = gone->place.object;
+    m_byPath.erase(gone->place.path);
+    std::erase_if(m_objects, [&](const auto& o) { return o.get() == gone; });
     for (const auto& other : m_objects) other->changed = other->changed || other->place.object == object;
 }
 
-void Places::rename(std::string_view place, std::string to) { at(place).place.path = std::move(to); }
+void Places::rename(std::string_view place, std::string to) {
+    Object& object = at(place);
+    m_byPath.erase(object.place.path);
+    object.place.path = std::move(to);
+    m_byPath[object.place.path] = &object;
+}
 
 // ---- Values
 
@@ -187,6 +207,7 @@ ParameterValue Places::get(std::string_view path) const {
 
 bool Places::isSet(std::string_view path) const {
     const auto [object, p] = parameter(path);
+    object->noteWritten();
     return object->given.contains(p->id) || object->valueSet(*p) != p->defaultBytes;
 }
 
@@ -199,6 +220,7 @@ bool Places::write(Object& object, const std::string& name, const SourceLocation
     const bool named = text && textures(*text);
     ParameterWriter writer(kind, labelOf(object.place.path), diagnostics, textures,
                            text && !named ? m_textures.names(scope) : std::vector<std::string>(), otherNames);
+    object.noteWritten();
     if (object.framed) object.giveBack(object.set = object.valuesSet());
     const ParameterDeclaration* p = writer.write(*object.made, name, nameAt, value);
     if (object.framed) object.set = object.left = object.values();
@@ -274,6 +296,7 @@ void Places::beginFrame(const Replaced& replaced) {
     for (const auto& object : m_objects)
         if (object->changed) changed.insert(object->place.object);
     for (const auto& object : m_objects) {
+        object->noteWritten();
         object->set = object->valuesSet();
         if (object->framed && changed.contains(object->place.object)) {
             std::unique_ptr<OxLoadableObject> before = object->place.object->make();
@@ -281,6 +304,7 @@ void Places::beginFrame(const Replaced& replaced) {
             replaced(before.get(), object->made.get(), *object->place.object);
         }
         object->giveBack(object->set);
+        object->left = object->set;
         object->changed = false;
     }
 }

@@ -70,7 +70,8 @@ public:
     std::vector<std::string> set(std::string_view path, const ParameterValue& value);
     // Gives it the default of its class. Throws NoSuchName.
     void reset(std::string_view path);
-    // Whether anybody set it, to whatever value. Throws NoSuchName.
+    // Whether anybody set it, to whatever value. One who writes to an object's member and not through this door is noticed
+    // by the value: before the first frame, what equals the default counts as not set. Throws NoSuchName.
     bool isSet(std::string_view path) const;
 
     // ---- For those who make worlds
@@ -85,7 +86,7 @@ public:
     void remove(std::string_view place);
     // A place is called otherwise from now on, as where a list is counted anew.
     void rename(std::string_view place, std::string to);
-    // The first of the object, or nothing.
+    // Of the object, or nothing.
     std::string placeOf(const OxLoadableObject* object) const;
     // As `set`, with everything that is wrong in the diagnostics. `otherNames` are what may be meant by an unknown name
     // beside a parameter.
@@ -115,6 +116,7 @@ private:
         std::vector<std::byte> values() const;
         std::vector<std::byte> valuesSet() const;
         std::vector<std::byte> valueSet(const ParameterDeclaration& p) const;
+        void noteWritten();
         void giveBack(const std::vector<std::byte>& values);
     };
 
@@ -126,6 +128,7 @@ private:
 
     TextureNames& m_textures;
     std::vector<std::unique_ptr<Object>> m_objects;
+    std::map<std::string, Object*, std::less<>> m_byPath;  // a scene may have a hundred thousand lights
 };
 
 }  // namespace oxbeam

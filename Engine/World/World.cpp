@@ -134,10 +134,11 @@ void World::setPicture(std::string_view texture, std::unique_ptr<Texture> pictur
     places.textureChanged(scope, name);
 }
 
+// While a scene is read, who is asked for has just come.
 unsigned World::shaderNumber(std::string_view place) const {
-    const auto found = std::find(shaders.begin(), shaders.end(), &places.objectAt(place));
-    if (found == shaders.end()) throw NoSuchName(labelOf(place) + " is no surface");
-    return static_cast<unsigned>(found - shaders.begin());
+    const auto found = std::find(shaders.rbegin(), shaders.rend(), &places.objectAt(place));
+    if (found == shaders.rend()) throw NoSuchName(labelOf(place) + " is no surface");
+    return static_cast<unsigned>(shaders.rend() - found) - 1;
 }
 
 void World::beginFrame() {
@@ -184,17 +185,18 @@ View World::framingView(const Bounds& bounds) const {
     return framing;
 }
 
-// Once anybody has set it, it stays.
+// Once anybody has set it, it stays; so does what a package's rendering object begins with.
 std::optional<float> World::ownEpsilon() const {
     static constexpr const char* path = "render.rayEpsilon";
-    if (!parameterAt(places.all(), path) || !places.isSet(path)) return std::nullopt;
+    const ParameterDeclaration* p = parameterAt(places.all(), path);
+    if (!p || (p->followed && !places.isSet(path))) return std::nullopt;
     const ParameterValue value = places.get(path);
     const auto* number = std::get_if<double>(&value.data);
     return number ? std::optional(static_cast<float>(*number)) : std::nullopt;
 }
 
 // Some hundred times the rounding error of a coordinate of the scene: below what a picture shows, and above what a hit
-// point is off by.
+// point is off by. ParameterDeclaration::followed says it in words.
 float World::epsilon() const {
     if (rayEpsilon) return *rayEpsilon;
     if (const auto own = ownEpsilon()) return *own;

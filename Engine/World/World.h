@@ -76,7 +76,9 @@ public:
     std::optional<View> view;            // none: the whole scene is framed
     float fov = CameraView().fov;        // vertical angle of the picture, degrees
     std::map<std::string, CameraView, std::less<>> cameraViews;  // of the scene's cameras, by place
-    std::optional<float> rayEpsilon;  // none: the rendering object's if set, else by the scene's size
+    // None: the rendering object's own if that was set, else by the scene's size. Who writes to the object's member before
+    // the first frame is not told from one who does not where the value is its default, 0.01: this is the door for that.
+    std::optional<float> rayEpsilon;
     // These are what the places hold; they are others after an object has been changed and a frame has begun.
     OxRenderingObject* renderingObject = nullptr;
     OxCamera* camera = nullptr;

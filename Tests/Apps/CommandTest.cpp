@@ -67,6 +67,8 @@ TEST_F(Command, StatisticsCountWhatWasDone) {
     EXPECT_GT(rays.at("reflection"), 1000);
     EXPECT_EQ(stats.at("triangles"), 170);
     EXPECT_EQ(stats.at("threads"), 2);
+    EXPECT_EQ(stats.at("structure").at("in_whole"), 2);
+    EXPECT_EQ(stats.at("structure").at("two_levels"), false);
     EXPECT_EQ(stats.at("passes"), 3);
     EXPECT_EQ(stats.at("complete"), true);
     EXPECT_GT(stats.at("peak_bytes"), 1 << 20);

@@ -25,6 +25,12 @@ TEST_F(Command, JsonHoldsValuesInForceBesideDocumentedOnes) {
     EXPECT_EQ(parameter("ambientIntensity").at("default"), 0.2) << "not the nearest float's decimals";
     EXPECT_EQ(parameter("specularColor").at("default"), nlohmann::json({0, 0, 0}));
     EXPECT_EQ(parameter("texture").at("default"), nullptr);
+    // What nobody sets is the host's to choose.
+    for (const auto& p : nlohmann::json::parse(run("describe Kel --format json").out).at("parameters")) {
+        const bool followed = p.at("id") == "rayEpsilon";
+        EXPECT_EQ(p.contains("unlessSet"), followed) << p;
+        EXPECT_EQ(p.at("default").is_null(), followed) << p;
+    }
 }
 
 // What is completed to what, a line each: "WORDS -> OFFERS".

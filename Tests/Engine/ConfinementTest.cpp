@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <csignal>
 #include <functional>
 #include <thread>
@@ -85,6 +86,8 @@ TEST(Confinement, EndsWhatMakesACallThatReadingDoesNotTake) {
         {"a file to write to", [] { return !opens(scratch() / "granted/inside", O_WRONLY) && errno == EACCES; }, 0},
         {"a new file", [] { return !opens(scratch() / "granted/new", O_WRONLY | O_CREAT) && errno == EACCES; }, 0},
         {"a file less", [] { return unlink((scratch() / "granted/inside").c_str()) == 0; }, SIGSYS},
+        {"what the host says next", [] { return read(STDIN_FILENO, std::array<char, 1>().data(), 1) >= 0; }, SIGSYS},
+        {"the same by the other end", [] { return read(STDOUT_FILENO, std::array<char, 1>().data(), 1) >= 0; }, SIGSYS},
         {"a network", [] { return socket(AF_INET, SOCK_STREAM, 0) >= 0; }, SIGSYS},
         {"a process", [] { return fork() >= 0; }, SIGSYS},
         {"a program", [] { return execl("/bin/true", "true", nullptr) == 0; }, SIGSYS},
@@ -183,4 +186,21 @@ TEST(ImportProcess, ReadsWithNothingButItsSocket) {
     kill(reader, SIGKILL);
     host.join();
     close(inherited);
+}
+
+// A file that has taken over its reader could have it answer for the next one, too.
+TEST(ImportProcess, NoFileAnswersForTheNextOne) {
+    writeFile("twice", R"(#!/usr/bin/env python3
+import os, struct
+while head := os.read(0, 16):
+    number, length = struct.unpack("QQ", head)
+    os.read(0, length)
+    os.write(1, 2 * (struct.pack("QQ", number, 4) + b"mine"))
+)");
+    fs::permissions(scratch() / "twice", fs::perms::owner_all);
+    ImportProcess process((scratch() / "twice").string());
+    ASSERT_EQ(process.ask("one", "model 'one'"), 4u);
+    EXPECT_EQ(process.takeText(4), "mine");
+    EXPECT_THAT(failure(ExitStatus::BadScene, [&] { process.ask("two", "model 'two'"); }),
+                HasSubstr("its reader says what it was not asked for"));
 }

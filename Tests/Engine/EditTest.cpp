@@ -2,6 +2,7 @@
 // that was loaded so.
 #include "Engine/Render/FrameLoop.h"
 #include "Engine/Textures/TextureFile.h"
+#include "Oxbeam/OxExport.h"
 #include "Tests/Support/SceneText.h"
 
 #include <atomic>
@@ -210,6 +211,15 @@ private:
             return "no mesh " + std::to_string(number);
         }
         const R3 middle(between(-1, 1), between(0.5f, 2), between(-1, 1));
+        if (below(2) == 0) {
+            m_world.placements.addAgain("mesh.1", TranslationMatrix(middle) * ScaleMatrix(R3(0.25f, 0.25f, 0.25f)));
+            Values box = m_document.meshes[1];
+            box.erase("rotate");
+            box["scale"] = "0.25";
+            box["translate"] = vector(middle.x, middle.y, middle.z);
+            m_document.meshes.push_back(box);
+            return "a box again";
+        }
         m_world.placements.addMesh(sphereMesh(m_segments), m_world.shaderNumber("shader.red"),
                                    TranslationMatrix(middle));
         m_document.meshes.push_back({{"shape", "'sphere'"},
@@ -368,6 +378,24 @@ TEST(Edit, TheEpsilonStaysAsItWasSet) {
     world->places.reset("render.rayEpsilon");
     loop.restart();
     EXPECT_EQ(world->renderingObject->m_rayEpsilon, followed);
+    world->renderingObject->m_rayEpsilon = 0.01f;  // past the names
+    for (unsigned frame = 0; frame < 2; ++frame) {
+        loop.restart();
+        EXPECT_EQ(world->renderingObject->m_rayEpsilon, 0.01f);
+    }
+    world->places.reset("render.rayEpsilon");
+    EXPECT_FALSE(world->places.isSet("render.rayEpsilon"));
+    loop.restart();
+    EXPECT_EQ(world->renderingObject->m_rayEpsilon, followed);
+
+    struct Coarse : OxRenderingObject {
+        void Init() override { m_rayEpsilon = 0.5f; }
+        void Register() override { Init(), OxRenderingObject::Register(); }
+    };
+    Registry own;
+    own.registerObject("Coarse", "P", [] { return oxRegisterObject<Coarse>(&oxNewObject<Coarse>); });
+    world->setClass("render", *own.find("Coarse"));
+    EXPECT_EQ(world->epsilon(), 0.5f);
 }
 
 // ---- The picture after changes
@@ -378,7 +406,7 @@ TEST(Edit, EditsThatMoveNothingLeaveTheBitsOfTheSceneLoadedSo) {
         Document document;
         std::vector<R3> pixels;
     };
-    for (unsigned seed = 1; seed <= 12; ++seed) {
+    for (unsigned seed = 1; seed <= 16; ++seed) {
         std::vector<Shown> shown;
         {
             Document document = smallScene();
@@ -428,12 +456,15 @@ TEST(Edit, WhatMovesLooksAsIfItHadAlwaysBeenThere) {
         FrameLoop loop(*world, workers);
         before = world->geometry.structure();
         const Matrix box = world->placements.at("mesh.2").toWorld;
+        const Matrix ball = world->placements.at("mesh.4").toWorld;  // of a mesh that stands twice
         world->placements.move("mesh.2", TranslationMatrix(R3(0.3f, 0.1f, 0.7f)) * box);
+        world->placements.move("mesh.4", TranslationMatrix(R3(0.2f, 0, 0)) * ball);
         loop.restart();
         for (unsigned pass = 0; pass < 4; ++pass) loop.step();
         after = world->geometry.structure();
         moved = loop.film().pixels();
         world->placements.move("mesh.2", box);
+        world->placements.move("mesh.4", ball);
         loop.restart();
         for (unsigned pass = 0; pass < 4; ++pass) loop.step();
         back = loop.film().pixels();
@@ -453,6 +484,7 @@ TEST(Edit, WhatMovesLooksAsIfItHadAlwaysBeenThere) {
     };
     const std::vector<R3> original = freshPicture(document, 4);
     document.meshes[2]["translate"] = "[1.6, 0.7, 1.0]";
+    document.meshes[4]["translate"] = "[1.2, 2.5, -1.0]";
     const std::vector<R3> expected = freshPicture(document, 4);
     EXPECT_GE(agree(moved, expected), 0.99);
     EXPECT_GE(agree(back, original), 0.99);

@@ -116,18 +116,24 @@ TEST(Geometry, WhatCannotBeHitDoesNoHarm) {
     }
 }
 
+// In the world, however often a mesh is placed: or the width of a wireframe's borders, which is a length, would change.
 TEST(Geometry, BarycentricWeightsAreThoseOfTheVerticesInTheirFilesOrder) {
+    const Matrix placement = TranslationMatrix(R3(0.1f, 0.2f, 0.3f)) * ScaleMatrix(R3(3, 3, 3));
     for (const bool instanced : {false, true}) {
         MeshData mesh = triangleMesh();
         mesh.texCoords = {R2(1, 0), R2(0, 1), R2(0, 0)};
         mesh.colors = {Red, Green, R3(0, 0, 1)};
         TestWorld world;
-        place(world, std::move(mesh), instanced);
+        place(world, std::move(mesh), instanced, placement);
         const R3 weights(0.5f, 0.3f, 0.2f);
-        OxState state = shoot(world, R3(weights.y, weights.z, 1), Down);
-        R3 a, b, c, color;
-        oxGetTriangleVertices(oxGetObject(oxGetInstance(oxsInstanceID(&state))), oxsTriangleID(&state), &a, &b, &c);
-        EXPECT_TRUE(a == R3(0, 0, 0) && b == R3(1, 0, 0) && c == R3(0, 1, 0));
+        OxState state = shoot(world, TransformPoint(placement, R3(weights.y, weights.z, 1)), Down);
+        const GeometryObject* object = oxGetObject(oxGetInstance(oxsInstanceID(&state)));
+        R3 corners[3], color;
+        oxGetTriangleVertices(object, oxsTriangleID(&state), &corners[0], &corners[1], &corners[2]);
+        for (unsigned i = 0; i < 3; ++i)
+            EXPECT_EQ(corners[i], TransformPoint(placement, triangleMesh().positions[i])) << instanced;
+        EXPECT_EQ(object->id, world.geometry.scene().objects[0]->id);
+        expectNear(Normalize(object->GetNormal(0, 0, 0)), R3(0, 0, 1));
         R2 uv;
         oxsGetUV(&state, uv);
         expectNear(R3(uv.x, uv.y, state.hit.w), weights);
@@ -170,34 +176,6 @@ TEST(Geometry, BakedAndInstancedMeshesLookAlike) {
         EXPECT_GT(same, 60u);
         EXPECT_GE(same + 2, hits) << "two may go through an edge";
     }
-}
-
-// Or the width of a wireframe's borders, which is a length, would change with a mesh's second placement.
-TEST(Geometry, VerticesAreTheWorldsHoweverOftenAMeshIsPlaced) {
-    const Matrix placement = TranslationMatrix(R3(0.1f, 0.2f, 0.3f)) * ScaleMatrix(R3(3, 3, 3));
-    for (const bool instanced : {false, true}) {
-        TestWorld world;
-        place(world, triangleMesh(), instanced, placement);
-        const OxState state = shoot(world, R3(1, 1, 9), Down);
-        const GeometryObject* object = oxGetObject(oxGetInstance(oxsInstanceID(&state)));
-        R3 corners[3];
-        oxGetTriangleVertices(object, oxsTriangleID(&state), &corners[0], &corners[1], &corners[2]);
-        for (unsigned i = 0; i < 3; ++i)
-            EXPECT_EQ(corners[i], TransformPoint(placement, triangleMesh().positions[i])) << instanced;
-        EXPECT_EQ(object->id, world.geometry.scene().objects[0]->id);
-        expectNear(Normalize(object->GetNormal(0, 0, 0)), R3(0, 0, 1));
-    }
-}
-
-TEST(Geometry, MovedInstancesAreHitWhereTheyAreAfterTheNextBuild) {
-    TestWorld world;
-    const unsigned moving = place(world, triangleMesh(), true);
-    ASSERT_TRUE(hits(world, Inside));
-    world.geometry.moveInstance(moving, TranslationMatrix(R3(0, 5, 0)) * RotationMatrix(2, 0.5f));
-    world.geometry.build();
-    EXPECT_FALSE(hits(world, Inside));
-    EXPECT_TRUE(hits(world, R3(0.1f, 5.3f, 1)));
-    EXPECT_GT(world.geometry.bounds().upper.y, 5.5f);
 }
 
 // Rays by themselves find what single rays find, in every lane: on baked meshes, on mirrored instances, and after a move.

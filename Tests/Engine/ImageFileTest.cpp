@@ -89,6 +89,37 @@ TEST(ImageFile, ColoursBeyondTheDisplayAreCutAndKeptInFloats) {
     EXPECT_TRUE(values[0] == 7.0f && values[1] == -1.0f && std::isnan(values[2]) && values[3] == 1e30f);
 }
 
+TEST(ImageFile, TheHeaderSaysWhatThePictureIs) {
+    const std::vector<R3> pixels = smoothPicture();
+    const Layer alpha{{"A"}, [](std::size_t i, float* to) { *to = i % Width < Width / 2 ? 0.5f : 1.0f; }};
+    struct Case {
+        const char* name;
+        const char* space;  // nothing: does not say
+        bool alpha;
+    };
+    for (const Case& c : {Case{"h.png", "sRGB", true}, Case{"h.tif", "", true}, Case{"h.jpg", "sRGB", false},
+                          Case{"h.exr", "Linear", true}}) {
+        SCOPED_TRACE(c.name);
+        ImageOptions options;
+        options.attributes["Software"] = "a test";
+        if (c.alpha) options.alpha = alpha;
+        writeImage(scratch() / c.name, Width, Height, pixels, options);
+        OIIO::ImageSpec hints;
+        hints["oiio:UnassociatedAlpha"] = 1;
+        const auto input = OIIO::ImageInput::open((scratch() / c.name).string(), &hints);
+        ASSERT_TRUE(input);
+        const OIIO::ImageSpec& spec = input->spec();
+        EXPECT_EQ(spec.get_string_attribute("Software"), "a test");
+        EXPECT_EQ(spec.get_string_attribute("oiio:ColorSpace"), c.space);
+        EXPECT_EQ(spec.alpha_channel, c.alpha ? 3 : -1);
+        if (!c.alpha) continue;
+        std::vector<float> row(std::size_t{4} * Width);
+        ASSERT_TRUE(input->read_scanline(0, 0, OIIO::TypeDesc::FLOAT, row.data()));
+        EXPECT_NEAR(row[3], 0.5f, 1.0f / 255);
+        EXPECT_FLOAT_EQ(row[4 * Width - 1], 1.0f);
+    }
+}
+
 // A limit on the size of this process' files stands in for the disk.
 TEST(ImageFile, AFullDiskLeavesTheOldPictureAndNothingElse) {
     rlimit unlimited{};

@@ -6,9 +6,6 @@
 #include "Tests/Support/Probe.h"
 #include "Tests/Support/SceneText.h"
 
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <random>
 
 using namespace oxbeam::test;
@@ -154,19 +151,4 @@ TEST_F(Memory, BeyondTheLimitItIsSaidWhatTakesHowMuch) {
     moved = {};
     EXPECT_EQ(memoryTaken(MemoryUse::Meshes), 0u);
     EXPECT_EQ(more(10 << 20), "nothing failed");
-}
-
-TEST_F(Memory, TheMachineIsAsTheSystemSays) {
-    const MachineMemory memory = machineMemory();
-    EXPECT_NEAR(static_cast<double>(memory.physical),
-                static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE)), 1e6);
-    EXPECT_LE(memory.available, memory.physical);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which take more addresses than there is memory
-    rlimit before{};
-    getrlimit(RLIMIT_AS, &before);
-    const rlimit less{memory.physical, before.rlim_max};
-    setrlimit(RLIMIT_AS, &less);
-    EXPECT_EQ(machineMemory().addresses, memory.physical);
-    setrlimit(RLIMIT_AS, &before);
-#endif
 }

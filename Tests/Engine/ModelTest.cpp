@@ -268,15 +268,3 @@ TEST(ModelScene, AViewStandsWhereItsAnglesSay) {
     const float twice = loadFile(file, options).world->fov;
     EXPECT_NEAR(std::tan(once * Radian / 2) / std::tan(twice * Radian / 2), 2.0f, 1e-4f);
 }
-
-TEST(ModelScene, IsFramedUnlessItsCamerasAreAskedFor) {
-    const auto file =
-        writeGltf("two.gltf", Plain,
-                  R"(, "cameras": [{"type": "perspective", "name": "eye", "perspective": {"yfov": 0.9, "znear": 0.1}},
- {"type": "perspective", "name": "ear", "perspective": {"yfov": 0.5, "znear": 0.1}}])",
-                  R"(, "children": [1, 2]}, {"name": "eye", "camera": 0, "translation": [9, 0, 3]},
- {"name": "ear", "camera": 1, "translation": [0, 0, 7])");
-    for (const auto& [camera, position] : {std::pair("file", R3(9, 0, 3)), std::pair("ear", R3(0, 0, 7))})
-        EXPECT_EQ(viewOf(file, {{}, camera, {}, {}}).position, position) << camera;
-    EXPECT_LT(std::fabs(viewOf(file, {}).position.x), 6.0f);
-}

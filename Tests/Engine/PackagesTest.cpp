@@ -30,23 +30,6 @@ static std::string failureOf(const fs::path& package) {
     return message;
 }
 
-TEST(Packages, BadOnesAreNamedWithTheirFault) {
-    const struct {
-        const char *package, *message;
-    } cases[] = {
-        {"libMissing.so", "this package does not load: No such file or directory"},
-        {"libUnresolved.so", "this package does not load: libUnresolved.so: undefined symbol: _Z17nobodyDefinesThisv"},
-        {"libNoObjects.so", "this library exports no Register_<Name>_LoadableObject; it is no package"},
-        {"libNoFactory.so",
-         "object 'Orphan' has no factory: Register_Orphan_LoadableObject is exported, "
-         "NewOrphanLoadableObject is not"},
-    };
-    for (const auto& c : cases) EXPECT_EQ(failureOf(folder / c.package), std::string(c.package) + ": " + c.message);
-
-    EXPECT_EQ(failureOf(writeFile("libText.so", std::string(500, 'x'))),
-              "libText.so: this package does not load: it is no shared library");
-}
-
 struct Declaring : OxShader {
     static inline std::ptrdiff_t offset = 0;
     static inline int size = 0;
@@ -156,25 +139,6 @@ TEST(Packages, OfFilesWithTheSameNameTheFirstFolderWins) {
 
 // ---- Packages that are not to be trusted
 
-TEST(Packages, WhatTheirCodeDoesWhileItIsRegisteredHarmsNobody) {
-    const struct {
-        const char *package, *message;
-    } cases[] = {
-        {"HangingRegister", "the registration of 'HangingRegister' does not end"},
-        {"EndingRegister", "the registration of 'EndingRegister' ends the process with status 7"},
-        {"ThrowingStart", "loading this package throws: no licence today"},
-        {"DataForFunction", "Register_DataForFunction_LoadableObject is data; expected a function"},
-        {"Overlapping", "parameters 'first' and 'second' of 'Overlapping' overlap: bytes 32 to 40 and 36 to 44"},
-        {"OverHostField",
-         "parameter 'world' of 'OverHostField' is declared over 'm_ro', which is the host's: bytes 8 to 16"},
-        {"NullId", "a parameter of 'NullId' is declared without an id"},
-    };
-    for (const auto& c : cases) {
-        const std::string name = std::string("lib") + c.package + ".so";
-        EXPECT_EQ(failureOf(folder / name), name + ": " + c.message);
-    }
-}
-
 // No code of theirs runs, and nothing waits for them or reads beyond their end.
 TEST(Packages, FilesThatCannotBeLoadedAreNotTried) {
     const std::string good = contentOf(folder / "libStranger.so");
@@ -189,6 +153,13 @@ TEST(Packages, FilesThatCannotBeLoadedAreNotTried) {
     mkfifo((scratch() / "libFifo.so").c_str(), 0600);
     EXPECT_EQ(failureOf(scratch() / "libFifo.so"), "libFifo.so: this package does not load: it is not a regular file");
     EXPECT_THAT(failureOf(scratch()), HasSubstr("it is not a regular file"));
+    EXPECT_EQ(failureOf(folder / "libMissing.so"),
+              "libMissing.so: this package does not load: No such file or directory");
+    EXPECT_EQ(failureOf(writeFile("libText.so", std::string(500, 'x'))),
+              "libText.so: this package does not load: it is no shared library");
+    EXPECT_EQ(failureOf(folder / "libUnresolved.so"),
+              "libUnresolved.so: this package does not load: libUnresolved.so: undefined symbol: "
+              "_Z17nobodyDefinesThisv");
 }
 
 // Whatever stands in a file, reading its tables ends, and within it.

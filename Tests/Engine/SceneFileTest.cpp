@@ -6,6 +6,8 @@
 
 #include <sys/stat.h>
 
+#include <ctime>
+
 using namespace oxbeam::test;
 
 // Two shaders and a texture for the tests' tables to refer to, on lines 1 to 6.
@@ -182,4 +184,27 @@ TEST(SceneFile, KeysOfATextureTakeEffect) {
     EXPECT_EQ(texture.bumpKind, BumpKind::Height);
     EXPECT_EQ(texture.bumpScale, 2.5f);
     EXPECT_NEAR(texture.lookUp(0.5f, 0.5f).r, 128.0f / 255.0f, 1e-4f);
+}
+
+// Sixteen times as many take about as many times as long: twice that is forgiven, the 256 times of a list that is gone
+// through for each of its entries are not.
+TEST(SceneFile, LongScenesAreReadInTimeThatGrowsWithTheirLength) {
+    const auto light = [](unsigned i) {
+        return "[[light]]\nobject = 'KelPointLight'\nposition = [" + std::to_string(i) + ", 0, 0]\n";
+    };
+    const auto shader = [](unsigned i) { return "[shader.s" + std::to_string(i) + "]\nobject = 'KelPhong'\n"; };
+    const auto loadingTime = [](const auto& entry, unsigned count) {
+        std::string toml;
+        for (unsigned i = 0; i < count; ++i) toml += entry(i);
+        const std::clock_t start = std::clock();  // of the process: others on the machine do not count
+        const LoadedScene scene = loadText(toml);
+        EXPECT_EQ(scene.world->lights.size() + scene.world->shaders.size(), count);
+        return static_cast<double>(std::clock() - start);
+    };
+    const auto growth = [&](const auto& entry) {
+        const double few = loadingTime(entry, 2000);
+        return loadingTime(entry, 32000) / few;
+    };
+    EXPECT_LT(growth(light), 32);
+    EXPECT_LT(growth(shader), 32);
 }

@@ -20,6 +20,8 @@ class MadeUpAssets final : public SceneAssets {
             throw Error(ExitStatus::BadScene, "'" + file.string() + "' does not exist");
     }
 
+    void expectPictures() override {}
+
     Model readModel(const fs::path& file) override {
         check(file);
         Model model;

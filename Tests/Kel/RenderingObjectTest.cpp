@@ -90,17 +90,3 @@ TEST(Record, RandomNumbersBelongToPassAndTileNotToTheThread) {
         }
     EXPECT_EQ(sequences.size(), 36u);
 }
-
-TEST(Record, APrimaryRayStartsOutsideWithItsWholeWeight) {
-    TestWorld world;
-    KelRay& record = world.ro().m_rays[7];
-    record.depth = 4;
-    record.insideFlag = 1;
-    record.opacity = 0.1f;
-    OxState state;
-    world.ro().initRay(state, 99, 7);
-    EXPECT_EQ(state.ray.privatePtr, &record);
-    EXPECT_EQ(record.depth, 0u);
-    EXPECT_EQ(record.insideFlag, 0u);
-    EXPECT_EQ(record.opacity, 1.0f);
-}

@@ -6,7 +6,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 namespace oxbeam::test {
 
@@ -20,11 +22,16 @@ inline std::string lineOf(const std::filesystem::path& file, const std::string& 
 
 inline std::filesystem::path procOf(pid_t process) { return "/proc/" + std::to_string(process); }
 
-// The first that its main thread has started, or 0.
+// Those that its main thread has started.
+inline std::vector<pid_t> childrenOf(pid_t parent) {
+    std::ifstream children(procOf(parent) / "task" / std::to_string(parent) / "children");
+    return {std::istream_iterator<pid_t>(children), {}};
+}
+
+// The first of them, or 0.
 inline pid_t childOf(pid_t parent) {
-    pid_t child = 0;
-    std::ifstream(procOf(parent) / "task" / std::to_string(parent) / "children") >> child;
-    return child;
+    const std::vector<pid_t> children = childrenOf(parent);
+    return children.empty() ? 0 : children.front();
 }
 
 // One that has ended counts as gone although nobody has asked for its status.

@@ -174,10 +174,12 @@ static void allowFiles(Filter& f) {
     f.rule(SCMP_ACT_ERRNO(EACCES), {SCMP_SYS(openat)}, SCMP_A2_32(SCMP_CMP_MASKED_EQ, O_WRONLY, O_WRONLY));
     f.rule(SCMP_ACT_ERRNO(EACCES), {SCMP_SYS(openat)}, SCMP_A2_32(SCMP_CMP_MASKED_EQ, O_RDWR, O_RDWR));
     f.allow({SCMP_SYS(open)}, SCMP_A1_32(SCMP_CMP_MASKED_EQ, writing, O_RDONLY));
-    f.allow({SCMP_SYS(read),     SCMP_SYS(readv),      SCMP_SYS(pread64), SCMP_SYS(lseek),      SCMP_SYS(close),
-             SCMP_SYS(fstat),    SCMP_SYS(newfstatat), SCMP_SYS(stat),    SCMP_SYS(lstat),      SCMP_SYS(statx),
-             SCMP_SYS(statfs),   SCMP_SYS(fstatfs),    SCMP_SYS(access),  SCMP_SYS(faccessat),  SCMP_SYS(faccessat2),
-             SCMP_SYS(readlink), SCMP_SYS(readlinkat), SCMP_SYS(getcwd),  SCMP_SYS(getdents64), SCMP_SYS(fadvise64)});
+    // Not from the host: what it asks next is not for this process to know.
+    f.allow({SCMP_SYS(read), SCMP_SYS(readv)}, SCMP_A0_32(SCMP_CMP_GT, static_cast<unsigned>(STDERR_FILENO)));
+    f.allow({SCMP_SYS(pread64), SCMP_SYS(lseek), SCMP_SYS(close), SCMP_SYS(fstat), SCMP_SYS(newfstatat), SCMP_SYS(stat),
+             SCMP_SYS(lstat), SCMP_SYS(statx), SCMP_SYS(statfs), SCMP_SYS(fstatfs), SCMP_SYS(access),
+             SCMP_SYS(faccessat), SCMP_SYS(faccessat2), SCMP_SYS(readlink), SCMP_SYS(readlinkat), SCMP_SYS(getcwd),
+             SCMP_SYS(getdents64), SCMP_SYS(fadvise64)});
     for (const int place : {STDOUT_FILENO, STDERR_FILENO})
         f.allow({SCMP_SYS(write), SCMP_SYS(writev)}, SCMP_A0_32(SCMP_CMP_EQ, static_cast<unsigned>(place)));
     for (const int question : {F_GETFD, F_SETFD, F_GETFL})

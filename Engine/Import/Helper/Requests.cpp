@@ -68,17 +68,23 @@ static ssize_t receive(int socket, char* data, std::size_t size) {
     return received;
 }
 
-static std::optional<std::string> nextRequest() {
-    std::uint64_t length = 0;
-    if (!transfer(receive, STDIN_FILENO, reinterpret_cast<char*>(&length), sizeof length)) return std::nullopt;
-    std::string name(static_cast<std::size_t>(length), '\0');
-    return transfer(::read, STDIN_FILENO, name.data(), name.size()) ? std::optional(name) : std::nullopt;
+struct Request {
+    std::uint64_t number = 0;
+    std::string file;
+};
+
+static std::optional<Request> nextRequest() {
+    std::uint64_t head[2] = {};  // number and length
+    if (!transfer(receive, STDIN_FILENO, reinterpret_cast<char*>(head), sizeof head)) return std::nullopt;
+    Request request{head[0], std::string(static_cast<std::size_t>(head[1]), '\0')};
+    const bool whole = transfer(::read, STDIN_FILENO, request.file.data(), request.file.size());
+    return whole ? std::optional(request) : std::nullopt;
 }
 
-static bool answer(const Answer& pass) {
-    std::uint64_t length = 0;
-    pass([&](const void*, std::size_t size) { length += size; });
-    bool good = transfer(::write, STDOUT_FILENO, reinterpret_cast<const char*>(&length), sizeof length);
+static bool answer(std::uint64_t number, const Answer& pass) {
+    std::uint64_t head[2] = {number, 0};
+    pass([&](const void*, std::size_t size) { head[1] += size; });
+    bool good = transfer(::write, STDOUT_FILENO, reinterpret_cast<const char*>(head), sizeof head);
     pass([&](const void* data, std::size_t size) {
         good = good && transfer(::write, STDOUT_FILENO, static_cast<const char*>(data), size);
     });
@@ -129,19 +135,20 @@ static Answer readWith(const FileReader& reader, const std::string& file, const 
     }
 }
 
-// What a malformed file has done to the heap must not matter when it ends.
-[[noreturn]] static void serveOne(const FileReader& reader, const std::string& file, const ImportLimits& limits) {
+// A copy of the process that waits, as it was before the first file: no file can do anything to the next one. What a
+// malformed file has done to the heap must not matter when it ends.
+[[noreturn]] static void serveOne(const FileReader& reader, const Request& request, const ImportLimits& limits) {
     bool good = false;
-    if (file.empty()) {
+    if (request.file.empty()) {
         const std::string text = report(reader, limits);
-        good = answer([&](const AnswerSink& sink) { sink(text.data(), text.size()); });
+        good = answer(request.number, [&](const AnswerSink& sink) { sink(text.data(), text.size()); });
     } else {
-        good = answer(readWith(reader, file, limits));
+        good = answer(request.number, readWith(reader, request.file, limits));
     }
     _exit(good ? 0 : ReaderFailed);
 }
 
-// ---- The process that waits
+// ---- The process that waits: it sees names, but not a byte of a file nor of an answer
 
 static void endAs(int status) {
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
@@ -173,14 +180,14 @@ static void serve(const FileReader& reader, const ImportLimits& limits) {
     std::signal(SIGCHLD, [](int) {});
     sigprocmask(SIG_BLOCK, &blocked, &open);
     const pid_t self = getpid();
-    while (const auto file = nextRequest()) {
+    while (const auto request = nextRequest()) {
         const pid_t child = fork();
         if (child < 0) _exit(ReaderHasNoProcess);
         if (child == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (getppid() != self) _exit(ReaderFailed);
             sigprocmask(SIG_SETMASK, &open, nullptr);
-            serveOne(reader, *file, limits);
+            serveOne(reader, *request, limits);
         }
         close(PassedDescriptor);
         waitFor(child, open);
