@@ -57,6 +57,7 @@ static void raise(const Error& error) {
 }
 
 void bindErrors() {
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): so it is called
     py::register_exception_translator([](std::exception_ptr thrown) {
         try {
             if (thrown) std::rethrow_exception(thrown);

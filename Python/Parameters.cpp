@@ -88,7 +88,7 @@ static std::string add(SceneState& scene, const std::string& place, const std::s
     World& world = scene.world();
     requireRoom(world, place, object);
     const bool light = place == "light";
-    const std::string added = light ? fmt::format("light.{}", world.lights.size()) : place;
+    std::string added = light ? fmt::format("light.{}", world.lights.size()) : place;
     Places trial(world.textureNames);
     trial.add(added, object);
     setAll(trial, added, values);

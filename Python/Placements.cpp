@@ -92,7 +92,7 @@ static std::string addMesh(SceneState& scene, const std::string& name, const Arr
     World& world = scene.world();
     const unsigned number =
         shader.empty() && !world.shaders.empty() ? 0 : world.shaderNumber(shader.empty() ? "shader" : shader);
-    const std::string place = world.placements.addMesh(std::move(mesh), number, matrixFrom(transform));
+    std::string place = world.placements.addMesh(std::move(mesh), number, matrixFrom(transform));
     if (!name.empty()) world.nameObject(world.placements.at(place).parts.front().instance, name);
     return place;
 }
