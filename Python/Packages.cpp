@@ -63,11 +63,16 @@ static py::dict describe(const ParameterDeclaration& p) {
     const auto text = [](const std::string& s) { return py::str(printable(s)); };
     py::dict items;
     for (const auto& [value, name] : info.items) items[py::int_(value)] = text(name);
+    py::object standard = py::none(), follows = py::none();
+    if (p.followed)
+        follows = py::str(p.followed);
+    else
+        standard = toPython(p, valueOf(p, p.defaultBytes.data()));
     using namespace py::literals;
-    return py::dict("name"_a = text(p.id), "aliases"_a = p.aliases, "type"_a = describeType(p),
-                    "default"_a = toPython(p, valueOf(p, p.defaultBytes.data())),
-                    "lower"_a = boundFrom(info.lowerbound), "upper"_a = boundFrom(info.upperbound), "items"_a = items,
-                    "group"_a = text(info.group), "longname"_a = text(info.longname), "help"_a = text(info.help));
+    return py::dict("name"_a = text(p.id), "aliases"_a = p.aliases, "type"_a = describeType(p), "default"_a = standard,
+                    "follows"_a = follows, "lower"_a = boundFrom(info.lowerbound),
+                    "upper"_a = boundFrom(info.upperbound), "items"_a = items, "group"_a = text(info.group),
+                    "longname"_a = text(info.longname), "help"_a = text(info.help));
 }
 
 static py::dict describe(const std::string& name) {

@@ -29,6 +29,7 @@ class Parameter(NamedTuple):
     aliases: tuple[str, ...]
     type: str
     default: Any
+    follows: str | None
     lower: float | tuple[float, ...] | None
     upper: float | tuple[float, ...] | None
     items: dict[int, str]

@@ -15,6 +15,7 @@ class Parameter(NamedTuple):
     aliases: tuple
     type: str  # "float", "3 floats (color)", "texture", "int: 0 x-Axis, 1 y-Axis", ...
     default: object
+    follows: object  # what gives it its value where nobody sets it, in words, or None: its default then is
     lower: object  # a number for all components or one for each, or None
     upper: object
     items: dict  # of an enumeration: values and their names
@@ -23,7 +24,7 @@ class Parameter(NamedTuple):
     help: str
 
     def __str__(self):
-        words = f"{self.name}: {self.type}, default {self.default}"
+        words = f"{self.name}: {self.type}, default {self.follows or self.default}"
         if self.lower is not None and self.upper is not None:
             words += f", {self.lower} to {self.upper}"
         if self.aliases:
