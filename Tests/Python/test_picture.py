@@ -157,10 +157,10 @@ def test_mistakes_in_arguments(scene):
 
 
 INTERRUPTED = """
-import _thread, sys, threading, time
+import os, signal, sys, threading, time
 import oxbeam
 scene = oxbeam.load(sys.argv[1])
-threading.Timer(1.0, _thread.interrupt_main).start()
+threading.Timer(1.0, os.kill, (os.getpid(), signal.SIGINT)).start()
 start = time.monotonic()
 try:
     scene.render(samples=100000, aovs=["depth"])
