@@ -19,12 +19,14 @@ set(OXBEAM_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/Oxbeam)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE libraries)
 set(run_path "$ORIGIN/../lib" "$ORIGIN/${libraries}")
 list(REMOVE_DUPLICATES run_path)
-set_target_properties(oxbeam_command PROPERTIES INSTALL_RPATH "${run_path}")
+set_target_properties(oxbeam_command oxbeam_view PROPERTIES INSTALL_RPATH "${run_path}")
 
 install(TARGETS oxbeam LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS Kel LIBRARY DESTINATION ${OXBEAM_INSTALL_PACKAGES})
 install(TARGETS oxbeam_pictures LIBRARY DESTINATION ${OXBEAM_INSTALL_PRIVATE})
 install(TARGETS oxbeam_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# A Debian package of its own, since it needs a window system.
+install(TARGETS oxbeam_view RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT view)
 install(TARGETS oxbeam_import oxbeam_decode RUNTIME DESTINATION ${OXBEAM_INSTALL_PRIVATE})
 
 # ---- Headers

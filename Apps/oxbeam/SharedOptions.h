@@ -12,6 +12,32 @@ inline void addUp(CLI::App& c, ModelCommand& m) {
         ->type_name("x|y|z|-x|-y|-z");
 }
 
+inline void addModelOptions(CLI::App& c, ModelCommand& m) {
+    c.add_option("--shader", m.shader, "Of a model: show all of it with this surface")->type_name("OBJECT");
+    c.add_option("--color", m.color, "Of a model: this colour everywhere, 0 to 1, instead of the file's")
+        ->type_name("R,G,B");
+    c.add_option("--texture", m.texture, "Of a model: this picture everywhere, instead of the file's")
+        ->type_name("PICTURE");
+    c.add_option("--environment", m.environment, "Of a model: light it with this equirectangular picture")
+        ->type_name("PICTURE");
+    c.add_option("--rotate-environment", m.rotateEnvironment,
+                 "Of a model: turn that picture, counterclockwise as seen from above")
+        ->type_name("DEGREES");
+    c.add_option("--background", m.background,
+                 "What is seen where nothing is; transparent makes an alpha channel; a colour is for models")
+        ->type_name("environment|transparent|r,g,b");
+    c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("shadow|none");
+    c.add_option("--view", m.view.name, "Of a model: where it is looked at from")
+        ->type_name(CLI::detail::join(viewNames(), "|"));
+    c.add_option("--azimuth", m.view.azimuth, "Of a model: degrees from its front to the right, instead of the view's")
+        ->type_name("DEGREES");
+    c.add_option("--elevation", m.view.elevation, "Of a model: degrees above its front, instead of the view's")
+        ->type_name("DEGREES");
+    c.add_option("--zoom", m.view.zoom, "Of a model: how many times as large as it fits the picture")
+        ->type_name("FACTOR");
+    addUp(c, m);
+}
+
 inline void addImportLimit(CLI::App& c, std::optional<unsigned>& seconds) {
     c.add_option("--import-limit", seconds, "What reading a model may take, instead of 20 and more for a large file")
         ->type_name("SECONDS");

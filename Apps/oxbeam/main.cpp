@@ -10,6 +10,7 @@
 #include "Apps/oxbeam/SharedOptions.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
+#include "Apps/oxbeam/View.h"
 #include "Engine/Diagnostics/Diagnostics.h"
 #include "Engine/Packages/Watch.h"
 #include "Engine/System/Interruption.h"
@@ -48,33 +49,8 @@ struct Arguments {
     DescribeCommand describe;
     SweepCommand sweep;
     CheckPackageCommand checkPackage;
+    ViewCommand view;
 };
-
-void addModelOptions(CLI::App& c, ModelCommand& m) {
-    c.add_option("--shader", m.shader, "Of a model: show all of it with this surface")->type_name("OBJECT");
-    c.add_option("--color", m.color, "Of a model: this colour everywhere, 0 to 1, instead of the file's")
-        ->type_name("R,G,B");
-    c.add_option("--texture", m.texture, "Of a model: this picture everywhere, instead of the file's")
-        ->type_name("PICTURE");
-    c.add_option("--environment", m.environment, "Of a model: light it with this equirectangular picture")
-        ->type_name("PICTURE");
-    c.add_option("--rotate-environment", m.rotateEnvironment,
-                 "Of a model: turn that picture, counterclockwise as seen from above")
-        ->type_name("DEGREES");
-    c.add_option("--background", m.background,
-                 "What is seen where nothing is; transparent makes an alpha channel; a colour is for models")
-        ->type_name("environment|transparent|r,g,b");
-    c.add_option("--ground", m.ground, "Of a model: what it stands on, shadow or none")->type_name("shadow|none");
-    c.add_option("--view", m.view.name, "Of a model: where it is looked at from")
-        ->type_name(CLI::detail::join(viewNames(), "|"));
-    c.add_option("--azimuth", m.view.azimuth, "Of a model: degrees from its front to the right, instead of the view's")
-        ->type_name("DEGREES");
-    c.add_option("--elevation", m.view.elevation, "Of a model: degrees above its front, instead of the view's")
-        ->type_name("DEGREES");
-    c.add_option("--zoom", m.view.zoom, "Of a model: how many times as large as it fits the picture")
-        ->type_name("FACTOR");
-    addUp(c, m);
-}
 
 void addCheckpoint(CLI::App& c, RenderCommand& r) {
     CLI::Option* checkpoint = c.add_option("--checkpoint", r.checkpoint,
@@ -164,6 +140,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     app.add_subcommand("list", "List every object that the packages offer");
     addDescribe(app, a.describe);
     addSweep(app, a.sweep);
+    addView(app, a.view);
     addCheckPackage(app, a.checkPackage);
     addCompletion(app, a.completion);
     addMemoryLimit(
@@ -232,6 +209,7 @@ int parseAndRun(int argc, char** argv) {
         if (e.get_exit_code() == 0) return flushed(app.exit(e));  // help was asked for
         throw Error(ExitStatus::Usage, usageError(app, e) + "\nRun with --help for more information.");
     }
+    if (app.got_subcommand("view")) return static_cast<int>(runView(argc, argv));
     return flushed(static_cast<int>(run(app, arguments)));
 }
 

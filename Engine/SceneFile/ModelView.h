@@ -76,7 +76,7 @@ struct ViewChoice {
 void checkView(const ViewChoice& choice);
 OXBEAM_API const std::vector<std::string>& viewNames();
 // Of a view that has been checked.
-ViewAngles anglesOf(const ViewChoice& choice);
+OXBEAM_API ViewAngles anglesOf(const ViewChoice& choice);
 
 // The nearest camera in a direction that has every point in its picture, with a margin.
 View frame(const VisiblePoints& points, const ViewAngles& angles, float fov, const ImageSize& image);

@@ -1,0 +1,106 @@
+// The one thread that owns world, session and film. It takes changes between passes and, by cancelling, within them.
+#pragma once
+
+#include "Apps/oxbeam/View.h"
+#include "Apps/view/Developer.h"
+#include "Apps/view/Pacer.h"
+#include "Apps/view/SceneInfo.h"
+
+#include <chrono>
+#include <deque>
+#include <exception>
+#include <functional>
+
+namespace oxbeam {
+
+// What a change may touch; on the rendering thread.
+struct Rendering {
+    World& world;
+    const FrameLoop& loop;
+    const Registry& registry;
+    double seconds = 0.0;  // that went into the film
+};
+
+// For the window's thread, which never waits for the other.
+class RenderThread {
+public:
+    using Change = std::function<void(Rendering&)>;
+
+    // Loads the scene and begins to render it.
+    explicit RenderThread(const ViewCommand& command);
+    ~RenderThread();
+    RenderThread(const RenderThread&) = delete;
+    RenderThread& operator=(const RenderThread&) = delete;
+
+    // To be done as soon as may be; another picture begins then. An Error that it throws becomes a message.
+    void change(Change change);
+    // The same for what makes objects, lights or instances others: what the window knows of them follows.
+    void rebuild(Change change);
+    // To be done when a full pass is complete; the picture goes on.
+    void atRest(Change use);
+    // Nothing moves any more: a full picture may begin at once.
+    void rest();
+
+    Developer& developer() { return m_developer; }
+    // Null while it is being loaded.
+    std::shared_ptr<const SceneInfo> scene() const;
+    // Why there is no scene, or what ended the rendering for good; null while all is well.
+    std::exception_ptr failure() const;
+    // What was said since the last call.
+    std::vector<std::string> takeMessages();
+    void say(const std::string& message);
+
+    struct Pulse {
+        std::uint64_t pictures = 0, coarsePictures = 0;  // that were begun and came to be
+        unsigned divider = 1, passes = 0, samples = 1;   // of the one under way
+        bool done = false;                               // all passes are
+        double raysPerSecond = 0.0, secondsLeft = 0.0;
+        std::vector<double> cancelling;  // seconds from each of the last changes within a pass to its end
+    };
+    Pulse pulse() const;
+
+private:
+    struct Posted {
+        Change change;
+        bool rebuilds = false;
+    };
+
+    void run(const ViewCommand& command);
+    void render(World& world, const Registry& registry, unsigned threads, unsigned samples);
+    void post(Posted posted);
+    bool takeChanges(Rendering& rendering, bool atRest);
+    bool attempt(const std::function<void()>& what);
+    void begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples);
+    void step(FrameLoop& loop);
+    bool waitForMore(bool coarse);
+    bool ending() const;
+    void tell(const World& world, const Registry& registry, unsigned samples);
+    void notePulse(const FrameLoop& loop);
+
+    Developer m_developer;
+    std::string m_file;
+    ImageSize m_whole;
+
+    mutable std::mutex m_mutex;  // of all up to the next heading
+    std::condition_variable m_wake;
+    std::deque<Posted> m_changes;
+    std::deque<Change> m_atRest;
+    bool m_ending = false, m_rest = false;
+    FrameLoop* m_loop = nullptr;
+    bool m_mayCancel = false;                                          // a pass of what is at rest is under way
+    std::optional<std::chrono::steady_clock::time_point> m_cancelled;  // when that was wished for
+    std::shared_ptr<const SceneInfo> m_scene;
+    std::exception_ptr m_failure;
+    std::vector<std::string> m_messages;
+    Pulse m_pulse;
+
+    // ---- Of the rendering thread alone
+    Pacer m_pacer;
+    FrameInfo m_frame;
+    bool m_moving = true;   // what is rendered has just been changed
+    bool m_failed = false;  // a package has ended the frame; the next change begins another
+    double m_seconds = 0.0;
+    std::thread m_thread;
+};
+
+}  // namespace oxbeam

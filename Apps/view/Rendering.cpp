@@ -1,0 +1,55 @@
+#include "Apps/view/Rendering.h"
+
+#include "Apps/oxbeam/View.h"
+
+namespace oxbeam {
+
+std::vector<std::filesystem::path> packageFolders(const ViewCommand& command) {
+    std::vector<std::filesystem::path> folders = defaultPackageFolders();
+    for (const std::string& path : command.packagePaths) {
+        if (!std::filesystem::is_directory(path))
+            throw Error(ExitStatus::Usage, "--package-path " + path + ": no such directory");
+        folders.emplace_back(path);
+    }
+    return folders;
+}
+
+static ObjectInfo describe(const Place& place, const Places& places) {
+    ObjectInfo info{place.path, place.object, {}};
+    for (const ParameterDeclaration& p : place.object->parameters) {
+        const std::string path = place.path + '.' + p.id;
+        info.values[p.id] = {places.get(path), places.isSet(path)};
+    }
+    return info;
+}
+
+static InstanceInfo describe(unsigned instance, const World& world) {
+    if (!world.geometry.isThere(instance)) return {};
+    const unsigned shader = world.geometry.scene().instances[instance]->shaderBias;
+    InstanceInfo info{world.objectName(instance),
+                      world.geometry.meshName(world.geometry.meshOf(instance)),
+                      "",
+                      {},
+                      world.geometry.isEndless(instance)};
+    if (shader < world.shaders.size()) info.shader = world.places.placeOf(world.shaders[shader]);
+    info.bounds = world.geometry.instanceBounds(instance);
+    return info;
+}
+
+SceneInfo describe(const World& world, const Registry& registry) {
+    SceneInfo info;
+    for (const Place& place : world.places.all()) info.objects.push_back(describe(place, world.places));
+    for (unsigned i = 0; i < world.geometry.instanceCount(); ++i) info.instances.push_back(describe(i, world));
+    info.textures = world.textureNames.names("");
+    info.classes = registry.all();
+    info.registry = &registry;
+    info.bounds = world.geometry.bounds();
+    info.image = world.image;
+    info.view = world.viewInForce();
+    info.fov = world.fov;
+    info.tone = world.tone;
+    info.camera = world.places.placeOf(world.camera);
+    return info;
+}
+
+}  // namespace oxbeam
