@@ -71,6 +71,7 @@ public:
         std::ranges::copy(sums(), other.m_pixels.get());
         std::ranges::copy(aovSums(), other.m_aovs.get());
         std::ranges::copy(alphaSums(), other.m_alphas.get());
+        other.m_developed = m_developed;
         return other;
     }
 
@@ -108,9 +109,14 @@ public:
     float alpha(std::size_t pixel) const { return std::clamp(m_alphas[pixel] * share(pixel), 0.0f, 1.0f); }
     // What a pixel's sums are multiplied by.
     float share(std::size_t pixel) const {
+        if (m_developed) return 1.0f;
         const unsigned samples = m_pixels[pixel].samples;
         return samples ? 1.0f / static_cast<float>(samples) : 0.0f;
     }
+
+    // Turns sums into what they mean, where they are: whoever looks at the memory finds the picture in it. Nothing is
+    // added any more, and everything else is as before, to the last bit.
+    void develop();
 
     // All that the film holds, row by row from the top; no AOVs and alphas where it keeps none.
     std::span<Pixel> sums() { return {m_pixels.get(), m_window.size()}; }
@@ -158,6 +164,7 @@ private:
     Array<Pixel> m_pixels;
     Array<AovSample> m_aovs;
     Array<float> m_alphas;
+    bool m_developed = false;
 };
 
 // Of a film that is still blank only the first pixel is looked at: reading would make its pages.
@@ -166,6 +173,20 @@ inline unsigned Film::passes() const {
     for (const Pixel& pixel : sums())
         if ((least = std::min(least, pixel.samples)) == 0) break;
     return least;
+}
+
+inline void Film::develop() {
+    if (m_developed) return;
+    for (std::size_t i = 0; i < m_window.size(); ++i) {
+        if (m_alphas) m_alphas[i] = alpha(i);
+        if (m_aovs) {
+            m_aovs[i].normal = m_aovs[i].normal * share(i);
+            m_aovs[i].albedo = m_aovs[i].albedo * share(i);
+            if (m_pixels[i].samples == 0) m_aovs[i].depth = AovSample().depth;
+        }
+        m_pixels[i].sum = m_pixels[i].sum * share(i);
+    }
+    m_developed = true;
 }
 
 inline std::uint64_t Film::overflowed() const {

@@ -449,6 +449,88 @@ void EmbreeIntersector::intersect(const Block& block) {
     }
 }
 
+// ---- Streams
+
+// Where all go the same way they take the same way through the structure, or nearly; the kernel is told, since it would
+// make others slower by it. Lanes that are not there repeat one that is.
+inline bool EmbreeIntersector::fillEight(RTCRayHit8& query, const RayStream& rays, std::size_t first, unsigned count,
+                                         int (&valid)[8]) const {
+    const auto reaches = [this](float x) { return std::fabs(x) <= m_farthestOut; };
+    unsigned signs = 0, all = 7;
+    for (unsigned i = 0; i < 8; ++i) {
+        const std::size_t ray = first + std::min(i, count - 1);
+        const R3 origin = rays.origins[rays.origins.size() == 1 ? 0 : ray], direction = rays.directions[ray];
+        bool good = i < count;
+        for (unsigned k = 0; k < 3; ++k) good = good && reaches(origin[k]) && reaches(direction[k]);
+        valid[i] = good ? -1 : 0;
+        query.ray.org_x[i] = origin.x, query.ray.org_y[i] = origin.y, query.ray.org_z[i] = origin.z;
+        query.ray.dir_x[i] = direction.x, query.ray.dir_y[i] = direction.y, query.ray.dir_z[i] = direction.z;
+        query.ray.tnear[i] = query.ray.time[i] = 0.0f;
+        query.ray.tfar[i] = RayInfinity;
+        query.ray.mask[i] = RAY_PRIMARY;
+        query.ray.id[i] = query.ray.flags[i] = 0;
+        query.hit.geomID[i] = query.hit.instID[0][i] = RTC_INVALID_GEOMETRY_ID;
+        const unsigned own = (direction.x < 0.0f) | (direction.y < 0.0f) << 1 | (direction.z < 0.0f) << 2;
+        signs |= own, all &= own;
+    }
+    return signs == all;
+}
+
+// Also of a triangle so small or large that a square of its area is no number any more.
+static R3 unit(R3 v) {
+    float square = Dot(v, v);
+    if (!(square > 1e-30f && square < 1e30f)) [[unlikely]] {
+        const float largest = std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
+        if (!(largest > 0.0f && std::isfinite(largest))) return {};
+        v = v / largest;
+        square = Dot(v, v);
+    }
+    return v * (1.0f / std::sqrt(square));
+}
+
+// The kernel's word for it, but for the distance: that of the triangle's plane, in the arithmetic of every processor.
+void EmbreeIntersector::takeHit(const RTCRayHit8& query, unsigned lane, const StreamHits& hits, std::size_t ray) const {
+    const RTCHit8& hit = query.hit;
+    if (hit.geomID[lane] == RTC_INVALID_GEOMETRY_ID) {
+        hits.distance[ray] = std::numeric_limits<float>::infinity();
+        hits.object[ray] = 0;
+        hits.triangle[ray] = TRI_NONE;
+        hits.normal[ray] = R3();
+        return;
+    }
+    const unsigned number = hit.instID[0][lane] != m_worldSpace ? hit.instID[0][lane] : hit.geomID[lane];
+    const Instance& instance = *m_instances[number];
+    const auto& mesh = static_cast<const ABSP&>(*m_scene->objects[instance.object]);
+    R3 corner = mesh.positions[mesh.indices[3 * std::size_t{hit.primID[lane]}]];
+    R3 normal(hit.Ng_x[lane], hit.Ng_y[lane], hit.Ng_z[lane]);
+    if (instance.hasXfm) {
+        corner = TransformPoint(instance.meshToWorldXfm, corner);
+        normal = TransformVector(instance.normalXfm, normal);
+    }
+    const RTCRay8& r = query.ray;
+    const R3 way = corner - R3(r.org_x[lane], r.org_y[lane], r.org_z[lane]);
+    const float distance = Dot(way, normal) / Dot(R3(r.dir_x[lane], r.dir_y[lane], r.dir_z[lane]), normal);
+    hits.distance[ray] = std::isfinite(distance) ? std::max(distance, 0.0f) : r.tfar[lane];
+    hits.object[ray] = number + 1;
+    hits.triangle[ray] = static_cast<int>(hit.primID[lane]);
+    hits.normal[ray] = unit(normal);
+}
+
+void EmbreeIntersector::intersect(const RayStream& rays, std::size_t first, std::size_t count,
+                                  const StreamHits& hits) const {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    alignas(32) int valid[8];
+    RTCRayHit8 query;
+    for (std::size_t done = 0; done < count; done += 8) {
+        const auto lanes = static_cast<unsigned>(std::min<std::size_t>(count - done, 8));
+        const bool together = fillEight(query, rays, first + done, lanes, valid);
+        context.flags = together ? RTC_INTERSECT_CONTEXT_FLAG_COHERENT : RTC_INTERSECT_CONTEXT_FLAG_INCOHERENT;
+        rtcIntersect8(valid, m_root, &context, &query);
+        for (unsigned i = 0; i < lanes; ++i) takeHit(query, i, hits, first + done + i);
+    }
+}
+
 // ---- Packets
 
 // The same for four rays: all bits set in the lanes that can be traced. The others are counted as misses.

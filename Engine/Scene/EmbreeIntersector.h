@@ -1,6 +1,7 @@
 // Ray traversal by Embree 3 (I. Wald et al., "Embree: a kernel framework for efficient CPU ray tracing", 2014).
 #pragma once
 
+#include "Engine/Scene/RayStream.h"
 #include "Engine/Scene/SceneGeometry.h"
 #include "Oxbeam/OxScene.h"
 
@@ -75,6 +76,8 @@ public:
     // What Intersect finds for each of them, in less time: neighbours take the same way through the structure. Where two
     // triangles lie in the same place, or a ray goes through an edge, the two may find another of them.
     void intersect(const Block& block);
+    // Some rays of a stream. Those that cannot be traced hit nothing.
+    void intersect(const RayStream& rays, std::size_t first, std::size_t count, const StreamHits& hits) const;
     // What Intersect4 finds for two packets of primary rays side by side, in less time than one after the other.
     void intersect(OxState4& first, OxState4& second);
     // Whether anything is hit, in less time than it takes to find the nearest.
@@ -99,6 +102,8 @@ private:
 
     bool read(const Ray& ray, sse_t& origin, sse_t& direction) const;
     void fillBlock(RTCRayHit8& query, const Block& block, const Ray& any, int (&valid)[8]) const;
+    bool fillEight(RTCRayHit8& query, const RayStream& rays, std::size_t first, unsigned count, int (&valid)[8]) const;
+    void takeHit(const RTCRayHit8& query, unsigned lane, const StreamHits& hits, std::size_t ray) const;
     void takeHit(OxState& state, const Found& ids, sse_t origin, sse_t direction, const HitPoint& found) const;
     template <class Query>
     bool takeHits(OxState4& state4, const Query& query, unsigned lane) const;

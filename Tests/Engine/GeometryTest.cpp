@@ -1,4 +1,5 @@
 // What rays hit: meshes and their placements, and what is read off a hit.
+#include "Engine/Scene/RayStream.h"
 #include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxDirectionalLight.h"
 #include "Oxbeam/OxFunctions.h"
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <ctime>
 #include <limits>
+#include <random>
 
 using namespace oxbeam::test;
 
@@ -173,6 +175,44 @@ TEST(Geometry, BakedAndInstancedMeshesLookAlike) {
         }
         EXPECT_GT(same, 60u);
         EXPECT_GE(same + 2, hits) << "two may go through an edge";
+    }
+}
+
+// Rays by themselves find what single rays find, in every lane: on baked meshes, on mirrored instances, and after a move.
+TEST(Geometry, StreamsOfRaysHitWhatSingleRaysHit) {
+    TestWorld world;
+    place(world, sphereMesh(16), false);
+    Matrix mirrored = ScaleMatrix(R3(-0.5f, 1, 2));
+    mirrored.m[0][3] = 2.5f;
+    place(world, boxMesh(), true, mirrored);
+    const unsigned moved = place(world, triangleMesh(), true, TranslationMatrix(R3(0, 0, 3)));
+    std::mt19937 random(1);
+    std::uniform_real_distribution<float> place(-3, 3), way(-1, 1);
+    std::vector<R3> origins, directions;
+    for (unsigned i = 0; i < 1003; ++i) {
+        origins.emplace_back(place(random), place(random), place(random));
+        directions.emplace_back(way(random), way(random), i % 13 ? way(random) : NaN);
+    }
+    const std::size_t count = origins.size();
+    Workers workers(2);
+    for (const float to : {3.0f, -2.0f}) {
+        world.geometry.moveInstance(moved, TranslationMatrix(R3(0, 0, to)));
+        world.geometry.build();
+        std::vector<float> distance(count);
+        std::vector<unsigned> object(count);
+        std::vector<int> triangle(count);
+        std::vector<R3> normal(count);
+        intersect(world.geometry, workers, {origins, directions},
+                  {distance.data(), object.data(), triangle.data(), normal.data()});
+        for (unsigned i = 0; i < count; ++i) {
+            const OxState state = shoot(world, origins[i], directions[i]);
+            const bool hit = state.hit.tri != TRI_NONE;
+            ASSERT_EQ(triangle[i], state.hit.tri) << i;
+            ASSERT_EQ(object[i], hit ? static_cast<unsigned>(state.hit.inst) + 1 : 0) << i;
+            if (!hit) continue;
+            EXPECT_NEAR(distance[i], state.hit.dist, 1e-5f * (1 + state.hit.dist)) << i;
+            EXPECT_NEAR(Dot(normal[i], Normalize(state.hit.normal)), 1.0f, 1e-5f) << i;
+        }
     }
 }
 

@@ -2,7 +2,8 @@
 # run paths are absolute or begin with $ORIGIN, and none is empty. Nor is a library named by a relative path.
 cmake_minimum_required(VERSION 3.25)
 
-file(GLOB_RECURSE files LIST_DIRECTORIES false ${BUILD}/bin/* ${BUILD}/lib/* ${BUILD}/test_packages/*)
+file(GLOB_RECURSE files LIST_DIRECTORIES false ${BUILD}/bin/* ${BUILD}/lib/* ${BUILD}/test_packages/*
+     ${BUILD}/python/*)
 set(checked 0)
 foreach(file ${files})
   file(READ ${file} magic LIMIT 4 HEX)

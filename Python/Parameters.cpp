@@ -1,0 +1,126 @@
+// The objects of a scene by their places, and their parameters by name.
+#include "Python/Aside.h"
+#include "Python/Packages.h"
+#include "Python/SceneState.h"
+#include "Python/Values.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <pybind11/stl.h>
+
+namespace oxbeam::python {
+
+static std::string pathOf(const std::string& place, const std::string& parameter) { return place + '.' + parameter; }
+
+static const std::string& classAt(const SceneState& scene, const std::string& place) {
+    return scene.world().places.classAt(place).name;
+}
+
+static py::object get(const SceneState& scene, const std::string& place, const std::string& parameter) {
+    const Places& places = scene.world().places;
+    const std::string path = pathOf(place, parameter);
+    return toPython(places.declaration(path), places.get(path));
+}
+
+// What lies outside the declared bounds is refused, and is as it was.
+static void setWithin(Places& places, const std::string& path, const ParameterValue& value) {
+    const bool wasSet = places.isSet(path);
+    const ParameterValue before = places.get(path);
+    const std::vector<std::string> warnings = places.set(path, value);
+    if (warnings.empty()) return;
+    if (wasSet)
+        places.set(path, before);
+    else
+        places.reset(path);
+    throw BadValue(fmt::format("{}", fmt::join(warnings, "; ")));
+}
+
+static void set(SceneState& scene, const std::string& place, const std::string& parameter, const py::object& object) {
+    const ParameterValue value = valueFrom(object);
+    setWithin(scene.world().places, pathOf(place, parameter), value);
+}
+
+static void reset(SceneState& scene, const std::string& place, const std::string& parameter) {
+    scene.world().places.reset(pathOf(place, parameter));
+}
+
+static bool isSet(const SceneState& scene, const std::string& place, const std::string& parameter) {
+    return scene.world().places.isSet(pathOf(place, parameter));
+}
+
+static void setClass(SceneState& scene, const std::string& place, const std::string& object) {
+    const ObjectClass& kind = objectClass(object);
+    const Turn turn;
+    scene.world().setClass(place, kind);
+}
+
+// ---- More objects
+
+using Values = std::vector<std::pair<std::string, ParameterValue>>;
+
+static Values valuesFrom(const py::dict& parameters) {
+    Values values;
+    for (const auto& [name, value] : parameters) values.emplace_back(name.cast<std::string>(), valueFrom(value));
+    return values;
+}
+
+// "light", or "shader.NAME" of a new name. Throws BadValue for what cannot stand there.
+static void requireRoom(const World& world, const std::string& place, const ObjectClass& object) {
+    const bool light = place == "light";
+    if (!light && (!place.starts_with("shader.") || place.size() == 7))
+        throw BadValue(fmt::format("'{}' is nothing that can be added; expected 'light' or 'shader.NAME'", place));
+    if (place.find('.', 7) != std::string::npos) throw BadValue("a shader's name has no dot in it: '" + place + "'");
+    if (world.places.has(place)) throw BadValue(fmt::format("the scene has a '{}' already", place));
+    const std::vector<ObjectKind>& kinds = kindsAt(light ? "light.0" : place);
+    if (std::find(kinds.begin(), kinds.end(), object.kind) == kinds.end())
+        throw BadValue(fmt::format("'{}' is {}; expected {}", object.name, oneOf(object.kind), oneOf(kinds.front())));
+}
+
+static void setAll(Places& places, const std::string& place, const Values& values) {
+    for (const auto& [name, value] : values) setWithin(places, pathOf(place, name), value);
+}
+
+// Tried out on one that stands nowhere, so that a wrong value leaves nothing behind.
+static std::string add(SceneState& scene, const std::string& place, const std::string& name, const py::dict& given) {
+    const ObjectClass& object = objectClass(name);
+    const Values values = valuesFrom(given);
+    const Turn turn;
+    World& world = scene.world();
+    requireRoom(world, place, object);
+    const bool light = place == "light";
+    std::string added = light ? fmt::format("light.{}", world.lights.size()) : place;
+    Places trial(world.textureNames);
+    trial.add(added, object);
+    setAll(trial, added, values);
+    if (light)
+        world.addLight(object);
+    else
+        world.addShader(object, added);
+    setAll(world.places, added, values);
+    return added;
+}
+
+static void remove(SceneState& scene, const std::string& place) {
+    World& world = scene.world();
+    if (place.starts_with("light."))
+        world.removeLight(place);
+    else if (place.starts_with("mesh.") || (place.starts_with("model.") && !world.places.has(place)))
+        world.placements.remove(place);
+    else
+        throw BadValue(
+            fmt::format("{} cannot be removed; lights, meshes and models can",
+                        world.places.has(place) ? "'" + place + "'" : "what is not there, '" + place + "',"));
+}
+
+void bindParameters(SceneClass& scene) {
+    scene.def("class_at", &classAt)
+        .def("get", &get)
+        .def("set", &set)
+        .def("reset", &reset)
+        .def("is_set", &isSet)
+        .def("set_class", &setClass)
+        .def("add", &add)
+        .def("remove", &remove);
+}
+
+}  // namespace oxbeam::python

@@ -1,0 +1,66 @@
+"""Arrays as the engine takes them, and what is wrong with others."""
+
+import numpy as np
+
+
+def _numbers(values, what):
+    try:
+        array = np.asarray(values)
+    except ValueError as error:
+        raise ValueError(f"{what}: expected an array of numbers: {error}") from None
+    if array.dtype.kind not in "iuf" and array.size:
+        raise TypeError(f"{what}: expected numbers, not {array.dtype}")
+    return array
+
+
+def rows(values, columns, what):
+    """Finite float32 numbers in so many columns, one row after the other; as it is where it is so already."""
+    array = _numbers(values, what)
+    if array.ndim != 2 or array.shape[1] != columns:
+        raise ValueError(f"{what}: expected the shape (n, {columns}), not {array.shape}")
+    with np.errstate(over="ignore"):
+        array = np.ascontiguousarray(array, dtype=np.float32)
+    bad = ~np.isfinite(array).all(axis=1)
+    if bad.any():
+        raise ValueError(f"{what}: row {int(bad.argmax())} is not finite in single precision")
+    return array
+
+
+def faces(values, vertices):
+    """Triangles as uint32; all of the vertices in turn where there are none."""
+    if values is None:
+        if vertices % 3:
+            raise ValueError(f"without faces, three vertices make a triangle; {vertices} do not come out even")
+        return np.arange(vertices, dtype=np.uint32).reshape(-1, 3)
+    array = _numbers(values, "faces")
+    if array.ndim != 2 or array.shape[1] != 3:
+        raise ValueError(f"faces: expected the shape (n, 3), not {array.shape}")
+    if array.size and array.dtype.kind not in "iu":
+        raise TypeError(f"faces: expected integers, not {array.dtype}")
+    if array.size and (array.min() < 0 or array.max() >= vertices):
+        bad = int(((array < 0) | (array >= vertices)).any(axis=1).argmax())
+        raise ValueError(f"faces: face {bad} is {array[bad].tolist()}; expected vertices from 0 to {vertices - 1}")
+    return np.ascontiguousarray(array, dtype=np.uint32)
+
+
+def transform(values):
+    """The first three rows of an affine transformation of points (columns), as lists."""
+    if values is None:
+        values = np.eye(4)
+    array = _numbers(values, "transform").astype(np.float64)
+    if array.shape not in ((4, 4), (3, 4)):
+        raise ValueError(f"transform: expected the shape (4, 4) or (3, 4), not {array.shape}")
+    if not np.isfinite(array).all() or (np.abs(array) > np.finfo(np.float32).max).any():
+        raise ValueError("transform: expected finite numbers")
+    if array.shape == (4, 4) and not np.array_equal(array[3], (0, 0, 0, 1)):
+        raise ValueError(f"transform: expected 0, 0, 0, 1 in the last row, not {array[3].tolist()}")
+    return array[:3].tolist()
+
+
+def vectors(values, what):
+    """Three float32 numbers in each row, and the shape of all but those."""
+    array = _numbers(values, what)
+    if array.ndim == 0 or array.shape[-1] != 3:
+        raise ValueError(f"{what}: expected the shape (..., 3), not {array.shape}")
+    with np.errstate(over="ignore"):  # what becomes infinite hits nothing
+        return np.ascontiguousarray(array, dtype=np.float32).reshape(-1, 3), array.shape[:-1]

@@ -1,0 +1,134 @@
+"""Loading scenes, their objects by name, and what is said of mistakes."""
+
+import copy
+import pickle
+
+import numpy as np
+import oxbeam
+import pytest
+
+
+def test_values_come_back_as_they_were_set(scene, table):
+    lacquer = scene["shader.lacquer"]
+    for name, given, back in [
+        ("shininess", 20, 20.0),
+        ("ambientIntensity", np.float32(0.2), 0.2),
+        ("shininess", np.int64(7), 7.0),
+        ("diffuseColor", (0.1, 0.2, 0.3), (0.1, 0.2, 0.3)),
+        ("diffuseColor", np.array([1, 0, 0.5]), (1.0, 0.0, 0.5)),
+        ("receiveShadow", True, True),
+        ("receiveShadow", np.bool_(False), False),
+        ("texture", None, None),
+    ]:
+        setattr(lacquer, name, given)
+        assert getattr(lacquer, name) == lacquer[name] == back
+        assert lacquer.is_set(name)
+    lacquer.reset("diffuseColor")
+    assert lacquer.diffuseColor == oxbeam.describe("KelPhong").parameters["diffuseColor"].default
+    del lacquer.shininess
+    assert not lacquer.is_set("shininess")
+    loaded = oxbeam.load(table, set={"shader.lacquer.shininess": 64, "light.0.intensity": np.array([1, 2, 3])})
+    assert (loaded["shader.lacquer"].shininess, loaded["light.0"].intensity) == (64.0, (1.0, 2.0, 3.0))
+
+
+def test_names_that_are_not_there_are_key_errors_with_the_nearest(scene):
+    for mistake, nearest in [
+        (lambda: scene["shader.laquer"], "shader.lacquer"),
+        (lambda: scene["shader.lacquer"]["shinyness"], "shininess"),
+        (lambda: setattr(scene["shader.lacquer"], "difuseColor", (0, 0, 0)), "diffuseColor"),
+        (lambda: scene.add("light", "KelPointLigth"), "KelPointLight"),
+        (lambda: scene.add("light", "KelPointLight", intesity=(1, 1, 1)), "intensity"),
+        (lambda: oxbeam.describe("KelFong"), "KelPhong"),
+        (lambda: oxbeam.objects("ligth"), "light"),
+        (lambda: scene.remove("light.1"), "light.0"),
+    ]:
+        with pytest.raises(KeyError, match=f"did you mean '{nearest}'"):
+            mistake()
+    with pytest.raises(AttributeError, match="did you mean 'shininess'"):
+        scene["shader.lacquer"].shinyness
+    assert not hasattr(scene["shader.lacquer"], "shinyness")
+    assert not hasattr(oxbeam, "KelFong")
+
+
+def test_wrong_values_say_what_was_expected_and_change_nothing(scene):
+    lacquer = scene["shader.lacquer"]
+    bounds = oxbeam.describe("KelPhong").parameters["shininess"]
+    for name, value, exception, words in [
+        ("shininess", bounds.upper + 1, ValueError, f"outside its bounds {bounds.lower:g} to {bounds.upper:g}"),
+        ("shininess", "much", ValueError, "expected a number"),
+        ("shininess", float("nan"), ValueError, "expected a number"),
+        ("shininess", 1 << 80, ValueError, "beyond"),
+        ("shininess", object(), TypeError, "not object"),
+        ("diffuseColor", (1, 2), ValueError, "expected a list of 3"),
+        ("diffuseColor", (1, 2, "x"), TypeError, "not str"),
+        ("texture", "wood", ValueError, "not defined"),
+        ("numFuzzySamples", 0.5, ValueError, "expected an integer"),
+    ]:
+        before = lacquer.values()
+        with pytest.raises(exception, match=words):
+            lacquer[name] = value
+        assert lacquer.values() == before
+        assert not lacquer.is_set("shininess")
+
+
+def test_all_errors_of_a_scene_come_in_one_exception_with_their_places(tmp_path):
+    file = tmp_path / "wrong.toml"
+    file.write_text('[shader.a]\nobject = "KelPhong"\nshinyness = 3\n\n[[mesh]]\nfile = "none.obj"\nshader = "b"\n')
+    with pytest.raises(oxbeam.SceneError) as caught:
+        oxbeam.load(file)
+    errors = caught.value.errors
+    assert [(error.line, error.column) for error in errors if error.line] == [(3, 1), (6, 8), (7, 10)]
+    assert all(error.file == str(file) for error in errors)
+    assert "did you mean 'shininess'?" in errors[0].message
+    assert str(caught.value).splitlines()[0].startswith(f"{file}:3:1: error: ")
+    assert pickle.loads(pickle.dumps(caught.value)).errors == errors
+    with pytest.raises(oxbeam.SceneError, match="expected a boolean|true or false"):
+        file.write_text("[render]\nsoftShadows = 7\n")
+        oxbeam.load(file)
+
+
+def test_warnings_are_pythons(table):
+    with pytest.warns(oxbeam.SceneWarning, match="outside its bounds"):
+        oxbeam.load(table, set={"shader.lacquer.shininess": 1e9})
+
+
+def test_files_that_cannot_be_read_are_os_errors(tmp_path):
+    with pytest.raises(FileNotFoundError) as caught:
+        oxbeam.load(tmp_path / "none.toml")
+    assert caught.value.filename == tmp_path / "none.toml" or caught.value.filename == str(tmp_path / "none.toml")
+    with pytest.raises(IsADirectoryError):
+        oxbeam.load(tmp_path)
+    with pytest.raises(NotADirectoryError):
+        oxbeam.load_packages(tmp_path / "none")
+
+
+def test_objects_come_and_go(scene):
+    light = scene.add("light", "KelPointLight", position=(4, 6, 4), intensity=[40, 40, 40])
+    assert (light.place, light.intensity) == ("light.1", (40.0, 40.0, 40.0))
+    before = scene.places()
+    with pytest.raises(ValueError, match="expected a list of 3"):
+        scene.add("light", "KelPointLight", intensity=1)
+    with pytest.raises(ValueError, match="expected a light"):
+        scene.add("light", "KelPhong")
+    with pytest.raises(ValueError, match="already"):
+        scene.add("shader.chalk", "KelPhong")
+    with pytest.raises(ValueError, match="expected 'light' or 'shader.NAME'"):
+        scene.add("camera", "KelDOFCamera")
+    assert scene.places() == before
+    scene.remove("light.0")
+    assert scene["light.0"].intensity == (40.0, 40.0, 40.0)
+    red = scene.add("shader.red", "KelPhong", diffuseColor=(1, 0, 0), shininess=30)
+    red.object = "KelDiffuse"
+    assert (red.object, red.diffuseColor) == ("KelDiffuse", (1.0, 0.0, 0.0))
+    with pytest.raises(ValueError, match="cannot be removed"):
+        scene.remove("shader.red")
+
+
+def test_objects_are_themselves_to_python(scene):
+    lacquer = scene["shader.lacquer"]
+    assert lacquer == scene["shader.lacquer"] != scene["shader.chalk"]
+    assert isinstance(lacquer, oxbeam.KelPhong) and isinstance(lacquer, oxbeam.SceneObject)
+    assert "shininess" in dir(lacquer)
+    assert "shader.lacquer" in scene and "mesh.0" in list(scene)
+    with pytest.raises((TypeError, AttributeError)):
+        copy.deepcopy(lacquer)
