@@ -166,9 +166,8 @@ std::string withoutKey(const EditedText& text, const toml::table& table, const t
 // Lines from a table's header to the next header that is no part of it.
 std::pair<std::size_t, std::size_t> linesOf(const EditedText& text, const toml::table& entry, const std::string& list) {
     const std::size_t first = entry.source().begin.line;
-    std::size_t end = afterOwnKeys(text, entry) == text.text().size() ? text.lineCount() + 1 : first + 1;
     const OwnKeys own = ownKeys(entry);
-    end = (own.lastValue ? own.lastValue->source().end.line : entry.source().end.line) + 1;
+    std::size_t end = (own.lastValue ? own.lastValue->source().end.line : entry.source().end.line) + 1;
     for (std::size_t line = end; line <= text.lineCount(); ++line) {
         const std::string content = text.line(line);
         if (!content.starts_with('[')) continue;
