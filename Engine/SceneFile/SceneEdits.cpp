@@ -205,7 +205,8 @@ std::string edited(const std::string& original, const SceneEdit& edit) {
                      ? withKey(text, *found.table, edit.names.front(), *edit.value)
                      : withTable(text, found, edit.names.front(), *edit.value);
     // What could not be taken apart as it was meant is not passed on.
-    const Found now = find(EditedText(result).document(), edit.place);
+    const EditedText renewed(result);
+    const Found now = find(renewed.document(), edit.place);
     const bool has = now.table && std::any_of(edit.names.begin(), edit.names.end(),
                                               [&](const std::string& name) { return now.table->contains(name); });
     if (has != edit.value.has_value())

@@ -386,6 +386,7 @@ TEST(Edit, AnotherCameraComesWithItsView) {
     EXPECT_EQ(world->places.placeOf(world->camera), "camera.close");
     EXPECT_EQ(world->fov, 25.0f);
     EXPECT_EQ(world->view->position, R3(0, 1, 2));
+    world->geometry.build();
     const Session session(*world);
     EXPECT_EQ(textOf(world->places.get("camera.close.focalDistance")), "2.0");
     EXPECT_TRUE(world->places.isSet("camera.close.focalDistance"));
