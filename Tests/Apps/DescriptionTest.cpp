@@ -26,7 +26,8 @@ TEST_F(Command, JsonHoldsValuesInForceBesideDocumentedOnes) {
     EXPECT_EQ(parameter("specularColor").at("default"), nlohmann::json({0, 0, 0}));
     EXPECT_EQ(parameter("texture").at("default"), nullptr);
     // What nobody sets is the host's to choose.
-    for (const auto& p : nlohmann::json::parse(run("describe Kel --format json").out).at("parameters")) {
+    const auto kel = nlohmann::json::parse(run("describe Kel --format json").out);
+    for (const auto& p : kel.at("parameters")) {
         const bool followed = p.at("id") == "rayEpsilon";
         EXPECT_EQ(p.contains("unlessSet"), followed) << p;
         EXPECT_EQ(p.at("default").is_null(), followed) << p;
