@@ -1,6 +1,7 @@
 // Whole frames against the bare traversal kernel: the engine renders, and Embree alone traces the very rays that the
 // engine traced, tile by tile on the same threads. Both in one process, turn by turn, so that what the machine does
 // besides falls on both. Prints JSON; the ratios are what counts.
+#include "Benchmarks/BareRay.h"
 #include "Benchmarks/KernelSettings.h"
 #include "Benchmarks/Recording.h"
 #include "Benchmarks/Scenes.h"
@@ -8,7 +9,6 @@
 #include "Engine/Scene/EmbreeIntersector.h"
 
 #include <CLI/CLI.hpp>
-#include <embree3/rtcore.h>
 
 #include <functional>
 #include <iostream>
@@ -26,14 +26,7 @@ namespace {
 enum class ShadowQuery { Nearest, Any };
 
 void traceBare(RTCScene scene, const TracedRay& ray, ShadowQuery shadows) {
-    RTCRayHit query;
-    query.ray.org_x = ray.origin.x, query.ray.org_y = ray.origin.y, query.ray.org_z = ray.origin.z;
-    query.ray.dir_x = ray.direction.x, query.ray.dir_y = ray.direction.y, query.ray.dir_z = ray.direction.z;
-    query.ray.tnear = ray.tnear, query.ray.tfar = ray.tfar;
-    query.ray.time = 0.0f;
-    query.ray.mask = ray.kind;
-    query.ray.id = query.ray.flags = 0;
-    query.hit.geomID = query.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
+    RTCRayHit query = queryOf(ray);
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     if (shadows == ShadowQuery::Any && ray.kind == RAY_SHADOW)

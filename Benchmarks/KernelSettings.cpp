@@ -1,9 +1,8 @@
 #include "Benchmarks/KernelSettings.h"
 
+#include "Benchmarks/BareRay.h"
 #include "Engine/System/System.h"
 #include "Oxbeam/ABSP.h"
-
-#include <embree3/rtcore.h>
 
 #include <algorithm>
 #include <memory>
@@ -13,16 +12,6 @@
 namespace oxbeam::bench {
 
 namespace {
-
-void set(RTCRayHit& query, const TracedRay& ray) {
-    query.ray.org_x = ray.origin.x, query.ray.org_y = ray.origin.y, query.ray.org_z = ray.origin.z;
-    query.ray.dir_x = ray.direction.x, query.ray.dir_y = ray.direction.y, query.ray.dir_z = ray.direction.z;
-    query.ray.tnear = ray.tnear, query.ray.tfar = ray.tfar;
-    query.ray.time = 0.0f;
-    query.ray.mask = ray.kind;
-    query.ray.id = query.ray.flags = 0;
-    query.hit.geomID = query.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
-}
 
 void setLane(RTCRayHit8& query, unsigned lane, const TracedRay& ray) {
     query.ray.org_x[lane] = ray.origin.x, query.ray.org_y[lane] = ray.origin.y, query.ray.org_z[lane] = ray.origin.z;
@@ -85,8 +74,7 @@ private:
     }
 
     void trace(const TracedRay& ray) const {
-        RTCRayHit query;
-        set(query, ray);
+        RTCRayHit query = queryOf(ray);
         RTCIntersectContext context;
         rtcInitIntersectContext(&context);
         rtcIntersect1(m_scene, &context, &query);
