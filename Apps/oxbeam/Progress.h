@@ -15,10 +15,15 @@ public:
 
     // How far the rendering is; redrawn a few times a second at most.
     void update(const Progress& progress);
+    // The same of anything else: `what` is done by now, of a whole of 1.
+    void update(double done, const std::string& what);
     // A step is done.
     void step(const std::string& what);
 
 private:
+    bool isDue();
+    void draw(double done, const std::string& what);
+
     bool m_quiet;
     bool m_terminal;
     bool m_drawn = false;

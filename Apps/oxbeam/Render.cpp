@@ -94,7 +94,7 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
         Stopwatch writing;
         const Window& window = result.film.window();
         const ImageOptions description = pictureOptions(command, *world, inputs, result.film, saving.seconds());
-        saved = saving.save(result.film);
+        saved = saving.save(result.film, result.statistics);
         writePicture(command, standardOutput.get(), result.film, description);
         times.write = writing.seconds();
         progress.step(fmt::format("wrote {} ({} x {})", toStandardOutput(command) ? "standard output" : command.output,

@@ -82,20 +82,19 @@ void warnOfPicture(World& world, const RenderResult& result, const std::string& 
     warn(adviceOnPicture(world, result.film, shown));
 }
 
-void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
-                     unsigned threads) {
-    const RenderStatistics& s = result.statistics;
+nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& s, bool complete, const Times& times,
+                                    unsigned threads) {
     std::size_t dropped = 0;
     for (const DroppedTriangles& d : world.geometry.dropped()) dropped += d.total();
     const StructureStatistics structure = world.geometry.structure();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    const nlohmann::ordered_json json = {
+    return {
         {"load_s", times.load},
         {"build_s", times.build},
         {"render_s", times.render},
         {"write_s", times.write},
-        {"complete", result.complete},
+        {"complete", complete},
         {"passes", s.passes},
         {"rays",
          {{"primary", s.rays.primary},
@@ -122,7 +121,11 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
         {"bad_samples_of", s.badSamplesOf},
         {"overflowed_pixels", s.overflowedPixels},
     };
-    storeFile(file, json.dump(2) + '\n');
+}
+
+void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
+                     unsigned threads) {
+    storeFile(file, statisticsOf(world, result.statistics, result.complete, times, threads).dump(2) + '\n');
 }
 
 // All but the number of samples, which the film has anyway.
