@@ -1,0 +1,193 @@
+#include "Apps/oxbeam/Merge.h"
+
+#include "Apps/oxbeam/MemoryLimit.h"
+#include "Apps/oxbeam/OutputFiles.h"
+#include "Apps/oxbeam/PartResult.h"
+#include "Apps/oxbeam/Progress.h"
+#include "Apps/oxbeam/RenderSteps.h"
+#include "Engine/System/Interruption.h"
+#include "Engine/System/StoredFile.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <iostream>
+#include <set>
+
+namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+void addMerge(CLI::App& app, MergeCommand& command) {
+    CLI::App* c = app.add_subcommand("merge", "Put the parts of a picture that was split together");
+    c->add_option("DIR", command.job, "The job's folder")->required();
+    c->add_option("-o,--output", command.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
+        ->required()
+        ->type_name("FILE");
+    c->add_option("--stats", command.stats, "Write times and counts of all parts to a JSON file")->type_name("FILE");
+    c->add_flag("--force", command.force, "Also where an object's random numbers are the whole process'");
+    addMemoryLimit(*c);
+    c->add_flag("-q,--quiet", command.quiet, "Say nothing but errors and warnings");
+}
+
+namespace {
+
+std::string partsText(const std::vector<unsigned>& parts) {
+    return fmt::format("part{} {}", parts.size() == 1 ? "" : "s", numbersText(parts));
+}
+
+class Merging {
+public:
+    Merging(const MergeCommand& command, const Job& job)
+        : m_command(command), m_job(job), m_picture(job.picture()), m_progress(command.quiet) {
+        m_picture.output = command.output;
+        m_picture.stats = command.stats;
+    }
+
+    Unmerged run();
+
+private:
+    void complain(ExitStatus status, const std::string& what);
+    void take(const JobPart& part);
+    void lookForStrangers();
+    void lookAtNumbers();
+    void write();
+
+    const MergeCommand& m_command;
+    const Job& m_job;
+    RenderCommand m_picture;
+    ProgressLine m_progress;
+    std::optional<Film> m_film;
+    std::unique_ptr<PartResult> m_last;
+    std::optional<PictureFacts> m_facts;
+    double m_seconds = 0.0;
+    nlohmann::ordered_json m_statistics;
+    std::set<RandomState> m_numbers;  // after the parts
+    Unmerged m_found;
+};
+
+// The status is that of the first, but for parts that are only missing.
+void Merging::complain(ExitStatus status, const std::string& what) {
+    std::cerr << fmt::format("oxbeam: error: {}\n", printable(what));
+    if (m_found.status == ExitStatus::Done || m_found.status == ExitStatus::Incomplete) m_found.status = status;
+}
+
+static void copyInto(Film& whole, const Film& part) {
+    const Window& to = whole.window();
+    const Window& w = part.window();
+    const auto copy = [&](const auto& from, const auto& into) {
+        if (from.empty()) return;
+        for (unsigned y = 0; y < w.height(); ++y)
+            std::ranges::copy(from.subspan(std::size_t{y} * w.width(), w.width()),
+                              into.begin() + static_cast<std::ptrdiff_t>(std::size_t{w.y0 + y} * to.width() + w.x0));
+    };
+    copy(part.sums(), whole.sums());
+    copy(part.aovSums(), whole.aovSums());
+    copy(part.alphaSums(), whole.alphaSums());
+}
+
+void Merging::take(const JobPart& part) try {
+    auto result = std::make_unique<PartResult>(m_job, part, m_last.get());
+    const Begun begun = result->film();
+    const PartRecord& record = result->record();
+    copyInto(*m_film, begun.film);
+    m_numbers.insert(begun.random);
+    if (!m_facts) m_facts = record.facts;
+    m_seconds += record.facts.seconds;
+    addStatistics(m_statistics, record.statistics);
+    m_last = std::move(result);
+} catch (const BadResult& e) {
+    static const char* const names[] = {"damaged", "foreign", "doubled"};
+    complain(e.status(), fmt::format("part {} is {}: {}", part.number, names[e.kind()], e.what()));
+    m_found.useless.push_back(part.number);
+    m_last.reset();
+}
+
+// Results that no part has, as of another job with more parts.
+void Merging::lookForStrangers() {
+    std::set<fs::path> known;
+    for (const JobPart& part : m_job.parts) known.insert(m_job.result(part.number));
+    for (const auto& entry : fs::directory_iterator(m_job.folder / "results"))
+        if (entry.path().extension() == ".exr" && !known.contains(entry.path()))
+            complain(ExitStatus::Usage, fmt::format("'{}' is foreign: the job has the parts 1 to {}",
+                                                    entry.path().string(), m_job.parts.size()));
+}
+
+// Numbers that are drawn once are the same for all, and some parts draw none.
+void Merging::lookAtNumbers() {
+    m_numbers.erase(randomState());
+    if (m_command.force || !(m_job.processNumbers || m_numbers.size() > 1)) return;
+    complain(ExitStatus::Usage,
+             "an object of the scene draws random numbers that are the whole process', such as "
+             "KelAmbientOcclusion and KelWallThickness: the parts are not those of one picture; --force "
+             "merges them all the same");
+}
+
+void Merging::write() {
+    m_facts->inputs["--crop"] = fmt::format("0,0,{},{}", m_job.image.width, m_job.image.height);
+    m_facts->seconds = m_seconds;
+    writeImage(m_command.output, m_job.image.width, m_job.image.height, m_film->pixels(),
+               pictureOptions(m_picture, *m_facts, *m_film));
+    m_statistics["parts"] = m_job.parts.size();
+    if (!m_command.stats.empty()) storeFile(m_command.stats, m_statistics.dump(2) + '\n');
+    m_progress.step(fmt::format("merged {} parts: {} rays, {:.2f} s of rendering, {:.2f} s of loading and building",
+                                m_job.parts.size(), m_statistics["rays"]["total"].get<std::uint64_t>(),
+                                m_statistics["render_s"].get<double>(),
+                                m_statistics["load_s"].get<double>() + m_statistics["build_s"].get<double>()));
+    m_progress.step(fmt::format("wrote {} ({} x {})", m_command.output, m_job.image.width, m_job.image.height));
+}
+
+Unmerged Merging::run() {
+    const MemoryCharge writing = reservePicture(m_picture, m_job.image);
+    m_film.emplace(Window{0, 0, m_job.image.width, m_job.image.height}, m_job.layers, m_job.alpha);
+    const std::vector<unsigned> missing = partsWithoutResult(m_job);
+    if (!missing.empty())
+        complain(ExitStatus::Incomplete,
+                 fmt::format("{} {} missing; 'oxbeam part {}' renders {}", partsText(missing),
+                             missing.size() == 1 ? "is" : "are", shellText({m_job.folder / std::to_string(missing[0])}),
+                             missing.size() == 1 ? "it" : "the first"));
+    for (const JobPart& part : m_job.parts) {
+        if (stopWanted()) throw Interruption("interrupted; nothing was written");
+        if (!std::ranges::binary_search(missing, part.number)) take(part);
+    }
+    lookForStrangers();
+    lookAtNumbers();
+    if (m_found.status == ExitStatus::Done) write();
+    return m_found;
+}
+
+}  // namespace
+
+static RenderCommand pictureOf(const MergeCommand& command, const Job& job) {
+    RenderCommand picture = job.picture();
+    picture.output = command.output;
+    return picture;
+}
+
+void checkMergeOutput(const MergeCommand& command) {
+    const Job job = readJob(command.job);
+    const RenderCommand picture = pictureOf(command, job);
+    checkOutput(command.output, {picture.bits});
+    if (!command.stats.empty()) checkWritable(command.stats);
+    if (job.alpha) checkAlpha(picture);
+    NamedFiles inputs = {{"the job", job.folder / "job.json"}, {"the scene", picture.scene}};
+    for (const JobPart& part : job.parts) inputs.push_back({"the part", job.result(part.number)});
+    NamedFiles outputs = {{"--output", command.output}};
+    if (!command.stats.empty()) outputs.push_back({"--stats", command.stats});
+    requireApart(outputs, inputs);
+}
+
+Unmerged tryMerge(const MergeCommand& command) {
+    const Job job = readJob(command.job);
+    return Merging(command, job).run();
+}
+
+ExitStatus runMerge(const MergeCommand& command) {
+    stopOnSignals();
+    checkMergeOutput(command);
+    prepareToWrite(command.output);
+    return tryMerge(command).status;
+}
+
+}  // namespace oxbeam
