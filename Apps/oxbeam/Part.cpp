@@ -45,6 +45,8 @@ Chosen chosenBy(const PartCommand& command) {
     if (!command.number.empty()) return {command.job, command.number};
     const fs::path given = fs::path(command.job).lexically_normal();
     const fs::path named = given.has_filename() ? given : given.parent_path();
+    if (fs::exists(named / "job.json"))
+        throw Error(ExitStatus::Usage, fmt::format("'{0}' is the job: expected {0}/NUMBER", named.string()));
     return {named.has_parent_path() ? named.parent_path() : fs::path("."), named.filename()};
 }
 
