@@ -33,7 +33,7 @@ static const Attributes::value_type Software{"Software", "oxbeam " OXBEAM_VERSIO
 Attributes attributesOf(const RenderCommand& command, const World& world, const Inputs& inputs, const Film& film,
                         double seconds) {
     const ViewMatrices matrices = viewMatrices(world);
-    return {
+    Attributes attributes = {
         Software,
         {"worldToCamera", matrices.worldToCamera},
         {"worldToNDC", matrices.worldToNDC},
@@ -44,6 +44,11 @@ Attributes attributesOf(const RenderCommand& command, const World& world, const 
         {"oxbeam:packages", packagesAmong(inputs)},
         {"oxbeam:engine", inputs.at("engine")},
     };
+    if (command.frame) {
+        attributes["oxbeam:frame"] = static_cast<int>(*command.frame);
+        attributes["FramesPerSecond"] = static_cast<float>(command.sequence.fps);
+    }
+    return attributes;
 }
 
 // "1" is the first object, since 0 stands for none.

@@ -24,11 +24,26 @@ void ProgressLine::update(const Progress& progress) {
     if (m_quiet || !m_terminal || elapsed - m_lastDrawn < 0.2) return;
     m_lastDrawn = elapsed;
     m_drawn = true;
-    const double remaining = elapsed * (1.0 - progress.done) / progress.done;
-    std::cerr << fmt::format("\r\x1b[K{:5.1f}%  {} elapsed, {} to go, {:.2f} million rays/s", 100.0 * progress.done,
-                             clockTime(elapsed), clockTime(remaining),
-                             1e-6 * static_cast<double>(progress.rays) / elapsed)
+    const double done = m_frames ? (m_framesDone + progress.done) / m_frames : progress.done;
+    const std::string frame = m_frames ? fmt::format("frame {} of {}  ", m_framesDone + 1, m_frames) : "";
+    const std::string speed =
+        m_frames ? "" : fmt::format(", {:.2f} million rays/s", 1e-6 * static_cast<double>(progress.rays) / elapsed);
+    std::cerr << fmt::format("\r\x1b[K{}{:5.1f}%  {} elapsed, {} to go{}", frame, 100.0 * done, clockTime(elapsed),
+                             clockTime(elapsed * (1.0 - done) / done), speed)
               << std::flush;
+}
+
+void ProgressLine::expect(unsigned frames) {
+    m_frames = frames;
+    m_rendering = Stopwatch();
+}
+
+void ProgressLine::frameDone(const std::string& what) {
+    const Stopwatch begun = m_rendering;
+    ++m_framesDone;
+    const double left = begun.seconds() * (m_frames - m_framesDone) / m_framesDone;
+    step(m_framesDone < m_frames ? fmt::format("{}, {} to go", what, clockTime(left)) : what);
+    m_rendering = begun;  // all of them are one work
 }
 
 void ProgressLine::step(const std::string& what) {

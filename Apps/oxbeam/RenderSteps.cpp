@@ -69,7 +69,8 @@ void warnOfBadResults(const RenderStatistics& s) {
 }
 
 static void warn(const std::optional<std::string>& advice) {
-    if (advice) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
+    static std::set<std::string> said;  // of one of many frames
+    if (advice && said.insert(*advice).second) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
 }
 
 void warnOfEye(const World& world) { warn(adviceOnEye(world)); }
@@ -82,7 +83,7 @@ void warnOfPicture(World& world, const RenderResult& result, const std::string& 
     warn(adviceOnPicture(world, result.film, shown));
 }
 
-void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
+void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
                      unsigned threads) {
     const RenderStatistics& s = result.statistics;
     std::size_t dropped = 0;
@@ -90,7 +91,7 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
     const StructureStatistics structure = world.geometry.structure();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    const nlohmann::ordered_json json = {
+    nlohmann::ordered_json json = {
         {"load_s", times.load},
         {"build_s", times.build},
         {"render_s", times.render},
@@ -122,7 +123,8 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
         {"bad_samples_of", s.badSamplesOf},
         {"overflowed_pixels", s.overflowedPixels},
     };
-    storeFile(file, json.dump(2) + '\n');
+    if (command.frame) json["frame"] = *command.frame;
+    storeFile(command.stats, json.dump(2) + '\n');
 }
 
 // All but the number of samples, which the film has anyway.
@@ -166,7 +168,9 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
                     .camera = command.camera,
                     .model = modelSceneOptions(command.model, command.size),
                     .importing = importLimits(command.importLimit),
-                    .changeable = false},
+                    .changeable = false,
+                    .animate = command.sequence.animate,
+                    .clip = command.sequence.clip},
                    registry, command.quiet);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));

@@ -85,7 +85,7 @@ struct Times {
     double load = 0.0, build = 0.0, render = 0.0, write = 0.0;
 };
 
-void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
+void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
                      unsigned threads);
 
 struct Rendered {

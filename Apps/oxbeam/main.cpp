@@ -71,6 +71,25 @@ void addPicture(CLI::App& c, RenderCommand& r) {
     c.add_option("--filter-width", r.filterWidth, "Its width, instead of the usual one")->type_name("PIXELS");
 }
 
+void addSequence(CLI::App& c, RenderCommand& r) {
+    SequenceCommand& s = r.sequence;
+    c.add_option("--frames", s.frames, "Render a sequence, with {frame:04} for the number in the output's name")
+        ->type_name("A..B[/STEP]");
+    c.add_option("--only", s.only, "Some frames of the sequence, as 7,9..12, with the very same bits")
+        ->type_name("FRAMES");
+    c.add_option("--turntable", s.turntable, "Go round the model or scene in so many frames")->type_name("N");
+    c.add_option("--animate", s.animate,
+                 "Change a parameter over time, as light.0.intensity=[0,0,0]..[9,9,9]@smooth; "
+                 "may be repeated")
+        ->type_name("PLACE.PARAM=FROM..TO[@ease]")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    c.add_option("--clip", s.clip, "Play this animation of the model's file: its name or number")->type_name("NAME");
+    c.add_option("--fps", s.fps, "Frames per second: frame F shows second F/FPS; 24 by default")->type_name("FPS");
+    c.add_option("--duration", s.duration, "How long the sequence is, from second 0 on")->type_name("SECONDS");
+    c.add_flag("--missing", s.missing, "Render only frames whose files are not there");
+}
+
 void addRender(CLI::App& app, RenderCommand& r) {
     CLI::App* c = app.add_subcommand("render", "Render a scene or a model to a picture");
     c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
@@ -97,6 +116,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     c->add_option("--bits", r.bits, "Bits per channel of a PNG or TIFF, 8 or 16")->type_name("8|16");
     addPicture(*c, r);
+    addSequence(*c, r);
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
     c->add_flag("--packets", r.packets,
                 "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");
