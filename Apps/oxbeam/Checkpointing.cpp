@@ -12,7 +12,9 @@ namespace oxbeam {
 
 std::optional<Begun> Checkpointing::begun(const RenderOptions& options) {
     const std::string& file = m_command.checkpoint;
-    if (!m_command.resume) {
+    const bool begunBefore =
+        !m_command.frame || std::filesystem::exists(file);  // of a sequence, some frames are not yet
+    if (!m_command.resume || !begunBefore) {
         if (!file.empty() && std::filesystem::exists(file))
             std::cerr << fmt::format(
                 "oxbeam: warning: '{}' exists and will be replaced; --resume would go on from it\n", file);

@@ -43,7 +43,7 @@ PictureFacts factsOf(const RenderCommand& command, const World& world, const Inp
 }
 
 Attributes attributesOf(const RenderCommand& command, const PictureFacts& facts, const Film& film) {
-    return {
+    Attributes attributes = {
         Software,
         {"worldToCamera", facts.view.worldToCamera},
         {"worldToNDC", facts.view.worldToNDC},
@@ -54,6 +54,11 @@ Attributes attributesOf(const RenderCommand& command, const PictureFacts& facts,
         {"oxbeam:packages", packagesAmong(facts.inputs)},
         {"oxbeam:engine", facts.inputs.at("engine")},
     };
+    if (command.frame) {
+        attributes["oxbeam:frame"] = static_cast<int>(*command.frame);
+        attributes["FramesPerSecond"] = static_cast<float>(command.sequence.fps);
+    }
+    return attributes;
 }
 
 ImageOptions pictureOptions(const RenderCommand& command, const PictureFacts& facts, const Film& film) {

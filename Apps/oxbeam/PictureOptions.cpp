@@ -7,6 +7,24 @@
 
 namespace oxbeam {
 
+static void addSequence(CLI::App& c, RenderCommand& r) {
+    SequenceCommand& s = r.sequence;
+    c.add_option("--frames", s.frames, "Render a sequence, with {frame:04} for the number in the output's name")
+        ->type_name("A..B[/STEP]");
+    c.add_option("--only", s.only, "Some frames of the sequence, as 7,9..12, with the very same bits")
+        ->type_name("FRAMES");
+    c.add_option("--turntable", s.turntable, "Go round the model or scene in so many frames")->type_name("N");
+    c.add_option("--animate", s.animate,
+                 "Change a parameter over time, as light.0.intensity=[0,0,0]..[9,9,9]@smooth; "
+                 "may be repeated")
+        ->type_name("PLACE.PARAM=FROM..TO[@ease]")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    c.add_option("--clip", s.clip, "Play this animation of the model's file: its name or number")->type_name("NAME");
+    c.add_option("--fps", s.fps, "Frames per second: frame F shows second F/FPS; 24 by default")->type_name("FPS");
+    c.add_option("--duration", s.duration, "How long the sequence is, from second 0 on")->type_name("SECONDS");
+}
+
 void addPictureOptions(CLI::App& c, RenderCommand& r) {
     addModelOptions(c, r.model);
     c.add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
@@ -30,6 +48,7 @@ void addPictureOptions(CLI::App& c, RenderCommand& r) {
                "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");
     c.add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
         ->type_name("sse2|sse4.2|avx|avx2|avx512");
+    addSequence(c, r);
     addImportLimit(c, r.importLimit);
 }
 

@@ -36,13 +36,29 @@ void ProgressLine::draw(double done, const std::string& what) {
 }
 
 void ProgressLine::update(const Progress& progress) {
-    if (isDue())
+    if (!isDue()) return;
+    if (m_frames)
+        draw((m_framesDone + progress.done) / m_frames, fmt::format("frame {} of {}", m_framesDone + 1, m_frames));
+    else
         draw(progress.done,
              fmt::format("{:.2f} million rays/s", 1e-6 * static_cast<double>(progress.rays) / m_rendering.seconds()));
 }
 
 void ProgressLine::update(double done, const std::string& what) {
     if (isDue()) draw(done, what);
+}
+
+void ProgressLine::expect(unsigned frames) {
+    m_frames = frames;
+    m_rendering = Stopwatch();
+}
+
+void ProgressLine::frameDone(const std::string& what) {
+    const Stopwatch begun = m_rendering;
+    ++m_framesDone;
+    const double left = begun.seconds() * (m_frames - m_framesDone) / m_framesDone;
+    step(m_framesDone < m_frames ? fmt::format("{}, {} to go", what, clockTime(left)) : what);
+    m_rendering = begun;  // all of them are one work
 }
 
 void ProgressLine::step(const std::string& what) {

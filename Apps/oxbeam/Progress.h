@@ -19,6 +19,9 @@ public:
     void update(double done, const std::string& what);
     // A step is done.
     void step(const std::string& what);
+    // So many frames are to be rendered from now on, each of which says how far it is.
+    void expect(unsigned frames);
+    void frameDone(const std::string& what);
 
 private:
     bool isDue();
@@ -29,6 +32,7 @@ private:
     bool m_drawn = false;
     double m_lastDrawn = -1.0;
     Stopwatch m_rendering;
+    unsigned m_frames = 0, m_framesDone = 0;  // of a sequence
 };
 
 }  // namespace oxbeam

@@ -69,7 +69,8 @@ void warnOfBadResults(const RenderStatistics& s) {
 }
 
 static void warn(const std::optional<std::string>& advice) {
-    if (advice) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
+    static std::set<std::string> said;  // of one of many frames
+    if (advice && said.insert(*advice).second) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
 }
 
 void warnOfEye(const World& world) { warn(adviceOnEye(world)); }
@@ -123,9 +124,11 @@ nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& 
     };
 }
 
-void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
+void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
                      unsigned threads) {
-    storeFile(file, statisticsOf(world, result.statistics, result.complete, times, threads).dump(2) + '\n');
+    nlohmann::ordered_json json = statisticsOf(world, result.statistics, result.complete, times, threads);
+    if (command.frame) json["frame"] = *command.frame;
+    storeFile(command.stats, json.dump(2) + '\n');
 }
 
 // All but the number of samples, which the film has anyway.
@@ -169,7 +172,9 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
                     .camera = command.camera,
                     .model = modelSceneOptions(command.model, command.size),
                     .importing = importLimits(command.importLimit),
-                    .changeable = false},
+                    .changeable = false,
+                    .animate = command.sequence.animate,
+                    .clip = command.sequence.clip},
                    registry, command.quiet);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));

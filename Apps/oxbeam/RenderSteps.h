@@ -91,7 +91,7 @@ struct Times {
 
 nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& statistics, bool complete,
                                     const Times& times, unsigned threads);
-void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
+void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
                      unsigned threads);
 
 struct Rendered {

@@ -85,6 +85,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
     c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
     c->add_option("--crop", r.crop, "Render a part only: left, top, right, bottom; the last two lie outside")
         ->type_name("x0,y0,x1,y1");
+    c->add_flag("--missing", r.sequence.missing, "Of a sequence, render only frames whose files are not there");
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
     addMemoryLimit(*c);
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");

@@ -130,6 +130,13 @@ void World::chooseCamera(std::string_view place) {
     if (const auto distance = own->second.focalDistance()) camera->setFocalDistance(*distance);
 }
 
+void World::look(const View& from) {
+    const std::string place = places.placeOf(this->camera);
+    cameraViews[place].view = from;
+    cameraViews[place].fov = fov;
+    chooseCamera(place);
+}
+
 void World::setPicture(std::string_view texture, std::unique_ptr<Texture> picture) {
     const auto at = texture.rfind("texture.");
     const std::string name(at == texture.npos ? texture : texture.substr(at + std::string_view("texture.").size()));

@@ -3,6 +3,7 @@
 
 #include "Engine/Packages/Registry.h"
 #include "Engine/Scene/SceneGeometry.h"
+#include "Engine/World/Animation.h"
 #include "Engine/World/PixelFilter.h"
 #include "Engine/World/Placements.h"
 #include "Engine/World/Places.h"
@@ -80,6 +81,7 @@ public:
     std::optional<View> view;            // none: the whole scene is framed
     float fov = CameraView().fov;        // vertical angle of the picture, degrees
     std::map<std::string, CameraView, std::less<>> cameraViews;  // of the scene's cameras, by place
+    Animation animation;
     // None: the rendering object's own if that was set, else by the scene's size. Who writes to the object's member before
     // the first frame is not told from one who does not where the value is its default, 0.01: this is the door for that.
     std::optional<float> rayEpsilon;
@@ -114,6 +116,8 @@ public:
     // The camera at a place is in force from now on, with its view and focus where the scene has them for it. Throws
     // NoSuchName.
     void chooseCamera(std::string_view place);
+    // The camera in force looks that way from now on, and stays in focus where the scene says what it is focused on.
+    void look(const View& from);
     // A name stands for another picture, used as the one before: "texture.wood", "model.0.texture.wood". Throws NoSuchName.
     void setPicture(std::string_view texture, std::unique_ptr<Texture> picture);
     // What `placements` and instances call the shader at a place. Throws NoSuchName.
