@@ -77,6 +77,7 @@ std::string inputsText(const Inputs& inputs) {
 
 Inputs sharedInputs(Inputs inputs) {
     inputs.erase("--crop");
+    inputs.erase("--frames");
     for (const char* name : {"--environment", "--texture"}) inputs[name] = fs::path(inputs[name]).filename().string();
     std::string& isa = inputs["--isa"];
     if (isa == "sse2" || isa == "sse4.2" || isa == "avx") isa = "sse2, sse4.2 or avx";

@@ -22,7 +22,7 @@ std::string hashOfInputs(const Inputs& inputs);
 // Names and hashes of the packages among them.
 std::string packagesAmong(const Inputs& inputs);
 
-// Those that the parts of one picture have in common, wherever they are rendered: without the crop and without the
+// Those that the parts of one picture have in common, wherever they are rendered: without the crop, the frame and the
 // folders of files, which count by what they hold; instruction sets that give the same bits are one.
 Inputs sharedInputs(Inputs inputs);
 

@@ -9,6 +9,8 @@
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <array>
 #include <fstream>
 #include <set>
 
@@ -19,14 +21,28 @@ using Json = nlohmann::ordered_json;
 
 static constexpr int ThisFormat = 1;
 
-fs::path Job::result(unsigned part) const { return folder / "results" / fmt::format("{}.exr", part); }
-fs::path Job::statistics(unsigned part) const { return folder / "results" / fmt::format("{}.json", part); }
+std::vector<JobFrame> framesOf(const JobPart& part) {
+    if (part.frames.empty()) return {std::nullopt};
+    return {part.frames.begin(), part.frames.end()};
+}
+
+std::string Job::nameOf(unsigned part, JobFrame frame) {
+    return frame ? fmt::format("{}.{}", part, *frame) : std::to_string(part);
+}
+
+fs::path Job::result(unsigned part, JobFrame frame) const {
+    return folder / "results" / (nameOf(part, frame) + ".exr");
+}
+fs::path Job::statistics(unsigned part, JobFrame frame) const {
+    return folder / "results" / (nameOf(part, frame) + ".json");
+}
 
 // An absolute path stays as it is.
 RenderCommand Job::picture() const {
     RenderCommand made = pictureCommand(options);
     made.text = command;
     made.scene = folder / scene;
+    if (isSequence()) made.output = SequenceName;
     for (std::string* file : {&made.model.environment, &made.model.texture})
         if (!file->empty()) *file = folder / *file;
     return made;
@@ -38,15 +54,18 @@ static std::string cropText(const Window& w) { return fmt::format("{},{},{},{}",
 
 static Json jsonOf(const JobPart& part) {
     const Window& w = part.crop;
-    return {{"part", part.number}, {"crop", {w.x0, w.y0, w.x1, w.y1}}, {"share", part.share}};
+    Json json = {{"part", part.number}, {"crop", {w.x0, w.y0, w.x1, w.y1}}, {"share", part.share}};
+    if (!part.frames.empty()) json["frames"] = part.frames;
+    return json;
 }
 
 // Shells take what follows the # for a remark.
 static std::string partLines(const Job& job, const std::string& program) {
     std::string lines;
     for (const JobPart& part : job.parts)
-        lines +=
-            fmt::format("{} part ./{}  # {}: {:.2f}%\n", program, part.number, cropText(part.crop), 100.0 * part.share);
+        lines += fmt::format("{} part ./{}  # {}: {:.2f}%\n", program, part.number,
+                             part.frames.empty() ? cropText(part.crop) : "frames " + numbersText(part.frames),
+                             100.0 * part.share);
     return lines;
 }
 
@@ -73,7 +92,9 @@ void writeJob(const Job& job, const std::string& program) {
 
 static JobPart partOf(const Json& json) {
     const auto crop = json.at("crop").get<std::array<unsigned, 4>>();
-    return {json.at("part"), {crop[0], crop[1], crop[2], crop[3]}, json.at("share")};
+    JobPart part{json.at("part"), {crop[0], crop[1], crop[2], crop[3]}, json.at("share")};
+    if (json.contains("frames")) json.at("frames").get_to(part.frames);
+    return part;
 }
 
 static Job jobOf(const Json& json) {
@@ -98,7 +119,7 @@ static bool coverOnce(const std::vector<JobPart>& parts, const ImageSize& image)
     const auto tiles = [](unsigned pixels) { return (pixels + TileSize - 1) / TileSize; };
     std::vector<bool> covered(std::size_t{tiles(image.width)} * tiles(image.height));
     std::size_t count = 0;
-    for (const auto& [number, w, share] : parts) {
+    for (const auto& [number, w, share, frames] : parts) {
         const auto ends = [](unsigned at, unsigned most) { return at == most || (at % TileSize == 0 && at < most); };
         if (w.x0 >= w.x1 || w.y0 >= w.y1 || w.x0 % TileSize || w.y0 % TileSize || !ends(w.x1, image.width) ||
             !ends(w.y1, image.height))
@@ -113,12 +134,24 @@ static bool coverOnce(const std::vector<JobPart>& parts, const ImageSize& image)
     return count == covered.size();
 }
 
+static bool haveFramesOnce(const Job& job) {
+    std::set<unsigned> frames;
+    std::size_t count = 0;
+    for (const JobPart& part : job.parts) {
+        if (part.frames.empty() || !coverOnce({part}, job.image)) return false;
+        frames.insert(part.frames.begin(), part.frames.end());
+        count += part.frames.size();
+    }
+    return frames.size() == count;
+}
+
 static void check(const Job& job) {
     const auto side = [](unsigned pixels) { return pixels >= 1 && pixels <= MaxImageSide; };
     if (!side(job.image.width) || !side(job.image.height)) throw std::runtime_error("its picture has no sensible size");
     for (std::size_t i = 0; i < job.parts.size(); ++i)
         if (job.parts[i].number != i + 1) throw std::runtime_error("its parts are not counted from 1");
-    if (!coverOnce(job.parts, job.image))
+    if (job.isSequence() && !haveFramesOnce(job)) throw std::runtime_error("its parts do not have each frame once");
+    if (!job.isSequence() && !coverOnce(job.parts, job.image))
         throw std::runtime_error("its parts do not cover the picture, each pixel once");
 }
 
@@ -163,8 +196,10 @@ std::vector<unsigned> partsWithoutResult(const Job& job) {
     for (const auto& entry : fs::directory_iterator(job.folder / "results", missing))
         names.insert(entry.path().filename().string());
     std::vector<unsigned> parts;
-    for (const JobPart& part : job.parts)
-        if (!names.contains(job.result(part.number).filename().string())) parts.push_back(part.number);
+    for (const JobPart& part : job.parts) {
+        const auto isThere = [&](JobFrame frame) { return names.contains(Job::nameOf(part.number, frame) + ".exr"); };
+        if (!std::ranges::all_of(framesOf(part), isThere)) parts.push_back(part.number);
+    }
     return parts;
 }
 

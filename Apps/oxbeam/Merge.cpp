@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/Merge.h"
 
+#include "Apps/oxbeam/Frames.h"
 #include "Apps/oxbeam/MemoryLimit.h"
 #include "Apps/oxbeam/OutputFiles.h"
 #include "Apps/oxbeam/PartResult.h"
@@ -49,21 +50,25 @@ public:
 
 private:
     void complain(ExitStatus status, const std::string& what);
-    void take(const JobPart& part);
+    bool isGood() const { return m_found.status == ExitStatus::Done; }
+    void lookForMissing();
+    void take(const JobPart& part, JobFrame frame);
     void lookForStrangers();
     void lookAtNumbers();
-    void write();
+    void write(const RenderCommand& picture, PictureFacts facts, const Film& film) const;
+    void conclude();
 
     const MergeCommand& m_command;
     const Job& m_job;
     RenderCommand m_picture;
     ProgressLine m_progress;
-    std::optional<Film> m_film;
+    std::optional<Film> m_film;  // of the picture that is made of all
     std::unique_ptr<PartResult> m_last;
     std::optional<PictureFacts> m_facts;
     double m_seconds = 0.0;
     nlohmann::ordered_json m_statistics;
     std::set<RandomState> m_numbers;  // after the parts
+    bool m_saidNumbers = false;
     Unmerged m_found;
 };
 
@@ -87,12 +92,15 @@ static void copyInto(Film& whole, const Film& part) {
     copy(part.alphaSums(), whole.alphaSums());
 }
 
-void Merging::take(const JobPart& part) try {
-    auto result = std::make_unique<PartResult>(m_job, part, m_last.get());
+// A frame is a picture of its own; it is written where all others are there.
+void Merging::take(const JobPart& part, JobFrame frame) try {
+    auto result = std::make_unique<PartResult>(m_job, part, frame, m_last.get());
     const Begun begun = result->film();
     const PartRecord& record = result->record();
-    copyInto(*m_film, begun.film);
     m_numbers.insert(begun.random);
+    if (m_film) copyInto(*m_film, begun.film);
+    if (!m_film) lookAtNumbers();
+    if (!m_film && isGood()) write(Frames::commandOf(m_picture, *frame), record.facts, begun.film);
     if (!m_facts) m_facts = record.facts;
     m_seconds += record.facts.seconds;
     addStatistics(m_statistics, record.statistics);
@@ -100,35 +108,43 @@ void Merging::take(const JobPart& part) try {
 } catch (const BadResult& e) {
     static const char* const names[] = {"damaged", "foreign", "doubled"};
     complain(e.status(), fmt::format("part {} is {}: {}", part.number, names[e.kind()], e.what()));
-    m_found.useless.push_back(part.number);
+    if (m_found.useless.empty() || m_found.useless.back() != part.number) m_found.useless.push_back(part.number);
     m_last.reset();
 }
 
 // Results that no part has, as of another job with more parts.
 void Merging::lookForStrangers() {
     std::set<fs::path> known;
-    for (const JobPart& part : m_job.parts) known.insert(m_job.result(part.number));
+    for (const JobPart& part : m_job.parts)
+        for (const JobFrame& frame : framesOf(part)) known.insert(m_job.result(part.number, frame));
     for (const auto& entry : fs::directory_iterator(m_job.folder / "results"))
         if (entry.path().extension() == ".exr" && !known.contains(entry.path()))
-            complain(ExitStatus::Usage, fmt::format("'{}' is foreign: the job has the parts 1 to {}",
+            complain(ExitStatus::Usage, fmt::format("'{}' is foreign: the job, of {} parts, has none of it",
                                                     entry.path().string(), m_job.parts.size()));
 }
 
 // Numbers that are drawn once are the same for all, and some parts draw none.
 void Merging::lookAtNumbers() {
     m_numbers.erase(randomState());
-    if (m_command.force || !(m_job.processNumbers || m_numbers.size() > 1)) return;
+    if (m_command.force || m_saidNumbers || !(m_job.processNumbers || m_numbers.size() > 1)) return;
+    m_saidNumbers = true;
     complain(ExitStatus::Usage,
              "an object of the scene draws random numbers that are the whole process', such as "
              "KelAmbientOcclusion and KelWallThickness: the parts are not those of one picture; --force "
              "merges them all the same");
 }
 
-void Merging::write() {
-    m_facts->inputs["--crop"] = fmt::format("0,0,{},{}", m_job.image.width, m_job.image.height);
-    m_facts->seconds = m_seconds;
-    writeImage(m_command.output, m_job.image.width, m_job.image.height, m_film->pixels(),
-               pictureOptions(m_picture, *m_facts, *m_film));
+void Merging::write(const RenderCommand& picture, PictureFacts facts, const Film& film) const {
+    const ImageSize& image = m_job.image;
+    facts.inputs["--crop"] = fmt::format("0,0,{},{}", image.width, image.height);
+    writeImage(picture.output, image.width, image.height, film.pixels(), pictureOptions(picture, facts, film));
+}
+
+void Merging::conclude() {
+    if (m_film) {
+        m_facts->seconds = m_seconds;
+        write(m_picture, *m_facts, *m_film);
+    }
     m_statistics["parts"] = m_job.parts.size();
     if (!m_command.stats.empty()) storeFile(m_command.stats, m_statistics.dump(2) + '\n');
     m_progress.step(fmt::format("merged {} parts: {} rays, {:.2f} s of rendering, {:.2f} s of loading and building",
@@ -138,42 +154,54 @@ void Merging::write() {
     m_progress.step(fmt::format("wrote {} ({} x {})", m_command.output, m_job.image.width, m_job.image.height));
 }
 
+void Merging::lookForMissing() {
+    const std::vector<unsigned> missing = partsWithoutResult(m_job);
+    if (missing.empty()) return;
+    complain(ExitStatus::Incomplete,
+             fmt::format("{} {} missing; 'oxbeam part {}' renders {}", partsText(missing),
+                         missing.size() == 1 ? "is" : "are", shellText({m_job.folder / std::to_string(missing[0])}),
+                         missing.size() == 1 ? "it" : "the first"));
+}
+
 Unmerged Merging::run() {
     const MemoryCharge writing = reservePicture(m_picture, m_job.image);
-    m_film.emplace(Window{0, 0, m_job.image.width, m_job.image.height}, m_job.layers, m_job.alpha);
-    const std::vector<unsigned> missing = partsWithoutResult(m_job);
-    if (!missing.empty())
-        complain(ExitStatus::Incomplete,
-                 fmt::format("{} {} missing; 'oxbeam part {}' renders {}", partsText(missing),
-                             missing.size() == 1 ? "is" : "are", shellText({m_job.folder / std::to_string(missing[0])}),
-                             missing.size() == 1 ? "it" : "the first"));
-    for (const JobPart& part : m_job.parts) {
-        if (stopWanted()) throw Interruption("interrupted; nothing was written");
-        if (!std::ranges::binary_search(missing, part.number)) take(part);
-    }
+    if (!m_job.isSequence())
+        m_film.emplace(Window{0, 0, m_job.image.width, m_job.image.height}, m_job.layers, m_job.alpha);
+    lookForMissing();
     lookForStrangers();
+    for (const JobPart& part : m_job.parts)
+        for (const JobFrame& frame : framesOf(part)) {
+            if (stopWanted()) throw Interruption("interrupted; the parts are as they were");
+            if (fs::exists(m_job.result(part.number, frame))) take(part, frame);
+        }
     lookAtNumbers();
-    if (m_found.status == ExitStatus::Done) write();
+    if (isGood()) conclude();
     return m_found;
 }
 
 }  // namespace
 
-static RenderCommand pictureOf(const MergeCommand& command, const Job& job) {
-    RenderCommand picture = job.picture();
-    picture.output = command.output;
-    return picture;
+static void checkName(const MergeCommand& command, const Job& job) {
+    if (job.isSequence() == hasFrame(command.output)) return;
+    const char* why = job.isSequence() ? "the job's frames need names of their own; expected {frame} in it, as "
+                                         "picture.{frame:04}.png"
+                                       : "the job is of one picture; expected no {frame} in its name";
+    throw Error(ExitStatus::Usage, fmt::format("-o '{}': {}", command.output, why));
 }
 
+// Of a sequence, the first frame speaks for all.
 void checkMergeOutput(const MergeCommand& command) {
     const Job job = readJob(command.job);
-    const RenderCommand picture = pictureOf(command, job);
-    checkOutput(command.output, {picture.bits});
+    checkName(command, job);
+    RenderCommand picture = job.picture();
+    picture.output = fileOfFrame(command.output, framesOf(job.parts.front()).front().value_or(0));
+    checkOutput(picture.output, {picture.bits});
     if (!command.stats.empty()) checkWritable(command.stats);
     if (job.alpha) checkAlpha(picture);
     NamedFiles inputs = {{"the job", job.folder / "job.json"}, {"the scene", picture.scene}};
-    for (const JobPart& part : job.parts) inputs.push_back({"the part", job.result(part.number)});
-    NamedFiles outputs = {{"--output", command.output}};
+    for (const JobPart& part : job.parts)
+        for (const JobFrame& frame : framesOf(part)) inputs.push_back({"the part", job.result(part.number, frame)});
+    NamedFiles outputs = {{"--output", picture.output}};
     if (!command.stats.empty()) outputs.push_back({"--stats", command.stats});
     requireApart(outputs, inputs);
 }

@@ -68,8 +68,8 @@ void addStatistics(Json& sum, const Json& more) {
 
 // ---- The film
 
-PartResult::PartResult(const Job& job, const JobPart& part, const PartResult* before)
-    : m_job(job), m_part(part), m_name(job.result(part.number)) {
+PartResult::PartResult(const Job& job, const JobPart& part, JobFrame frame, const PartResult* before)
+    : m_job(job), m_part(part), m_frame(frame), m_name(job.result(part.number, frame)) {
     try {
         if (before)
             m_checkpoint.emplace(m_name, *before->m_checkpoint);
@@ -77,6 +77,7 @@ PartResult::PartResult(const Job& job, const JobPart& part, const PartResult* be
             m_checkpoint.emplace(m_name);
         requireSamePicture();
         requirePlace();
+        requireFrame();
     } catch (const BadResult&) {
         throw;
     } catch (const Error& e) {
@@ -115,6 +116,13 @@ void PartResult::requirePlace() const {
             throw BadResult(BadResult::Doubled, ExitStatus::InputOutput,
                             fmt::format("'{}' holds the pixels of part {}", m_name, other.number));
     foreign(ExitStatus::Usage, fmt::format("its pixels, {},{},{},{}, are those of no part", w.x0, w.y0, w.x1, w.y1));
+}
+
+void PartResult::requireFrame() const {
+    if (!m_frame) return;
+    if (const std::string& frame = m_record.facts.inputs.at("--frames"); frame != std::to_string(*m_frame))
+        throw BadResult(BadResult::Doubled, ExitStatus::InputOutput,
+                        fmt::format("'{}' holds the frame {}", m_name, frame));
 }
 
 Begun PartResult::film() {

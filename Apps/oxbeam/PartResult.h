@@ -42,7 +42,7 @@ private:
 class PartResult {
 public:
     // By the process that has read the one before, if there is one.
-    PartResult(const Job& job, const JobPart& part, const PartResult* before = nullptr);
+    PartResult(const Job& job, const JobPart& part, JobFrame frame, const PartResult* before = nullptr);
 
     // All that was saved, or this throws. Reads the record, too.
     Begun film();
@@ -52,9 +52,11 @@ private:
     [[noreturn]] void foreign(ExitStatus status, const std::string& why) const;
     void requireSamePicture();
     void requirePlace() const;
+    void requireFrame() const;
 
     const Job& m_job;
     const JobPart& m_part;
+    JobFrame m_frame;
     std::string m_name;
     std::optional<Checkpoint> m_checkpoint;
     PartRecord m_record;

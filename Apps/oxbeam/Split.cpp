@@ -1,6 +1,7 @@
 #include "Apps/oxbeam/Split.h"
 
 #include "Apps/oxbeam/Cutting.h"
+#include "Apps/oxbeam/Frames.h"
 #include "Apps/oxbeam/Job.h"
 #include "Apps/oxbeam/MemoryLimit.h"
 #include "Apps/oxbeam/Metadata.h"
@@ -15,6 +16,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 
 namespace oxbeam {
@@ -83,6 +85,13 @@ private:
     bool m_done = false;
 };
 
+bool isOfSequence(const std::vector<std::string>& words) {
+    static const std::vector<std::string> names = {"--frames", "--only", "--turntable", "--animate",
+                                                   "--clip",   "--fps",  "--duration"};
+    return std::ranges::any_of(
+        words, [](const std::string& word) { return std::ranges::count(names, word.substr(0, word.find('='))) > 0; });
+}
+
 fs::path absolute(const std::string& file) { return fs::absolute(file).lexically_normal(); }
 
 class Splitting {
@@ -101,8 +110,9 @@ private:
     void nameFiles();
     bool pack();
     void placeOption(const char* name, std::string& file, const std::map<fs::path, fs::path>& places);
-    void describe(const World& world, const RenderOptions& options);
-    void cut(World& world, unsigned threads);
+    void describe(const World& world, const RenderOptions& options, const Frames& frames);
+    void cut(World& world, unsigned threads, const Frames& frames);
+    void cutSequence(const std::vector<unsigned>& frames, unsigned wanted);
     void write();
 
     const SplitCommand& m_command;
@@ -147,7 +157,7 @@ bool Splitting::pack() {
     return true;
 }
 
-void Splitting::describe(const World& world, const RenderOptions& options) {
+void Splitting::describe(const World& world, const RenderOptions& options, const Frames& frames) {
     for (const auto& [file, hash] : world.files)
         if (m_command.pack && !m_job.files.contains(file.lexically_relative(m_job.folder)))
             throw Error(ExitStatus::BadScene, fmt::format("cannot pack the scene: it names '{}' in a way that holds on "
@@ -157,11 +167,13 @@ void Splitting::describe(const World& world, const RenderOptions& options) {
     m_job.samples = options.samples;
     m_job.layers = options.aovs;
     m_job.alpha = options.alpha;
-    m_job.inputs = sharedInputs(inputsOf(m_picture, world, options));
+    Inputs inputs = inputsOf(m_picture, world, options);
+    for (const auto& [name, value] : frames.inputs(0)) inputs[name] = value;
+    m_job.inputs = sharedInputs(inputs);
 }
 
 // What draws from the process' random numbers does so in a second picture, too; what has been made of some is made once.
-void Splitting::cut(World& world, unsigned threads) {
+void Splitting::cut(World& world, unsigned threads, const Frames& frames) {
     Workers workers(threads);
     build(world, workers, m_picture.isa);
     Stopwatch trying;
@@ -173,17 +185,33 @@ void Splitting::cut(World& world, unsigned threads) {
     }
     if (stopWanted()) return;
     const unsigned wanted = m_command.parts ? *m_command.parts : PartsPerMachine * m_command.machines.value_or(1);
-    for (const Cut& c : cutPicture(world.image, costs, wanted))
-        m_job.parts.push_back({static_cast<unsigned>(m_job.parts.size() + 1), c.crop, c.share});
+    if (frames.isStill())
+        for (const Cut& c : cutPicture(world.image, costs, wanted))
+            m_job.parts.push_back({static_cast<unsigned>(m_job.parts.size() + 1), c.crop, c.share, {}});
+    else
+        cutSequence(frames.numbers(), wanted);
     m_progress.step(fmt::format("tried in {:.2f} s what the parts cost", trying.seconds()));
     if (m_job.parts.size() < wanted && !m_picture.quiet)
-        std::cerr << fmt::format("oxbeam: note: {} parts instead of {}: the picture has no more tiles\n",
-                                 m_job.parts.size(), wanted);
+        std::cerr << fmt::format("oxbeam: note: {} parts instead of {}: the {}\n", m_job.parts.size(), wanted,
+                                 frames.isStill() ? "picture has no more tiles" : "sequence has no more frames");
     if (m_job.processNumbers)
         std::cerr
             << "oxbeam: warning: an object of the scene draws random numbers that are the whole process', such as "
                "KelAmbientOcclusion and KelWallThickness: the parts will not be those of one picture, and merge asks "
                "for --force\n";
+}
+
+// Frames that follow each other, as many in each part; what they cost is taken to be alike.
+void Splitting::cutSequence(const std::vector<unsigned>& frames, unsigned wanted) {
+    const std::size_t all = frames.size(), parts = std::min<std::size_t>(wanted, all);
+    const auto at = [&](std::size_t part) { return frames.begin() + static_cast<std::ptrdiff_t>(part * all / parts); };
+    for (std::size_t i = 0; i < parts; ++i) {
+        const std::vector<unsigned> some(at(i), at(i + 1));
+        m_job.parts.push_back({static_cast<unsigned>(i + 1),
+                               {0, 0, m_job.image.width, m_job.image.height},
+                               static_cast<double>(some.size()) / static_cast<double>(all),
+                               some});
+    }
 }
 
 void Splitting::write() {
@@ -198,15 +226,19 @@ void Splitting::write() {
 }
 
 ExitStatus Splitting::run() {
+    if (isOfSequence(m_job.options)) m_picture.output = SequenceName;
     checkPictureOptions(m_picture);
+    checkSequence(m_picture);
     stopOnSignals();
     if (!m_command.pack) nameFiles();
     if (m_command.pack && !pack()) return ExitStatus::BadScene;
     Prepared prepared = prepare(m_picture, m_registry);
     if (!prepared.world) return ExitStatus::BadScene;
     if (stopWanted()) return stoppedStatus();
-    describe(*prepared.world, prepared.options);
-    cut(*prepared.world, prepared.threads);
+    Frames frames(m_picture, *prepared.world);
+    frames.show(frames.numbers().front());
+    describe(*prepared.world, prepared.options, frames);
+    cut(*prepared.world, prepared.threads, frames);
     if (stopWanted()) return stoppedStatus();
     write();
     return ExitStatus::Done;
