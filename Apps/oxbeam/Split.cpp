@@ -221,8 +221,8 @@ void Splitting::write() {
         program.insert(program.end(), {"--package-path", absolute(path)});
     writeJob(m_job, shellText(program));
     m_folder.finish();
-    m_progress.step(fmt::format("wrote {}: {} parts of a picture of {} x {} pixels", m_command.folder,
-                                m_job.parts.size(), m_job.image.width, m_job.image.height));
+    m_progress.step(fmt::format("wrote {}: {} parts of a {} of {} x {} pixels", m_command.folder, m_job.parts.size(),
+                                m_job.isSequence() ? "sequence" : "picture", m_job.image.width, m_job.image.height));
 }
 
 ExitStatus Splitting::run() {

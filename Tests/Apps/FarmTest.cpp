@@ -90,15 +90,47 @@ TEST_F(Command, MergedPartsAreTheWholePictureBitForBit) {
         farm(all + " --parts 3", "-o " + merged + " --stats merged.json");
         expectDone(run("render " + all + " -q -o " + whole + " --stats whole.json"));
         expectSame(merged, whole);
-        if (std::string(name) == "png") EXPECT_TRUE(contentOf(merged) == contentOf(whole)) << "to the last byte";
-        if (std::string(name) == "exr")
+        if (std::string(name) == "png") {
+            EXPECT_TRUE(contentOf(merged) == contentOf(whole)) << "to the last byte";
+        }
+        if (std::string(name) == "exr") {
             for (const char* attribute : {"oxbeam:sceneHash", "oxbeam:objects", "oxbeam:packages", "worldToNDC"})
                 EXPECT_EQ(attributeOf(merged, attribute), attributeOf(whole, attribute)) << attribute;
+        }
         const nlohmann::json sum = jsonOf("merged.json"), one = jsonOf("whole.json");
         EXPECT_EQ(sum["rays"], one["rays"]) << "no ray is traced twice";
         EXPECT_EQ(sum["passes"], one["passes"]);
         EXPECT_EQ(sum["parts"], 3);
     }
+}
+
+TEST_F(Command, MergedFramesAreThoseOfTheSequence) {
+    const std::string sequence =
+        "scene.toml --turntable 6 --animate light.0.intensity=[0,0,0]..[30,20,10] --aov depth --size 48x36";
+    farm(sequence + " --parts 4", "-o merged.{frame:02}.exr --stats merged.json");
+    expectDone(run("render " + sequence + " -q -o whole.{frame:02}.exr"));
+    for (const std::string number : {"00", "01", "02", "03", "04", "05"}) {
+        const std::string merged = "merged." + number + ".exr", whole = "whole." + number + ".exr";
+        expectSame(merged, whole);
+        for (const char* attribute : {"oxbeam:sceneHash", "oxbeam:frame", "FramesPerSecond", "worldToNDC"})
+            EXPECT_EQ(attributeOf(merged, attribute), attributeOf(whole, attribute)) << attribute;
+    }
+    EXPECT_EQ(jsonOf("merged.json")["rays"]["primary"], 6 * 2 * 48 * 36);
+    // Some frames of a part are there, one of them is another's, and one is missing.
+    const fs::path results = scratch() / "job/results";
+    const auto frames = jsonOf("job/job.json")["parts"][3]["frames"].get<std::vector<unsigned>>();
+    const fs::path last = results / ("4." + std::to_string(frames.back()) + ".exr");
+    fs::copy_file(results / "1.0.exr", last, fs::copy_options::overwrite_existing);
+    fs::remove(results / "2.1.exr");
+    const Outcome refused = run("merge job -o again.{frame:02}.exr");
+    EXPECT_EQ(refused.status, 5);
+    EXPECT_EQ(withoutFolder(refused.err), error + "part 2 is missing; 'oxbeam part job/2' renders it\n" + error +
+                                              "part 4 is doubled: 'job/results/" + last.filename().string() +
+                                              "' holds the frame 0\n");
+    EXPECT_FALSE(fs::exists(scratch() / "again.00.exr"));
+    expectDone(run("farm job -q -o again.{frame:02}.exr"));
+    for (const std::string number : {"00", "01", "05"})
+        expectSame("again." + number + ".exr", "whole." + number + ".exr");
 }
 
 // The parts' tiles are all of the picture's, each once, and their rays about as many.
@@ -220,13 +252,20 @@ TEST_F(Command, WhatCannotBeMergedIsNamed) {
                                  "[shader.chance]\nobject = \"KelAmbientOcclusion\"\n"
                                  "[[mesh]]\nshape = \"box\"\nshader = \"chance\"\n");
     writeFile("other.toml", SceneText + "# another line\n");
-    for (const char* job :
-         {"scene.toml --parts 4 -o job", "other.toml --parts 4 -o other", "scene.toml --parts 5 -o more",
-          "scene.toml --parts 4 -o longer --samples 3", "scene.toml --parts 4 -o layers --aov depth"}) {
-        expectDone(run(std::string("split -q --size 96x64 ") + job));
-        const std::string folder = std::string(job).substr(std::string(job).find("-o ") + 3);
-        expectDone(run("farm -q -o p.exr " + folder.substr(0, folder.find(' '))));
+    struct Split {
+        const char *folder, *scene;
+        std::vector<int> parts;  // that are rendered
+    };
+    for (const Split& split : {Split{"job", "scene.toml --parts 4", {1, 2, 3, 4}},
+                               {"other", "other.toml --parts 4", {1, 2}},
+                               {"more", "scene.toml --parts 5", {2, 5}},
+                               {"longer", "scene.toml --parts 4 --samples 3", {2}},
+                               {"layers", "scene.toml --parts 4 --aov depth", {2}}}) {
+        const std::string folder = split.folder;
+        expectDone(run("split -q --size 96x64 " + (split.scene + (" -o " + folder))));
+        for (const int part : split.parts) expectDone(run("part -q " + folder + '/' + std::to_string(part)));
     }
+    expectDone(run("merge job -o p.exr -q"));
     const auto with = [](const std::string& name, const std::string& from, const std::string& to) {
         fs::copy(scratch() / "job", scratch() / name, fs::copy_options::recursive);
         const fs::path target = scratch() / name / "results" / to;
