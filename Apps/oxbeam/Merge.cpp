@@ -26,6 +26,8 @@ void addMerge(CLI::App& app, MergeCommand& command) {
     c->add_option("-o,--output", command.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
         ->required()
         ->type_name("FILE");
+    c->add_option("--only", command.only, "Some frames of a sequence, as 0..99: others may merge the rest")
+        ->type_name("FRAMES");
     c->add_option("--stats", command.stats, "Write times and counts of all parts to a JSON file")->type_name("FILE");
     c->add_flag("--force", command.force, "Also where an object's random numbers are the whole process'");
     addMemoryLimit(*c);
@@ -38,10 +40,21 @@ std::string partsText(const std::vector<unsigned>& parts) {
     return fmt::format("part{} {}", parts.size() == 1 ? "" : "s", numbersText(parts));
 }
 
+// Those of a job's frames that are to be merged; nothing for all, or where there are none. Throws Error(Usage).
+std::optional<std::vector<unsigned>> framesToMerge(const std::string& only, const Job& job) {
+    if (only.empty()) return std::nullopt;
+    if (!job.isSequence()) throw Error(ExitStatus::Usage, "--only is for sequences; the job is of one picture");
+    RenderCommand all;
+    all.sequence.frames = fmt::format("{}..{}", job.parts.front().frames.front(), job.parts.back().frames.back());
+    all.sequence.only = only;
+    return framesAsked(all);
+}
+
 class Merging {
 public:
     Merging(const MergeCommand& command, const Job& job)
-        : m_command(command), m_job(job), m_picture(job.picture()), m_progress(command.quiet) {
+        : m_command(command), m_job(job), m_picture(job.picture()), m_progress(command.quiet),
+          m_only(framesToMerge(command.only, job)) {
         m_picture.output = command.output;
         m_picture.stats = command.stats;
     }
@@ -50,6 +63,8 @@ public:
 
 private:
     void complain(ExitStatus status, const std::string& what);
+    std::vector<JobFrame> wantedOf(const JobPart& part) const;
+    bool isThere(const JobPart& part, JobFrame frame) const { return fs::exists(m_job.result(part.number, frame)); }
     bool isGood() const { return m_found.status == ExitStatus::Done; }
     void lookForMissing();
     void take(const JobPart& part, JobFrame frame);
@@ -62,6 +77,7 @@ private:
     const Job& m_job;
     RenderCommand m_picture;
     ProgressLine m_progress;
+    std::optional<std::vector<unsigned>> m_only;
     std::optional<Film> m_film;  // of the picture that is made of all
     std::unique_ptr<PartResult> m_last;
     std::optional<PictureFacts> m_facts;
@@ -145,6 +161,7 @@ void Merging::conclude() {
         m_facts->seconds = m_seconds;
         write(m_picture, *m_facts, *m_film);
     }
+    if (m_statistics.empty()) return;  // no frame was wanted
     m_statistics["parts"] = m_job.parts.size();
     if (!m_command.stats.empty()) storeFile(m_command.stats, m_statistics.dump(2) + '\n');
     m_progress.step(fmt::format("merged {} parts: {} rays, {:.2f} s of rendering, {:.2f} s of loading and building",
@@ -154,8 +171,18 @@ void Merging::conclude() {
     m_progress.step(fmt::format("wrote {} ({} x {})", m_command.output, m_job.image.width, m_job.image.height));
 }
 
+std::vector<JobFrame> Merging::wantedOf(const JobPart& part) const {
+    std::vector<JobFrame> frames = framesOf(part);
+    if (m_only)
+        std::erase_if(frames, [&](const JobFrame& frame) { return !std::ranges::binary_search(*m_only, *frame); });
+    return frames;
+}
+
 void Merging::lookForMissing() {
-    const std::vector<unsigned> missing = partsWithoutResult(m_job);
+    std::vector<unsigned> missing;
+    for (const JobPart& part : m_job.parts)
+        if (!std::ranges::all_of(wantedOf(part), [&](const JobFrame& frame) { return isThere(part, frame); }))
+            missing.push_back(part.number);
     if (missing.empty()) return;
     complain(ExitStatus::Incomplete,
              fmt::format("{} {} missing; 'oxbeam part {}' renders {}", partsText(missing),
@@ -170,9 +197,9 @@ Unmerged Merging::run() {
     lookForMissing();
     lookForStrangers();
     for (const JobPart& part : m_job.parts)
-        for (const JobFrame& frame : framesOf(part)) {
+        for (const JobFrame& frame : wantedOf(part)) {
             if (stopWanted()) throw Interruption("interrupted; the parts are as they were");
-            if (fs::exists(m_job.result(part.number, frame))) take(part, frame);
+            if (isThere(part, frame)) take(part, frame);
         }
     lookAtNumbers();
     if (isGood()) conclude();

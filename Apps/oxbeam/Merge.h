@@ -12,6 +12,7 @@ namespace oxbeam {
 struct MergeCommand {
     std::string job;     // its folder
     std::string output;  // the picture
+    std::string only;    // frames of a sequence, or nothing for all
     std::string stats;   // file, or nothing
     bool force = false;
     bool quiet = false;
