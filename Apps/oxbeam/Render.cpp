@@ -44,6 +44,8 @@ public:
         m_times.load = loading;
     }
 
+    // Finds what it goes on from. Throws where it cannot.
+    void begin() { m_begun = m_saving.begun(m_options); }
     // Nothing of a frame is written before it is complete.
     ExitStatus render();
     bool written() const { return m_written; }
@@ -62,6 +64,7 @@ private:
     RenderOptions m_options;
     const Inputs& m_inputs;
     Checkpointing m_saving;
+    std::optional<Begun> m_begun;
     Times m_times;
     bool m_saved = true, m_written = false;
 };
@@ -102,16 +105,15 @@ void Picture::conclude(const RenderResult& result) {
 }
 
 ExitStatus Picture::render() {
-    std::optional<Begun> begun = m_saving.begun(m_options);
     Stopwatch building;
     build(m_studio.world, m_studio.workers, m_command.isa);
     m_times.build = building.seconds();
     say(fmt::format("built in {:.2f} s", m_times.build));
     warnOfEye(m_studio.world);
     if (stopWanted()) return stoppedStatus();
-    if (begun)
+    if (m_begun)
         m_studio.progress.step(
-            fmt::format("resumed from {} after {} passes", m_command.checkpoint, begun->film.passes()));
+            fmt::format("resumed from {} after {} passes", m_command.checkpoint, m_begun->film.passes()));
     const WorthWaitingFor picture;
     m_saving.attachTo(m_options);
     m_options.progress = [&](const Progress& p) { m_studio.progress.update(p); };
@@ -123,8 +125,8 @@ ExitStatus Picture::render() {
     };
     m_options.ended = ended;
     World& world = m_studio.world;
-    const RenderResult result = begun ? oxbeam::render(world, m_studio.workers, m_options, std::move(*begun))
-                                      : oxbeam::render(world, m_studio.workers, m_options);
+    const RenderResult result = m_begun ? oxbeam::render(world, m_studio.workers, m_options, std::move(*m_begun))
+                                        : oxbeam::render(world, m_studio.workers, m_options);
     ended(result);
     static bool said = false;
     if (!result.statistics.packetsRefused.empty() && !m_command.quiet && !std::exchange(said, true))
@@ -168,6 +170,7 @@ ExitStatus renderFrames(const RenderCommand& command, Frames& frames, Studio& st
         seed48(begin.data());
         frames.show(wanted[done]);
         Picture picture(one, studio, own, done == 0 ? loading : 0.0);
+        picture.begin();
         const ExitStatus status = picture.render();
         if (!picture.written()) return status;
         studio.progress.frameDone(fmt::format("frame {} ({} of {}): rendered in {:.2f} s, wrote {}", wanted[done],
@@ -198,13 +201,14 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Frames frames(command, *world);
     const MemoryCharge writingMemory = reservePicture(command, world->image);
     const Inputs inputs = recordsInputs(command) ? inputsOf(command, *world, options) : Inputs();
+    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get()};
+    std::optional<Picture> still;
+    if (frames.isStill()) still.emplace(command, studio, inputs, loading.seconds()).begin();
     const double loaded = loading.seconds();
     progress.step(fmt::format("loaded {} in {:.2f} s: {}", command.scene, loaded, contents(*world)));
-
-    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get()};
-    if (!frames.isStill()) return leave(renderFrames(command, frames, studio, inputs, loaded));
+    if (!still) return leave(renderFrames(command, frames, studio, inputs, loaded));
     frames.show(frames.numbers().front());
-    return leave(Picture(command, studio, inputs, loaded).render());
+    return leave(still->render());
 }
 
 ExitStatus runCheck(const RenderCommand& command, const Registry& registry) {

@@ -268,7 +268,7 @@ void Animation::showMember(World& world, const std::string& place, Member member
     case Member::Rotate: by.rotate = toR3(value); break;
     default: by.scale = toR3(value);
     }
-    world.placements.move(place, by);
+    world.placements.placeBy(place, by);
 }
 
 void Animation::show(World& world, double seconds) const {
