@@ -1,5 +1,7 @@
 #include "Apps/oxbeam/Frames.h"
 
+#include "Engine/Output/Movie.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -34,8 +36,6 @@ std::string fileOfFrame(const std::string& file, unsigned frame) {
     }
     return made + rest;
 }
-
-bool isMovie(const std::string& file) { return file.ends_with(".gif") || file.ends_with(".mp4"); }
 
 // What looks like a placeholder is one.
 static void checkName(const char* option, const std::string& file) {

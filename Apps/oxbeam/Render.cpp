@@ -6,6 +6,7 @@
 #include "Apps/oxbeam/OutputFiles.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Engine/Output/Movie.h"
 #include "Engine/System/StandardOutput.h"
 
 #include <fmt/format.h>
@@ -32,7 +33,8 @@ struct Studio {
     World& world;
     RenderOptions options;
     Workers workers;
-    FileSink* standardOutput;  // or null
+    FileSink* standardOutput;                // or null
+    std::unique_ptr<Movie> movie = nullptr;  // that all pictures go into, or null
 };
 
 // One picture: a still, or a frame of a sequence.
@@ -81,6 +83,11 @@ void Picture::sayRendered(const RenderResult& result) {
 void Picture::write(const Film& film) {
     const ImageOptions description = pictureOptions(m_command, m_studio.world, m_inputs, film, m_saving.seconds());
     const Window& window = film.window();
+    if (isMovie(m_command.output)) {
+        if (!m_studio.movie)
+            m_studio.movie = Movie::create(m_command.output, window.width(), window.height(), m_command.sequence.fps);
+        return m_studio.movie->add(film.pixels(), description);
+    }
     FileSink* const sink = m_studio.standardOutput;
     if (!sink) return writeImage(m_command.output, window.width(), window.height(), film.pixels(), description);
     writeImage(*sink, pictureName(m_command), window.width(), window.height(), film.pixels(), description);
@@ -173,10 +180,15 @@ ExitStatus renderFrames(const RenderCommand& command, Frames& frames, Studio& st
         picture.begin();
         const ExitStatus status = picture.render();
         if (!picture.written()) return status;
-        studio.progress.frameDone(fmt::format("frame {} ({} of {}): rendered in {:.2f} s, wrote {}", wanted[done],
-                                              done + 1, wanted.size(), picture.times().render, one.output));
+        studio.progress.frameDone(fmt::format("frame {} ({} of {}): rendered in {:.2f} s{}", wanted[done], done + 1,
+                                              wanted.size(), picture.times().render,
+                                              studio.movie ? "" : fmt::format(", wrote {}", one.output)));
         if (status != ExitStatus::Done) return status;
     }
+    if (!studio.movie) return ExitStatus::Done;
+    const WorthWaitingFor file;
+    studio.movie->finish();
+    studio.progress.step(fmt::format("wrote {} ({} frames)", command.output, wanted.size()));
     return ExitStatus::Done;
 }
 
@@ -201,12 +213,16 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Frames frames(command, *world);
     const MemoryCharge writingMemory = reservePicture(command, world->image);
     const Inputs inputs = recordsInputs(command) ? inputsOf(command, *world, options) : Inputs();
-    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get()};
+    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get(), nullptr};
     std::optional<Picture> still;
     if (frames.isStill()) still.emplace(command, studio, inputs, loading.seconds()).begin();
     const double loaded = loading.seconds();
     progress.step(fmt::format("loaded {} in {:.2f} s: {}", command.scene, loaded, contents(*world)));
-    if (!still) return leave(renderFrames(command, frames, studio, inputs, loaded));
+    if (!still) {
+        const ExitStatus status = renderFrames(command, frames, studio, inputs, loaded);
+        studio.movie.reset();  // which takes away what is half, where it was not finished
+        return leave(status);
+    }
     frames.show(frames.numbers().front());
     return leave(still->render());
 }
