@@ -239,7 +239,7 @@ void Frames::spread() {
 
 void Frames::show(unsigned number) {
     m_world.animation.show(m_world, number / m_command.sequence.fps);
-    if (m_turntable) m_world.look(m_turntable->at(static_cast<double>(number) / *m_command.sequence.turntable));
+    if (m_turntable) m_world.view = m_turntable->at(static_cast<double>(number) / *m_command.sequence.turntable);
 }
 
 std::vector<std::pair<std::string, std::string>> Frames::inputs(unsigned number) const {
