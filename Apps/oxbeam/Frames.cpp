@@ -1,5 +1,7 @@
 #include "Apps/oxbeam/Frames.h"
 
+#include "Engine/Output/Movie.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -34,8 +36,6 @@ std::string fileOfFrame(const std::string& file, unsigned frame) {
     }
     return made + rest;
 }
-
-bool isMovie(const std::string& file) { return file.ends_with(".gif") || file.ends_with(".mp4"); }
 
 // What looks like a placeholder is one.
 static void checkName(const char* option, const std::string& file) {
@@ -239,7 +239,7 @@ void Frames::spread() {
 
 void Frames::show(unsigned number) {
     m_world.animation.show(m_world, number / m_command.sequence.fps);
-    if (m_turntable) m_world.look(m_turntable->at(static_cast<double>(number) / *m_command.sequence.turntable));
+    if (m_turntable) m_world.view = m_turntable->at(static_cast<double>(number) / *m_command.sequence.turntable);
 }
 
 std::vector<std::pair<std::string, std::string>> Frames::inputs(unsigned number) const {

@@ -19,8 +19,6 @@ inline constexpr unsigned MostFrames = 1'000'000;
 // "turn.{frame:04}.png": {frame} stands for a frame's number, {frame:04} for it with zeros before it up to four digits.
 bool hasFrame(const std::string& file);
 std::string fileOfFrame(const std::string& file, unsigned frame);
-// One file that holds all frames: .gif or .mp4.
-bool isMovie(const std::string& file);
 
 // ---- Frames
 

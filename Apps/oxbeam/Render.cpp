@@ -6,6 +6,7 @@
 #include "Apps/oxbeam/OutputFiles.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Engine/Output/Movie.h"
 #include "Engine/System/StandardOutput.h"
 
 #include <fmt/format.h>
@@ -32,7 +33,8 @@ struct Studio {
     World& world;
     RenderOptions options;
     Workers workers;
-    FileSink* standardOutput;  // or null
+    FileSink* standardOutput;                // or null
+    std::unique_ptr<Movie> movie = nullptr;  // that all pictures go into, or null
 };
 
 // One picture: a still, or a frame of a sequence.
@@ -44,6 +46,8 @@ public:
         m_times.load = loading;
     }
 
+    // Finds what it goes on from. Throws where it cannot.
+    void begin() { m_begun = m_saving.begun(m_options); }
     // Nothing of a frame is written before it is complete.
     ExitStatus render();
     bool written() const { return m_written; }
@@ -62,6 +66,7 @@ private:
     RenderOptions m_options;
     const Inputs& m_inputs;
     Checkpointing m_saving;
+    std::optional<Begun> m_begun;
     Times m_times;
     bool m_saved = true, m_written = false;
 };
@@ -78,6 +83,11 @@ void Picture::sayRendered(const RenderResult& result) {
 void Picture::write(const Film& film) {
     const ImageOptions description = pictureOptions(m_command, m_studio.world, m_inputs, film, m_saving.seconds());
     const Window& window = film.window();
+    if (isMovie(m_command.output)) {
+        if (!m_studio.movie)
+            m_studio.movie = Movie::create(m_command.output, window.width(), window.height(), m_command.sequence.fps);
+        return m_studio.movie->add(film.pixels(), description);
+    }
     FileSink* const sink = m_studio.standardOutput;
     if (!sink) return writeImage(m_command.output, window.width(), window.height(), film.pixels(), description);
     writeImage(*sink, pictureName(m_command), window.width(), window.height(), film.pixels(), description);
@@ -102,16 +112,15 @@ void Picture::conclude(const RenderResult& result) {
 }
 
 ExitStatus Picture::render() {
-    std::optional<Begun> begun = m_saving.begun(m_options);
     Stopwatch building;
     build(m_studio.world, m_studio.workers, m_command.isa);
     m_times.build = building.seconds();
     say(fmt::format("built in {:.2f} s", m_times.build));
     warnOfEye(m_studio.world);
     if (stopWanted()) return stoppedStatus();
-    if (begun)
+    if (m_begun)
         m_studio.progress.step(
-            fmt::format("resumed from {} after {} passes", m_command.checkpoint, begun->film.passes()));
+            fmt::format("resumed from {} after {} passes", m_command.checkpoint, m_begun->film.passes()));
     const WorthWaitingFor picture;
     m_saving.attachTo(m_options);
     m_options.progress = [&](const Progress& p) { m_studio.progress.update(p); };
@@ -123,8 +132,8 @@ ExitStatus Picture::render() {
     };
     m_options.ended = ended;
     World& world = m_studio.world;
-    const RenderResult result = begun ? oxbeam::render(world, m_studio.workers, m_options, std::move(*begun))
-                                      : oxbeam::render(world, m_studio.workers, m_options);
+    const RenderResult result = m_begun ? oxbeam::render(world, m_studio.workers, m_options, std::move(*m_begun))
+                                        : oxbeam::render(world, m_studio.workers, m_options);
     ended(result);
     static bool said = false;
     if (!result.statistics.packetsRefused.empty() && !m_command.quiet && !std::exchange(said, true))
@@ -168,12 +177,18 @@ ExitStatus renderFrames(const RenderCommand& command, Frames& frames, Studio& st
         seed48(begin.data());
         frames.show(wanted[done]);
         Picture picture(one, studio, own, done == 0 ? loading : 0.0);
+        picture.begin();
         const ExitStatus status = picture.render();
         if (!picture.written()) return status;
-        studio.progress.frameDone(fmt::format("frame {} ({} of {}): rendered in {:.2f} s, wrote {}", wanted[done],
-                                              done + 1, wanted.size(), picture.times().render, one.output));
+        studio.progress.frameDone(fmt::format("frame {} ({} of {}): rendered in {:.2f} s{}", wanted[done], done + 1,
+                                              wanted.size(), picture.times().render,
+                                              studio.movie ? "" : fmt::format(", wrote {}", one.output)));
         if (status != ExitStatus::Done) return status;
     }
+    if (!studio.movie) return ExitStatus::Done;
+    const WorthWaitingFor file;
+    studio.movie->finish();
+    studio.progress.step(fmt::format("wrote {} ({} frames)", command.output, wanted.size()));
     return ExitStatus::Done;
 }
 
@@ -198,13 +213,18 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Frames frames(command, *world);
     const MemoryCharge writingMemory = reservePicture(command, world->image);
     const Inputs inputs = recordsInputs(command) ? inputsOf(command, *world, options) : Inputs();
+    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get(), nullptr};
+    std::optional<Picture> still;
+    if (frames.isStill()) still.emplace(command, studio, inputs, loading.seconds()).begin();
     const double loaded = loading.seconds();
     progress.step(fmt::format("loaded {} in {:.2f} s: {}", command.scene, loaded, contents(*world)));
-
-    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get()};
-    if (!frames.isStill()) return leave(renderFrames(command, frames, studio, inputs, loaded));
+    if (!still) {
+        const ExitStatus status = renderFrames(command, frames, studio, inputs, loaded);
+        studio.movie.reset();  // which takes away what is half, where it was not finished
+        return leave(status);
+    }
     frames.show(frames.numbers().front());
-    return leave(Picture(command, studio, inputs, loaded).render());
+    return leave(still->render());
 }
 
 ExitStatus runCheck(const RenderCommand& command, const Registry& registry) {

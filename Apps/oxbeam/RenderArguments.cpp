@@ -2,6 +2,7 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
 #include "Apps/oxbeam/OutputFiles.h"
+#include "Engine/Output/Movie.h"
 #include "Engine/System/InputFile.h"
 #include "Engine/System/StoredFile.h"
 
@@ -168,7 +169,10 @@ static void checkRoom(const RenderCommand& command) {
 // Before anything is loaded.
 void checkRenderArguments(const RenderCommand& command, const Registry& registry) {
     checkFormat(command);
-    checkImageFormat(pictureName(command), {command.bits});
+    if (isMovie(command.output))
+        checkMovie(command.output, {command.bits});
+    else
+        checkImageFormat(pictureName(command), {command.bits});
     if (!toStandardOutput(command)) checkWritable(command.output);
     if (!command.checkpoint.empty() && !isExr(command.checkpoint))
         throw Error(ExitStatus::Usage,

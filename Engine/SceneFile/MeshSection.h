@@ -52,7 +52,7 @@ public:
     static HowPlaced placementOf(TableReader& reader, unsigned up);
     // When all is placed: that some model had the clip that all are to play.
     void requireClip();
-    // When all else is placed and the view is known, and the geometry yet to be prepared.
+    // When all else is placed, and the geometry yet to be prepared.
     void placeGrounds();
     // When the geometry is prepared.
     void reportDroppedTriangles();

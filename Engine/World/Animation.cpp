@@ -74,6 +74,10 @@ static const std::vector<std::string> MemberNames = {"position",  "lookAt", "loo
                                                      "translate", "rotate", "scale"};
 static constexpr std::size_t CameraMembers = 4;
 
+bool Animation::isMember(std::string_view name) {
+    return std::find(MemberNames.begin(), MemberNames.end(), name) != MemberNames.end();
+}
+
 std::optional<Animation::Member> Animation::memberNamed(const World& world, const std::string& place,
                                                         const std::string& name) {
     const auto found = std::find(MemberNames.begin(), MemberNames.end(), name);
@@ -268,7 +272,7 @@ void Animation::showMember(World& world, const std::string& place, Member member
     case Member::Rotate: by.rotate = toR3(value); break;
     default: by.scale = toR3(value);
     }
-    world.placements.move(place, by);
+    world.placements.placeBy(place, by);
 }
 
 void Animation::show(World& world, double seconds) const {

@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -43,6 +44,9 @@ public:
     void add(World& world, Track track, const std::string& label, const SourceLocation& where,
              Diagnostics& diagnostics);
     void add(PlacedClip clip) { m_clips.push_back(std::move(clip)); }
+
+    // Whether a camera or a placement has a member of that name that can be animated.
+    static bool isMember(std::string_view name);
 
     bool empty() const { return m_tracks.empty() && m_clips.empty(); }
     // Whether something animates a member of that camera's view: position, lookAt or lookUp.

@@ -49,7 +49,7 @@ double length(const Numbers& v) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v
 
 Numbers straight(const Numbers& a, const Numbers& b, double share) {
     Numbers between(a.size());
-    for (std::size_t i = 0; i < a.size(); ++i) between[i] = (1.0 - share) * a[i] + share * b[i];
+    for (std::size_t i = 0; i < a.size(); ++i) between[i] = a[i] + share * (b[i] - a[i]);
     return between;
 }
 
@@ -137,10 +137,12 @@ Curve::Curve(ValueSpace space, Interpolation interpolation, std::vector<double> 
 }
 
 std::vector<double> Curve::smoothNumbers(std::size_t i, double share) const {
-    Numbers between(m_values[i].size());
-    for (std::size_t n = 0; n < between.size(); ++n)
-        between[n] = cubic(m_values[i][n], m_values[i + 1][n], m_slopes[n][i], m_slopes[n][i + 1],
-                           m_times[i + 1] - m_times[i], share);
+    const Numbers &a = m_values[i], &b = m_values[i + 1];
+    Numbers between(a.size());
+    for (std::size_t n = 0; n < a.size(); ++n)
+        between[n] =
+            std::clamp(cubic(a[n], b[n], m_slopes[n][i], m_slopes[n][i + 1], m_times[i + 1] - m_times[i], share),
+                       std::min(a[n], b[n]), std::max(a[n], b[n]));  // but for rounding it is
     return between;
 }
 

@@ -42,7 +42,7 @@ void Placements::move(std::string_view place, const Matrix& toWorld) {
     for (const Placed::Part& part : placement.parts) m_geometry.moveInstance(part.instance, toWorld * part.toPlaced);
 }
 
-void Placements::move(std::string_view place, const Placing& by) {
+void Placements::placeBy(std::string_view place, const Placing& by) {
     move(place, by.matrix());
     find(place).by = by;
 }

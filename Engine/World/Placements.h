@@ -46,7 +46,7 @@ public:
     // for a ground, and where the geometry is not changeable; what came into it as movable can always be moved.
     void move(std::string_view place, const Matrix& toWorld);
     // The same by what the transformation is made of.
-    void move(std::string_view place, const Placing& by);
+    void placeBy(std::string_view place, const Placing& by);
     // Moves the parts, each to where it is to be in the space of what is placed.
     void pose(std::string_view place, const std::vector<Matrix>& toPlaced);
     // Kinds of rays, as RayKind has them, that hit it; costs nothing.

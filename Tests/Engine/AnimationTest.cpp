@@ -25,14 +25,15 @@ Curve curve(ValueSpace space, Interpolation how, const Numbers& times, const std
 const double Half = std::sqrt(0.5);
 
 // A scene with a light, a camera, a ball, a box placed by a matrix and a ground.
-const std::string Stage = "[camera]\nposition = [0, 1, 5]\nlookAt = [0, 0, 0]\n[shader.a]\nobject = \"KelPhong\"\n"
-                          "[[light]]\nobject = \"KelDirectionalLight\"\ndirection = [0, -1, 0]\n"
-                          "[[mesh]]\nshape = \"sphere\"\nshader = \"a\"\nsegments = 8\n"
-                          "[[mesh]]\nshape = \"box\"\nshader = \"a\"\n"
-                          "matrix = [1, 0, 0, 3, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1]\n"
-                          "[[mesh]]\nshape = \"ground\"\nshader = \"a\"\n";
+const std::string Stage =
+    "[camera]\nposition = [0, 1, 5]\nlookAt = [0, 0, 0]\n[shader.a]\nobject = \"KelPhong\"\n"
+    "[[light]]\nobject = \"KelDirectionalLight\"\ndirection = [0, -1, 0]\n"
+    "[[mesh]]\nshape = \"sphere\"\nshader = \"a\"\nsegments = 8\n"
+    "[[mesh]]\nshape = \"box\"\nshader = \"a\"\n"
+    "matrix = [1, 0, 0, 3, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1]\n"
+    "[[mesh]]\nshape = \"ground\"\nshader = \"a\"\n";
 
-// Its last line is the 17th.
+// The table begins at line 20.
 std::string animated(const std::string& target, const std::string& values, const std::string& more = "") {
     return Stage + "[[animation]]\ntarget = \"" + target + "\"\ntimes = [1, 2]\nvalues = " + values + "\n" + more;
 }
@@ -71,7 +72,8 @@ TEST(Animation, CurvesGoThroughTheirKeysAndHoldOutside) {
     EXPECT_THAT(quarter(Out), ElementsAre(7.0));
     // No corner where keys are, and no rest either.
     const Curve s = curve(ValueSpace::Numbers, Smooth, {0.0, 1.0, 3.0}, {{0.0}, {1.0}, {5.0}});
-    const double before = (s.at(1.0)[0] - s.at(1.0 - 1e-6)[0]) / 1e-6, after = (s.at(1.0 + 1e-6)[0] - s.at(1.0)[0]) / 1e-6;
+    const double before = (s.at(1.0)[0] - s.at(1.0 - 1e-6)[0]) / 1e-6,
+                 after = (s.at(1.0 + 1e-6)[0] - s.at(1.0)[0]) / 1e-6;
     EXPECT_NEAR(before, after, 1e-4);
     EXPECT_GT(before, 0.5);
 }
@@ -139,20 +141,25 @@ TEST(Animation, AWorldIsAsItsTracksSay) {
 TEST(Animation, MistakesAreToldWithTheirPlaces) {
     const std::string at = "scene.toml:";
     for (const auto& [text, message] : std::vector<std::pair<std::string, std::string>>{
-             {animated("ligth.0.direction", "[1, 2]"), "16:10: error: animation 0: there is no 'ligth.0.direction' to animate; "
-                                                       "did you mean 'light.0.direction'?"},
-             {animated("light.0.direction", "[[0, 1, 0], [1, 0]]"), "18:23: error: "},
-             {animated("camera.fov", "[40, 200]"), "18:15: error: animation 0: 'fov' must lie between 0 and 180 degrees"},
-             {animated("camera.position", "[1, 2]"), "18:11: error: animation 0: 'position' is "},
-             {animated("mesh.1.rotate", "[[0, 0, 0], [1, 1, 1]]"), "16:10: error: animation 0: mesh 1 is placed by a 'matrix'"},
-             {animated("mesh.2.translate", "[[0, 0, 0], [1, 1, 1]]"), "16:10: error: animation 0: mesh 2 is without end"},
-             {animated("camera.fov", "[1, 2, 3]"), "18:10: error: animation 0: has 2 'times' and 3 'values'"},
-             {animated("camera.fov", "[1, 2]", "interpolation = \"smoth\"\n"), "19:17: error: animation 0: 'interpolation' is the "
-                                                                              "text 'smoth'; expected one of step, linear, smooth"},
+             {animated("ligth.0.direction", "[1, 2]"),
+              "21:10: error: animation 0: there is no 'ligth.0.direction' to animate; "
+              "did you mean 'light.0.direction'?"},
+             {animated("light.0.direction", "[[0, 1, 0], [1, 0]]"), "23:22: error: "},
+             {animated("camera.fov", "[40, 200]"),
+              "23:15: error: animation 0: 'fov' must lie between 0 and 180 degrees"},
+             {animated("camera.position", "[1, 2]"), "23:11: error: animation 0: 'position' is "},
+             {animated("mesh.1.rotate", "[[0, 0, 0], [1, 1, 1]]"),
+              "21:10: error: animation 0: mesh 1 is placed by a 'matrix'"},
+             {animated("mesh.2.translate", "[[0, 0, 0], [1, 1, 1]]"),
+              "21:10: error: animation 0: mesh 2 is without end"},
+             {animated("camera.fov", "[1, 2, 3]"), "23:10: error: animation 0: has 2 'times' and 3 'values'"},
+             {animated("camera.fov", "[1, 2]", "interpolation = \"smoth\"\n"),
+              "24:17: error: animation 0: 'interpolation' is the "
+              "text 'smoth'; expected one of step, linear, smooth"},
              {animated("camera.fov", "[1, 2]", "[[animation]]\ntarget = \"camera.fov\"\ntimes = [0]\nvalues = [1]\n"),
-              "20:10: error: animation 1: 'camera.fov' is animated twice"},
+              "25:10: error: animation 1: 'camera.fov' is animated twice"},
              {Stage + "[[animation]]\ntarget = \"camera.fov\"\ntimes = [1, 1]\nvalues = [1, 2]\n",
-              "17:13: error: animation 0: 'times' must each be later than the one before"}}) {
+              "22:13: error: animation 0: 'times' must each be later than the one before"}}) {
         SCOPED_TRACE(message);
         EXPECT_THAT(loadText(text).said, Contains(StartsWith(at + message)));
     }
@@ -162,7 +169,8 @@ TEST(Animation, MistakesAreToldWithTheirPlaces) {
 TEST(Animation, WhatMovesIsMovableFromTheStart) {
     SceneFileOptions options;
     options.changeable = false;
-    LoadedScene loaded = loadFile(writeFile("scene.toml", animated("mesh.0.translate", "[[0, 0, 0], [8, 0, 0]]")), options);
+    LoadedScene loaded =
+        loadFile(writeFile("scene.toml", animated("mesh.0.translate", "[[0, 0, 0], [8, 0, 0]]")), options);
     World& world = *loaded.world;
     world.geometry.build();
     EXPECT_TRUE(world.geometry.structure().twoLevels);
@@ -173,34 +181,16 @@ TEST(Animation, WhatMovesIsMovableFromTheStart) {
     EXPECT_THROW(world.placements.move("mesh.1", {}), BadValue);
 }
 
-// Times as four floats of the buffer's beginning would be: a translation along x and a rotation about z, both by two keys.
 TEST(Animation, NodesOfAGltfMove) {
-    const float numbers[] = {0, 2, 0, 0, 0, 4, 0, 0, 0, 0, 0, 1, 0, 0, static_cast<float>(Half), static_cast<float>(Half)};
-    std::string bytes(sizeof numbers, '\0');
-    std::memcpy(bytes.data(), numbers, sizeof numbers);
-    std::string text = contentOf(writeGltf("slide.gltf", "", R"(,
-"animations": [{"name": "slide", "channels": [{"sampler": 0, "target": {"node": 0, "path": "translation"}},
- {"sampler": 1, "target": {"node": 0, "path": "rotation"}}],
- "samplers": [{"input": 3, "output": 4}, {"input": 3, "output": 5}]}])"));
-    const auto put = [&](const std::string& after, const std::string& what) {
-        text.insert(text.find(after) + after.size(), what);
-    };
-    put("\"buffers\": [", R"({"byteLength": 64, "uri": "data:application/octet-stream;base64,)" + base64(bytes) + "\"}, ");
-    for (auto i = text.find("\"buffer\": 0"); i != std::string::npos; i = text.find("\"buffer\": 0", i + 1))
-        text.replace(i, 11, "\"buffer\": 1");
-    put("\"byteOffset\": 80, \"byteLength\": 12}", R"(, {"buffer": 0, "byteOffset": 0, "byteLength": 8},
- {"buffer": 0, "byteOffset": 8, "byteLength": 24}, {"buffer": 0, "byteOffset": 32, "byteLength": 32})");
-    put("\"count\": 6, \"type\": \"SCALAR\"}", R"(, {"bufferView": 3, "componentType": 5126, "count": 2, "type": "SCALAR",
- "min": [0], "max": [2]}, {"bufferView": 4, "componentType": 5126, "count": 2, "type": "VEC3"},
- {"bufferView": 5, "componentType": 5126, "count": 2, "type": "VEC4"})");
-    writeFile("slide.gltf", text);
+    writeMovingGltf("slide.gltf");
     const Model model = loadModel(scratch() / "slide.gltf");
     ASSERT_EQ(model.clips.size(), 1u);
     EXPECT_EQ(model.clips[0].name, "slide");
     EXPECT_EQ(model.clips[0].seconds, 2.0f);
 
-    const std::string scene = "[shader.a]\nobject = \"KelPhong\"\n[[mesh]]\nfile = \"slide.gltf\"\nshader = \"a\"\n"
-                              "translate = [0, 1, 0]\n";
+    const std::string scene =
+        "[shader.a]\nobject = \"KelPhong\"\n[[mesh]]\nfile = \"slide.gltf\"\nshader = \"a\"\n"
+        "translate = [0, 1, 0]\n";
     LoadedScene loaded = loadText(scene + "clip = \"slide\"\n");
     EXPECT_THAT(loaded.said, IsEmpty());
     World& world = *loaded.world;
@@ -229,12 +219,12 @@ TEST(Animation, NodesOfAGltfMove) {
 TEST(Animation, ATurntableHasEverythingInThePictureAllTheWayRound) {
     for (const std::string up : {"[0, 1, 0]", "[0, 0, 1]"}) {
         SCOPED_TRACE(up);
-        const LoadedScene loaded = loadText(
-            "[camera]\nposition = [6, 4, 3]\nlookAt = [0, 1, 0]\nlookUp = " + up +
-            "\n[shader.a]\nobject = \"KelPhong\"\n"
-            "[[mesh]]\nshape = \"box\"\nshader = \"a\"\nscale = [4, 0.2, 1]\ntranslate = [1, 1, 2]\n"
-            "[[mesh]]\nshape = \"box\"\nshader = \"a\"\nscale = [0.2, 2, 0.3]\n"
-            "[[mesh]]\nshape = \"sphere\"\nshader = \"a\"\nscale = 90\n");
+        const LoadedScene loaded =
+            loadText("[camera]\nposition = [6, 4, 3]\nlookAt = [0, 1, 0]\nlookUp = " + up +
+                     "\n[shader.a]\nobject = \"KelPhong\"\n"
+                     "[[mesh]]\nshape = \"box\"\nshader = \"a\"\nscale = [4, 0.2, 1]\ntranslate = [1, 1, 2]\n"
+                     "[[mesh]]\nshape = \"box\"\nshader = \"a\"\nscale = [0.2, 2, 0.3]\n"
+                     "[[mesh]]\nshape = \"sphere\"\nshader = \"a\"\nscale = 90\n");
         World& world = *loaded.world;
         world.image = {120, 90};
         const Turntable table(world);
