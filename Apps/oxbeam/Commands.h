@@ -23,6 +23,18 @@ struct ModelCommand {
     bool keepMaterials = false;     // of the scene that is written
 };
 
+// Of pictures that show a scene at different times.
+struct SequenceCommand {
+    std::string frames;                 // "A..B/STEP", or nothing
+    std::string only;                   // some of them, "7,9..12", or nothing
+    std::optional<unsigned> turntable;  // frames of a whole turn
+    std::vector<std::string> animate;   // "PLACE.PARAM=FROM..TO@EASE"
+    std::string clip;                   // of models, or nothing
+    double fps = 24.0;
+    std::optional<double> duration;  // seconds
+    bool missing = false;            // only frames whose files are not there
+};
+
 struct RenderCommand {
     std::string text;  // the command line
     std::string scene;
@@ -50,6 +62,8 @@ struct RenderCommand {
     std::string isa;                      // or nothing for the default
     std::optional<unsigned> importLimit;  // seconds that reading a model may take
     bool quiet = false;
+    SequenceCommand sequence;
+    std::optional<unsigned> frame;  // of a sequence, that this is the command for
 };
 
 // Ends the process without taking down what it has made: that takes time and, where the scheduler lacks threads, may take

@@ -109,12 +109,19 @@ static void completePlace(const ScenePlace& place, const Registry& registry, con
     const auto print = [&](const std::string& key, const std::vector<std::string>& values) {
         for (const std::string& value : values) std::cout << fmt::format("--set {}.{}={}\n", place.path, key, value);
     };
+    const auto printAnimated = [&](const std::string& key) {
+        std::cout << fmt::format("--animate {}.{}=\n", place.path, key);
+    };
     for (const std::string& key : place.keys) {
+        if (Animation::isMember(key)) printAnimated(key);
         const bool isObject = key == "object" && place.object;
         print(key, isObject ? registry.names({place.object->kind}) : std::vector<std::string>{""});
     }
     if (!place.object) return;
-    for (const ParameterDeclaration& p : place.object->parameters) print(p.id, valuesOf(p, textures));
+    for (const ParameterDeclaration& p : place.object->parameters) {
+        print(p.id, valuesOf(p, textures));
+        printAnimated(p.id);
+    }
 }
 
 ExitStatus runComplete(const std::string& scene, const Registry& registry) {

@@ -37,6 +37,7 @@ static void addOptions(const RenderCommand& command, const World& world, const R
     inputs["--isa"] = command.isa.empty() ? SceneGeometry::defaultIsa() : command.isa;
     inputs["--shader"] = m.shader;
     inputs["--environment"] = m.environment;
+    inputs["--rotate-environment"] = fmt::format("{}", m.rotateEnvironment);
     inputs["--view"] = m.view.name;
     inputs["--azimuth"] = m.view.azimuth ? fmt::format("{}", *m.view.azimuth) : "";
     inputs["--elevation"] = m.view.elevation ? fmt::format("{}", *m.view.elevation) : "";
@@ -74,6 +75,15 @@ std::string inputsText(const Inputs& inputs) {
     return nlohmann::json(inputs).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+Inputs sharedInputs(Inputs inputs) {
+    inputs.erase("--crop");
+    inputs.erase("--frames");
+    for (const char* name : {"--environment", "--texture"}) inputs[name] = fs::path(inputs[name]).filename().string();
+    std::string& isa = inputs["--isa"];
+    if (isa == "sse2" || isa == "sse4.2" || isa == "avx") isa = "sse2, sse4.2 or avx";
+    return inputs;
+}
+
 std::string hashOfInputs(const Inputs& inputs) { return hex(hashOf(inputsText(inputs))); }
 
 std::string packagesAmong(const Inputs& inputs) {
@@ -98,27 +108,32 @@ static std::string difference(const std::string& name, const Inputs& then, const
     return fmt::format("{} {}", name, how);
 }
 
+Differences differencesOf(const Inputs& then, const Inputs& now) {
+    Inputs all = then;
+    all.insert(now.begin(), now.end());
+    Differences found;
+    for (const auto& [name, either] : all) {
+        if (valueOf(then, name) == valueOf(now, name)) continue;
+        found.words.push_back(difference(name, then, now));
+        if (!isOption(name)) found.status = ExitStatus::BadScene;
+    }
+    return found;
+}
+
+Inputs inputsFrom(const std::string& text) { return nlohmann::json::parse(text).get<Inputs>(); }
+
 void requireSameInputs(const std::string& savedText, const Inputs& now, const std::string& checkpoint) {
     Inputs then;
     try {
-        nlohmann::json::parse(savedText).get_to(then);
+        then = inputsFrom(savedText);
     } catch (const nlohmann::json::exception&) {
         throw Error(ExitStatus::InputOutput,
                     fmt::format("checkpoint '{}' is damaged: what it was made from cannot be read", checkpoint));
     }
-    Inputs all = then;
-    all.insert(now.begin(), now.end());
-    std::vector<std::string> differences;
-    bool optionsOnly = true;
-    for (const auto& [name, either] : all) {
-        if (valueOf(then, name) == valueOf(now, name)) continue;
-        differences.push_back(difference(name, then, now));
-        optionsOnly = optionsOnly && isOption(name);
-    }
-    if (differences.empty()) return;
-    throw Error(optionsOnly ? ExitStatus::Usage : ExitStatus::BadScene,
-                fmt::format("cannot resume from '{}', which is of another picture: {}", checkpoint,
-                            fmt::join(differences, "; ")));
+    const Differences found = differencesOf(then, now);
+    if (found.words.empty()) return;
+    throw Error(found.status, fmt::format("cannot resume from '{}', which is of another picture: {}", checkpoint,
+                                          fmt::join(found.words, "; ")));
 }
 
 }  // namespace oxbeam

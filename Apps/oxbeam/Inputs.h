@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace oxbeam {
 
@@ -21,7 +22,20 @@ std::string hashOfInputs(const Inputs& inputs);
 // Names and hashes of the packages among them.
 std::string packagesAmong(const Inputs& inputs);
 
+// Those that the parts of one picture have in common, wherever they are rendered: without the crop, the frame and the
+// folders of files, which count by what they hold; instruction sets that give the same bits are one.
+Inputs sharedInputs(Inputs inputs);
+
 std::string inputsText(const Inputs& inputs);
+// Throws nlohmann::json::exception where the text tells none.
+Inputs inputsFrom(const std::string& text);
+
+// What differs, in words; nothing where all is alike.
+struct Differences {
+    std::vector<std::string> words;
+    ExitStatus status = ExitStatus::Usage;  // BadScene where it is more than options
+};
+Differences differencesOf(const Inputs& then, const Inputs& now);
 // Throws Error where a rendering from the inputs that the text tells cannot go on with these, naming all that differ.
 void requireSameInputs(const std::string& savedText, const Inputs& now, const std::string& checkpoint);
 

@@ -1,7 +1,6 @@
 #include "Apps/oxbeam/Metadata.h"
 
 #include "Apps/oxbeam/RenderSteps.h"
-#include "Engine/Render/ViewMatrices.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,22 +29,6 @@ std::string shellText(const std::vector<std::string>& words) {
 
 static const Attributes::value_type Software{"Software", "oxbeam " OXBEAM_VERSION};
 
-Attributes attributesOf(const RenderCommand& command, const World& world, const Inputs& inputs, const Film& film,
-                        double seconds) {
-    const ViewMatrices matrices = viewMatrices(world);
-    return {
-        Software,
-        {"worldToCamera", matrices.worldToCamera},
-        {"worldToNDC", matrices.worldToNDC},
-        {"oxbeam:command", command.text},
-        {"oxbeam:sceneHash", hashOfInputs(inputs)},
-        {"oxbeam:samples", static_cast<int>(film.passes())},
-        {"oxbeam:renderTime", static_cast<float>(seconds)},
-        {"oxbeam:packages", packagesAmong(inputs)},
-        {"oxbeam:engine", inputs.at("engine")},
-    };
-}
-
 // "1" is the first object, since 0 stands for none.
 static std::string objectNames(const World& world) {
     nlohmann::ordered_json names = nlohmann::ordered_json::object();
@@ -53,17 +36,38 @@ static std::string objectNames(const World& world) {
     return names.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-ImageOptions pictureOptions(const RenderCommand& command, const World& world, const Inputs& inputs, const Film& film,
-                            double seconds) {
-    ImageOptions options{command.bits, world.tone};
-    if (film.hasAlpha()) options.alpha = {{"A"}, [&film](std::size_t i, float* to) { *to = film.alpha(i); }};
-    options.placement = {film.window(), world.image};
-    options.attributes =
-        isExr(pictureName(command)) ? attributesOf(command, world, inputs, film, seconds) : Attributes{Software};
-    for (const Aov aov : parseAovs(command.aov)) {
-        options.layers.push_back(layerOf(aov, film));
-        if (aov == Aov::Object) options.attributes["oxbeam:objects"] = objectNames(world);
+PictureFacts factsOf(const RenderCommand& command, const World& world, const Inputs& inputs, double seconds) {
+    const std::vector<Aov> aovs = parseAovs(command.aov);
+    const bool hasObjects = std::ranges::count(aovs, Aov::Object) > 0;
+    return {world.image, world.tone, viewMatrices(world), hasObjects ? objectNames(world) : "", inputs, seconds};
+}
+
+Attributes attributesOf(const RenderCommand& command, const PictureFacts& facts, const Film& film) {
+    Attributes attributes = {
+        Software,
+        {"worldToCamera", facts.view.worldToCamera},
+        {"worldToNDC", facts.view.worldToNDC},
+        {"oxbeam:command", command.text},
+        {"oxbeam:sceneHash", hashOfInputs(facts.inputs)},
+        {"oxbeam:samples", static_cast<int>(film.passes())},
+        {"oxbeam:renderTime", static_cast<float>(facts.seconds)},
+        {"oxbeam:packages", packagesAmong(facts.inputs)},
+        {"oxbeam:engine", facts.inputs.at("engine")},
+    };
+    if (command.frame) {
+        attributes["oxbeam:frame"] = static_cast<int>(*command.frame);
+        attributes["FramesPerSecond"] = static_cast<float>(command.sequence.fps);
     }
+    return attributes;
+}
+
+ImageOptions pictureOptions(const RenderCommand& command, const PictureFacts& facts, const Film& film) {
+    ImageOptions options{command.bits, facts.tone};
+    if (film.hasAlpha()) options.alpha = {{"A"}, [&film](std::size_t i, float* to) { *to = film.alpha(i); }};
+    options.placement = {film.window(), facts.image};
+    options.attributes = isExr(pictureName(command)) ? attributesOf(command, facts, film) : Attributes{Software};
+    for (const Aov aov : parseAovs(command.aov)) options.layers.push_back(layerOf(aov, film));
+    if (!facts.objects.empty()) options.attributes["oxbeam:objects"] = facts.objects;
     return options;
 }
 

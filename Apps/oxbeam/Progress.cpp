@@ -19,16 +19,46 @@ static std::string clockTime(double seconds) {
                     : fmt::format("{}:{:02}:{:02}", s / 3600, s / 60 % 60, s % 60);
 }
 
-void ProgressLine::update(const Progress& progress) {
+bool ProgressLine::isDue() {
     const double elapsed = m_rendering.seconds();
-    if (m_quiet || !m_terminal || elapsed - m_lastDrawn < 0.2) return;
+    if (m_quiet || !m_terminal || elapsed - m_lastDrawn < 0.2) return false;
     m_lastDrawn = elapsed;
+    return true;
+}
+
+void ProgressLine::draw(double done, const std::string& what) {
     m_drawn = true;
-    const double remaining = elapsed * (1.0 - progress.done) / progress.done;
-    std::cerr << fmt::format("\r\x1b[K{:5.1f}%  {} elapsed, {} to go, {:.2f} million rays/s", 100.0 * progress.done,
-                             clockTime(elapsed), clockTime(remaining),
-                             1e-6 * static_cast<double>(progress.rays) / elapsed)
+    const double elapsed = m_rendering.seconds();
+    const std::string remaining = done > 0.0 ? clockTime(elapsed * (1.0 - done) / done) : "?";
+    std::cerr << fmt::format("\r\x1b[K{:5.1f}%  {} elapsed, {} to go, {}", 100.0 * done, clockTime(elapsed), remaining,
+                             what)
               << std::flush;
+}
+
+void ProgressLine::update(const Progress& progress) {
+    if (!isDue()) return;
+    if (m_frames)
+        draw((m_framesDone + progress.done) / m_frames, fmt::format("frame {} of {}", m_framesDone + 1, m_frames));
+    else
+        draw(progress.done,
+             fmt::format("{:.2f} million rays/s", 1e-6 * static_cast<double>(progress.rays) / m_rendering.seconds()));
+}
+
+void ProgressLine::update(double done, const std::string& what) {
+    if (isDue()) draw(done, what);
+}
+
+void ProgressLine::expect(unsigned frames) {
+    m_frames = frames;
+    m_rendering = Stopwatch();
+}
+
+void ProgressLine::frameDone(const std::string& what) {
+    const Stopwatch begun = m_rendering;
+    ++m_framesDone;
+    const double left = begun.seconds() * (m_frames - m_framesDone) / m_framesDone;
+    step(m_framesDone < m_frames ? fmt::format("{}, {} to go", what, clockTime(left)) : what);
+    m_rendering = begun;  // all of them are one work
 }
 
 void ProgressLine::step(const std::string& what) {

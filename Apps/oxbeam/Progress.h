@@ -15,15 +15,24 @@ public:
 
     // How far the rendering is; redrawn a few times a second at most.
     void update(const Progress& progress);
+    // The same of anything else: `what` is done by now, of a whole of 1.
+    void update(double done, const std::string& what);
     // A step is done.
     void step(const std::string& what);
+    // So many frames are to be rendered from now on, each of which says how far it is.
+    void expect(unsigned frames);
+    void frameDone(const std::string& what);
 
 private:
+    bool isDue();
+    void draw(double done, const std::string& what);
+
     bool m_quiet;
     bool m_terminal;
     bool m_drawn = false;
     double m_lastDrawn = -1.0;
     Stopwatch m_rendering;
+    unsigned m_frames = 0, m_framesDone = 0;  // of a sequence
 };
 
 }  // namespace oxbeam

@@ -2,6 +2,7 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
 #include "Apps/oxbeam/OutputFiles.h"
+#include "Engine/Output/Movie.h"
 #include "Engine/System/InputFile.h"
 #include "Engine/System/StoredFile.h"
 
@@ -140,13 +141,18 @@ static void checkRange(const char* option, const std::optional<float>& value, fl
                     fmt::format("{} {:g}: expected a number from {:g} to {:g}", option, *value, least, most));
 }
 
-static void checkPictureOptions(const RenderCommand& command) {
-    const std::string name = pictureName(command);
+void checkPictureOptions(const RenderCommand& command) {
     checkRange("--exposure", command.exposure, -MostExposure, MostExposure);
     checkRange("--filter-width", command.filterWidth, LeastFilterWidth, MostFilterWidth);
     parseWord("--tone", command.tone, toneCurveNames());
     parseWord("--filter", command.filter, pixelFilterNames());
     if (isSceneFile(command.scene)) parseWord("--background", command.model.background, backgroundNames());
+    parseAovs(command.aov);
+}
+
+// Whether the picture's format has room for all that is asked of it.
+static void checkRoom(const RenderCommand& command) {
+    const std::string name = pictureName(command);
     if (command.model.background == backgroundNames()[1]) checkAlpha(command);
     if (const char* given = command.exposure        ? "--exposure"
                             : !command.tone.empty() ? "--tone"
@@ -163,13 +169,17 @@ static void checkPictureOptions(const RenderCommand& command) {
 // Before anything is loaded.
 void checkRenderArguments(const RenderCommand& command, const Registry& registry) {
     checkFormat(command);
-    checkImageFormat(pictureName(command), {command.bits});
+    if (isMovie(command.output))
+        checkMovie(command.output, {command.bits});
+    else
+        checkImageFormat(pictureName(command), {command.bits});
     if (!toStandardOutput(command)) checkWritable(command.output);
     if (!command.checkpoint.empty() && !isExr(command.checkpoint))
         throw Error(ExitStatus::Usage,
                     fmt::format("--checkpoint '{}': expected a name that ends in .exr", command.checkpoint));
     requireApart(outputsOf(command), inputsOf(command.scene, command.model, registry));
     checkPictureOptions(command);
+    checkRoom(command);
     if (command.seconds && !(*command.seconds > 0.0))
         throw Error(ExitStatus::Usage,
                     fmt::format("--time {:g}: expected a number of seconds above 0", *command.seconds));

@@ -69,7 +69,8 @@ void warnOfBadResults(const RenderStatistics& s) {
 }
 
 static void warn(const std::optional<std::string>& advice) {
-    if (advice) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
+    static std::set<std::string> said;  // of one of many frames
+    if (advice && said.insert(*advice).second) std::cerr << fmt::format("oxbeam: warning: {}\n", *advice);
 }
 
 void warnOfEye(const World& world) { warn(adviceOnEye(world)); }
@@ -82,20 +83,19 @@ void warnOfPicture(World& world, const RenderResult& result, const std::string& 
     warn(adviceOnPicture(world, result.film, shown));
 }
 
-void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
-                     unsigned threads) {
-    const RenderStatistics& s = result.statistics;
+nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& s, bool complete, const Times& times,
+                                    unsigned threads) {
     std::size_t dropped = 0;
     for (const DroppedTriangles& d : world.geometry.dropped()) dropped += d.total();
     const StructureStatistics structure = world.geometry.structure();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    const nlohmann::ordered_json json = {
+    return {
         {"load_s", times.load},
         {"build_s", times.build},
         {"render_s", times.render},
         {"write_s", times.write},
-        {"complete", result.complete},
+        {"complete", complete},
         {"passes", s.passes},
         {"rays",
          {{"primary", s.rays.primary},
@@ -122,7 +122,13 @@ void writeStatistics(const std::string& file, const World& world, const RenderRe
         {"bad_samples_of", s.badSamplesOf},
         {"overflowed_pixels", s.overflowedPixels},
     };
-    storeFile(file, json.dump(2) + '\n');
+}
+
+void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
+                     unsigned threads) {
+    nlohmann::ordered_json json = statisticsOf(world, result.statistics, result.complete, times, threads);
+    if (command.frame) json["frame"] = *command.frame;
+    storeFile(command.stats, json.dump(2) + '\n');
 }
 
 // All but the number of samples, which the film has anyway.
@@ -166,7 +172,9 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
                     .camera = command.camera,
                     .model = modelSceneOptions(command.model, command.size),
                     .importing = importLimits(command.importLimit),
-                    .changeable = false},
+                    .changeable = false,
+                    .animate = command.sequence.animate,
+                    .clip = command.sequence.clip},
                    registry, command.quiet);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));

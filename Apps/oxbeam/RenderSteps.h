@@ -7,6 +7,8 @@
 #include "Engine/SceneFile/SceneFile.h"
 #include "Engine/System/MemoryBudget.h"
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -42,6 +44,8 @@ void checkInput(const std::string& scene);
 // What would make hours of rendering end in nothing is found out first.
 void checkOutput(const std::string& file, const ImageOptions& options);
 void checkModelOptions(const RenderCommand& command);
+// Of the picture, whatever its format.
+void checkPictureOptions(const RenderCommand& command);
 void checkRenderArguments(const RenderCommand& command, const Registry& registry);
 // That the picture can have an alpha channel.
 void checkAlpha(const RenderCommand& command);
@@ -85,7 +89,9 @@ struct Times {
     double load = 0.0, build = 0.0, render = 0.0, write = 0.0;
 };
 
-void writeStatistics(const std::string& file, const World& world, const RenderResult& result, const Times& times,
+nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& statistics, bool complete,
+                                    const Times& times, unsigned threads);
+void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
                      unsigned threads);
 
 struct Rendered {

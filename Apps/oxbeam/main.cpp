@@ -4,10 +4,15 @@
 #include "Apps/oxbeam/Completion.h"
 #include "Apps/oxbeam/Describe.h"
 #include "Apps/oxbeam/Doctor.h"
+#include "Apps/oxbeam/Farm.h"
 #include "Apps/oxbeam/MemoryLimit.h"
+#include "Apps/oxbeam/Merge.h"
 #include "Apps/oxbeam/Metadata.h"
+#include "Apps/oxbeam/Part.h"
+#include "Apps/oxbeam/PictureOptions.h"
 #include "Apps/oxbeam/RenderSteps.h"
 #include "Apps/oxbeam/SharedOptions.h"
+#include "Apps/oxbeam/Split.h"
 #include "Apps/oxbeam/Sweep.h"
 #include "Apps/oxbeam/Usage.h"
 #include "Apps/oxbeam/View.h"
@@ -48,6 +53,10 @@ struct Arguments {
     CompletionCommand completion;
     DescribeCommand describe;
     SweepCommand sweep;
+    SplitCommand split;
+    PartCommand part;
+    MergeCommand merge;
+    FarmCommand farm;
     CheckPackageCommand checkPackage;
     ViewCommand view;
 };
@@ -62,48 +71,23 @@ void addCheckpoint(CLI::App& c, RenderCommand& r) {
     c.add_flag("--resume", r.resume, "Go on from the checkpoint, to the very same picture")->needs(checkpoint);
 }
 
-void addPicture(CLI::App& c, RenderCommand& r) {
-    c.add_option("--exposure", r.exposure, "Of a PNG, JPEG or TIFF: brightness in EV, each of which doubles the light")
-        ->type_name("EV");
-    c.add_option("--tone", r.tone, "Of a PNG, JPEG or TIFF: how light beyond white is brought into range")
-        ->type_name("none|filmic|neutral");
-    c.add_option("--filter", r.filter, "The pixels' filter")->type_name("box|gaussian|blackman-harris");
-    c.add_option("--filter-width", r.filterWidth, "Its width, instead of the usual one")->type_name("PIXELS");
-}
-
 void addRender(CLI::App& app, RenderCommand& r) {
     CLI::App* c = app.add_subcommand("render", "Render a scene or a model to a picture");
     c->add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
-    addModelOptions(*c, r.model);
     c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr; - for standard output")
         ->required()
         ->type_name("FILE");
     c->add_option("--format", r.format, "Of the picture on standard output")->type_name("png|jpg|tiff|exr|hdr");
-    c->add_option("--size", r.size, "Size in pixels, instead of the scene's")->type_name("WxH");
-    c->add_option("--camera", r.camera, "One of the scene's named cameras, or of a model's own; 'file': its first")
-        ->type_name("CAMERA");
-    c->add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
+    addPictureOptions(*c, r);
     c->add_option("--time", r.seconds, "Render as many whole passes as fit into this time; --samples limits them")
         ->type_name("SECONDS");
     addCheckpoint(*c, r);
-    c->add_option("--aov", r.aov, "Layers beside the picture, in an EXR")
-        ->type_name("depth,normal,albedo,object,samples");
     c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
     c->add_option("--crop", r.crop, "Render a part only: left, top, right, bottom; the last two lie outside")
         ->type_name("x0,y0,x1,y1");
-    c->add_option("--set", r.set, "Set a parameter over the scene, as shader.table.shininess=64; may be repeated")
-        ->type_name("PLACE.PARAM=VALUE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    c->add_option("--bits", r.bits, "Bits per channel of a PNG or TIFF, 8 or 16")->type_name("8|16");
-    addPicture(*c, r);
+    c->add_flag("--missing", r.sequence.missing, "Of a sequence, render only frames whose files are not there");
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
-    c->add_flag("--packets", r.packets,
-                "Shade primary rays four at a time where camera, lights and shaders offer it: a fast preview");
-    c->add_option("--isa", r.isa, "Instruction set to trace with: sse2, sse4.2, avx (all alike), avx2 or avx512")
-        ->type_name("sse2|sse4.2|avx|avx2|avx512");
     addMemoryLimit(*c);
-    addImportLimit(*c, r.importLimit);
     c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
 }
 
@@ -140,6 +124,10 @@ void addOthers(CLI::App& app, Arguments& a) {
     app.add_subcommand("list", "List every object that the packages offer");
     addDescribe(app, a.describe);
     addSweep(app, a.sweep);
+    addSplit(app, a.split);
+    addPart(app, a.part);
+    addMerge(app, a.merge);
+    addFarm(app, a.farm);
     addView(app, a.view);
     addCheckPackage(app, a.checkPackage);
     addCompletion(app, a.completion);
@@ -152,7 +140,7 @@ void sayRemarks(const Diagnostics& remarks, bool quiet) {
         if (!quiet || remark.severity != Severity::Note) std::cerr << remark.text() << '\n';
 }
 
-ExitStatus run(const CLI::App& app, const Arguments& a) {
+ExitStatus run(const CLI::App& app, Arguments& a) {
     std::vector<std::filesystem::path> folders = defaultPackageFolders();
     for (const std::string& path : a.packagePaths) {
         if (!std::filesystem::is_directory(path))
@@ -160,16 +148,21 @@ ExitStatus run(const CLI::App& app, const Arguments& a) {
         folders.emplace_back(path);
     }
     if (app.got_subcommand("sheet")) return runSheet(a.pictures, a.sheet, a.columns);
+    if (app.got_subcommand("merge")) return runMerge(a.merge);
+    a.split.packagePaths = a.farm.packagePaths = a.packagePaths;
+    if (app.got_subcommand("farm")) return runFarm(a.farm);
     if (app.got_subcommand("check-package")) return runCheckPackage(a.checkPackage, folders);
     nameCrashes();
     Registry registry;
     registry.loadPackages(folders);
     if (app.got_subcommand("complete")) return runComplete(a.completion.scene, registry);  // nobody reads while typing
-    sayRemarks(registry.remarks(), a.render.quiet || a.sweep.render.quiet);
+    sayRemarks(registry.remarks(), a.render.quiet || a.sweep.render.quiet || a.split.render.quiet || a.part.quiet);
     if (app.got_subcommand("doctor")) return runDoctor(folders, registry);
     if (app.got_subcommand("render")) return runRender(a.render, registry);
     if (app.got_subcommand("scene")) return runScene(a.scene, registry);
     if (app.got_subcommand("check")) return runCheck(a.check, registry);
+    if (app.got_subcommand("split")) return runSplit(a.split, registry);
+    if (app.got_subcommand("part")) return runPart(a.part, registry);
     if (app.got_subcommand("sweep")) return runSweep(a.sweep, registry);
     if (app.got_subcommand("completion")) return runCompletion(app, a.completion.shell, registry);
     if (app.got_subcommand("list")) return runList(registry);
@@ -199,7 +192,7 @@ int parseAndRun(int argc, char** argv) {
         ->type_name("DIR")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    arguments.render.text = shellText({argv, argv + argc});
+    arguments.render.text = arguments.split.render.text = shellText({argv, argv + argc});
     addRender(app, arguments.render);
     addScene(app, arguments.scene);
     addOthers(app, arguments);

@@ -3,6 +3,7 @@
 
 #include "Engine/Import/ImportProcess.h"
 #include "Engine/Scene/MeshData.h"
+#include "Engine/Scene/NodeClip.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -14,6 +15,7 @@ namespace oxbeam {
 struct ModelPart {
     unsigned mesh = 0;
     Matrix meshToModel;
+    int node = -1;  // that puts it there; -1 where the model has no clips
 };
 
 // A picture that the model brings along, as it stands in the file: encoded, or plain RGBA bytes from the top row down.
@@ -88,6 +90,9 @@ struct Model {
     std::vector<ModelImage> images;
     std::vector<ModelCamera> cameras;
     std::vector<ModelLight> lights;
+    std::vector<ModelNode> nodes;  // where there are clips
+    std::vector<NodeClip> clips;
+    bool deforms = false;  // meshes bend by bones or morphs, which nothing plays
     std::vector<std::string> warnings;
     std::vector<std::string> files;  // that were read beside it, as seen from its folder; textures are not among them
     Axis up = Y;

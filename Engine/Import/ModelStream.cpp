@@ -152,6 +152,22 @@ void passMaterial(Stream& s, Material& m) {
     for (auto* texture : {&m.texture, &m.bumpMap, &m.emissiveTexture, &m.metalRoughTexture}) passTexture(s, *texture);
 }
 
+template <class Stream, class Clip>
+void passClip(Stream& s, Clip& clip) {
+    s.text(clip.name);
+    s.plain(clip.seconds);
+    s.each(clip.channels, [](auto& t, auto& channel) {
+        t.plain(channel.node);
+        const auto keys = [&](auto& of) {
+            t.list(of.times);
+            t.list(of.values);
+        };
+        keys(channel.translation);
+        keys(channel.rotation);
+        keys(channel.scale);
+    });
+}
+
 template <class Stream, class AnyModel>
 void passModel(Stream& s, AnyModel& model) {
     s.each(model.meshes, [](auto& t, auto& mesh) {
@@ -166,6 +182,7 @@ void passModel(Stream& s, AnyModel& model) {
     s.each(model.parts, [](auto& t, auto& part) {
         t.plain(part.mesh);
         t.plain(part.meshToModel);
+        t.plain(part.node);
     });
     s.each(model.materials, [](auto& t, auto& material) { passMaterial(t, material); });
     s.each(model.images, [](auto& t, auto& image) {
@@ -186,6 +203,14 @@ void passModel(Stream& s, AnyModel& model) {
         t.plain(light.innerAngle);
         t.plain(light.outerAngle);
     });
+    s.each(model.nodes, [](auto& t, auto& node) {
+        t.plain(node.parent);
+        t.plain(node.toParent);
+    });
+    s.each(model.clips, [](auto& t, auto& clip) { passClip(t, clip); });
+    std::uint8_t deforms = model.deforms;
+    s.plain(deforms);
+    if constexpr (!std::is_const_v<AnyModel>) model.deforms = deforms != 0;
     for (auto* texts : {&model.warnings, &model.files}) s.each(*texts, [](auto& t, auto& text) { t.text(text); });
     s.plain(model.up);
 }
@@ -216,12 +241,34 @@ bool consistent(const ModelImage& image) {
     return (image.width == 0) == (image.height == 0) && (texels == 0 || image.bytes.size() == 4 * texels);
 }
 
+// Parents stand before their children, so that there are no circles.
+bool consistent(const std::vector<ModelNode>& nodes) {
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        if (nodes[i].parent < -1 || nodes[i].parent >= static_cast<std::int64_t>(i)) return false;
+    return true;
+}
+
+bool consistent(const NodeClip& clip, const Model& model) {
+    const auto whole = [](const auto& keys) { return !keys.times.empty() && keys.times.size() == keys.values.size(); };
+    return std::all_of(clip.channels.begin(), clip.channels.end(), [&](const NodeChannel& c) {
+        return c.node < model.nodes.size() && whole(c.translation) && whole(c.rotation) && whole(c.scale);
+    });
+}
+
 bool consistent(const Model& model) {
     const auto all = [](const auto& list, const auto& good) { return std::all_of(list.begin(), list.end(), good); };
     return model.meshMaterials.size() == model.meshes.size() && !model.materials.empty() &&
            within(model.up, Model::MinusZ) && all(model.meshes, [](const MeshData& m) { return consistent(m); }) &&
            all(model.meshMaterials, [&](unsigned m) { return m < model.materials.size(); }) &&
-           all(model.parts, [&](const ModelPart& p) { return p.mesh < model.meshes.size(); }) &&
+           all(model.parts,
+               [&](const ModelPart& p) {
+                   const bool known = model.nodes.empty()
+                                          ? p.node == -1
+                                          : p.node >= 0 && static_cast<std::size_t>(p.node) < model.nodes.size();
+                   return p.mesh < model.meshes.size() && known;
+               }) &&
+           consistent(model.nodes) && (model.clips.empty() || !model.nodes.empty()) &&
+           all(model.clips, [&](const NodeClip& c) { return consistent(c, model); }) &&
            all(model.images, [](const ModelImage& i) { return consistent(i); }) &&
            all(model.materials,
                [&](const ModelMaterial& m) {
@@ -270,6 +317,21 @@ bool usable(const ModelLight& l) {
     return good;
 }
 
+bool isUnit(const Quaternion& q) { return std::fabs(Dot(q, q) - 1.0) < 1e-3; }
+
+bool usable(const NodeClip& clip) {
+    const auto good = [](const auto& keys, const auto& isGood) {
+        return std::all_of(keys.times.begin(), keys.times.end(), [](float t) { return std::isfinite(t); }) &&
+               std::is_sorted(keys.times.begin(), keys.times.end()) &&
+               std::all_of(keys.values.begin(), keys.values.end(), isGood);
+    };
+    const auto finite = [](const R3& v) { return IsFinite(v); };
+    return clip.seconds >= 0.0f && clip.seconds <= 1e6f &&
+           std::all_of(clip.channels.begin(), clip.channels.end(), [&](const NodeChannel& c) {
+               return good(c.translation, finite) && good(c.rotation, isUnit) && good(c.scale, finite);
+           });
+}
+
 template <class T>
 void keepUsable(std::vector<T>& list, const char* kind, std::vector<std::string>& warnings) {
     const auto bad = std::erase_if(list, [](const T& entry) { return !usable(entry); });
@@ -313,6 +375,7 @@ std::optional<ModelOrFailure> decodeModel(std::uint64_t size, const ModelSource&
     for (ModelMaterial& material : model.materials) mend(material);
     keepUsable(model.cameras, "camera", model.warnings);
     keepUsable(model.lights, "light", model.warnings);
+    keepUsable(model.clips, "clip", model.warnings);
     return result;
 }
 

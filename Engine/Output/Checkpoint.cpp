@@ -158,7 +158,16 @@ void Checkpoint::readHeader() {
 
 Checkpoint::Checkpoint(const fs::path& file) : m_name(file) {
     open();
-    m_process = std::make_unique<ImportProcess>(PictureProgram);
+    m_process = std::make_shared<ImportProcess>(PictureProgram);
+    begin();
+}
+
+Checkpoint::Checkpoint(const fs::path& file, const Checkpoint& before) : m_name(file), m_process(before.m_process) {
+    open();
+    begin();
+}
+
+void Checkpoint::begin() {
     readHeader();
     const auto version = m_attributes.find(VersionName);
     if (version == m_attributes.end()) throw refused("it is a picture, but no checkpoint");
@@ -184,6 +193,8 @@ double Checkpoint::number(const std::string& name) const {
 }
 
 bool Checkpoint::hasAovs() const { return std::ranges::count(m_channels, AovSums[0]) > 0; }
+
+bool Checkpoint::hasAlpha() const { return std::ranges::count(m_channels, AlphaSum) > 0; }
 
 // Some rows at a time, straight into the film.
 void Checkpoint::readFilm(Film& film) {
@@ -221,8 +232,7 @@ void Checkpoint::readFilm(Film& film) {
 Begun Checkpoint::begun(const Window& window) {
     if (m_window.x0 != window.x0 || m_window.y0 != window.y0 || m_window.x1 != window.x1 || m_window.y1 != window.y1)
         throw damaged("it is of another size");
-    const bool hasAlpha = std::ranges::count(m_channels, AlphaSum) > 0;
-    Begun begun{Film(window, hasAovs(), hasAlpha), {}};
+    Begun begun{Film(window, hasAovs(), hasAlpha()), {}};
     readFilm(begun.film);
     if (text(ContentName) != contentHash(begun.film, m_attributes)) throw damaged("it does not hold what was saved");
     RandomState& random = begun.random;

@@ -24,4 +24,7 @@ struct Encoding {
     std::size_t rowBytes() const { return std::size_t{width} * channels.size() * valueBytes; }
 };
 
+// Colours as integers of 8 bits for looking at, three a pixel. Alpha is left out.
+void putForDisplay(const std::vector<R3>& pixels, unsigned width, const ImageOptions& options, std::uint8_t* to);
+
 }  // namespace oxbeam

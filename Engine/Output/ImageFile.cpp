@@ -26,6 +26,7 @@ struct Format {
     bool display;   // sRGB integers for looking at, else linear floats
     unsigned most;  // bits that it can have
     bool alpha;
+    bool movie = false;
 };
 
 static std::string extensionOf(const fs::path& file) {
@@ -37,17 +38,21 @@ static std::string extensionOf(const fs::path& file) {
 
 bool isExr(const fs::path& file) { return extensionOf(file) == ".exr"; }
 
+static Error noPicture(const fs::path& file) {
+    return {ExitStatus::Usage, fmt::format("cannot tell a picture format from '{}'; expected a name that ends in .png, "
+                                           ".jpg, .tif, .exr or .hdr",
+                                           file.string())};
+}
+
 static const Format& formatOf(const fs::path& file) {
     static const std::map<std::string, Format> formats = {
-        {".png", {"png", true, 16, true}},  {".jpg", {"jpg", true, 8, false}},   {".jpeg", {"jpg", true, 8, false}},
-        {".tif", {"tiff", true, 16, true}}, {".tiff", {"tiff", true, 16, true}}, {".exr", {"exr", false, 32, true}},
-        {".hdr", {"hdr", false, 32, false}}};
+        {".png", {"png", true, 16, true}},      {".jpg", {"jpg", true, 8, false}},
+        {".jpeg", {"jpg", true, 8, false}},     {".tif", {"tiff", true, 16, true}},
+        {".tiff", {"tiff", true, 16, true}},    {".exr", {"exr", false, 32, true}},
+        {".hdr", {"hdr", false, 32, false}},    {".gif", {"gif", true, 8, false, true}},
+        {".mp4", {"mp4", true, 8, false, true}}};
     const auto found = formats.find(extensionOf(file));
-    if (found == formats.end())
-        throw Error(ExitStatus::Usage, fmt::format("cannot tell a picture format from '{}'; expected a name that ends "
-                                                   "in .png, .jpg, .tif, .exr or .hdr",
-                                                   file.string()));
-    return found->second;
+    return found == formats.end() ? throw noPicture(file) : found->second;
 }
 
 bool isForDisplay(const fs::path& file) { return formatOf(file).display; }
@@ -61,6 +66,7 @@ const std::vector<std::string>& imageFormats() {
 
 void checkImageFormat(const fs::path& file, const ImageOptions& options) {
     const Format& format = formatOf(file);
+    if (format.movie) throw noPicture(file);
     if (options.bits != 8 && options.bits != 16)
         throw Error(ExitStatus::Usage, fmt::format("{} bits per channel; expected 8 or 16", options.bits));
     if (format.display && options.bits > format.most)
@@ -99,12 +105,17 @@ static auto displayEncoder(const std::vector<R3>& pixels, unsigned width, const 
     };
 }
 
+void putForDisplay(const std::vector<R3>& pixels, unsigned width, const ImageOptions& options, std::uint8_t* to) {
+    const auto put = displayEncoder<std::uint8_t>(pixels, width, options);
+    for (std::size_t i = 0; i < pixels.size(); ++i) put(i, to + 3 * i);
+}
+
 // ---- Writing
 
 static bool isPng(const fs::path& file) { return formatOf(file).name == "png"; }
 
 void prepareToWrite(const fs::path& file) {
-    if (!isPng(file)) preparePictureLibrary();
+    if (const std::string& name = formatOf(file).name; name != "png" && name != "mp4") preparePictureLibrary();
 }
 
 // `put` puts a pixel's values into place.

@@ -24,6 +24,15 @@ public:
     virtual Sheet sheet() const = 0;
 };
 
+// A movie that is being written. What goes wrong is answered in words, nothing where all is well.
+class MoviePictures {
+public:
+    virtual ~MoviePictures() = default;
+    // Three values a pixel, row by row from the top.
+    virtual std::string add(const std::uint8_t* pixels) = 0;
+    virtual std::string finish() = 0;
+};
+
 class PictureLibrary {
 public:
     virtual ~PictureLibrary() = default;
@@ -31,6 +40,8 @@ public:
     // Throws what the sink throws; what else goes wrong is answered in words.
     virtual std::string write(FileSink& sink, const Encoding& picture) = 0;
     virtual std::unique_ptr<SheetPaper> paper(unsigned width, unsigned height) = 0;
+    // A GIF, into a sink that outlives it and whose exceptions come out of what is called here.
+    virtual std::unique_ptr<MoviePictures> movie(FileSink& sink, unsigned width, unsigned height, double fps) = 0;
 };
 
 // The module and its one entrance.

@@ -90,7 +90,7 @@ private:
     std::uint64_t keep(const Window& window, const TileColors& colors);
     void keepAlphas(const Window& window, const TileAlphas& alphas);
     void keepAovs(const Window& window, const TileAovs& aovs);
-    void finishTile(const ThreadRecord& record, std::uint64_t badSamples);
+    void finishTile(unsigned tile, const ThreadRecord& record, std::uint64_t badSamples);
 
     World& m_world;
     const Session& m_session;

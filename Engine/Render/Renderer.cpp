@@ -12,6 +12,7 @@
 #include <bit>
 #include <chrono>
 #include <cstdlib>
+#include <numeric>
 #include <thread>
 #include <typeinfo>
 
@@ -51,6 +52,7 @@ Frame::Frame(World& world, const Session& session, Matte* matte, Film& film, con
     world.renderingObject->m_tilesPerFrame = m_tiles.count();
     for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
         if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
+    if (options.tileRays) options.tileRays->resize(m_tiles.count());
 }
 
 bool Frame::render(Workers& workers) {
@@ -91,7 +93,8 @@ bool Frame::renderPass(Workers& workers, unsigned pass) {
             if (!m_pause && !stopped() && !isDone(m_wanted[item], pass)) tryTile(thread, m_wanted[item], pass);
         });
         if (!m_pause || stopped()) return !stopped();
-        m_options.save(m_film);
+        sumUp();
+        m_options.save(m_film, m_statistics);
         m_saved = m_clock.seconds();
     }
 }
@@ -145,7 +148,7 @@ void Frame::renderTile(unsigned thread, unsigned tile, unsigned pass) {
     if (m_options.filmLock) lock = std::shared_lock(*m_options.filmLock);
     if (m_aovs) keepAovs(window, m_tileAovs[thread]);
     if (m_matte) keepAlphas(window, samples.alphas);
-    finishTile(record, keep(window, samples.colors));
+    finishTile(tile, record, keep(window, samples.colors));
 }
 
 // False where it was stopped.
@@ -270,7 +273,7 @@ void Frame::keepAovs(const Window& window, const TileAovs& aovs) {
         for (unsigned x = seen.x0; x < seen.x1; ++x) m_film.addAovs(x, y, aovs[pixelOfTile(x, y)]);
 }
 
-void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
+void Frame::finishTile(unsigned tile, const ThreadRecord& record, std::uint64_t badSamples) {
     const std::scoped_lock lock(m_mutex);
     RayCounts& rays = m_statistics.rays;
     const auto total = [&](RayKind kind) { return record.rays[static_cast<unsigned>(std::countr_zero(+kind))]; };
@@ -282,6 +285,8 @@ void Frame::finishTile(const ThreadRecord& record, std::uint64_t badSamples) {
     for (unsigned bit = 5; bit < record.rays.size(); ++bit) rays.other += record.rays[bit];
     m_statistics.refusedRays += record.refusedRays;
     m_statistics.badSamples += badSamples;
+    if (m_options.tileRays)
+        (*m_options.tileRays)[tile] += std::accumulate(record.rays.begin(), record.rays.end(), std::uint64_t{0});
     ++m_finished;
     if (m_options.save && m_clock.seconds() - m_saved >= m_options.saveEvery) m_pause = true;
     if (!m_options.progress) return;

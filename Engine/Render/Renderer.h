@@ -14,6 +14,7 @@
 #include <optional>
 #include <shared_mutex>
 #include <string>
+#include <vector>
 
 namespace oxbeam {
 
@@ -52,11 +53,13 @@ struct RenderOptions {
     Intersector* intersector = nullptr;             // traces in the geometry's stead, to watch what is traced
     const std::atomic<bool>* stop = nullptr;        // set from outside to end early
     std::function<void(const Progress&)> progress;  // called now and then, by one thread at a time
-    std::function<void(const Film&)> save;          // called while no thread renders, ...
-    double saveEvery = 60.0;                        // ... with this many seconds in between
+    // Called while no thread renders, with what has been counted since this rendering began, ...
+    std::function<void(const Film&, const RenderStatistics&)> save;
+    double saveEvery = 60.0;  // ... with this many seconds in between
     // Called where a package ends the process by exit(), before that does: with what would be the result had it thrown, on
     // a thread of its own, while no other renders any more.
     std::function<void(const RenderResult&)> ended;
+    std::vector<std::uint64_t>* tileRays = nullptr;  // counts the rays of every tile of the picture, row by row
     std::shared_mutex* filmLock = nullptr;  // held for good by who looks at the film; tiles wait for it to be kept
 };
 

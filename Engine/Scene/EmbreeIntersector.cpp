@@ -116,10 +116,10 @@ RTCScene EmbreeIntersector::objectScene(unsigned object) {
     return scene;
 }
 
-void EmbreeIntersector::attach(unsigned number) {
+void EmbreeIntersector::attach(unsigned number, bool inWhole) {
     m_geometries.push_back(nullptr);
     m_apart.push_back(false);
-    if (!m_scene->instances[number]) return;
+    if (!m_scene->instances[number] || (inWhole && m_scene->instances[number]->hasXfm)) return;
     const Instance& instance = *m_scene->instances[number];
     RTCGeometry geometry;
     if (instance.hasXfm) {
@@ -176,12 +176,16 @@ void EmbreeIntersector::place(unsigned number) {
     m_farthestOut = std::min(m_farthestOut, static_cast<float>(FarthestOut / std::max(stretch, 1.0)));
 }
 
-Bounds EmbreeIntersector::build(const Scene& scene) {
+Bounds EmbreeIntersector::build(const Scene& scene, bool twoLevels) {
     m_scene = &scene;
     m_root = newScene(m_device->handle);
     m_objectScenes.resize(scene.objects.size());
     m_inWhole.resize(scene.objects.size());
-    for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i);
+    for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i, twoLevels);
+    if (twoLevels) {
+        commit();
+        divide();
+    }
     commit();
 
     RTCBounds b;
@@ -235,9 +239,11 @@ void EmbreeIntersector::divide() {
     m_whole = m_root;
     m_root = newScene(m_device->handle);
     for (unsigned i = 0; i < m_geometries.size(); ++i) {
-        if (!m_geometries[i] || !m_scene->instances[i] || !m_scene->instances[i]->hasXfm) continue;
-        rtcSetGeometryMask(m_geometries[i], 0);
-        rtcReleaseGeometry(m_geometries[i]);
+        if (!m_scene->instances[i] || !m_scene->instances[i]->hasXfm) continue;
+        if (m_geometries[i]) {
+            rtcSetGeometryMask(m_geometries[i], 0);
+            rtcReleaseGeometry(m_geometries[i]);
+        }
         attachApart(i);
     }
     attachWhole();

@@ -48,8 +48,9 @@ public:
     // traced, and is found in single precision. Instances moved to others are not hit.
     static bool canInstance(const Matrix& meshToWorld);
 
-    // Builds the structure over the scene, which must stay where it is.
-    Bounds build(const Scene& scene);
+    // Builds the structure over the scene, which must stay where it is; of two levels from the start where something will
+    // move.
+    Bounds build(const Scene& scene, bool twoLevels = false);
 
     // ---- Changes, while nothing is traced. Those before `commit` need it.
 
@@ -109,7 +110,7 @@ private:
     bool takeHits(OxState4& state4, const Query& query, unsigned lane) const;
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
     RTCSceneTy* objectScene(unsigned object);
-    void attach(unsigned instance);
+    void attach(unsigned instance, bool inWhole);
     void attachApart(unsigned instance);
     void attachWhole();
     void divide();

@@ -329,7 +329,7 @@ void SceneGeometry::giveBackChanged() {
     const std::vector<Instance*> owners = onlyPlacements();
     std::vector<bool> wrong(m_meshes.size());
     for (unsigned i = 0; i < m_instances.size(); ++i) {
-        if (!m_instances[i]) continue;
+        if (!m_instances[i] || m_movable[i]) continue;
         const Instance& instance = *m_instances[i];
         const unsigned mesh = instance.object, origin = m_origins[mesh];
         const bool only = owners[mesh] == &instance, inPlace = !instance.hasXfm && !m_baked[mesh];
@@ -471,14 +471,15 @@ void SceneGeometry::build(const std::string& isa) {
     if (m_intersector) return update();
     reserveStructure();
     m_intersector = std::make_unique<EmbreeIntersector>(isa);
-    m_bounds = m_intersector->build(m_scene);
+    const bool moves = std::count(m_movable.begin(), m_movable.end(), true) > 0;
+    m_bounds = m_intersector->build(m_scene, moves);
     m_structureMemory.shrinkTo(m_intersector->bytes());
     m_changed.clear();
     m_gone = false;
     m_firstBuilt = m_instances.size();
     for (const auto& instance : m_instances)
         if (instance && !instance->hasXfm) m_builtTriangles += m_meshes[instance->object]->triangleCount();
-    if (!m_endless.empty()) findBounds();
+    if (moves || !m_endless.empty()) findBounds();
 }
 
 // What moves nothing asks for nothing.

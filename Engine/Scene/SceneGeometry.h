@@ -60,7 +60,8 @@ public:
     // Error(InputOutput), here and wherever meshes are copied or the structure is built.
     unsigned addMesh(MeshData mesh);
     // Places a mesh. `shader` is the number of its shader in the context's list. A mesh that is placed once and not
-    // movable gets its transformation baked in.
+    // movable gets its transformation baked in. What is movable is built as one that has moved, so that all that comes of
+    // it is the same wherever it has been before; flattened, it is not seen.
     unsigned addInstance(unsigned mesh, const Matrix& meshToWorld, unsigned shader, Oxuint visibilityMask = RAY_ALL,
                          bool movable = false);
     // A ground that goes on beyond any horizon: it counts for no bounds, so that nothing follows its size.
@@ -78,6 +79,7 @@ public:
     void removeInstance(unsigned instance);
     // Ids go by this order of meshes, which is else that of their numbers.
     void orderMeshes(std::vector<unsigned> meshes) { m_order = std::move(meshes); }
+    bool isMovable(unsigned instance) const { return m_movable[instance]; }
     bool isThere(unsigned instance) const { return instance < m_instances.size() && m_instances[instance]; }
     // That was added, though a flattened instance has a copy.
     unsigned meshOf(unsigned instance) const { return m_origins[m_instances[instance]->object]; }

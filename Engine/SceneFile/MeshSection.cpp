@@ -29,23 +29,78 @@ void MeshSection::read(TableReader& reader) {
 void MeshSection::place(TableReader& reader, const std::string& place, const std::vector<PlacedPart>& parts,
                         const std::vector<unsigned>& shaders, unsigned up) {
     const auto name = reader.text("name");
-    const Matrix placement = placementOf(reader, up);
+    const auto [placement, by] = placementOf(reader, up);
     const Oxuint visibility = visibilityOf(reader);
+    const Clip clip = clipOf(reader, parts);
     reader.finish();
     if (shaders.empty()) return;
-    Placed placed{place, placement, {}, true};
+    const bool moves = m_moving.places.contains(place);
+    Placed placed{place, placement, {}, true, by};
+    PlacedClip played{place, {}, {}, {}};
     for (const PlacedPart& part : parts) {
         const unsigned shader = shaders.size() == 1              ? shaders[0]
                                 : part.material < shaders.size() ? shaders[part.material]
                                                                  : 0;
-        const unsigned instance =
-            m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, shader, visibility);
+        const unsigned instance = m_world.geometry.addInstance(part.mesh, placement * part.meshToModel, shader,
+                                                               visibility, moves || clip.clip);
         placed.parts.push_back({instance, part.meshToModel});
+        played.partNodes.push_back(part.node);
         if (!name) continue;
         m_namedMeshes[*name].push_back(instance);
         m_world.nameObject(instance, *name);
     }
     m_world.placements.add(std::move(placed));
+    if (!clip.clip) return;
+    played.nodes = clip.model->nodes;
+    played.clip = *clip.clip;
+    m_world.animation.add(std::move(played));
+}
+
+// ---- Clips
+
+static const NodeClip* clipNamed(const Model& model, const std::string& wanted) {
+    for (const NodeClip& clip : model.clips)
+        if (clip.name == wanted) return &clip;
+    for (std::size_t i = 0; i < model.clips.size(); ++i)
+        if (std::to_string(i) == wanted) return &model.clips[i];
+    return nullptr;
+}
+
+static std::string listOf(const std::vector<std::string>& clips) {
+    if (clips.empty()) return "; there are none";
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < clips.size(); ++i) words.push_back(fmt::format("{} '{}'", i, oneLine(clips[i])));
+    return fmt::format("; there are {}", fmt::join(words, ", "));
+}
+
+// What plays: the one that was asked for of all models, or else the table's own.
+MeshSection::Clip MeshSection::clipOf(TableReader& reader, const std::vector<PlacedPart>& parts) {
+    const auto own = reader.text("clip");
+    const auto file = reader.has("file") ? reader.fileName("file") : std::nullopt;
+    if (own && !reader.has("file")) reader.error("clip", "'clip' is for a 'file'");
+    if (!file || parts.empty() || (!own && m_moving.clip.empty())) return {};
+    const Model& model = m_assets.model(m_folder / *file);
+    std::vector<std::string> names;
+    for (const NodeClip& clip : model.clips) names.push_back(clip.name);
+    m_clips.insert(m_clips.end(), names.begin(), names.end());
+    Clip found{&model, m_moving.clip.empty() ? nullptr : clipNamed(model, m_moving.clip)};
+    m_clipPlayed = m_clipPlayed || found.clip;
+    if (!found.clip && own && !(found.clip = clipNamed(model, *own)))
+        reader.error("clip",
+                     fmt::format("its file has no clip '{}'{}{}", *own, didYouMean(*own, names), listOf(names)));
+    if (found.clip && model.deforms)
+        m_diagnostics.warning(reader.where("file"),
+                              fmt::format("{}: the file bends meshes by bones or morphs, which are "
+                                          "not played; its nodes are",
+                                          reader.label()));
+    return found;
+}
+
+void MeshSection::requireClip() {
+    if (m_moving.clip.empty() || m_clipPlayed) return;
+    m_diagnostics.error(
+        {fmt::format("--clip {}", m_moving.clip), 0, 0},
+        fmt::format("no model of the scene has this clip{}{}", didYouMean(m_moving.clip, m_clips), listOf(m_clips)));
 }
 
 std::optional<unsigned> MeshSection::shaderNamed(TableReader& reader, const char* key, const std::string& name) {
@@ -98,7 +153,7 @@ const std::vector<PlacedPart>& MeshSection::addModel(const std::string& key, Mod
     }
     std::vector<PlacedPart>& parts = m_models[key];
     for (const ModelPart& part : model.parts)
-        parts.push_back({numbers[part.mesh], part.meshToModel, model.meshMaterials[part.mesh]});
+        parts.push_back({numbers[part.mesh], part.meshToModel, model.meshMaterials[part.mesh], part.node});
     return parts;
 }
 
@@ -199,31 +254,34 @@ void MeshSection::placeGrounds() {
 
 // ---- Placing
 
-// Turned up and scaled first, then rotated about x, y and z, then moved.
-Matrix MeshSection::placementOf(TableReader& reader, unsigned up) {
-    const auto matrix = reader.numbers("matrix", 16);
-    const Matrix turn = turnUp(reader.word("up", AxisNames).value_or(up));
-    const auto translate = reader.vector("translate"), rotate = reader.vector("rotate");
-    R3 scale(1.0f, 1.0f, 1.0f);
-    if (reader.isList("scale"))
-        scale = reader.vector("scale").value_or(scale);
-    else if (const auto uniform = reader.number("scale"))
-        scale = R3(*uniform, *uniform, *uniform);
-    Matrix placement;
-    if (matrix) {
-        if (translate || rotate || reader.has("scale"))
+// A transformation by a matrix; nothing, and an error, where it is none.
+static std::optional<Matrix> matrixOf(TableReader& reader) {
+    const auto numbers = reader.numbers("matrix", 16);
+    for (const char* key : {"translate", "rotate", "scale"})
+        if (numbers && reader.has(key)) {
             reader.error("matrix", "'matrix' cannot stand beside 'translate', 'rotate' or 'scale'");
-        const auto& m = *matrix;
-        if (m[12] != 0.0f || m[13] != 0.0f || m[14] != 0.0f || m[15] != 1.0f)
-            reader.error("matrix", "the last four numbers of 'matrix', its last row, must be 0, 0, 0, 1");
-        for (unsigned i = 0; i < 12; ++i) placement.m[i / 4][i % 4] = m[i];
-        return placement * turn;
-    }
-    placement = ScaleMatrix(scale) * turn;
-    if (rotate)
-        for (unsigned axis = 0; axis < 3; ++axis)
-            placement = RotationMatrix(axis, (*rotate)[axis] * 3.14159265f / 180.0f) * placement;
-    return TranslationMatrix(translate.value_or(R3())) * placement;
+            break;
+        }
+    if (!numbers) return std::nullopt;
+    const auto& m = *numbers;
+    if (m[12] != 0.0f || m[13] != 0.0f || m[14] != 0.0f || m[15] != 1.0f)
+        reader.error("matrix", "the last four numbers of 'matrix', its last row, must be 0, 0, 0, 1");
+    Matrix matrix;
+    for (unsigned i = 0; i < 12; ++i) matrix.m[i / 4][i % 4] = m[i];
+    return matrix;
+}
+
+MeshSection::HowPlaced MeshSection::placementOf(TableReader& reader, unsigned up) {
+    Placing by;
+    by.turnUp = turnUp(reader.word("up", AxisNames).value_or(up));
+    by.translate = reader.vector("translate").value_or(by.translate);
+    by.rotate = reader.vector("rotate").value_or(by.rotate);
+    if (reader.isList("scale"))
+        by.scale = reader.vector("scale").value_or(by.scale);
+    else if (const auto uniform = reader.number("scale"))
+        by.scale = R3(*uniform, *uniform, *uniform);
+    if (!reader.has("matrix")) return {by.matrix(), by};
+    return {matrixOf(reader).value_or(Matrix()) * by.turnUp, std::nullopt};
 }
 
 Oxuint MeshSection::visibilityOf(TableReader& reader) {

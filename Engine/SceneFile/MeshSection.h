@@ -6,6 +6,7 @@
 #include "Engine/World/World.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,13 @@ struct PlacedPart {
     unsigned mesh = 0;
     Matrix meshToModel;
     unsigned material = 0;  // of the model
+    int node = -1;          // of the model, where something moves them
+};
+
+// What of a scene moves.
+struct Moving {
+    std::set<std::string> places;  // by their transformations
+    std::string clip;              // of all models that have it: its name or its number; or nothing
 };
 
 class MeshSection {
@@ -24,9 +32,9 @@ public:
     using Shaders = std::map<std::string, std::optional<unsigned>>;
 
     MeshSection(std::filesystem::path folder, const Shaders& shaders, SceneAssets& assets, World& world,
-                Diagnostics& diagnostics)
-        : m_folder(std::move(folder)), m_shaders(shaders), m_assets(assets), m_world(world),
-          m_diagnostics(diagnostics) {}
+                Diagnostics& diagnostics, Moving moving = {})
+        : m_folder(std::move(folder)), m_shaders(shaders), m_assets(assets), m_world(world), m_diagnostics(diagnostics),
+          m_moving(std::move(moving)) {}
 
     // One table.
     void read(TableReader& reader);
@@ -37,7 +45,13 @@ public:
     // where there is none. `up` is the axis that is up unless the table knows better.
     void place(TableReader& reader, const std::string& place, const std::vector<PlacedPart>& parts,
                const std::vector<unsigned>& shaders, unsigned up);
-    static Matrix placementOf(TableReader& reader, unsigned up);
+    struct HowPlaced {
+        Matrix matrix;
+        std::optional<Placing> by;  // unless a matrix says it
+    };
+    static HowPlaced placementOf(TableReader& reader, unsigned up);
+    // When all is placed: that some model had the clip that all are to play.
+    void requireClip();
     // When all else is placed, and the geometry yet to be prepared.
     void placeGrounds();
     // When the geometry is prepared.
@@ -57,6 +71,11 @@ private:
         SourceLocation where;
     };
 
+    struct Clip {
+        const Model* model = nullptr;
+        const NodeClip* clip = nullptr;  // or none
+    };
+    Clip clipOf(TableReader& reader, const std::vector<PlacedPart>& parts);
     void readGround(TableReader& reader, const std::string& place);
     std::optional<unsigned> shaderNamed(TableReader& reader, const char* key, const std::string& name);
     std::vector<unsigned> shadersOf(TableReader& reader);
@@ -75,6 +94,9 @@ private:
     std::vector<Ground> m_grounds;
     std::vector<SourceLocation> m_meshPlaces;  // by the world's meshes
     unsigned m_read = 0;                       // tables
+    Moving m_moving;
+    std::vector<std::string> m_clips;  // of the models that were placed
+    bool m_clipPlayed = false;         // by one of them at least
 };
 
 }  // namespace oxbeam

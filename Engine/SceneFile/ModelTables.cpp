@@ -39,7 +39,7 @@ static float scaleOf(TableReader& reader, const Matrix& placement) {
 static toml::table tablesOf(TableReader& reader, const fs::path& file, const fs::path& folder, const Model& model,
                             const toml::table* replaced, const Registry& registry, SceneAssets& assets,
                             Diagnostics& diagnostics) {
-    const Matrix placement = MeshSection::placementOf(reader, model.up);
+    const Matrix placement = MeshSection::placementOf(reader, model.up).matrix;
     Bounds bounds;
     VisiblePoints(model, placement).each([&](const R3& p) { bounds.add(p); });
     const float size = bounds.empty ? 0.0f : 2.0f * bounds.radius();

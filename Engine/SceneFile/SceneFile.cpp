@@ -1,6 +1,7 @@
 #include "Engine/SceneFile/SceneFile.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/SceneFile/AnimationSection.h"
 #include "Engine/SceneFile/CameraSection.h"
 #include "Engine/SceneFile/MeshSection.h"
 #include "Engine/SceneFile/ModelSection.h"
@@ -48,10 +49,12 @@ void readModelsAhead(const toml::table& document, const fs::path& folder, SceneA
 class SceneLoader {
 public:
     SceneLoader(const std::string& source, const fs::path& folder, const toml::table& document,
-                const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics, World& world)
-        : m_world(world), m_sections(source, document, diagnostics), m_textures(folder, assets, world, diagnostics),
-          m_objects(source, registry, world, diagnostics), m_camera(source, m_objects, world, diagnostics),
-          m_meshes(folder, m_shaders, assets, world, diagnostics),
+                const Registry& registry, SceneAssets& assets, Diagnostics& diagnostics, World& world,
+                const SceneFileOptions& options)
+        : m_world(world), m_diagnostics(diagnostics), m_sections(source, document, diagnostics),
+          m_textures(folder, assets, world, diagnostics), m_objects(source, registry, world, diagnostics),
+          m_camera(source, m_objects, world, diagnostics), m_animation(document, options.animate),
+          m_meshes(folder, m_shaders, assets, world, diagnostics, {m_animation.moved(), options.clip}),
           m_models(folder, registry, m_shaders, m_meshes, assets, world, diagnostics) {}
 
     void load(const std::string& camera) {
@@ -70,9 +73,13 @@ public:
         m_world.geometry.prepare();
         m_camera.focus(m_meshes.named());
         m_meshes.reportDroppedTriangles();
+        m_meshes.requireClip();
+        m_animation.read(m_sections, m_world, m_diagnostics);
+        if (!m_world.animation.empty()) holdView();
     }
 
 private:
+    void holdView();
     void readShaders();
     void readRender();
     void readImage();
@@ -80,14 +87,27 @@ private:
     void readLights();
 
     World& m_world;
+    Diagnostics& m_diagnostics;
     SectionReader m_sections;
     TextureSection m_textures;
     ObjectReader m_objects;
     CameraSection m_camera;
+    AnimationSection m_animation;
     MeshSection::Shaders m_shaders;
     MeshSection m_meshes;
     ModelSection m_models;
 };
+
+// What is framed stays so while things move.
+void SceneLoader::holdView() {
+    Bounds bounds;
+    for (unsigned i = 0; i < m_world.geometry.instanceCount(); ++i)
+        if (!m_world.geometry.isEndless(i)) bounds.add(m_world.geometry.instanceBounds(i));
+    const View framing = m_world.framingView(bounds);
+    if (!m_world.view) m_world.view = framing;
+    for (auto& [place, own] : m_world.cameraViews)
+        if (!own.view) own.view = framing;
+}
 
 void SceneLoader::readShaders() {
     m_sections.eachNamed("shader", [&](const std::string& name, TableReader& reader) {
@@ -180,7 +200,7 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
     if (!isSceneFile(file)) assets.expectPictures();  // most models have some
     if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options)) {
         readModelsAhead(*document, file.parent_path(), assets);
-        SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world)
+        SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world, options)
             .load(isSceneFile(file) ? options.camera : std::string());  // a model's scene is made for the chosen one
     }
     world->files = assets.files();
@@ -192,7 +212,7 @@ std::unique_ptr<World> loadSceneText(const std::string& text, const std::string&
     auto world = std::make_unique<World>();
     if (const auto document = parseSceneDocument(text, source, folder, {}, registry, assets, diagnostics)) {
         readModelsAhead(*document, folder, assets);
-        SceneLoader(source, folder, *document, registry, assets, diagnostics, *world).load({});
+        SceneLoader(source, folder, *document, registry, assets, diagnostics, *world, {}).load({});
     }
     return world;
 }

@@ -26,6 +26,11 @@ struct SceneFileOptions {
     // What stands in the scene may come, go and move after loading (SceneGeometry::changeable), for which the vertices of
     // what is placed once are kept a second time where its placement changes them.
     bool changeable = true;
+    // "PLACE.PARAM=FROM..TO@EASE", each over all the time that there is: see World::animation. What it moves can move
+    // whether or not all else can.
+    std::vector<std::string> animate = {};
+    // Plays this clip of every model that has it: its name, or its number from 0 on.
+    std::string clip = {};
 };
 
 // Reads a scene, or makes one around a model, and loads its textures and models; the geometry is prepared but not

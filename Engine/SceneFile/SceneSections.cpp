@@ -35,13 +35,15 @@ const std::vector<SceneSection>& sceneSections() {
          List,
          {},
          nullptr,
-         {"file", "shaders", "highlights", "name", "up", "scale", "rotate", "translate", "matrix", "visibleTo"}},
+         {"file", "shaders", "highlights", "name", "up", "scale", "rotate", "translate", "matrix", "visibleTo",
+          "clip"}},
         {"mesh",
          List,
          {},
          nullptr,
          {"file", "shape", "segments", "uvScale", "coordinates", "ids", "name", "shader", "shaders", "up", "scale",
-          "rotate", "translate", "matrix", "visibleTo"}}};
+          "rotate", "translate", "matrix", "visibleTo", "clip"}},
+        {"animation", List, {}, nullptr, {"target", "times", "values", "interpolation"}}};
     return all;
 }
 

@@ -143,6 +143,12 @@ std::optional<R3> TableReader::vector(std::string_view key) {
     return v ? std::optional(R3((*v)[0], (*v)[1], (*v)[2])) : std::nullopt;
 }
 
+const toml::array* TableReader::list(std::string_view key) {
+    const toml::node* node = take(key);
+    if (node && !node->is_array()) wrongKind(key, "a list");
+    return node ? node->as_array() : nullptr;
+}
+
 std::optional<std::vector<std::string>> TableReader::texts(std::string_view key) {
     const toml::node* node = take(key);
     if (!node) return std::nullopt;

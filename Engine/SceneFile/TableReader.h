@@ -41,6 +41,8 @@ public:
     std::optional<std::vector<float>> numbers(std::string_view key, std::size_t size);
     std::optional<R2> pair(std::string_view key);
     std::optional<R3> vector(std::string_view key);
+    // A list of whatever it holds; null where it is none.
+    const toml::array* list(std::string_view key);
     std::optional<std::vector<std::string>> texts(std::string_view key);
 
     // The tables within this one, by their names; they count as the section's.

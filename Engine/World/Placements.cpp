@@ -19,8 +19,17 @@ const Placed& Placements::at(std::string_view place) const {
     throw NoSuchName("the scene has no '" + std::string(place) + "'" + didYouMean(place, known));
 }
 
+Matrix Placing::matrix() const {
+    Matrix placement = ScaleMatrix(scale) * turnUp;
+    for (unsigned axis = 0; axis < 3; ++axis)
+        placement = RotationMatrix(axis, rotate[axis] * 3.14159265f / 180.0f) * placement;
+    return TranslationMatrix(translate) * placement;
+}
+
 void Placements::requireMovable(const Placed& placement, const char* what) const {
-    if (!m_geometry.changeable)
+    if (!m_geometry.changeable &&
+        !std::all_of(placement.parts.begin(), placement.parts.end(),
+                     [&](const Placed::Part& part) { return m_geometry.isMovable(part.instance); }))
         throw BadValue(labelOf(placement.place) + " cannot be " + what + ": the scene was loaded to stay as it is");
     if (!placement.movable) throw BadValue(labelOf(placement.place) + " cannot be " + what + ": it is without end");
 }
@@ -29,7 +38,21 @@ void Placements::move(std::string_view place, const Matrix& toWorld) {
     Placed& placement = find(place);
     requireMovable(placement, "moved");
     placement.toWorld = toWorld;
+    placement.by.reset();
     for (const Placed::Part& part : placement.parts) m_geometry.moveInstance(part.instance, toWorld * part.toPlaced);
+}
+
+void Placements::placeBy(std::string_view place, const Placing& by) {
+    move(place, by.matrix());
+    find(place).by = by;
+}
+
+void Placements::pose(std::string_view place, const std::vector<Matrix>& toPlaced) {
+    Placed& placement = find(place);
+    const auto by = placement.by;
+    for (std::size_t i = 0; i < placement.parts.size(); ++i) placement.parts[i].toPlaced = toPlaced[i];
+    move(place, Matrix(placement.toWorld));
+    placement.by = by;
 }
 
 void Placements::setVisibility(std::string_view place, Oxuint mask) {

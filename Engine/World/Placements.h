@@ -3,11 +3,20 @@
 
 #include "Engine/Scene/SceneGeometry.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace oxbeam {
+
+// Turned up and scaled first, then rotated about x, y and z, then moved.
+struct Placing {
+    Matrix turnUp;
+    R3 scale{1.0f, 1.0f, 1.0f}, rotate, translate;  // degrees
+
+    OXBEAM_API Matrix matrix() const;
+};
 
 // One mesh, or all parts of a model's file, that are placed together.
 struct Placed {
@@ -19,7 +28,8 @@ struct Placed {
     std::string place;
     Matrix toWorld;
     std::vector<Part> parts;
-    bool movable = true;  // a ground without end is not
+    bool movable = true;             // a ground without end is not
+    std::optional<Placing> by = {};  // what the transformation is made of, where that is known
 };
 
 // Changes belong between frames and to the thread that renders; they take effect with the geometry's next build. All throw
@@ -33,8 +43,12 @@ public:
 
     // Costs a new top level of the structure that rays are traced through; the first time also a structure of its own for
     // what was part of the whole until then; and one each time where it is flattened to a plane, or was. Throws BadValue
-    // for a ground, and where the geometry is not changeable.
+    // for a ground, and where the geometry is not changeable; what came into it as movable can always be moved.
     void move(std::string_view place, const Matrix& toWorld);
+    // The same by what the transformation is made of.
+    void placeBy(std::string_view place, const Placing& by);
+    // Moves the parts, each to where it is to be in the space of what is placed.
+    void pose(std::string_view place, const std::vector<Matrix>& toPlaced);
     // Kinds of rays, as RayKind has them, that hit it; costs nothing.
     void setVisibility(std::string_view place, Oxuint mask);
     // By the shader's number (World::shaderNumber); costs nothing.

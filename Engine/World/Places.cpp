@@ -27,7 +27,7 @@ const std::vector<ObjectKind>& kindsAt(std::string_view place) {
 
 // Entries of lists have numbers, all others names.
 static std::string entryOf(std::string_view section, std::string_view entry) {
-    const bool list = section == "light" || section == "mesh" || section == "model";
+    const bool list = section == "light" || section == "mesh" || section == "model" || section == "animation";
     return list ? fmt::format("{} {}", section, entry) : fmt::format("{} '{}'", section, entry);
 }
 
@@ -259,6 +259,14 @@ std::vector<std::string> Places::set(std::string_view path, const ParameterValue
         if (diagnostic.severity == Severity::Warning) warnings.push_back(diagnostic.message);
     }
     return warnings;
+}
+
+void Places::check(std::string_view path, const ParameterValue& value, Diagnostics& diagnostics) {
+    const auto [object, p] = parameter(path);
+    Object scratch;
+    scratch.place = object->place;
+    scratch.made = object->place.object->make();
+    write(scratch, p->id, value.where, value, diagnostics, {});
 }
 
 void Places::reset(std::string_view path) {

@@ -68,6 +68,8 @@ public:
     // the declared bounds are set; the answer warns of them, and is else empty. Throws NoSuchName, or BadValue for one
     // of another kind; either leaves everything as it was.
     std::vector<std::string> set(std::string_view path, const ParameterValue& value);
+    // What `set` would say of a value, with everything that is wrong in the diagnostics, and sets nothing. Throws NoSuchName.
+    void check(std::string_view path, const ParameterValue& value, Diagnostics& diagnostics);
     // Gives it the default of its class. Throws NoSuchName.
     void reset(std::string_view path);
     // Whether anybody set it, to whatever value. One who writes to an object's member and not through this door is noticed

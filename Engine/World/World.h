@@ -3,6 +3,7 @@
 
 #include "Engine/Packages/Registry.h"
 #include "Engine/Scene/SceneGeometry.h"
+#include "Engine/World/Animation.h"
 #include "Engine/World/PixelFilter.h"
 #include "Engine/World/Placements.h"
 #include "Engine/World/Places.h"
@@ -79,6 +80,7 @@ public:
     std::optional<View> view;            // none: the whole scene is framed
     float fov = CameraView().fov;        // vertical angle of the picture, degrees
     std::map<std::string, CameraView, std::less<>> cameraViews;  // of the scene's cameras, by place
+    Animation animation;
     // None: the rendering object's own if that was set, else by the scene's size. Who writes to the object's member before
     // the first frame is not told from one who does not where the value is its default, 0.01: this is the door for that.
     std::optional<float> rayEpsilon;

@@ -48,4 +48,29 @@ inline fs::path writeGltf(const std::string& name, const std::string& material, 
                                base64(bytes) + "\"}]" + more + "}");
 }
 
+// The square with an animation "slide": in two seconds it moves by 4 along x and turns by a right angle about z.
+inline fs::path writeMovingGltf(const std::string& name) {
+    constexpr float half = 0.70710678f;
+    const float numbers[] = {0, 2, 0, 0, 0, 4, 0, 0, 0, 0, 0, 1, 0, 0, half, half};
+    std::string bytes(sizeof numbers, '\0');
+    std::memcpy(bytes.data(), numbers, sizeof numbers);
+    std::string text = contentOf(writeGltf(name, "", R"(,
+"animations": [{"name": "slide", "channels": [{"sampler": 0, "target": {"node": 0, "path": "translation"}},
+ {"sampler": 1, "target": {"node": 0, "path": "rotation"}}],
+ "samplers": [{"input": 3, "output": 4}, {"input": 3, "output": 5}]}])"));
+    const auto put = [&](const std::string& after, const std::string& what) {
+        text.insert(text.find(after) + after.size(), what);
+    };
+    for (auto i = text.find("\"buffer\": 0"); i != std::string::npos; i = text.find("\"buffer\": 0", i + 1))
+        text.replace(i, 11, "\"buffer\": 1");
+    put("\"buffers\": [",
+        R"({"byteLength": 64, "uri": "data:application/octet-stream;base64,)" + base64(bytes) + "\"}, ");
+    put("\"byteOffset\": 80, \"byteLength\": 12}", R"(, {"buffer": 0, "byteOffset": 0, "byteLength": 8},
+ {"buffer": 0, "byteOffset": 8, "byteLength": 24}, {"buffer": 0, "byteOffset": 32, "byteLength": 32})");
+    put("\"count\": 6, \"type\": \"SCALAR\"}", R"(, {"bufferView": 3, "componentType": 5126, "count": 2,
+ "type": "SCALAR", "min": [0], "max": [2]}, {"bufferView": 4, "componentType": 5126, "count": 2, "type": "VEC3"},
+ {"bufferView": 5, "componentType": 5126, "count": 2, "type": "VEC4"})");
+    return writeFile(name, text);
+}
+
 }  // namespace oxbeam::test

@@ -114,6 +114,72 @@ static void eachNode(const aiNode* root, Use use) {
     }
 }
 
+// ---- Clips
+
+// Numbers of the nodes by where they are, parents before their children.
+using NodeNumbers = std::map<const aiNode*, int>;
+
+static NodeNumbers addNodes(const aiScene& scene, Model& model) {
+    NodeNumbers numbers;
+    eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix&) {
+        numbers.emplace(&node, static_cast<int>(model.nodes.size()));
+        const auto parent = numbers.find(node.mParent);
+        model.nodes.push_back({parent == numbers.end() ? -1 : parent->second, toMatrix(node.mTransformation)});
+    });
+    return numbers;
+}
+
+static Quaternion toUnit(const aiQuaternion& q) {
+    const double length = std::sqrt(double{q.w} * q.w + double{q.x} * q.x + double{q.y} * q.y + double{q.z} * q.z);
+    return {q.w / length, q.x / length, q.y / length, q.z / length};
+}
+
+template <class Value, class Key, class Convert>
+static NodeKeys<Value> toKeys(const Key* keys, unsigned count, double ticks, const Value& otherwise, Convert convert) {
+    NodeKeys<Value> made;
+    for (unsigned i = 0; i < count; ++i) {
+        made.times.push_back(static_cast<float>(keys[i].mTime / ticks));
+        made.values.push_back(convert(keys[i].mValue));
+    }
+    if (made.times.empty()) made = {{0.0f}, {otherwise}};
+    return made;
+}
+
+static NodeClip toClip(const aiAnimation& from, const NodeNumbers& numbers,
+                       const std::map<std::string, const aiNode*>& named) {
+    const double ticks = from.mTicksPerSecond > 0.0 ? from.mTicksPerSecond : 25.0;
+    NodeClip clip{from.mName.C_Str(), 0.0f, {}};
+    for (unsigned i = 0; i < from.mNumChannels; ++i) {
+        const aiNodeAnim& a = *from.mChannels[i];
+        const auto node = named.find(a.mNodeName.C_Str());
+        if (node == named.end()) continue;
+        aiVector3D scale, translation;
+        aiQuaternion rotation;
+        node->second->mTransformation.Decompose(scale, rotation, translation);  // where there are no keys
+        NodeChannel c;
+        c.node = static_cast<unsigned>(numbers.at(node->second));
+        c.translation = toKeys(a.mPositionKeys, a.mNumPositionKeys, ticks, toR3(translation), toR3);
+        c.rotation = toKeys(a.mRotationKeys, a.mNumRotationKeys, ticks, toUnit(rotation), toUnit);
+        c.scale = toKeys(a.mScalingKeys, a.mNumScalingKeys, ticks, toR3(scale), toR3);
+        for (const auto* times : {&c.translation.times, &c.rotation.times, &c.scale.times})
+            clip.seconds = std::max(clip.seconds, times->back());
+        clip.channels.push_back(std::move(c));
+    }
+    return clip;
+}
+
+// Of the files' animations, those that move nodes.
+static void addClips(const aiScene& scene, const NodeNumbers& numbers, Model& model) {
+    std::map<std::string, const aiNode*> named;
+    eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix&) { named.try_emplace(node.mName.C_Str(), &node); });
+    for (unsigned i = 0; i < scene.mNumAnimations; ++i)
+        model.clips.push_back(toClip(*scene.mAnimations[i], numbers, named));
+    for (unsigned i = 0; i < scene.mNumMeshes; ++i)
+        model.deforms = model.deforms || scene.mMeshes[i]->mNumBones > 0 || scene.mMeshes[i]->mNumAnimMeshes > 0;
+}
+
+// ---- Geometry
+
 // Of a node's meshes that are new.
 static void makeMissingNormals(std::vector<MeshData>& meshes, std::size_t firstNew) {
     std::vector<MeshData*> bare;
@@ -123,7 +189,8 @@ static void makeMissingNormals(std::vector<MeshData>& meshes, std::size_t firstN
 }
 
 // Meshes with triangles that some node places, and the materials that these use.
-static void addGeometry(const aiScene& scene, MaterialReader& materials, const MeshRules& rules, Model& model) {
+static void addGeometry(const aiScene& scene, MaterialReader& materials, const MeshRules& rules,
+                        const NodeNumbers& numbers, Model& model) {
     std::map<unsigned, unsigned> meshes, used;
     std::size_t vertices = 0, unused = 0;
     eachNode(scene.mRootNode, [&](const aiNode& node, const Matrix& toModel) {
@@ -144,7 +211,9 @@ static void addGeometry(const aiScene& scene, MaterialReader& materials, const M
                 model.meshMaterials.push_back(material->second);
                 model.materials[material->second].vertexColors |= !model.meshes.back().colors.empty();
             }
-            if (!model.meshes[known->second].indices.empty()) model.parts.push_back({known->second, toModel});
+            const auto own = numbers.find(&node);
+            if (!model.meshes[known->second].indices.empty())
+                model.parts.push_back({known->second, toModel, own == numbers.end() ? -1 : own->second});
         }
         if (rules.makeNormals) makeMissingNormals(model.meshes, before);
     });
@@ -292,7 +361,9 @@ Model readModel(const fs::path& file) {
     if (ending == ".obj") warnOfMissingLibraries(*folder, file, model);
     model.up = upAxis(*scene, ending);
     MaterialReader materials(*scene, *folder, gltf, model.warnings);
-    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, rulesOf(ending, isGltf), model);
+    const NodeNumbers nodes = scene->mNumAnimations > 0 ? addNodes(*scene, model) : NodeNumbers();
+    if (!nodes.empty()) addClips(*scene, nodes, model);
+    if (scene->mNumMaterials > 0) addGeometry(*scene, materials, rulesOf(ending, isGltf), nodes, model);
     if (ply) takePly(std::move(*ply), model);
     if (x3d) warnOfShapes(*x3d, model);
     const auto places = placesOf(*scene);

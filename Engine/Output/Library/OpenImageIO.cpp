@@ -130,6 +130,44 @@ std::string writeTo(FileSink& sink, const Encoding& picture) {
     return why.empty() ? "its encoder gives no reason" : why;
 }
 
+// ---- Movies
+
+class Gif final : public MoviePictures {
+public:
+    Gif(FileSink& sink, unsigned width, unsigned height, double fps)
+        : m_proxy(sink, "movie.gif"),
+          m_spec(static_cast<int>(width), static_cast<int>(height), 3, OIIO::TypeDesc::UINT8),
+          m_output(OIIO::ImageOutput::create("gif")) {
+        // The format counts hundredths of a second.
+        const int rate[2] = {100, std::max(1, static_cast<int>(100.0 / fps + 0.5))};
+        m_spec.attribute("FramesPerSecond", OIIO::TypeRational, rate);
+    }
+
+    std::string add(const std::uint8_t* pixels) override {
+        if (!m_output) return OIIO::geterror();
+        const auto mode = m_begun ? OIIO::ImageOutput::AppendSubimage : OIIO::ImageOutput::Create;
+        if (!m_begun) m_output->set_ioproxy(&m_proxy);
+        m_begun = true;
+        const bool good =
+            m_output->open("movie.gif", m_spec, mode) && m_output->write_image(OIIO::TypeDesc::UINT8, pixels);
+        return said(good);
+    }
+    std::string finish() override { return said(m_output->close()); }
+
+private:
+    std::string said(bool good) const {
+        m_proxy.throwFailure();
+        if (good && !m_output->has_error()) return {};
+        const std::string why = m_output->geterror();
+        return why.empty() ? "its encoder gives no reason" : why;
+    }
+
+    SinkProxy m_proxy;
+    OIIO::ImageSpec m_spec;
+    std::unique_ptr<OIIO::ImageOutput> m_output;  // goes before the proxy
+    bool m_begun = false;
+};
+
 // ---- Contact sheets
 
 constexpr int LargestFont = 15, SmallestFont = 8;
@@ -199,6 +237,9 @@ public:
     std::string write(FileSink& sink, const Encoding& picture) override { return writeTo(sink, picture); }
     std::unique_ptr<SheetPaper> paper(unsigned width, unsigned height) override {
         return std::make_unique<Paper>(width, height);
+    }
+    std::unique_ptr<MoviePictures> movie(FileSink& sink, unsigned width, unsigned height, double fps) override {
+        return std::make_unique<Gif>(sink, width, height, fps);
     }
 };
 
