@@ -1,27 +1,18 @@
-// What a picture is made from, to tell whether two pictures are of the same.
+// What a command's picture is made from, to tell whether two pictures are of the same.
 #pragma once
 
 #include "Apps/oxbeam/Commands.h"
-#include "Engine/Render/Renderer.h"
-#include "Engine/World/World.h"
+#include "Engine/Output/Provenance.h"
 
-#include <map>
 #include <string>
 
 namespace oxbeam {
 
-// By what people call it: hashes of files, and values of options.
-using Inputs = std::map<std::string, std::string>;
-
-// Whether what is written has room for them. Finding them out takes some time: every library is asked for its version.
+// Whether what is written has room for them.
 bool recordsInputs(const RenderCommand& command);
 // All that decides every bit of a picture, except how many passes there are.
 Inputs inputsOf(const RenderCommand& command, const World& world, const RenderOptions& options);
-std::string hashOfInputs(const Inputs& inputs);
-// Names and hashes of the packages among them.
-std::string packagesAmong(const Inputs& inputs);
 
-std::string inputsText(const Inputs& inputs);
 // Throws Error where a rendering from the inputs that the text tells cannot go on with these, naming all that differ.
 void requireSameInputs(const std::string& savedText, const Inputs& now, const std::string& checkpoint);
 
