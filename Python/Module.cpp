@@ -19,6 +19,7 @@ static void fill(py::module_& module) {
 }  // namespace oxbeam::python
 
 // By hand, and not by pybind11's macro: in an interpreter other than the first, that would wait for its own lock for ever.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): so the interpreter looks for it
 extern "C" PYBIND11_EXPORT PyObject* PyInit__oxbeam() {
     if (PyInterpreterState_Get() != PyInterpreterState_Main()) {
         PyErr_SetString(PyExc_ImportError, "oxbeam can be imported by the main interpreter of a process only");

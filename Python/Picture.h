@@ -1,7 +1,7 @@
 // A picture that was rendered: the film, and all that is said of it.
 #pragma once
 
-#include "Engine/Output/Provenance.h"
+#include "Engine/Provenance/Provenance.h"
 
 #include <pybind11/pybind11.h>
 

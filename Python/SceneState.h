@@ -1,7 +1,7 @@
 // A scene as Python holds it.
 #pragma once
 
-#include "Engine/Output/Provenance.h"
+#include "Engine/Provenance/Provenance.h"
 #include "Engine/World/World.h"
 #include "Python/Picture.h"
 

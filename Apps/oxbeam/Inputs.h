@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Apps/oxbeam/Commands.h"
-#include "Engine/Output/Provenance.h"
+#include "Engine/Provenance/Provenance.h"
 
 #include <string>
 

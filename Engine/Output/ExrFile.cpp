@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstdio>
 #include <ctime>
 #include <exception>
 #include <mutex>
@@ -48,8 +49,10 @@ std::int64_t put(exr_const_context_t, void* to, const void* bytes, std::uint64_t
 }
 
 // What the library says of a call that goes wrong, to the thread that called: the file itself is locked meanwhile.
-thread_local std::string lastWords;
-void hear(exr_const_context_t, exr_result_t, const char* why) { lastWords = why; }
+thread_local char lastWords[256] = "";
+void hear(exr_const_context_t, exr_result_t, const char* why) {
+    std::snprintf(lastWords, sizeof lastWords, "%s", why);
+}
 
 // One that is being written, of one part.
 class ExrFile {
@@ -59,7 +62,7 @@ public:
         with.user_data = &target;
         with.write_fn = put;
         with.error_handler_fn = hear;
-        lastWords.clear();
+        lastWords[0] = '\0';
         require(exr_start_write(&m_file, name.c_str(), EXR_WRITE_FILE_DIRECTLY, &with));
         require(exr_set_longname_support(m_file, 1));
         require(exr_add_part(m_file, nullptr, EXR_STORAGE_SCANLINE, nullptr));
@@ -73,7 +76,7 @@ public:
     // That a call of the library has gone well.
     void require(exr_result_t result) const {
         if (result == EXR_ERR_SUCCESS) return;
-        m_target.say(lastWords.empty() ? exr_get_default_error_message(result) : lastWords);
+        m_target.say(*lastWords ? lastWords : exr_get_default_error_message(result));
         throw result;
     }
     operator exr_context_t() const { return m_file; }

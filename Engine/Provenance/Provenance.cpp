@@ -1,4 +1,4 @@
-#include "Engine/Output/Provenance.h"
+#include "Engine/Provenance/Provenance.h"
 
 #include "Engine/Host/HostObjects.h"
 #include "Engine/Render/ViewMatrices.h"
