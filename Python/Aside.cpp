@@ -79,10 +79,17 @@ Turn::Turn() {
         if (!have && stop) throw Interruption("the process ends");
     }
     s_mine = true;
+    interruptBy(Turn::stop());
+}
+
+std::atomic<bool>& Turn::stop() {
+    static std::atomic<bool> stop{false};
+    return stop;
 }
 
 Turn::~Turn() {
     s_mine = false;
+    stop() = false;
     s_turn.unlock();
 }
 

@@ -20,6 +20,9 @@ public:
     ~Turn();
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
+
+    // Of whoever has the turn: what reads files ends soon after it is set.
+    static std::atomic<bool>& stop();
 };
 
 // Does work on a thread of its own and returns when it has ended. Meanwhile other Python threads run, and this one calls

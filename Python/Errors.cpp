@@ -56,6 +56,15 @@ static void raise(const Error& error) {
     }
 }
 
+py::custom_type_setup withoutNew() {
+    return py::custom_type_setup([](PyHeapTypeObject* type) {
+        type->ht_type.tp_new = [](PyTypeObject* of, PyObject*, PyObject*) -> PyObject* {
+            PyErr_Format(PyExc_TypeError, "nobody but oxbeam makes objects of %s", of->tp_name);
+            return nullptr;
+        };
+    });
+}
+
 void bindErrors() {
     // NOLINTNEXTLINE(performance-unnecessary-value-param): so it is called
     py::register_exception_translator([](std::exception_ptr thrown) {

@@ -31,4 +31,7 @@ void warn(const Diagnostics& diagnostics);
 // SceneError, Error(BadPackage) PackageError, std::logic_error RuntimeError.
 void bindErrors();
 
+// Of classes whose objects are made by this module alone: without it, __new__ gives objects with nothing in them.
+py::custom_type_setup withoutNew();
+
 }  // namespace oxbeam::python

@@ -33,7 +33,7 @@ static py::tuple intersect(SceneState& scene, const Vectors& origins, const Vect
     runAside(
         [&] {
             Workers workers(number);
-            workers.within([&] { use.world.geometry.build(); });
+            workers.within([&] { use.world.geometry.build(SceneGeometry::defaultIsa(), &stop); });
             oxbeam::intersect(use.world.geometry, workers, rays, hits, &stop);
         },
         stop);

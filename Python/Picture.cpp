@@ -1,10 +1,12 @@
 #include "Python/Picture.h"
 
 #include "Engine/Diagnostics/Diagnostics.h"
-#include "Engine/Render/ViewMatrices.h"
+#include "Engine/Diagnostics/Error.h"
+#include "Python/Errors.h"
+#include "Python/Values.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <fmt/ranges.h>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
@@ -13,25 +15,10 @@
 
 namespace oxbeam::python {
 
-// "1" is the first object, since 0 stands for none.
-static std::string objectNames(const World& world) {
-    nlohmann::ordered_json names = nlohmann::ordered_json::object();
-    for (unsigned i = 0; i < world.geometry.instanceCount(); ++i)
-        if (world.geometry.isThere(i)) names[std::to_string(i + 1)] = world.objectName(i);
-    return names.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-Picture::Picture(const World& world, RenderResult result, std::vector<Aov> wanted, double time)
+Picture::Picture(const World& world, RenderResult result, std::vector<Aov> wanted, const Making& making)
     : film(std::move(result.film)), whole(world.image), tone(world.tone), aovs(std::move(wanted)),
-      statistics(std::move(result.statistics)), complete(result.complete), seconds(time) {
-    const ViewMatrices matrices = viewMatrices(world);
-    attributes = {
-        {"Software", "oxbeam " OXBEAM_VERSION},
-        {"worldToCamera", matrices.worldToCamera},
-        {"worldToNDC", matrices.worldToNDC},
-        {"oxbeam:samples", static_cast<int>(statistics.passes)},
-        {"oxbeam:renderTime", static_cast<float>(seconds)},
-    };
+      statistics(std::move(result.statistics)), attributes(attributesOf(viewMatrices(world), making)),
+      complete(result.complete), seconds(making.seconds) {
     if (has(Aov::Object)) attributes["oxbeam:objects"] = objectNames(world);
     film.develop();
 }
@@ -109,10 +96,21 @@ static ImageOptions optionsOf(const Picture& picture, unsigned bits) {
     return options;
 }
 
-static void save(const Picture& picture, const std::filesystem::path& file, unsigned bits) {
-    const py::gil_scoped_release release;
-    const ImageOptions options = optionsOf(picture, bits);
+static void save(const Picture& picture, const std::filesystem::path& file, unsigned bits,
+                 const std::optional<float>& exposure, const std::optional<std::string>& curve) {
+    ImageOptions options = optionsOf(picture, bits);
     checkImageFormat(file, options);
+    if ((exposure || curve) && !isForDisplay(file))
+        throw Error(ExitStatus::Usage, fmt::format("{}: '{}' keeps the light as it is; expected a name that ends in "
+                                                   ".png, .jpg or .tif",
+                                                   exposure ? "exposure" : "tone", file.string()));
+    if (options.alpha && !hasRoomForAlpha(file))
+        throw Error(ExitStatus::Usage, fmt::format("a transparent background: '{}' has no room for alpha; expected a "
+                                                   "name that ends in .png, .tif or .exr",
+                                                   file.string()));
+    if (exposure) options.tone.exposure = exposureFrom(*exposure);
+    if (curve) options.tone.curve = curveFrom(*curve);
+    const py::gil_scoped_release release;
     writeImage(file, picture.film.window().width(), picture.film.window().height(), picture.film.pixels(), options);
 }
 
@@ -173,7 +171,8 @@ void bindPicture(py::module_& module) {
     py::class_<Picture, std::shared_ptr<Picture>>(module, "Picture",
                                                   "A picture that was rendered.\n\nIts arrays look at the memory that "
                                                   "it was rendered into: rows from the top, not "
-                                                  "to be written to, and good for as long as they are held.")
+                                                  "to be written to, and good for as long as they are held.",
+                                                  withoutNew())
         .def_property_readonly("rgb", &rgb, "Linear colours: float32, height x width x 3.")
         .def_property_readonly("alpha", &alpha, "0 to 1, where the scene's background is transparent: height x width.")
         .def_property_readonly("depth", &depth, "Along the way that the camera looks; infinity where nothing is.")
@@ -190,9 +189,14 @@ void bindPicture(py::module_& module) {
             "passes", [](const Picture& p) { return p.statistics.passes; }, "Samples that every pixel has.")
         .def_readonly("complete", &Picture::complete, "False where it was interrupted.")
         .def_property_readonly("statistics", &statistics, "Seconds, rays by their kind, and what went wrong.")
-        .def("save", &save, py::arg("file"), py::kw_only(), py::arg("bits") = 8u,
-             "save(file, *, bits=8)\n\nWrites EXR or HDR with linear colours, or PNG, JPEG or TIFF as sRGB, which the "
-             "file's ending says. `bits` (8 or 16) is of PNG and TIFF. EXR has the layers too.")
+        .def(
+            "save", &save, py::arg("file"), py::kw_only(), py::arg("bits") = 8u, py::arg("exposure") = py::none(),
+            py::arg("tone") = py::none(),
+            "save(file, *, bits=8, exposure=None, tone=None)\n\nWrites EXR or HDR with linear colours, or PNG, JPEG or "
+            "TIFF as sRGB, which the file's ending says. `bits` (8 or 16) is of PNG and TIFF; `exposure` (stops) and "
+            "`tone` (a curve) are of pictures for displays, and the scene's where they are not given. EXR has the "
+            "layers "
+            "too, and says what the picture was made from.")
         .def("_repr_png_", &png)
         .def("__repr__", [](const Picture& p) {
             return fmt::format("<oxbeam.Picture {} x {}, {} passes{}>", p.film.window().width(),

@@ -1,8 +1,7 @@
 // A picture that was rendered: the film, and all that is said of it.
 #pragma once
 
-#include "Engine/Output/ImageFile.h"
-#include "Engine/Render/Renderer.h"
+#include "Engine/Provenance/Provenance.h"
 
 #include <pybind11/pybind11.h>
 
@@ -16,7 +15,7 @@ namespace py = pybind11;
 
 // Nothing of it changes any more. Arrays that look at the film hold the picture.
 struct Picture {
-    Picture(const World& world, RenderResult result, std::vector<Aov> aovs, double seconds);
+    Picture(const World& world, RenderResult result, std::vector<Aov> aovs, const Making& making);
 
     Film film;
     ImageSize whole;

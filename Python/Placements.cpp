@@ -1,10 +1,14 @@
 // What stands in a scene, and meshes from NumPy.
+#include "Engine/System/Hash.h"
 #include "Python/Aside.h"
 #include "Python/SceneState.h"
+#include "Python/Values.h"
 
 #include <fmt/format.h>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
+
+#include <span>
 
 namespace oxbeam::python {
 
@@ -36,6 +40,23 @@ static void move(SceneState& scene, const std::string& place, const Rows& rows) 
 static void setShader(SceneState& scene, const std::string& place, const std::string& shader) {
     World& world = scene.world();
     world.placements.setShader(place, world.shaderNumber(shader));
+}
+
+// Kinds of rays. Parts of one placement see the same.
+static std::vector<std::string> visibility(const SceneState& scene, const std::string& place) {
+    const World& world = scene.world();
+    const std::vector<Placed::Part>& parts = world.placements.at(place).parts;
+    const Oxuint mask = parts.empty() ? 0u : world.geometry.scene().instances[parts.front().instance]->visibilityMask;
+    std::vector<std::string> kinds;
+    for (unsigned i = 0; i < rayKindNames().size(); ++i)
+        if (mask >> i & 1) kinds.push_back(rayKindNames()[i]);
+    return kinds;
+}
+
+static void setVisibility(SceneState& scene, const std::string& place, const std::vector<std::string>& kinds) {
+    Oxuint mask = 0;
+    for (const std::string& kind : kinds) mask |= 1u << indexOf("visible_to", kind, rayKindNames());
+    scene.world().placements.setVisibility(place, kinds.size() == rayKindNames().size() ? Oxuint{RAY_ALL} : mask);
 }
 
 // By the numbers that pictures and hits have.
@@ -74,6 +95,15 @@ static void requireAsMany(std::size_t number, std::size_t vertices, const char* 
         throw py::value_error(fmt::format("{} {} for {} vertices; expected as many", number, what, vertices));
 }
 
+static std::uint64_t hashOf(const MeshData& mesh) {
+    std::uint64_t hash = 0;
+    const auto add = [&hash](const auto& elements) {
+        hash = oxbeam::hashOf(std::as_bytes(std::span(elements)), hash) + elements.size();
+    };
+    add(mesh.positions), add(mesh.normals), add(mesh.texCoords), add(mesh.indices);
+    return hash;
+}
+
 static std::string addMesh(SceneState& scene, const std::string& name, const Array<float>& vertices,
                            const Array<Oxuint>& faces, const std::optional<Array<float>>& normals,
                            const std::optional<Array<float>>& uv, const std::string& shader, const Rows& transform) {
@@ -89,11 +119,14 @@ static std::string addMesh(SceneState& scene, const std::string& name, const Arr
     mesh.indices.reserve(3 * corners.size());
     for (const auto& face : corners) mesh.indices.insert(mesh.indices.end(), face.begin(), face.end());
 
+    const std::uint64_t hash = hashOf(mesh);
     World& world = scene.world();
     const unsigned number =
         shader.empty() && !world.shaders.empty() ? 0 : world.shaderNumber(shader.empty() ? "shader" : shader);
     std::string place = world.placements.addMesh(std::move(mesh), number, matrixFrom(transform));
-    if (!name.empty()) world.nameObject(world.placements.at(place).parts.front().instance, name);
+    const unsigned instance = world.placements.at(place).parts.front().instance;
+    if (!name.empty()) world.nameObject(instance, name);
+    scene.note(fmt::format("object {}", instance + 1), hash);
     return place;
 }
 
@@ -101,6 +134,8 @@ void bindPlacements(SceneClass& scene) {
     scene.def("transform", &transformOf)
         .def("move", &move)
         .def("set_shader", &setShader)
+        .def("visibility", &visibility)
+        .def("set_visibility", &setVisibility)
         .def("numbers", &numbersOf)
         .def("add_mesh", &addMesh);
 }

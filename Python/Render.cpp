@@ -36,18 +36,14 @@ struct Wish {
     std::optional<std::array<Number, 4>> crop;
     std::optional<double> seconds;
     bool packets = false;
+    std::string command;
 };
 
 // The scene's own size comes back when the picture is there.
 class Sized {
 public:
     Sized(World& world, const std::optional<std::array<Number, 2>>& size) : m_world(world), m_before(world.image) {
-        if (!size) return;
-        for (const Number side : *size)
-            if (side < 1 || side > MaxImageSide)
-                throw Error(ExitStatus::Usage,
-                            fmt::format("size={}: expected width and height of 1 to {}", *size, MaxImageSide));
-        world.image = {static_cast<unsigned>((*size)[0]), static_cast<unsigned>((*size)[1])};
+        if (size) world.image = imageSizeFrom(*size);
     }
     ~Sized() { m_world.image = m_before; }
     Sized(const Sized&) = delete;
@@ -117,6 +113,15 @@ static void warnOf(const RenderStatistics& s) {
     if (!s.packetsRefused.empty()) warn(fmt::format("packets=True has no effect: {}", s.packetsRefused));
 }
 
+// By what it was loaded from and what is other since then.
+Inputs SceneState::inputs(const RenderOptions& options) const {
+    Inputs inputs = m_inputs;
+    addRendering(inputs, *m_world, options);
+    if (const std::uint64_t now = stateOf(*m_world); now != m_loaded) inputs["changes"] = hashText(now);
+    for (const auto& [what, hash] : m_given) inputs["given " + what] = hashText(hash);
+    return inputs;
+}
+
 // Whoever caught the exception finds the picture in it, and else in the scene.
 static void attachPicture(const py::error_already_set& error, const SceneState& scene) {
     if (scene.last && PyObject_SetAttrString(error.value().ptr(), "picture", py::cast(scene.last).ptr()) != 0)
@@ -132,6 +137,7 @@ static std::shared_ptr<Picture> render(SceneState& scene, const Wish& wish, cons
     requireEnd(world);
     const Sized sized(world, wish.size);
     RenderOptions options = optionsFrom(wish, world, aovs);
+    const Inputs inputs = scene.inputs(options);
     const unsigned threads = threadsFor(world, wish.threads);
     std::atomic<bool> stop{false};
     std::atomic<double> done{0.0};
@@ -144,7 +150,7 @@ static std::shared_ptr<Picture> render(SceneState& scene, const Wish& wish, cons
     std::optional<std::string> advice;
     const auto work = [&] {
         Workers workers(threads);
-        workers.within([&] { world.geometry.build(); });
+        workers.within([&] { world.geometry.build(SceneGeometry::defaultIsa(), &stop); });
         advice = adviceOnEye(world);
         clock = Stopwatch();
         result.emplace(oxbeam::render(world, workers, options));
@@ -155,7 +161,8 @@ static std::shared_ptr<Picture> render(SceneState& scene, const Wish& wish, cons
     const auto keep = [&] {
         if (!result) return;
         if (!advice) advice = adviceOnPicture(world, result->film, {});
-        scene.last = std::make_shared<Picture>(world, std::move(*result), aovs, clock.seconds());
+        const Making making{wish.command, inputs, result->statistics.passes, clock.seconds()};
+        scene.last = std::make_shared<Picture>(world, std::move(*result), aovs, making);
     };
     try {
         runAside(work, stop, tick);
@@ -178,8 +185,9 @@ void bindRender(SceneClass& scene) {
     scene.def("render", [](SceneState& self, std::optional<Number> samples, std::optional<std::array<Number, 2>> size,
                            std::vector<std::string> aovs, std::optional<Number> threads,
                            std::optional<std::array<Number, 4>> crop, std::optional<double> seconds, bool packets,
-                           const py::object& progress) {
-        return render(self, {samples, size, std::move(aovs), threads, crop, seconds, packets}, progress);
+                           const py::object& progress, std::string command) {
+        return render(self, {samples, size, std::move(aovs), threads, crop, seconds, packets, std::move(command)},
+                      progress);
     });
 }
 

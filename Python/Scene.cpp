@@ -1,6 +1,6 @@
 // Scenes: loading, closing, what they are made of.
 #include "Engine/SceneFile/SceneFile.h"
-#include "Engine/System/Interruption.h"
+#include "Engine/SceneFile/UpAxis.h"
 #include "Python/Aside.h"
 #include "Python/Errors.h"
 #include "Python/Packages.h"
@@ -34,24 +34,91 @@ static std::vector<std::string> settingsFrom(const py::dict& set) {
     return settings;
 }
 
-static Scene load(const std::filesystem::path& file, const py::dict& set, const std::string& camera) {
-    static std::atomic<bool> stop{false};  // of whoever has the turn
+// An argument that may be given. Throws TypeError.
+template <class T>
+static void takeFrom(const py::dict& given, const char* name, T& to) try {
+    if (given.contains(name)) to = given[name].cast<T>();
+} catch (const py::cast_error&) {
+    throw py::type_error(fmt::format("{}: cannot be {}", name, std::string(py::repr(given[name]))));
+}
+
+// Of a model that stands in for a scene file; a scene file says all that itself.
+static ModelSceneOptions modelOptionsFrom(const py::dict& given) {
+    ModelSceneOptions options;
+    const auto take = [&given]<class T>(const char* name, T& to) { takeFrom(given, name, to); };
+    std::optional<std::array<float, 3>> color;
+    std::optional<std::string> up;
+    take("shader", options.shader);
+    take("environment", options.environment);
+    take("rotate_environment", options.environmentTurn);
+    take("background", options.background);
+    take("view", options.view.name);
+    take("azimuth", options.view.azimuth);
+    take("elevation", options.view.elevation);
+    take("zoom", options.view.zoom);
+    take("ground", options.ground);
+    take("color", color);
+    take("texture", options.texture);
+    take("up", up);
+    if (up) options.up = static_cast<Model::Axis>(indexOf("up", *up, AxisNames));
+    if (!color) return options;
+    for (const float share : *color)
+        if (!(share >= 0.0f && share <= 1.0f)) throw py::value_error("color: expected red, green and blue from 0 to 1");
+    options.color = R3((*color)[0], (*color)[1], (*color)[2]);
+    return options;
+}
+
+static ImportLimits importLimitsFrom(const std::optional<std::int64_t>& seconds) {
+    constexpr std::int64_t most = 86400;
+    if (!seconds) return {};
+    if (*seconds < 1 || *seconds > most)
+        throw py::value_error(fmt::format("import_limit: expected 1 to {} seconds, not {}", most, *seconds));
+    return ImportLimits().lifted(static_cast<unsigned>(*seconds));
+}
+
+static SceneFileOptions optionsFrom(const py::dict& set, const py::dict& given) {
     SceneFileOptions options;
     options.set = settingsFrom(set);
-    options.camera = camera;
+    options.model = modelOptionsFrom(given);
+    std::optional<std::int64_t> seconds;
+    std::optional<std::array<std::int64_t, 2>> size;
+    takeFrom(given, "camera", options.camera);
+    takeFrom(given, "import_limit", seconds);
+    takeFrom(given, "size", size);
+    options.importing = importLimitsFrom(seconds);
+    if (size) options.model.size = imageSizeFrom(*size);
+    return options;
+}
+
+static Scene load(const std::filesystem::path& file, const py::dict& set, const py::dict& given) {
+    const SceneFileOptions options = optionsFrom(set, given);
+    const bool isScene = isSceneFile(file);
+    if (isScene && !options.model.background.empty())
+        indexOf("background", options.model.background, backgroundNames());
     const Registry& objects = registry();
     Diagnostics diagnostics;
     std::unique_ptr<World> world;
+    Inputs inputs;
     {
         const Turn turn;
-        stop = false;
-        interruptBy(stop);
-        runAside([&] { world = loadScene(file, objects, diagnostics, options); }, stop);
+        const auto work = [&] {
+            world = loadScene(file, objects, diagnostics, options);
+            inputs = inputsOf(file, options, *world);
+        };
+        try {
+            runAside(work, Turn::stop());
+        } catch (const Error& e) {  // arguments have no dashes here
+            const std::string_view what = e.what();
+            throw Error(e.status(), std::string(what.substr(what.starts_with("--") ? 2 : 0)));
+        }
     }
     if (diagnostics.hasErrors()) throw BadScene(diagnostics);
+    if (options.model.size) world->image = *options.model.size;
+    if (const std::string& background = options.model.background; !background.empty())
+        world->transparentBackground = background == backgroundNames()[1];
     world->geometry.reserveStructure();
     warn(diagnostics);
-    return std::make_shared<SceneState>(file.string(), std::move(world));
+    return std::make_shared<SceneState>(file.string(), std::move(world), std::move(inputs));
 }
 
 // Objects first, then what stands in the scene.
@@ -96,26 +163,24 @@ static void setView(SceneState& scene, const std::array<float, 3>& position, con
     world.fov = fov;
 }
 
-static py::tuple size(const SceneState& scene) {
-    return py::make_tuple(scene.world().image.width, scene.world().image.height);
-}
-
 void bindScene(py::module_& module) {
-    SceneClass scene(module, "Scene");
+    SceneClass scene(module, "Scene", withoutNew());
     scene.def("close", &SceneState::close)
         .def_property_readonly("file", &SceneState::file)
         .def_property_readonly("is_open", &SceneState::isOpen)
         .def_readonly("last", &SceneState::last)
         .def("places", &places)
         .def("instances", &instances)
-        .def("size", &size)
         .def("view", &view)
         .def("set_view", &setView);
     bindParameters(scene);
     bindPlacements(scene);
     bindRender(scene);
     bindIntersect(scene);
+    bindTextures(scene);
+    bindImage(scene);
     module.def("load", &load);
+    module.def("is_scene_file", [](const std::filesystem::path& file) { return isSceneFile(file); });
 }
 
 }  // namespace oxbeam::python

@@ -1,6 +1,10 @@
 #include "Python/Values.h"
 
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/Diagnostics/Error.h"
+
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cstdlib>
 
@@ -64,5 +68,22 @@ py::object toPython(const ParameterDeclaration& p, const ParameterValue& value) 
     if (whole && *whole == -1 && isTexture(p)) return py::none();
     return std::visit(Objects(), value.data);
 }
+
+float exposureFrom(float stops) {
+    if (!(stops >= -MostExposure && stops <= MostExposure))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("exposure: expected {:g} to {:g}, not {:g}", -MostExposure, MostExposure, stops));
+    return stops;
+}
+
+unsigned indexOf(const std::string& what, const std::string& name, const std::vector<std::string>& names) {
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found == names.end())
+        throw Error(ExitStatus::Usage, fmt::format("{}: expected one of {}, not '{}'{}", what, fmt::join(names, ", "),
+                                                   name, didYouMean(name, names)));
+    return static_cast<unsigned>(found - names.begin());
+}
+
+ToneCurve curveFrom(const std::string& name) { return static_cast<ToneCurve>(indexOf("tone", name, toneCurveNames())); }
 
 }  // namespace oxbeam::python

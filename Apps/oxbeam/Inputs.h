@@ -1,32 +1,23 @@
-// What a picture is made from, to tell whether two pictures are of the same.
+// What a command's picture is made from, to tell whether two pictures are of the same.
 #pragma once
 
 #include "Apps/oxbeam/Commands.h"
-#include "Engine/Render/Renderer.h"
-#include "Engine/World/World.h"
+#include "Engine/Provenance/Provenance.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
 namespace oxbeam {
 
-// By what people call it: hashes of files, and values of options.
-using Inputs = std::map<std::string, std::string>;
-
-// Whether what is written has room for them. Finding them out takes some time: every library is asked for its version.
+// Whether what is written has room for them.
 bool recordsInputs(const RenderCommand& command);
 // All that decides every bit of a picture, except how many passes there are.
 Inputs inputsOf(const RenderCommand& command, const World& world, const RenderOptions& options);
-std::string hashOfInputs(const Inputs& inputs);
-// Names and hashes of the packages among them.
-std::string packagesAmong(const Inputs& inputs);
 
 // Those that the parts of one picture have in common, wherever they are rendered: without the crop, the frame and the
 // folders of files, which count by what they hold; instruction sets that give the same bits are one.
 Inputs sharedInputs(Inputs inputs);
 
-std::string inputsText(const Inputs& inputs);
 // Throws nlohmann::json::exception where the text tells none.
 Inputs inputsFrom(const std::string& text);
 

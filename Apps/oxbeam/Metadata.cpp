@@ -2,8 +2,6 @@
 
 #include "Apps/oxbeam/RenderSteps.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <cctype>
 
@@ -27,15 +25,6 @@ std::string shellText(const std::vector<std::string>& words) {
     return text;
 }
 
-static const Attributes::value_type Software{"Software", "oxbeam " OXBEAM_VERSION};
-
-// "1" is the first object, since 0 stands for none.
-static std::string objectNames(const World& world) {
-    nlohmann::ordered_json names = nlohmann::ordered_json::object();
-    for (unsigned i = 0; i < world.geometry.instanceCount(); ++i) names[std::to_string(i + 1)] = world.objectName(i);
-    return names.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
 PictureFacts factsOf(const RenderCommand& command, const World& world, const Inputs& inputs, double seconds) {
     const std::vector<Aov> aovs = parseAovs(command.aov);
     const bool hasObjects = std::ranges::count(aovs, Aov::Object) > 0;
@@ -43,17 +32,7 @@ PictureFacts factsOf(const RenderCommand& command, const World& world, const Inp
 }
 
 Attributes attributesOf(const RenderCommand& command, const PictureFacts& facts, const Film& film) {
-    Attributes attributes = {
-        Software,
-        {"worldToCamera", facts.view.worldToCamera},
-        {"worldToNDC", facts.view.worldToNDC},
-        {"oxbeam:command", command.text},
-        {"oxbeam:sceneHash", hashOfInputs(facts.inputs)},
-        {"oxbeam:samples", static_cast<int>(film.passes())},
-        {"oxbeam:renderTime", static_cast<float>(facts.seconds)},
-        {"oxbeam:packages", packagesAmong(facts.inputs)},
-        {"oxbeam:engine", facts.inputs.at("engine")},
-    };
+    Attributes attributes = attributesOf(facts.view, {command.text, facts.inputs, film.passes(), facts.seconds});
     if (command.frame) {
         attributes["oxbeam:frame"] = static_cast<int>(*command.frame);
         attributes["FramesPerSecond"] = static_cast<float>(command.sequence.fps);
@@ -65,7 +44,8 @@ ImageOptions pictureOptions(const RenderCommand& command, const PictureFacts& fa
     ImageOptions options{command.bits, facts.tone};
     if (film.hasAlpha()) options.alpha = {{"A"}, [&film](std::size_t i, float* to) { *to = film.alpha(i); }};
     options.placement = {film.window(), facts.image};
-    options.attributes = isExr(pictureName(command)) ? attributesOf(command, facts, film) : Attributes{Software};
+    options.attributes =
+        isExr(pictureName(command)) ? attributesOf(command, facts, film) : Attributes{{"Software", software()}};
     for (const Aov aov : parseAovs(command.aov)) options.layers.push_back(layerOf(aov, film));
     if (!facts.objects.empty()) options.attributes["oxbeam:objects"] = facts.objects;
     return options;

@@ -166,10 +166,14 @@ bool ImportProcess::sendRequest(std::uint64_t number, const std::string& name, i
 
 std::uint64_t ImportProcess::ask(const fs::path& file, std::string what, const std::string& words, int descriptor) {
     m_what = std::move(what);
+    return askFor(file.empty() ? "" : words + fs::absolute(file).string(), descriptor);
+}
+
+std::uint64_t ImportProcess::askFor(const std::string& name, int descriptor) {
     m_deadline = Clock::now() + 3 * std::chrono::seconds(m_limits.seconds);
     std::uint64_t number = 0;
     static_cast<void>(getrandom(&number, sizeof number, 0));  // never fails for so few bytes
-    if (!sendRequest(number, file.empty() ? "" : words + fs::absolute(file).string(), descriptor)) failAsItEnded();
+    if (!sendRequest(number, name, descriptor)) failAsItEnded();
     std::uint64_t answered = 0, length = 0;
     take(&answered, sizeof answered);
     take(&length, sizeof length);
@@ -200,6 +204,8 @@ std::string ImportProcess::takeText(std::size_t size) {
     take(text.data(), size);
     return text;
 }
+
+std::string ImportProcess::version() { return takeText(askFor(VersionRequest)); }
 
 ImportReport importReport(const std::string& program) try {
     ImportProcess process(program);

@@ -57,6 +57,8 @@ public:
     // where somebody wishes to stop.
     void take(void* to, std::size_t size);
     std::string takeText(std::size_t size);
+    // Of the library that it reads with.
+    std::string version();
 
     pid_t id() const { return m_pid; }
 
@@ -65,6 +67,7 @@ private:
     [[noreturn]] void failForTheMachine(const std::string& why) const;
     [[noreturn]] void failAsItEnded();
     [[noreturn]] void failAsSignalled(int signal) const;
+    std::uint64_t askFor(const std::string& name, int descriptor = -1);
     bool sendRequest(std::uint64_t number, const std::string& name, int descriptor) const;
     [[noreturn]] void failAsTooSlow() const;
 

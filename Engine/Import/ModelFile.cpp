@@ -40,6 +40,7 @@ Model loadModel(const fs::path& file, const ImportLimits& limits) {
     for (std::string& warning : result->model.warnings) warning = oneLine(warning);
     if (result->model.parts.empty()) throw badModel("has no triangles in it");
     result->model.hash = hash;
+    result->model.reader = process.version();
     return std::move(result->model);
 }
 

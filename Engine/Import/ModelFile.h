@@ -97,6 +97,7 @@ struct Model {
     std::vector<std::string> files;  // that were read beside it, as seen from its folder; textures are not among them
     Axis up = Y;
     std::uint64_t hash = 0;  // of all that was read
+    std::string reader;      // version of Assimp
 };
 
 // Polygons are cut into triangles; normals are made where the file has none, smooth but for edges sharper than 40

@@ -9,6 +9,9 @@ namespace oxbeam {
 inline constexpr int PassedDescriptor = 3;
 inline constexpr const char* PassedFile = "/proc/self/fd/3";
 
+// In place of a file's name: what the reader reads with.
+inline constexpr const char* VersionRequest = "?";
+
 // How a reader ends that cannot go on: at the file, or at a machine that has no memory and no thread, or no process, for
 // it, whatever the file.
 inline constexpr int ReaderFailed = 1, ReaderShort = 7, ReaderHasNoProcess = 71;

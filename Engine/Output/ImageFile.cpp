@@ -3,6 +3,8 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Output/Dither.h"
 #include "Engine/Output/Encoding.h"
+#include "Engine/Output/ExrFile.h"
+#include "Engine/Output/JpegFile.h"
 #include "Engine/Output/PictureLibrary.h"
 #include "Engine/Output/PngFile.h"
 #include "Engine/Textures/SRGB.h"
@@ -112,10 +114,13 @@ void putForDisplay(const std::vector<R3>& pixels, unsigned width, const ImageOpt
 
 // ---- Writing
 
-static bool isPng(const fs::path& file) { return formatOf(file).name == "png"; }
+// The function that writes a format by its own library; null where OpenImageIO does it.
+static void (*writerOf(const std::string& format))(FileSink&, const Encoding&) {
+    return format == "png" ? writePng : format == "jpg" ? writeJpeg : format == "exr" ? writeExr : nullptr;
+}
 
 void prepareToWrite(const fs::path& file) {
-    if (const std::string& name = formatOf(file).name; name != "png" && name != "mp4") preparePictureLibrary();
+    if (const std::string& name = formatOf(file).name; !writerOf(name) && name != "mp4") preparePictureLibrary();
 }
 
 // `put` puts a pixel's values into place.
@@ -127,7 +132,7 @@ static void encode(FileSink& sink, const fs::path& file, unsigned width, unsigne
         for (std::size_t pixel = begin; pixel < end; ++pixel, to += channels.size()) put(pixel, to);
     };
     const Encoding picture{file, formatOf(file).name, width, height, sizeof(T), channels, options, putAll};
-    if (isPng(file)) return writePng(sink, picture);
+    if (const auto write = writerOf(picture.format)) return write(sink, picture);
     if (const std::string why = pictureLibrary().write(sink, picture); !why.empty()) throw cannotWrite(file, why);
 }
 
@@ -155,9 +160,14 @@ void writeImage(FileSink& sink, const fs::path& file, unsigned width, unsigned h
             to[0] = pixels[pixel].x, to[1] = pixels[pixel].y, to[2] = pixels[pixel].z;
         };
         std::vector<Layer> layers = {{colors, color}};
-        if (options.alpha) layers.push_back(*options.alpha);
+        if (options.alpha && hasRoomForAlpha(file)) layers.push_back(*options.alpha);
         if (isExr(file)) layers.insert(layers.end(), options.layers.begin(), options.layers.end());
         return encodeLayers(sink, file, width, height, layers, options);
+    }
+    if (options.alpha && !hasRoomForAlpha(file)) {
+        ImageOptions opaque = options;
+        opaque.alpha = {};
+        return writeImage(sink, file, width, height, pixels, opaque);
     }
     if (options.alpha) colors.push_back("A");
     if (options.bits == 16)

@@ -31,7 +31,7 @@ struct ImageOptions {
     unsigned bits = 8;  // of a PNG or TIFF: 8 or 16
     Tone tone = {};     // of PNG, JPEG and TIFF
     // One channel, which the colours are multiplied by: kept so in EXR, and divided by in PNG and TIFF. Other formats
-    // have none.
+    // are written without it.
     std::optional<Layer> alpha = {};
     // Dithering goes by the place in the whole picture.
     std::optional<Placement> placement = {};  // none: the picture is whole
@@ -54,7 +54,7 @@ OXBEAM_API const std::vector<std::string>& imageFormats();
 // not have. For finding out before rendering.
 OXBEAM_API void checkImageFormat(const std::filesystem::path& file, const ImageOptions& options = {});
 
-// Begins to load, beside what else there is to do, what writing such a picture takes: for any but a PNG a tenth of a
+// Begins to load, beside what else there is to do, what writing such a picture takes: for TIFF and HDR a tenth of a
 // second. For those who know early what they are going to write; throws Error(Usage) as the check does.
 OXBEAM_API void prepareToWrite(const std::filesystem::path& file);
 
@@ -70,7 +70,7 @@ OXBEAM_API void writeImage(FileSink& sink, const std::filesystem::path& file, un
 OXBEAM_API void writeLayers(FileSink& sink, const std::filesystem::path& file, unsigned width, unsigned height,
                             const ImageOptions& options);
 
-// Of OpenImageIO, which writes all but PNG, as the library that is loaded says it; or why there is none.
+// Of OpenImageIO, which writes TIFF and HDR, as the library that is loaded says it; or why there is none.
 OXBEAM_API std::string imageLibraryVersion();
 
 }  // namespace oxbeam

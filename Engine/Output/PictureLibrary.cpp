@@ -18,7 +18,8 @@
 namespace oxbeam {
 
 static Error cannotLoad(const std::string& why) {
-    return {ExitStatus::InputOutput, fmt::format("what writes pictures other than PNG cannot be loaded: {}", why)};
+    return {ExitStatus::InputOutput,
+            fmt::format("what writes TIFF and HDR pictures and draws contact sheets cannot be loaded: {}", why)};
 }
 
 // By its place beside this library, never by a search. It stays to the end.

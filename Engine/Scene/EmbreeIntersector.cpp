@@ -1,6 +1,7 @@
 #include "Engine/Scene/EmbreeIntersector.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/System/Interruption.h"
 #include "Oxbeam/ABSP.h"
 
 #include <embree3/rtcore.h>
@@ -18,6 +19,7 @@ static constexpr float FarthestOut = 1.8e18f;
 static void check(RTCDevice device) {
     switch (rtcGetDeviceError(device)) {
     case RTC_ERROR_NONE: return;
+    case RTC_ERROR_CANCELLED: throw Interruption("stopped while the structure for rays was built");
     case RTC_ERROR_OUT_OF_MEMORY: throw Error(ExitStatus::InputOutput, "not enough memory to build the scene");
     case RTC_ERROR_UNSUPPORTED_CPU:
         throw Error(ExitStatus::Usage, "this processor lacks the instruction set asked for");
@@ -98,21 +100,31 @@ RTCGeometry EmbreeIntersector::newMesh(const ABSP& mesh) const {
 }
 
 // Watertight along shared edges: otherwise some rays in a million slip through a closed mesh.
-static RTCScene newScene(RTCDevice device) {
-    RTCScene scene = rtcNewScene(device);
+RTCScene EmbreeIntersector::newScene() {
+    RTCScene scene = rtcNewScene(m_device->handle);
     rtcSetSceneFlags(scene, RTC_SCENE_FLAG_ROBUST);
+    const auto goesOn = [](void* self, double) {
+        const std::atomic<bool>* stop = static_cast<const EmbreeIntersector*>(self)->m_stop;
+        return !stop || !*stop;
+    };
+    rtcSetSceneProgressMonitorFunction(scene, goesOn, this);
     return scene;
+}
+
+void EmbreeIntersector::commitScene(RTCScene scene) const {
+    rtcCommitScene(scene);
+    check(m_device->handle);
 }
 
 RTCScene EmbreeIntersector::objectScene(unsigned object) {
     RTCScene& scene = m_objectScenes[object];
     if (scene) return scene;
-    scene = newScene(m_device->handle);
+    scene = newScene();
     RTCGeometry geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[object]));
     rtcCommitGeometry(geometry);
     rtcAttachGeometry(scene, geometry);
     rtcReleaseGeometry(geometry);
-    rtcCommitScene(scene);
+    commitScene(scene);
     return scene;
 }
 
@@ -123,8 +135,9 @@ void EmbreeIntersector::attach(unsigned number, bool inWhole) {
     const Instance& instance = *m_scene->instances[number];
     RTCGeometry geometry;
     if (instance.hasXfm) {
+        RTCScene object = objectScene(instance.object);
         geometry = rtcNewGeometry(m_device->handle, RTC_GEOMETRY_TYPE_INSTANCE);
-        rtcSetGeometryInstancedScene(geometry, objectScene(instance.object));
+        rtcSetGeometryInstancedScene(geometry, object);
     } else {
         geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[instance.object]));
         m_inWhole[instance.object] = true;
@@ -176,9 +189,10 @@ void EmbreeIntersector::place(unsigned number) {
     m_farthestOut = std::min(m_farthestOut, static_cast<float>(FarthestOut / std::max(stretch, 1.0)));
 }
 
-Bounds EmbreeIntersector::build(const Scene& scene, bool twoLevels) {
+Bounds EmbreeIntersector::build(const Scene& scene, bool twoLevels, const std::atomic<bool>* stop) {
     m_scene = &scene;
-    m_root = newScene(m_device->handle);
+    m_stop = stop;
+    m_root = newScene();
     m_objectScenes.resize(scene.objects.size());
     m_inWhole.resize(scene.objects.size());
     for (unsigned i = 0; i < scene.instances.size(); ++i) attach(i, twoLevels);
@@ -187,6 +201,7 @@ Bounds EmbreeIntersector::build(const Scene& scene, bool twoLevels) {
         divide();
     }
     commit();
+    m_stop = nullptr;
 
     RTCBounds b;
     rtcGetSceneBounds(m_root, &b);
@@ -207,8 +222,7 @@ void EmbreeIntersector::commit() {
         place(i);
         rtcCommitGeometry(m_geometries[i]);
     }
-    rtcCommitScene(m_root);
-    check(m_device->handle);
+    commitScene(m_root);
 }
 
 void EmbreeIntersector::attachApart(unsigned number) {
@@ -237,7 +251,7 @@ void EmbreeIntersector::attachWhole() {
 // instances at most: those that are in the whole must leave it.
 void EmbreeIntersector::divide() {
     m_whole = m_root;
-    m_root = newScene(m_device->handle);
+    m_root = newScene();
     for (unsigned i = 0; i < m_geometries.size(); ++i) {
         if (!m_scene->instances[i] || !m_scene->instances[i]->hasXfm) continue;
         if (m_geometries[i]) {

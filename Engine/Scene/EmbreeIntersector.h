@@ -49,8 +49,8 @@ public:
     static bool canInstance(const Matrix& meshToWorld);
 
     // Builds the structure over the scene, which must stay where it is; of two levels from the start where something will
-    // move.
-    Bounds build(const Scene& scene, bool twoLevels = false);
+    // move. Throws Interruption soon after `stop` is set; then this is of no more use.
+    Bounds build(const Scene& scene, bool twoLevels = false, const std::atomic<bool>* stop = nullptr);
 
     // ---- Changes, while nothing is traced. Those before `commit` need it.
 
@@ -108,6 +108,8 @@ private:
     void takeHit(OxState& state, const Found& ids, sse_t origin, sse_t direction, const HitPoint& found) const;
     template <class Query>
     bool takeHits(OxState4& state4, const Query& query, unsigned lane) const;
+    RTCSceneTy* newScene();
+    void commitScene(RTCSceneTy* scene) const;
     RTCGeometryTy* newMesh(const ABSP& mesh) const;
     RTCSceneTy* objectScene(unsigned object);
     void attach(unsigned instance, bool inWhole);
@@ -127,6 +129,7 @@ private:
     std::vector<bool> m_apart;                 // the geometry is in the upper level
     std::vector<bool> m_inWhole;               // by object
     const Scene* m_scene = nullptr;
+    const std::atomic<bool>* m_stop = nullptr;  // while it is built first
     const Instance* const* m_instances = nullptr;
     float m_farthestOut = 0.0f;  // largest coordinate of a ray that can be traced
 };

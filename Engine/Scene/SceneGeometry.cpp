@@ -465,14 +465,15 @@ void SceneGeometry::showPlaced() {
     }
 }
 
-void SceneGeometry::build(const std::string& isa) {
+void SceneGeometry::build(const std::string& isa, const std::atomic<bool>* stop) {
     prepare();
     showPlaced();
     if (m_intersector) return update();
     reserveStructure();
-    m_intersector = std::make_unique<EmbreeIntersector>(isa);
+    auto intersector = std::make_unique<EmbreeIntersector>(isa);
     const bool moves = std::count(m_movable.begin(), m_movable.end(), true) > 0;
-    m_bounds = m_intersector->build(m_scene, moves);
+    m_bounds = intersector->build(m_scene, moves, stop);
+    m_intersector = std::move(intersector);
     m_structureMemory.shrinkTo(m_intersector->bytes());
     m_changed.clear();
     m_gone = false;

@@ -6,6 +6,7 @@
 #include "Oxbeam/ABSP.h"
 #include "Oxbeam/OxScene.h"
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <set>
@@ -92,8 +93,9 @@ public:
     // Prepares if that is yet to be done, and builds the structure on all threads that the caller's arena has. When
     // something has changed, it does what that asks for, and else nothing. `isa` is the instruction set to trace with: "sse2", "sse4.2", "avx",
     // "avx2" or "avx512". The first three find the same triangles; the last two may find another where two lie in the
-    // same place or a ray goes through an edge. Points on triangles have the same bits with all.
-    void build(const std::string& isa = defaultIsa());
+    // same place or a ray goes through an edge. Points on triangles have the same bits with all. Once `stop` is set, the first
+    // build ends soon in an Interruption; nothing is built then, and all can be built later.
+    void build(const std::string& isa = defaultIsa(), const std::atomic<bool>* stop = nullptr);
     static std::string defaultIsa();
 
     const Scene& scene() const { return m_scene; }

@@ -285,7 +285,7 @@ MeshSection::HowPlaced MeshSection::placementOf(TableReader& reader, unsigned up
 }
 
 Oxuint MeshSection::visibilityOf(TableReader& reader) {
-    static const std::vector<std::string> names = {"primary", "shadow", "transparency", "refraction", "reflection"};
+    const std::vector<std::string>& names = rayKindNames();
     const auto kinds = reader.texts("visibleTo");
     if (!kinds) return RAY_ALL;
     Oxuint mask = 0;

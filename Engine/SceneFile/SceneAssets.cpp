@@ -42,10 +42,18 @@ Model& SceneAssets::model(const fs::path& file) {
     m_modelMemory[key] = {MemoryUse::Models, imageBytes(loaded) + meshBytes(loaded),
                           fmt::format("model '{}'", file.string())};
     m_files[key] = loaded.hash;
+    m_modelReader = loaded.reader;
     for (const std::string& name : loaded.files)
         if (const fs::path read = keyOf(key.parent_path() / name); inputFile(read).state == InputFile::Readable)
             m_files[read] = hashOfFile(read);
     return m_models.emplace(key, std::move(loaded)).first->second;
+}
+
+std::map<std::string, std::string> SceneAssets::readers() const {
+    std::map<std::string, std::string> readers = {{"Assimp", m_modelReader},
+                                                  {"OpenImageIO", m_textureReader.version()}};
+    std::erase_if(readers, [](const auto& reader) { return reader.second.empty(); });
+    return readers;
 }
 
 void SceneAssets::giveMeshesAway(const fs::path& file) {

@@ -37,6 +37,8 @@ public:
 
     // What was read so far, with hashes: of a model all that its reader made of it and of the files that it refers to.
     const std::map<std::filesystem::path, std::uint64_t>& files() const { return m_files; }
+    // The libraries that read them, with their versions.
+    std::map<std::string, std::string> readers() const;
 
 protected:
     // What reads a file that is met for the first time; for programs whose files are elsewhere than in the file system.
@@ -61,6 +63,7 @@ private:
     ImportLimits m_limits;  // of a model
     TextureReader m_textureReader;
     std::map<std::filesystem::path, std::uint64_t> m_files;
+    std::string m_modelReader;  // version
     std::map<std::filesystem::path, Model> m_models;
     std::map<std::filesystem::path, Error> m_badModels;           // each is read once, however often it is asked for
     std::map<std::filesystem::path, MemoryCharge> m_modelMemory;  // of images and meshes

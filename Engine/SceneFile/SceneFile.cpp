@@ -7,8 +7,13 @@
 #include "Engine/SceneFile/ModelSection.h"
 #include "Engine/SceneFile/SceneDocument.h"
 #include "Engine/SceneFile/SectionReader.h"
+#include "Engine/System/InputFile.h"
 
 #include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
 
 namespace oxbeam {
 
@@ -27,6 +32,18 @@ void eachFile(const toml::node* tables, Use use) {
         for (const toml::node& entry : *list) look(entry);
     if (const toml::table* named = tables ? tables->as_table() : nullptr)
         for (const auto& [name, entry] : *named) look(entry);
+}
+
+// Whether the beginning of a model's file speaks of pictures, or of files that do. A guess: where it is wrong, what reads
+// pictures starts for nothing, or later.
+bool speaksOfPictures(const fs::path& file) {
+    if (inputFile(file).state != InputFile::Readable) return false;
+    std::string begins(std::size_t{1} << 20, '\0');
+    std::ifstream stream(file, std::ios::binary);
+    stream.read(begins.data(), static_cast<std::streamsize>(begins.size()));
+    begins.resize(static_cast<std::size_t>(stream.gcount()));
+    constexpr std::array words = {"\"images\"", "mtllib", "exture", ".png", ".jpg", ".jpeg", ".PNG", ".JPG"};
+    return std::ranges::any_of(words, [&](const char* word) { return begins.find(word) != begins.npos; });
 }
 
 // Pictures are what a scene needs first, and what reads them takes a tenth of a second to start: in the meantime, models
@@ -197,13 +214,14 @@ std::unique_ptr<World> loadScene(const fs::path& file, const Registry& registry,
     auto world = std::make_unique<World>();
     world->geometry.changeable = options.changeable;
     SceneAssets assets(options.importing);
-    if (!isSceneFile(file)) assets.expectPictures();  // most models have some
+    if (!isSceneFile(file) && speaksOfPictures(file)) assets.expectPictures();
     if (const auto document = readSceneOrModel(file, registry, assets, diagnostics, options)) {
         readModelsAhead(*document, file.parent_path(), assets);
         SceneLoader(sourceOf(file), file.parent_path(), *document, registry, assets, diagnostics, *world, options)
             .load(isSceneFile(file) ? options.camera : std::string());  // a model's scene is made for the chosen one
     }
     world->files = assets.files();
+    world->readers = assets.readers();
     return world;
 }
 

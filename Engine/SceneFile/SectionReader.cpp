@@ -1,5 +1,7 @@
 #include "Engine/SceneFile/SectionReader.h"
 
+#include "Engine/System/Interruption.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -14,6 +16,11 @@ const toml::table* SectionReader::find(const std::string& name) {
     const toml::node* node = m_document.get(name);
     if (node && !node->is_table()) wrongForm(*node, name, fmt::format("a table: [{}]", name));
     return node ? node->as_table() : nullptr;
+}
+
+// A scene may have very many tables.
+static void goOnUnlessInterrupted() {
+    if (interrupted()) throw Interruption("stopped while reading the scene");
 }
 
 TableReader SectionReader::table(const std::string& name) {
@@ -33,6 +40,7 @@ void SectionReader::eachNamed(const std::string& name,
                       fmt::format("a table; each {0} has a name of its own: [{0}.NAME]", name));
             continue;
         }
+        goOnUnlessInterrupted();
         TableReader reader(*node.as_table(), sceneSection(name), fmt::format("{} '{}'", name, own), m_diagnostics);
         use(own, reader);
     }
@@ -46,6 +54,7 @@ void SectionReader::eachEntry(const std::string& name, const std::function<void(
     if (!tables) return wrongForm(*node, name, fmt::format("a list of tables: [[{}]]", name));
     unsigned number = 0;
     for (const toml::node& entry : *entries) {
+        goOnUnlessInterrupted();
         TableReader reader(*entry.as_table(), sceneSection(name), fmt::format("{} {}", name, number++), m_diagnostics);
         use(reader);
     }

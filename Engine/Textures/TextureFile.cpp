@@ -85,6 +85,7 @@ std::unique_ptr<Texture> TextureReader::decode(const fs::path& file, const std::
     const std::string size = fmt::format("texture '{}' of {} x {} texels", name, header.width, header.height);
     const MemoryCharge decoded(MemoryUse::Textures, header.texelBytes(), size);  // the process', until it is taken
     std::unique_ptr<Texture> texture = take(*process, header, size);
+    if (m_version.empty()) m_version = process->version();
     m_process = std::move(process);
     return texture;
 }

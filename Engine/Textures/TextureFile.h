@@ -42,6 +42,9 @@ public:
     // larger by this measure. Opaque then.
     std::unique_ptr<Texture> readReduced(const std::filesystem::path& file, unsigned width, unsigned height);
 
+    // Version of OpenImageIO; nothing before the first picture.
+    const std::string& version() const { return m_version; }
+
 private:
     // Makes a texture of what is behind the header; the text names picture and size.
     using Taker = std::function<std::unique_ptr<Texture>(ImportProcess&, const PictureHeader&, const std::string&)>;
@@ -49,6 +52,7 @@ private:
                                     int descriptor = -1);
 
     std::unique_ptr<ImportProcess> m_process;  // none before the first picture, and after one that was no good
+    std::string m_version;
 };
 
 // A single one.

@@ -8,6 +8,11 @@
 
 namespace oxbeam {
 
+const std::vector<std::string>& rayKindNames() {
+    static const std::vector<std::string> names = {"primary", "shadow", "transparency", "refraction", "reflection"};
+    return names;
+}
+
 Placed& Placements::find(std::string_view place) { return const_cast<Placed&>(std::as_const(*this).at(place)); }
 
 const Placed& Placements::at(std::string_view place) const {

@@ -32,6 +32,9 @@ struct Placed {
     std::optional<Placing> by = {};  // what the transformation is made of, where that is known
 };
 
+// The kinds of rays that a placement can be visible to, in the order of RayKind's bits.
+OXBEAM_API const std::vector<std::string>& rayKindNames();
+
 // Changes belong between frames and to the thread that renders; they take effect with the geometry's next build. All throw
 // NoSuchName for a place that is not there.
 class OXBEAM_API Placements {

@@ -34,6 +34,14 @@ std::vector<std::string> TextureNames::names(const std::string& scope) const {
     return names;
 }
 
+std::vector<std::string> TextureNames::paths() const {
+    std::vector<std::string> paths;
+    for (const auto& [scope, names] : m_scopes)
+        for (const auto& [name, named] : names)
+            paths.push_back((scope.empty() ? "texture." : scope + ".texture.") + name);
+    return paths;
+}
+
 TextureNames::Named* TextureNames::find(const std::string& scope, const std::string& name) {
     const auto names = m_scopes.find(scope);
     if (names == m_scopes.end()) return nullptr;

@@ -39,6 +39,8 @@ public:
 
     // In the order in which they came.
     std::vector<std::string> names(const std::string& scope) const;
+    // Of all scopes: "texture.wood", "model.0.texture.wood".
+    std::vector<std::string> paths() const;
     // Null where the scope itself has no such name.
     Named* find(const std::string& scope, const std::string& name);
     Named& define(const std::string& scope, const std::string& name);

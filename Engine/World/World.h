@@ -91,6 +91,7 @@ public:
     std::vector<OxLight*> lights;
     std::vector<OxShader*> shaders;                        // surfaces, by the numbers that instances refer to
     std::map<std::filesystem::path, std::uint64_t> files;  // that were read for it, with hashes of what they held
+    std::map<std::string, std::string> readers;            // libraries that read them, with their versions
 
     World();
     ~World();

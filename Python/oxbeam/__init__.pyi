@@ -8,6 +8,7 @@ __version__: str
 
 _Value = Union[bool, float, str, Sequence[float], "NDArray[Any]", None]
 _Layer = Literal["depth", "normal", "albedo", "object", "samples"]
+_RayKind = Literal["primary", "shadow", "transparency", "refraction", "reflection"]
 _Path = Union[str, PathLike[str]]
 
 class SceneFault(NamedTuple):
@@ -78,6 +79,10 @@ class Placement:
     def transform(self) -> NDArray[np.float64]: ...
     @transform.setter
     def transform(self, matrix: ArrayLike) -> None: ...
+    @property
+    def visible_to(self) -> tuple[str, ...]: ...
+    @visible_to.setter
+    def visible_to(self, kinds: bool | str | Iterable[_RayKind]) -> None: ...
     def set_shader(self, shader: str) -> None: ...
 
 class Picture:
@@ -104,13 +109,30 @@ class Picture:
     def passes(self) -> int: ...
     @property
     def statistics(self) -> dict[str, Any]: ...
-    def save(self, file: _Path, *, bits: Literal[8, 16] = 8) -> None: ...
+    def save(
+        self,
+        file: _Path,
+        *,
+        bits: Literal[8, 16] = 8,
+        exposure: float | None = None,
+        tone: str | None = None,
+    ) -> None: ...
 
 class Scene:
     @property
     def file(self) -> str: ...
     @property
     def size(self) -> tuple[int, int]: ...
+    @size.setter
+    def size(self, size: Sequence[SupportsIndex]) -> None: ...
+    background: str
+    filter: str
+    filter_width: float
+    exposure: float
+    tone: str
+    camera: str
+    @property
+    def textures(self) -> dict[str, tuple[int, int]]: ...
     @property
     def view(self) -> View: ...
     @view.setter
@@ -135,6 +157,9 @@ class Scene:
         transform: ArrayLike | None = None,
         name: str | None = None,
     ) -> Placement: ...
+    def set_picture(
+        self, texture: str, picture: _Path | ArrayLike, color_space: Literal["srgb", "linear"] | None = None
+    ) -> None: ...
     def remove(self, place: str | Placement | SceneObject) -> None: ...
     def render(
         self,
@@ -155,7 +180,26 @@ class Scene:
     def __enter__(self) -> Scene: ...
     def __exit__(self, *_: Any) -> None: ...
 
-def load(path: _Path, *, set: Mapping[str, _Value] | None = None, camera: str | None = None) -> Scene: ...
+def load(
+    path: _Path,
+    *,
+    set: Mapping[str, _Value] | None = None,
+    camera: str | None = None,
+    size: Sequence[SupportsIndex] | None = None,
+    background: str | Sequence[float] | None = None,
+    import_limit: SupportsIndex | None = None,
+    shader: str | None = None,
+    color: Sequence[float] | None = None,
+    texture: _Path | None = None,
+    environment: _Path | None = None,
+    rotate_environment: float | None = None,
+    ground: bool | None = None,
+    view: str | None = None,
+    azimuth: float | None = None,
+    elevation: float | None = None,
+    zoom: float | None = None,
+    up: Literal["x", "y", "z", "-x", "-y", "-z"] | None = None,
+) -> Scene: ...
 def load_packages(folder: _Path) -> None: ...
 def objects(kind: str | None = None) -> list[str]: ...
 def describe(name: str) -> Description: ...

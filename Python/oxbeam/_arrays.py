@@ -26,6 +26,23 @@ def rows(values, columns, what):
     return array
 
 
+def picture(values):
+    """Height x width x channels of uint8, uint16 or finite float32."""
+    array = _numbers(values, "picture")
+    if array.ndim == 2:
+        array = array[..., np.newaxis]
+    if array.ndim != 3 or not 1 <= array.shape[2] <= 4 or array.size == 0:
+        raise ValueError(f"picture: expected the shape (h, w) or (h, w, 1 to 4), not {np.shape(values)}")
+    if array.dtype.kind in "iu" and not (array.dtype.kind == "u" and array.dtype.itemsize <= 2):
+        raise TypeError(f"picture: expected uint8, uint16 or floats, not {array.dtype}")
+    if array.dtype.kind == "f":
+        with np.errstate(over="ignore"):
+            array = array.astype(np.float32)
+        if not np.isfinite(array).all():
+            raise ValueError("picture: not all numbers are finite in single precision")
+    return np.ascontiguousarray(array, dtype=array.dtype.newbyteorder("="))
+
+
 def faces(values, vertices):
     """Triangles as uint32; all of the vertices in turn where there are none."""
     if values is None:

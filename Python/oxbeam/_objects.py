@@ -139,6 +139,9 @@ class SceneObject:
     def __hash__(self):
         return hash((id(self._scene), self._place))
 
+    def __reduce__(self):
+        return object_at, (self._scene, self._place)
+
     def __repr__(self):
         return f"<{self.object} at {self._place!r}>"
 

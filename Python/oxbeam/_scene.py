@@ -2,6 +2,8 @@
 
 import operator
 import os
+import shlex
+import sys
 from typing import NamedTuple
 
 from . import _arrays, _oxbeam
@@ -25,6 +27,9 @@ class Hits(NamedTuple):
     object: object  # uint32, numbers of objects from 1 (Scene.instances); 0 where nothing is hit
     triangle: object  # int32, of the object's mesh from 0; -1 where nothing is hit
     normal: object  # float32, of the triangle's plane and of unit length; zero where nothing is hit
+
+
+RAY_KINDS = ("primary", "shadow", "transparency", "refraction", "reflection")
 
 
 class Placement:
@@ -57,6 +62,20 @@ class Placement:
     def transform(self, matrix):
         self._scene.move(self._place, _arrays.transform(matrix))
 
+    @property
+    def visible_to(self):
+        """The kinds of rays that hit it: some of "primary", "shadow", "transparency", "refraction", "reflection".
+
+        To change that, set others, or True or False for all and none.
+        """
+        return tuple(self._scene.visibility(self._place))
+
+    @visible_to.setter
+    def visible_to(self, kinds):
+        if isinstance(kinds, bool):
+            kinds = RAY_KINDS if kinds else ()
+        self._scene.set_visibility(self._place, _names(kinds, "visible_to"))
+
     def set_shader(self, shader):
         """Gives all of it another surface: "lacquer", "shader.lacquer" or "model.0.shader.Steel"."""
         self._scene.set_shader(self._place, _shader_place(self._scene, shader))
@@ -68,6 +87,23 @@ class Placement:
 def _shader_place(scene, shader):
     known = scene.places()
     return shader if shader in known or f"shader.{shader}" not in known else f"shader.{shader}"
+
+
+def _names(values, what):
+    """One text, or several."""
+    names = [values] if isinstance(values, str) else list(values)
+    for name in names:
+        if not isinstance(name, str):
+            raise TypeError(f"{what}: expected names, not {name!r}")
+    return names
+
+
+def _command():
+    """How this process was started, as a shell takes it."""
+    try:
+        return shlex.join(sys.orig_argv)
+    except (TypeError, AttributeError):  # whose arguments somebody has changed
+        return "python"
 
 
 def _whole(values, number, what):
@@ -106,6 +142,70 @@ class Scene:
     def size(self):
         """Width and height of its pictures, unless others are asked for."""
         return self._scene.size()
+
+    @size.setter
+    def size(self, size):
+        self._scene.set_size(_whole(size, 2, "size"))
+
+    @property
+    def background(self):
+        """What is seen where nothing is: "environment", or "transparent" for pictures with alpha."""
+        return self._scene.background()
+
+    @background.setter
+    def background(self, name):
+        self._scene.set_background(name)
+
+    @property
+    def filter(self):
+        """How samples count for their pixel: "box", "gaussian", ...; setting one sets its usual width."""
+        return self._scene.filter()
+
+    @filter.setter
+    def filter(self, name):
+        self._scene.set_filter(name)
+
+    @property
+    def filter_width(self):
+        """In pixels."""
+        return self._scene.filter_width()
+
+    @filter_width.setter
+    def filter_width(self, pixels):
+        self._scene.set_filter_width(pixels)
+
+    @property
+    def exposure(self):
+        """Of pictures for displays, in stops: each doubles the light."""
+        return self._scene.exposure()
+
+    @exposure.setter
+    def exposure(self, stops):
+        self._scene.set_exposure(stops)
+
+    @property
+    def tone(self):
+        """The tone curve of pictures for displays: "none", "filmic", ..."""
+        return self._scene.tone()
+
+    @tone.setter
+    def tone(self, curve):
+        self._scene.set_tone(curve)
+
+    @property
+    def camera(self):
+        """The place of the camera in force: "camera", or "camera.close". To take another, set its place or its name."""
+        return self._scene.camera()
+
+    @camera.setter
+    def camera(self, place):
+        known = self._scene.places()
+        self._scene.set_camera(place if place in known or f"camera.{place}" not in known else f"camera.{place}")
+
+    @property
+    def textures(self):
+        """The places of all textures, and the width and height of their pictures."""
+        return self._scene.textures()
 
     @property
     def view(self):
@@ -188,6 +288,29 @@ class Scene:
         )
         return Placement(self._scene, place)
 
+    def set_picture(self, texture, picture, color_space=None):
+        """Gives a texture another picture; a name that is not there yet becomes a texture of the scene's.
+
+        scene.set_picture("wood", "oak.png")
+        scene.set_picture("checks", np.indices((8, 8)).sum(0) % 2 * 1.0)
+        scene["shader.lacquer"].texture = "checks"
+
+        `picture` is a file, or an array of height x width or height x width x 1 to 4 (grey, grey and alpha, colour, colour
+        and alpha), rows from the top: float32 from 0 on, or uint8 or uint16 for 0 to 1. `color_space` is "srgb" or
+        "linear"; without it files say it, integers are sRGB, and floats linear. It is used as the picture before was: how
+        it is wrapped and filtered stays. Arrays are copied.
+        """
+        if not isinstance(texture, str):
+            raise TypeError(f"texture: expected a name, not {texture!r}")
+        place = texture if texture in self._scene.textures() or texture.startswith("texture.") else f"texture.{texture}"
+        if color_space not in (None, "srgb", "linear"):
+            raise ValueError(f"color_space: expected 'srgb' or 'linear', not {color_space!r}")
+        space = color_space or ""
+        if isinstance(picture, (str, os.PathLike)):
+            self._scene.set_texture_file(place, _file(picture), space)
+        else:
+            self._scene.set_texture(place, _arrays.picture(picture), space)
+
     def remove(self, place):
         """Removes a light, a mesh or a model. Those after it are counted anew: "light.2" becomes "light.1"."""
         self._scene.remove(place.place if hasattr(place, "place") else place)
@@ -228,6 +351,7 @@ class Scene:
                 seconds,
                 bool(packets),
                 tell,
+                _command(),
             )
 
     def intersect(self, origins, directions, *, threads=None):
@@ -260,19 +384,80 @@ class Scene:
         return f"<oxbeam.Scene {self.file!r}{'' if self._scene.is_open else ', closed'}>"
 
 
-def load(path, *, set=None, camera=None):
+def _file(path):
+    """Its name; says who is missing."""
+    path = os.fsdecode(path)
+    os.stat(path)
+    if os.path.isdir(path):
+        raise IsADirectoryError(21, "Is a directory", path)
+    return path
+
+
+def _color(value):
+    """Of a background: three numbers as the engine reads them, or its name."""
+    return value if isinstance(value, str) else ",".join(str(float(part)) for part in plain(value))
+
+
+def load(
+    path,
+    *,
+    set=None,
+    camera=None,
+    size=None,
+    background=None,
+    import_limit=None,
+    shader=None,
+    color=None,
+    texture=None,
+    environment=None,
+    rotate_environment=None,
+    ground=None,
+    view=None,
+    azimuth=None,
+    elevation=None,
+    zoom=None,
+    up=None,
+):
     """Loads a scene file, or makes a scene around a model's.
 
-    `set` lays values over the file's: {"shader.lacquer.shininess": 64}. `camera` is one of the scene's named cameras.
-    Raises SceneError with everything that is wrong with the scene, and FileNotFoundError where the file is not there.
+    `set` lays values over the file's: {"shader.lacquer.shininess": 64}. `camera` is one of the scene's named cameras, or of
+    a model's. `size` is width and height of the pictures. `background` is "environment", "transparent", or a colour
+    around a model. `import_limit` is how many seconds reading a model may take.
+
+    The others are for models, as `oxbeam render` has them: a `shader` for all of it, a `color` and a picture (`texture`)
+    in place of the file's; a picture of the `environment`, turned by `rotate_environment` degrees; `ground` is whether it
+    stands on its shadow; `view` is where it is looked at from ("front", "iso", ...), or `azimuth` and `elevation` in
+    degrees, and `zoom` how large; `up` is the axis of the file that is up: "z".
+
+    Raises SceneError with everything that is wrong with the scene, and FileNotFoundError where a file is not there.
     """
     with_values = {}
     for name, value in (set or {}).items():
         if not isinstance(name, str):
             raise TypeError(f"set: expected names such as 'shader.lacquer.shininess', not {name!r}")
         with_values[name] = plain(value)
-    path = os.fsdecode(path)
-    os.stat(path)  # says who is missing
-    if os.path.isdir(path):
-        raise IsADirectoryError(21, "Is a directory", path)
-    return Scene(_oxbeam.load(path, with_values, camera or ""))
+    path = _file(path)
+    model = {
+        "shader": shader,
+        "color": None if color is None else [float(part) for part in plain(color)],
+        "texture": None if texture is None else _file(texture),
+        "environment": None if environment is None else _file(environment),
+        "rotate_environment": rotate_environment,
+        "ground": None if ground is None else bool(ground),
+        "view": view,
+        "azimuth": azimuth,
+        "elevation": elevation,
+        "zoom": zoom,
+        "up": up,
+    }
+    model = {name: value for name, value in model.items() if value is not None}
+    if model and _oxbeam.is_scene_file(path):
+        raise ValueError(f"{next(iter(model))} is for models; {path!r} is a scene file")
+    both = {
+        "camera": camera,
+        "size": _whole(size, 2, "size"),
+        "background": None if background is None else _color(background),
+        "import_limit": None if import_limit is None else operator.index(import_limit),
+    }
+    model.update((name, value) for name, value in both.items() if value is not None)
+    return Scene(_oxbeam.load(path, with_values, model))

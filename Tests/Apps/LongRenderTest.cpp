@@ -86,6 +86,18 @@ TEST_F(Command, WhatCannotBeResumedIsRefused) {
     EXPECT_TRUE(contentOf("c.exr") == saved) << "a refusal must leave it alone";
 }
 
+// What a scene is made with around a model is not in any file.
+TEST_F(Command, AModelsPictureIsGoneOnWithUnderTheSameOptionsOnly) {
+    writeFile("triangle.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+    const std::string render = "render -q triangle.obj -o p.png --size 16x16 --checkpoint c.exr --samples ";
+    ASSERT_EQ(run(render + "1 --rotate-environment 10 --background 0.1,0.2,0.3").status, 0);
+    const Outcome other = run(render + "2 --resume --rotate-environment 20 --background 0.1,0.2,0.4");
+    EXPECT_EQ(other.status, 2);
+    EXPECT_THAT(other.err,
+                HasSubstr("--background was 0.1,0.2,0.3 and is 0.1,0.2,0.4; --rotate-environment was 10 and is 20"));
+    EXPECT_EQ(run(render + "2 --resume --rotate-environment 10 --background 0.1,0.2,0.3").status, 0);
+}
+
 TEST_F(Command, ATimeIsFilledWithWholePasses) {
     const std::string render = "render scene.toml --size 40x30 --checkpoint c.exr --time ";
     const Outcome first = run(render + "1 -o p.exr");

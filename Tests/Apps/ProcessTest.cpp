@@ -35,13 +35,13 @@ std::set<std::string> librariesOf(const std::string& arguments) {
 TEST_F(Command, LibrariesInTheWorkingFolderAreNotLoaded) {
     writeFile("planted.c", "#include <unistd.h>\n__attribute__((constructor)) static void run(void) { _exit(99); }\n");
     ASSERT_EQ(shell("cc -shared -fPIC planted.c -o libfmt.so.9").status, 0);
-    for (const char* name :
-         {"libstdc++.so.6", "libembree3.so.3", "libtbb.so.12", "libOpenImageIO.so.2.4", "liboxbeam.so",
-          "liboxbeam-pictures.so", "libKel.so", "libassimp.so.5", "libpugixml.so.1", "libpng16.so.16", "libgdal.so.32"})
+    for (const char* name : {"libstdc++.so.6", "libembree3.so.3", "libtbb.so.12", "libOpenImageIO.so.2.4",
+                             "liboxbeam.so", "liboxbeam-pictures.so", "libKel.so", "libassimp.so.5", "libpugixml.so.1",
+                             "libpng16.so.16", "libgdal.so.32", "libOpenEXRCore-3_1.so.30", "libjpeg.so.62"})
         fs::copy_file(scratch() / "libfmt.so.9", scratch() / name);
     EXPECT_EQ(run("--version").status, 0);
     writeTexturedScene();
-    for (const char* output : {"p.png", "p.jpg"}) {
+    for (const char* output : {"p.png", "p.jpg", "p.exr", "p.tif"}) {
         const Outcome outcome = run(std::string("render scene.toml -o ") + output);
         EXPECT_EQ(outcome.status, 0) << outcome.err;
     }
@@ -54,15 +54,35 @@ TEST_F(Command, WhatReadsAndWritesPicturesIsLoadedForPicturesOnly) {
     writeTexturedScene("textured.toml");
     for (const char* arguments :
          {"--version", "list", "describe KelPhong", "complete textured.toml", "check textured.toml",
-          "render -q scene.toml -o p.png --size 16x16", "render -q textured.toml -o p.png --size 16x16 --bits 16"}) {
+          "render -q scene.toml -o p.png --size 16x16", "render -q textured.toml -o p.png --size 16x16 --bits 16",
+          "render -q scene.toml -o p.jpg --size 16x16",
+          "render -q textured.toml -o p.exr --size 16x16 --aov depth,object --checkpoint c.exr"}) {
         SCOPED_TRACE(arguments);
         const std::set<std::string> libraries = librariesOf(arguments);
         EXPECT_TRUE(libraries.contains("libembree3.so.3"));
         EXPECT_TRUE(std::none_of(libraries.begin(), libraries.end(), ofPictures));
         EXPECT_LT(libraries.size(), few);
     }
-    const std::set<std::string> libraries = librariesOf("render -q scene.toml -o p.jpg --size 16x16");
+    const std::set<std::string> libraries = librariesOf("render -q scene.toml -o p.tif --size 16x16");
     EXPECT_TRUE(std::any_of(libraries.begin(), libraries.end(), ofPictures));
+}
+
+// Each process says what it loads in a file of its own.
+TEST_F(Command, PicturesAreReadOnlyForModelsThatHaveSome) {
+    const std::string corners = "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\n", face = "f 1/1 2/1 3/1\n";
+    makePicture();
+    writeFile("painted.mtl", "newmtl wood\nmap_Kd wood.png\n");
+    for (const auto& [model, text, reads] :
+         {std::tuple("bare.obj", corners + face, false),
+          {"painted.obj", "mtllib painted.mtl\n" + corners + "usemtl wood\n" + face, true}}) {
+        SCOPED_TRACE(model);
+        writeFile(model, text);
+        const std::string command = std::string("LD_DEBUG=files LD_DEBUG_OUTPUT=") + model +
+                                    ".loads $oxbeam render -q " + model + " -o p.png --size 16x16 --samples 1";
+        ASSERT_EQ(shell(command).status, 0);
+        const Outcome readers = shell(std::string("grep -l libOpenImageIO ") + model + ".loads.* | wc -l");
+        EXPECT_EQ(readers.out, reads ? "1\n" : "0\n");
+    }
 }
 
 TEST_F(Command, WhoeverStopsReadingDoesNotLoseThePicture) {

@@ -1,5 +1,6 @@
 // What rays hit: meshes and their placements, and what is read off a hit.
 #include "Engine/Scene/RayStream.h"
+#include "Engine/System/Interruption.h"
 #include "Engine/System/ThreadRecord.h"
 #include "Oxbeam/OxDirectionalLight.h"
 #include "Oxbeam/OxFunctions.h"
@@ -353,4 +354,30 @@ TEST(Geometry, NoModelIsTooSmallOrTooLargeForItsShadows) {
             }
         }
     }
+}
+
+TEST(SceneGeometry, ABuildThatIsStoppedCanBeDoneLater) {
+    TestWorld world;
+    MeshData grid;
+    constexpr unsigned side = 200;
+    for (unsigned i = 0; i <= side; ++i)
+        for (unsigned j = 0; j <= side; ++j)
+            grid.positions.emplace_back(static_cast<float>(i), static_cast<float>(j), 0.0f);
+    for (unsigned i = 0; i < side; ++i)
+        for (unsigned j = 0; j < side; ++j) {
+            const unsigned a = i * (side + 1) + j;
+            grid.indices.insert(grid.indices.end(), {a, a + 1, a + side + 2, a, a + side + 2, a + side + 1});
+        }
+    place(world, grid, true, TranslationMatrix(R3(-100, -100, 0)));
+    place(world, std::move(grid), false, TranslationMatrix(R3(-100, -100, -1)));
+    std::atomic<bool> stop{true};
+    for (unsigned i = 0; i < 2; ++i)
+        EXPECT_THROW(world.geometry.build(SceneGeometry::defaultIsa(), &stop), Interruption);
+    stop = false;
+    world.geometry.build(SceneGeometry::defaultIsa(), &stop);
+    stop = true;  // nobody asks for it any more
+    EXPECT_FLOAT_EQ(shoot(world, R3(0.3f, 0.2f, 5), R3(0, 0, -1)).hit.dist, 5.0f);
+    world.geometry.moveInstance(0, TranslationMatrix(R3(-100, -100, 2)));
+    world.geometry.build();
+    EXPECT_FLOAT_EQ(shoot(world, R3(0.3f, 0.2f, 5), R3(0, 0, -1)).hit.dist, 3.0f);
 }

@@ -141,3 +141,60 @@ TEST(ImageFile, AFullDiskLeavesTheOldPictureAndNothingElse) {
     }
     std::signal(SIGXFSZ, handler);
 }
+
+// Large enough for several threads; rows that no block ends with, and a part of a picture.
+TEST(ImageFile, ALayeredPartOfAPictureComesBackFromExrBitByBit) {
+    constexpr unsigned width = 413, height = 307;
+    const auto value = [](std::size_t pixel, unsigned channel) {
+        return std::ldexp(static_cast<float>((pixel * 2654435761u + channel * 40503u) & 0xffffff), -12);
+    };
+    std::vector<R3> pixels;
+    for (std::size_t i = 0; i < std::size_t{width} * height; ++i)
+        pixels.emplace_back(value(i, 0), value(i, 1), value(i, 2));
+    ImageOptions options;
+    options.placement = {{17, 5, 17 + width, 5 + height}, {640, 480}};
+    options.alpha = {{"A"}, [&](std::size_t i, float* to) { *to = value(i, 3); }};
+    options.layers = {{{"b.Z", "a.Z"}, [&](std::size_t i, float* to) { to[0] = value(i, 4), to[1] = value(i, 5); }}};
+    options.attributes = {{"Software", "a test"},
+                          {"oxbeam:whole", 7},
+                          {"oxbeam:part", 0.5f},
+                          {"oxbeam:an attribute of a long name, and more", std::string(3000, 'x')}};
+    for (const bool compress : {true, false}) {
+        options.compress = compress;
+        writeImage(scratch() / "layers.exr", width, height, pixels, options);
+        const auto input = OIIO::ImageInput::open((scratch() / "layers.exr").string());
+        ASSERT_TRUE(input);
+        const OIIO::ImageSpec& spec = input->spec();
+        EXPECT_EQ(spec.get_string_attribute("compression"), compress ? "zip" : "none");
+        EXPECT_THAT(spec.channelnames, ElementsAre("R", "G", "B", "A", "a.Z", "b.Z"));
+        EXPECT_THAT((std::vector{spec.x, spec.y, spec.width, spec.height, spec.full_x, spec.full_y, spec.full_width,
+                                 spec.full_height}),
+                    ElementsAre(17, 5, 413, 307, 0, 0, 640, 480));
+        EXPECT_EQ(spec.get_int_attribute("oxbeam:whole"), 7);
+        EXPECT_EQ(spec.get_float_attribute("oxbeam:part"), 0.5f);
+        EXPECT_EQ(spec.get_string_attribute("oxbeam:an attribute of a long name, and more").size(), 3000u);
+        EXPECT_FALSE(spec.get_string_attribute("DateTime").empty());
+        std::vector<float> values(std::size_t{6} * width * height);
+        ASSERT_TRUE(input->read_image(0, 0, 0, 6, OIIO::TypeDesc::FLOAT, values.data()));
+        constexpr unsigned order[] = {0, 1, 2, 3, 5, 4};
+        for (std::size_t i = 0; i < values.size(); ++i)
+            ASSERT_EQ(values[i], value(i / 6, order[i % 6])) << "value " << i;
+    }
+}
+
+// The encoder's own way out of an error would be the end of the process.
+TEST(ImageFile, WhatAFormatCannotHoldIsAnError) {
+    const std::vector<R3> row(65501, White);
+    const fs::path file = scratch() / "wide.jpg";
+    EXPECT_THAT(failure(ExitStatus::InputOutput, [&] { writeImage(file, 65501, 1, row); }), HasSubstr("65500"));
+    EXPECT_FALSE(fs::exists(file));
+    // Nor has it room for alpha: colours are multiplied by that already.
+    ImageOptions options;
+    options.alpha = {{"A"}, [](std::size_t, float* to) { *to = 0.5f; }};
+    for (const char* name : {"opaque.jpg", "opaque.hdr"}) {
+        writeImage(scratch() / name, Width, Height, std::vector<R3>(Width * Height, 0.5f * White), options);
+        const auto input = OIIO::ImageInput::open((scratch() / name).string());
+        ASSERT_TRUE(input);
+        EXPECT_EQ(input->spec().nchannels, 3) << name;
+    }
+}

@@ -2,7 +2,7 @@
 # files are compiled with, not from what the build means to say.
 cmake_minimum_required(VERSION 3.25)
 
-set(order Diagnostics System Scene Import Textures Host Packages World Render Output SceneFile)
+set(order Diagnostics System Scene Import Textures Host Packages World Render Output SceneFile Provenance)
 file(GLOB folders RELATIVE ${ROOT}/Engine ${ROOT}/Engine/*/)
 foreach(folder ${folders})
   if(IS_DIRECTORY ${ROOT}/Engine/${folder} AND NOT folder IN_LIST order)

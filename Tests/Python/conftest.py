@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import subprocess
 
 import oxbeam
 import pytest
@@ -39,6 +40,10 @@ intensity = [40, 40, 40]
 shape = "sphere"
 shader = "lacquer"
 """
+
+
+def command(*arguments):
+    subprocess.run([COMMAND, *map(str, arguments), "--quiet"], check=True)
 
 
 @pytest.fixture

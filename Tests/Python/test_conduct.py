@@ -1,13 +1,19 @@
 """What nobody should do, and what comes of it: exceptions."""
 
+import copy
+import copyreg
 import gc
 import multiprocessing
+import os
+import pickle
 import subprocess
 import sys
 import textwrap
 import threading
 import time
 
+import numpy as np
+import OpenImageIO as oiio
 import oxbeam
 import pytest
 from conftest import SCENES
@@ -47,6 +53,17 @@ def operations(scene):
         lambda: scene.add("light", "KelPointLight"),
         lambda: scene.add_mesh([(0, 0, 0), (1, 0, 0), (0, 1, 0)]),
         lambda: scene.remove("light.0"),
+        lambda: mesh.visible_to,
+        lambda: setattr(mesh, "visible_to", False),
+        lambda: scene.textures,
+        lambda: scene.set_picture("paint", [[1.0]]),
+        lambda: scene.set_picture("paint", SCENES / "assets/parquet.jpg"),
+        lambda: scene.camera,
+        lambda: setattr(scene, "camera", "camera"),
+        *(
+            (lambda name=name: setattr(scene, name, getattr(scene, name)))
+            for name in ("size", "background", "filter", "filter_width", "exposure", "tone")
+        ),
         lambda: scene.intersect((0, 0, 5), (0, 0, -1)),
     ]
 
@@ -174,10 +191,122 @@ def test_processes_that_are_spawned_render(table):
         assert pool.map(render_by_itself, [table, table]) == [render_by_itself(table)] * 2
 
 
-def test_scenes_come_from_load_alone():
+def test_scenes_come_from_load_alone(scene):
     with pytest.raises(TypeError):
         oxbeam.Scene(None)
-    with pytest.raises(TypeError):
-        oxbeam.Picture()
-    with pytest.raises(TypeError):
-        oxbeam._oxbeam.Scene()
+    for made_here in (oxbeam.Picture, oxbeam._oxbeam.Scene):
+        derived = type("Derived", (made_here,), {"__init__": lambda self: None})
+        for make in [
+            made_here,
+            derived,
+            lambda: made_here.__new__(made_here),
+            lambda: derived.__new__(derived),
+            lambda: object.__new__(made_here),
+            lambda: made_here.__base__.__new__(made_here),
+            lambda: copyreg.__newobj__(made_here),
+        ]:
+            with pytest.raises(TypeError):
+                make()
+    for empty in (oxbeam.Scene.__new__(oxbeam.Scene), oxbeam.SceneObject.__new__(oxbeam.SceneObject)):
+        with pytest.raises(AttributeError):
+            repr(empty)
+
+
+def test_copies_look_at_the_same_and_nothing_is_pickled(scene):
+    lacquer, mesh, picture = scene["shader.lacquer"], scene["mesh.0"], scene.render(samples=1)
+    copy.copy(scene)["shader.lacquer"].shininess = 7
+    assert copy.copy(lacquer).shininess == lacquer.shininess == 7 and copy.copy(mesh).place == mesh.place
+    for whole in (scene, lacquer, mesh, picture):
+        with pytest.raises(TypeError, match="pickle"):
+            pickle.dumps(whole)
+        with pytest.raises(TypeError, match="pickle"):
+            copy.deepcopy(whole)
+    for values in (picture.rgb, scene.view, scene.intersect((0, 0, 5), (0, 0, -1)), oxbeam.describe("KelPhong")):
+        assert pickle.dumps(copy.deepcopy(values))
+
+
+def test_other_interpreters_of_a_process_are_refused():
+    words = run(
+        """
+        import _xxsubinterpreters, oxbeam
+        other = _xxsubinterpreters.create()
+        try:
+            _xxsubinterpreters.run_string(other, "import oxbeam")
+        except _xxsubinterpreters.RunFailedError as error:
+            print(error)
+        _xxsubinterpreters.destroy(other)
+        """
+    )
+    assert "ImportError" in words
+
+
+def test_a_fork_saves_and_loads_what_needs_no_threads(table, tmp_path):
+    """Compressing is done on threads, where there is much of it; they are gone before and after."""
+    words = run(
+        """
+        import os, sys, oxbeam
+        scene = oxbeam.load(sys.argv[1])
+        picture = scene.render(samples=1, size=(800, 600), aovs=["normal"])
+        picture.save(sys.argv[2] + "/before.exr")
+        if os.fork() == 0:
+            picture.save(sys.argv[2] + "/after.exr")
+            oxbeam.load(sys.argv[1])
+            print("saved", flush=True)
+            os._exit(0)
+        os.wait()
+        """,
+        table,
+        tmp_path,
+    )
+    assert words == "saved\n"
+
+
+def test_pictures_are_saved_by_many_threads(scene, tmp_path):
+    picture = scene.render(samples=1, size=(640, 480), aovs=["normal", "depth"])
+    names = [f"{i}.{ending}" for i in range(3) for ending in ("exr", "jpg", "png")]
+    threads = [threading.Thread(target=picture.save, args=(tmp_path / name,)) for name in names]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join(60)
+    for name in names:
+        one = oiio.ImageBuf(str(tmp_path / name)).get_pixels()
+        assert np.array_equal(one, oiio.ImageBuf(str(tmp_path / f"0.{name[2:]}")).get_pixels(), equal_nan=True)
+
+
+INTERRUPTED = """
+import os, signal, sys, threading, time
+import oxbeam
+scene = oxbeam.load(sys.argv[1]) if sys.argv[2] == "build" else None
+work = (lambda: scene.render(samples=1, size=(8, 8))) if scene else (lambda: oxbeam.load(sys.argv[1]))
+def interrupt():
+    time.sleep(float(sys.argv[3]))
+    global fired
+    fired = time.monotonic()
+    os.kill(os.getpid(), signal.SIGINT)
+thread = threading.Thread(target=interrupt)
+try:
+    thread.start()
+    work()
+    thread.join()
+except KeyboardInterrupt:
+    print(time.monotonic() - fired)
+    again = scene.render(samples=1, size=(8, 8)) if scene else oxbeam.load(sys.argv[1])
+    print("again", flush=True)
+"""
+
+
+@pytest.mark.parametrize("what, seconds", [("load", 0.1), ("load", 0.4), ("build", 0.01), ("build", 0.05)])
+def test_loading_and_building_are_interrupted_soon_and_can_be_done_again(tmp_path, what, seconds):
+    x, y = np.meshgrid(np.linspace(0, 1, 500), np.linspace(0, 1, 500))
+    corners = np.stack([x, y, 0.1 * np.sin(9 * x) * np.cos(7 * y)], axis=2).reshape(-1, 3)
+    i = (np.arange(499)[:, None] * 500 + np.arange(499)).reshape(-1, 1) + 1
+    faces = np.concatenate([i + (0, 1, 501), i + (0, 501, 500)])
+    with open(tmp_path / "hills.obj", "w") as file:
+        np.savetxt(file, corners, "v %g %g %g")
+        np.savetxt(file, faces, "f %d %d %d")
+    done = subprocess.run([sys.executable, "-c", INTERRUPTED, tmp_path / "hills.obj", what, str(seconds)],
+                          capture_output=True, text=True, timeout=100)
+    assert done.returncode == 0, done.stderr
+    took, again = done.stdout.split()
+    assert float(took) < 0.5 + 5 * ("ASAN_OPTIONS" in os.environ) and again == "again"

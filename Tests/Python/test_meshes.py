@@ -112,3 +112,19 @@ def test_wrong_arrays_are_told_of_and_add_nothing(empty):
     assert "mesh.0" not in empty
     empty.add_mesh(np.zeros((0, 3)), np.zeros((0, 3), dtype=int))  # which nothing is wrong with
     assert ray(empty).object == 0
+
+
+def test_visibility_is_by_kinds_of_rays(scene):
+    mesh = scene["mesh.0"]
+    seen = scene.render(aovs=["object"])
+    assert mesh.visible_to == ("primary", "shadow", "transparency", "refraction", "reflection")
+    for kinds, told in [(False, ()), (["shadow"], ("shadow",)), ("reflection", ("reflection",))]:
+        mesh.visible_to = kinds
+        assert mesh.visible_to == told and not scene.render(aovs=["object"]).object.any()
+    assert np.isinf(scene.intersect((0, 0, 5), (0, 0, -1)).distance)
+    mesh.visible_to = True
+    assert np.array_equal(scene.render().rgb, seen.rgb)
+    for kinds, exception in [(["primry"], ValueError), ([3], TypeError), (3, TypeError), (None, TypeError)]:
+        with pytest.raises(exception):
+            mesh.visible_to = kinds
+    assert len(mesh.visible_to) == 5

@@ -10,11 +10,7 @@ import numpy as np
 import OpenImageIO as oiio
 import oxbeam
 import pytest
-from conftest import COMMAND, SCENES
-
-
-def command(*arguments):
-    subprocess.run([COMMAND, *map(str, arguments), "--quiet"], check=True)
+from conftest import SCENES, command
 
 
 def pixels(file):
@@ -100,10 +96,69 @@ def test_files_say_what_they_are(scene, tmp_path):
         picture.save(tmp_path / "none" / "picture.png")
 
 
+def said_of(picture, folder):
+    picture.save(folder / "said.exr")
+    spec = oiio.ImageInput.open(str(folder / "said.exr")).spec()  # nothing is kept of an earlier file
+    return {name: spec.getattribute(f"oxbeam:{name}") for name in ("command", "sceneHash", "packages", "engine")}
+
+
+def test_what_a_picture_is_made_from_is_told_as_the_command_tells_it(table, tmp_path):
+    settings = {"shader.lacquer.shininess": 64, "light.0.intensity": [1, 2, 3]}
+    words = [word for name, value in settings.items() for word in ("--set", f"{name}={value}")]
+    command("render", table, "-o", tmp_path / "theirs.exr", "--samples", 3, "--size", "20x10", *words)
+    theirs = oiio.ImageBuf(str(tmp_path / "theirs.exr")).spec()
+    scene = oxbeam.load(table, set=settings)
+    own = said_of(scene.render(samples=3, size=(20, 10)), tmp_path)
+    for name in ("sceneHash", "packages", "engine"):
+        assert own[name] == theirs.getattribute(f"oxbeam:{name}") != ""
+    assert sys.orig_argv[-1] in own["command"]
+
+    def now():
+        return said_of(scene.render(samples=3, size=(20, 10)), tmp_path)["sceneHash"]
+
+    hashes = {own["sceneHash"]}
+    at_first = scene["mesh.0"].transform
+    for change in [
+        lambda: setattr(scene["shader.lacquer"], "shininess", 3),
+        lambda: setattr(scene["mesh.0"], "transform", 2 * np.eye(4)[:3]),
+        lambda: setattr(scene["mesh.0"], "visible_to", ["primary"]),
+        lambda: setattr(scene, "view", ((0, 0, 6), (0, 0, 0))),
+        lambda: scene.add_mesh(np.zeros((3, 3)) + np.eye(3)),
+        lambda: scene.set_picture("paint", np.ones((2, 2))),
+        lambda: scene.set_picture("paint", np.zeros((2, 2))),
+        lambda: setattr(scene, "filter", "gaussian"),
+    ]:
+        change()
+        assert now() not in hashes
+        hashes.add(now())
+    scene = oxbeam.load(table, set=settings)
+    scene["shader.lacquer"].shininess = 3
+    assert now() in hashes
+    scene["shader.lacquer"].shininess = 64
+    scene["mesh.0"].transform = 2 * np.eye(4)[:3]
+    scene["mesh.0"].transform = at_first
+    assert now() == own["sceneHash"]
+
+
+def test_pictures_for_displays_are_toned_when_they_are_saved(scene, tmp_path):
+    picture = scene.render()
+    saved = {}
+    for name, options in [("plain", {}), ("bright", {"exposure": 1}), ("filmic", {"tone": "filmic"})]:
+        picture.save(tmp_path / f"{name}.png", bits=16, **options)
+        saved[name] = pixels(tmp_path / f"{name}.png")
+    assert (saved["bright"][24, 32] > saved["plain"][24, 32]).all() and not (saved["filmic"] == saved["plain"]).all()
+    for name, options in [("a.exr", {"exposure": 1}), ("a.hdr", {"tone": "filmic"}), ("a.png", {"tone": "film"}),
+                          ("a.png", {"exposure": float("inf")}), ("a.png", {"bits": 7}), ("a.jpg", {"bits": 16})]:
+        with pytest.raises(ValueError):
+            picture.save(tmp_path / name, **options)
+
+
 def test_transparent_backgrounds_have_alpha(table):
     table.write_text(table.read_text().replace("samples = 2", 'samples = 2\nbackground = "transparent"'))
     picture = oxbeam.load(table).render()
     assert picture.alpha[0, 0] == 0.0 and picture.alpha[24, 32] == 1.0 and not picture.rgb[0, 0].any()
+    with pytest.raises(ValueError, match="alpha"):
+        picture.save(table.with_suffix(".jpg"))
 
 
 def test_progress_is_told(scene, capsys):

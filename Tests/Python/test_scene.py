@@ -4,8 +4,10 @@ import copy
 import pickle
 
 import numpy as np
+import OpenImageIO as oiio
 import oxbeam
 import pytest
+from conftest import SCENES, command
 
 
 def test_values_come_back_as_they_were_set(scene, table):
@@ -132,3 +134,77 @@ def test_objects_are_themselves_to_python(scene):
     assert "shader.lacquer" in scene and "mesh.0" in list(scene)
     with pytest.raises((TypeError, AttributeError)):
         copy.deepcopy(lacquer)
+
+
+BUNNY = SCENES / "assets/bunny.glb"
+
+
+def test_a_model_is_shown_as_the_command_shows_it(tmp_path):
+    options = {"view": "front", "azimuth": 20, "zoom": 1.5, "color": (0.9, 0.2, 0.1), "shader": "KelPhong",
+               "background": (0.1, 0.2, 0.3), "rotate_environment": 30, "ground": False, "up": "z",
+               "environment": SCENES / "assets/studio.exr", "import_limit": 60}
+    words = ["--view", "front", "--azimuth", 20, "--zoom", 1.5, "--color", "0.9,0.2,0.1", "--shader", "KelPhong",
+             "--background", "0.1,0.2,0.3", "--rotate-environment", 30, "--ground", "none", "--up", "z",
+             "--environment", SCENES / "assets/studio.exr", "--import-limit", 60]
+    oxbeam.load(BUNNY, size=(32, 24), **options).render(samples=1).save(tmp_path / "own.exr")
+    command("render", BUNNY, "-o", tmp_path / "theirs.exr", "--size", "32x24", "--samples", 1, *words)
+    own, theirs = ((oiio.ImageBuf(str(tmp_path / f"{name}.exr"))) for name in ("own", "theirs"))
+    assert np.array_equal(own.get_pixels(), theirs.get_pixels())
+    assert own.spec().getattribute("oxbeam:sceneHash") == theirs.spec().getattribute("oxbeam:sceneHash")
+
+
+def test_wrong_options_of_a_model_name_the_argument(table, tmp_path):
+    for arguments, exception, words in [
+        ({"view": "isoo"}, ValueError, "^view isoo: .* did you mean .iso"),
+        ({"view": 3}, TypeError, "^view"),
+        ({"azimuth": float("nan")}, ValueError, "azimuth"),
+        ({"zoom": 0}, ValueError, "zoom"),
+        ({"zoom": "x"}, TypeError, "zoom"),
+        ({"up": "w"}, ValueError, "up: expected one of x"),
+        ({"color": (1, 2)}, TypeError, "color"),
+        ({"color": (1, 2, 3)}, ValueError, "color"),
+        ({"background": "pink"}, ValueError, "background"),
+        ({"shader": "KelFong"}, ValueError, "did you mean .KelPhong"),
+        ({"camera": "x"}, oxbeam.SceneError, "no cameras"),
+        ({"camera": 3}, TypeError, "camera"),
+        ({"size": (0, 5)}, ValueError, "size"),
+        ({"import_limit": 0}, ValueError, "import_limit"),
+        ({"texture": tmp_path / "none.png"}, FileNotFoundError, "none.png"),
+        ({"environment": tmp_path}, IsADirectoryError, ""),
+    ]:
+        with pytest.raises(exception, match=words):
+            oxbeam.load(BUNNY, **arguments)
+    with pytest.raises(ValueError, match="view is for models"):
+        oxbeam.load(table, view="front")
+
+
+def test_what_a_scene_says_of_its_pictures_can_be_changed(table):
+    scene = oxbeam.load(table)
+    said = {"size": (20, 10), "background": "transparent", "filter": "gaussian", "filter_width": 3.0, "exposure": 1.5,
+            "tone": "filmic"}
+    for name, value in said.items():
+        setattr(scene, name, value)
+        assert getattr(scene, name) == value
+    for name, value in [("size", (0, 1)), ("background", "pink"), ("filter", "cone"), ("filter_width", 0),
+                        ("exposure", float("nan")), ("tone", "film")]:
+        with pytest.raises(ValueError, match=name):
+            setattr(scene, name, value)
+        assert getattr(scene, name) == said[name]
+    changed = scene.render()
+    file = table.read_text().replace("width = 64\nheight = 48", "width = 20\nheight = 10\nfilterWidth = 3\n"
+                                     'background = "transparent"\nfilter = "gaussian"')
+    table.write_text(file)
+    fresh = oxbeam.load(table).render()
+    assert np.array_equal(changed.rgb, fresh.rgb) and np.array_equal(changed.alpha, fresh.alpha)
+
+
+def test_cameras_are_chosen_by_name(table):
+    table.write_text(table.read_text() + "\n[camera.side]\nposition = [5, 0, 0]\nlookAt = [0, 0, 0]\n")
+    scene = oxbeam.load(table)
+    assert scene.camera == "camera"
+    scene.camera = "side"
+    assert scene.camera == "camera.side" and scene.view.position == (5.0, 0.0, 0.0)
+    assert np.array_equal(scene.render().rgb, oxbeam.load(table, camera="side").render().rgb)
+    for name, exception in [("none", KeyError), ("light.0", KeyError), (None, TypeError)]:
+        with pytest.raises(exception):
+            scene.camera = name

@@ -181,6 +181,11 @@ static void serve(const FileReader& reader, const ImportLimits& limits) {
     sigprocmask(SIG_BLOCK, &blocked, &open);
     const pid_t self = getpid();
     while (const auto request = nextRequest()) {
+        if (request->file == VersionRequest) {
+            const auto version = [&](const AnswerSink& sink) { sink(reader.version.data(), reader.version.size()); };
+            if (!answer(request->number, version)) _exit(ReaderFailed);
+            continue;
+        }
         const pid_t child = fork();
         if (child < 0) _exit(ReaderHasNoProcess);
         if (child == 0) {

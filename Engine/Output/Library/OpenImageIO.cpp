@@ -1,4 +1,4 @@
-// The module that writes pictures and draws contact sheets with OpenImageIO.
+// The module that writes TIFF and HDR pictures and draws contact sheets with OpenImageIO.
 #include "Engine/Output/PictureLibrary.h"
 
 #include <OpenImageIO/filesystem.h>
@@ -13,28 +13,6 @@ using namespace oxbeam;
 namespace {
 
 // ---- What is said of a picture
-
-void setAttribute(OIIO::ImageSpec& spec, const std::string& name, const Attribute& value) {
-    if (const auto* matrix = std::get_if<Matrix44>(&value))
-        spec.attribute(name, OIIO::TypeMatrix44, matrix->data());
-    else if (const auto* text = std::get_if<std::string>(&value))
-        spec.attribute(name, *text);
-    else if (const auto* whole = std::get_if<int>(&value))
-        spec.attribute(name, *whole);
-    else
-        spec.attribute(name, std::get<float>(value));
-}
-
-// What only EXR has room for.
-void extend(OIIO::ImageSpec& spec, const ImageOptions& options) {
-    if (!options.compress) spec["compression"] = "none";
-    for (const auto& [name, value] : options.attributes) setAttribute(spec, name, value);
-    if (!options.placement) return;
-    spec.x = static_cast<int>(options.placement->window.x0);
-    spec.y = static_cast<int>(options.placement->window.y0);
-    spec.full_width = static_cast<int>(options.placement->whole.width);
-    spec.full_height = static_cast<int>(options.placement->whole.height);
-}
 
 OIIO::TypeDesc typeOf(const Encoding& picture) {
     return picture.valueBytes == 4   ? OIIO::TypeDesc::FLOAT
@@ -52,16 +30,13 @@ OIIO::ImageSpec specOf(const Encoding& picture) {
                          static_cast<int>(picture.channels.size()), typeOf(picture));
     spec.channelnames = picture.channels;
     if (!isTiff(picture)) spec["oiio:ColorSpace"] = display ? "sRGB" : "Linear";
-    if (picture.format == "jpg") spec["CompressionQuality"] = 92;
     if (picture.options.alpha && display) {
         spec.alpha_channel = 3;
         spec["oiio:UnassociatedAlpha"] = 1;  // the colours are divided by it here already
     }
     const Attributes& attributes = picture.options.attributes;
-    if (picture.format == "exr")
-        extend(spec, picture.options);
-    else if (const auto software = attributes.find("Software"); software != attributes.end())
-        setAttribute(spec, software->first, software->second);
+    if (const auto software = attributes.find("Software"); software != attributes.end())
+        spec.attribute("Software", std::get<std::string>(software->second));
     return spec;
 }
 
@@ -99,12 +74,12 @@ private:
     std::exception_ptr m_failure;
 };
 
-// Some megabytes of rows at a time, since blocks of 16 are compressed side by side.
+// Some megabytes of rows at a time.
 bool writeRows(OIIO::ImageOutput& output, const Encoding& picture) {
     constexpr std::size_t most = 8u << 20;  // bytes
     const OIIO::ImageSpec& spec = output.spec();
     const auto width = static_cast<std::size_t>(spec.width);
-    const int together = static_cast<int>(std::max<std::size_t>(1, most / (16 * picture.rowBytes()))) * 16;
+    const int together = static_cast<int>(std::max<std::size_t>(1, most / picture.rowBytes()));
     std::vector<float> values((picture.rowBytes() * static_cast<std::size_t>(std::min(together, spec.height)) + 3) /
                               sizeof(float));
     bool good = true;
