@@ -15,7 +15,7 @@ std::string withChanges(const std::string& text, const Document& document, const
 void saveScene(const std::filesystem::path& file, const ViewCommand& command, const Document& document,
                const SceneInfo& scene);
 
-// The command line that renders just this. Throws Error(Usage) where none can: lights have come or gone.
+// The command line that renders just this. Throws Error(Usage) where none can: see Document::needsFile.
 std::string commandLine(const ViewCommand& command, const Document& document, const SceneInfo& scene,
                         const std::string& picture, unsigned samples);
 // The film as `oxbeam render` writes it, with what that says of it; `text` is the command line that makes the same.

@@ -17,7 +17,8 @@ namespace oxbeam {
 
 Viewer::Viewer(const ViewCommand& command)
     : m_command(command), m_window(command.render.scene + " - oxbeam", 1280, 800, command.theme == "light"),
-      m_thread(command), m_document(m_thread), m_panel(m_document, [this](const std::string& said) { say(said); }) {
+      m_document(m_thread), m_panel(m_document, [this](const std::string& said) { say(said); }) {
+    m_loader.load({m_command});
     if (!command.script.empty()) m_script = std::make_unique<Script>(command.script);
 }
 
@@ -49,12 +50,8 @@ void Viewer::follow() {
     fly();
     if (std::exchange(m_eyeMoved, false)) m_document.setEye(m_eye);
     for (const std::string& message : m_thread.takeMessages()) say(message);
+    followFiles();
     if (const auto scene = m_thread.scene(); scene != m_scene) {
-        if (!m_scene) {
-            m_document.open(*scene);
-            m_eye = m_document.eye();
-            m_look.tone = m_document.tone();
-        }
         m_scene = scene;
         m_redraw = 3;
     }

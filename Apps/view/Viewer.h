@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Apps/view/Document.h"
+#include "Apps/view/FileWatch.h"
 #include "Apps/view/Keys.h"
 #include "Apps/view/MainWindow.h"
 #include "Apps/view/Panel.h"
@@ -80,6 +81,13 @@ private:
     bool overPicture(float x, float y) const;
     int lightAtPointer(float x, float y) const;
 
+    // ViewerFiles.cpp
+    void followFiles();
+    void loaded(Loader::Outcome outcome);
+    void notLoaded(const Loader::Outcome& outcome);
+    void pickAgain();
+    void watchFiles();
+
     // ViewerActions.cpp
     void perform(Action action, SDL_Keycode code);
     void setEye(const Eye& eye);
@@ -91,6 +99,8 @@ private:
 
     ViewCommand m_command;
     MainWindow m_window;
+    Loader m_loader;
+    FileWatch m_watch;
     RenderThread m_thread;
     Document m_document;
     Panel m_panel;

@@ -60,6 +60,8 @@ void Viewer::save(const std::string& file) try {
     m_document.saved();
     if (!isSceneFile(m_command.render.scene)) m_command.render.model = {};  // it is in the scene now
     m_command.render.scene = file;
+    m_loader.wrote(file);
+    watchFiles();
     say(fmt::format("wrote {}", file));
 } catch (const Error& e) {
     say(e.what());
@@ -68,7 +70,7 @@ void Viewer::save(const std::string& file) try {
 void Viewer::writePicture(const std::string& file) {
     m_thread.atRest([this, file, scene = m_scene, document = m_document, command = m_command](Rendering& r) {
         if (r.loop.passes() == 0) throw Error(ExitStatus::Incomplete, "there is no picture to write");
-        const std::string text = document.lightsDiffer()
+        const std::string text = document.needsFile()
                                      ? "oxbeam view " + shellText({command.render.scene})  // and more, which none says
                                      : commandLine(command, document, *scene, file, r.loop.passes());
         oxbeam::writePicture(file, command, text, document.tone(), r);
