@@ -94,6 +94,7 @@ void addRender(CLI::App& app, RenderCommand& r) {
     c->add_option("--set", r.set, "Set a parameter over the scene, as shader.table.shininess=64; may be repeated")
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     c->add_option("--bits", r.bits, "Bits per channel of a PNG or TIFF, 8 or 16")->type_name("8|16");
     addPicture(*c, r);
@@ -127,6 +128,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     check->add_option("--set", a.check.set, "Set a parameter over the scene; may be repeated")
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addMemoryLimit(*check);
     addImportLimit(*check, a.check.importLimit);
@@ -198,6 +200,7 @@ int parseAndRun(int argc, char** argv) {
     app.add_option("--package-path", arguments.packagePaths, "Another directory with packages; may be repeated")
         ->type_name("DIR")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     arguments.render.text = shellText({argv, argv + argc});
     addRender(app, arguments.render);

@@ -12,6 +12,9 @@ void Document::open(const SceneInfo& scene) {
     m_textures = scene.textures;
     m_eye = Eye::of(scene.view, scene.fov);
     m_fileView = scene.view;
+    m_kept.clear();
+    m_added.clear();
+    ++m_revision;
     m_edits.clear();
     m_done = 0;
     m_savedAt = 0;
@@ -104,6 +107,37 @@ void Document::removeLight(const std::string& place) {
     become(after);
 }
 
+RenderThread::Posted AddedTexture::change() const {
+    return {[*this](Rendering& r) {
+        auto texture = std::make_unique<Texture>(*picture);
+        TextureNames::Named& named = r.world.textureNames.define("", name);
+        named.use.applyTo(*texture);
+        if (surroundings) {
+            texture->dropNegative();
+            named.turn = 0.0f;
+        }
+        named.id = r.world.textures.add(std::move(texture));
+    }};
+}
+
+std::string Document::addTexture(AddedTexture texture) {
+    const std::string stem = texture.file.stem().string();
+    texture.name = stem;
+    for (int i = 2; std::find(m_textures.begin(), m_textures.end(), texture.name) != m_textures.end(); ++i)
+        texture.name = fmt::format("{}-{}", stem, i);
+    m_thread.post(texture.change());
+    m_textures.push_back(texture.name);
+    m_added.push_back(texture);
+    return texture.name;
+}
+
+bool Document::uses(const AddedTexture& texture) const {
+    const auto is = [&](const auto& value) { return value.second.value.data == decltype(value.second.value.data)(texture.name); };
+    return std::any_of(objects().begin(), objects().end(), [&](const ObjectInfo& object) {
+        return std::any_of(object.values.begin(), object.values.end(), is);
+    });
+}
+
 void Document::setTone(const Tone& tone) {
     if (!(tone == m_now.tone)) perform(ToneEdit{m_now.tone, tone});
 }
@@ -170,6 +204,7 @@ void Document::redo() {
 // ---- What edits do
 
 void Document::apply(const Edit& edit, bool forwards) {
+    ++m_revision;
     if (const auto* value = std::get_if<ValueEdit>(&edit)) {
         const ParameterState& state = forwards ? value->after : value->before;
         const_cast<ParameterState&>(*m_now.value(value->path)) = state;
@@ -237,10 +272,19 @@ std::vector<RenderThread::Posted> Document::reopen(const SceneInfo& scene, std::
     }
     m_edits = std::move(edits);
     m_done = done;
+    for (State& kept : m_kept) kept = rebase.of(kept);
+    ++m_revision;
     m_now = std::move(now);
     m_saved = file;
     m_textures = scene.textures;
-    std::vector<RenderThread::Posted> changes = differences(m_saved, m_now);
+    std::vector<RenderThread::Posted> changes;
+    for (AddedTexture& added : m_added) {
+        added.inFile = std::find(m_textures.begin(), m_textures.end(), added.name) != m_textures.end();
+        if (added.inFile) continue;
+        m_textures.push_back(added.name);
+        changes.push_back(added.change());
+    }
+    for (RenderThread::Posted& change : differences(m_saved, m_now)) changes.push_back(std::move(change));
     const bool viewed = scene.framed || same(scene.view, m_fileView);
     m_fileView = scene.view;
     if (!m_moved && !viewed) m_eye = Eye::of(scene.view, scene.fov);
@@ -258,12 +302,15 @@ void Document::saved() {
     settle();
     m_savedAt = m_done;
     m_saved = m_now;
+    for (AddedTexture& added : m_added) added.inFile = added.inFile || uses(added);
     m_fileView = m_eye.view;
     m_moved = false;
 }
 
 bool Document::needsFile() const {
-    return !sameKinds(lightsAmong(m_now.objects), lightsAmong(m_saved.objects)) || m_now.placements != m_saved.placements;
+    const auto missing = [&](const AddedTexture& added) { return !added.inFile && uses(added); };
+    return std::any_of(m_added.begin(), m_added.end(), missing) ||
+           !sameKinds(lightsAmong(m_now.objects), lightsAmong(m_saved.objects)) || m_now.placements != m_saved.placements;
 }
 
 }  // namespace oxbeam

@@ -26,6 +26,17 @@ struct StateEdit {
     std::shared_ptr<const State> before, after;
 };
 
+// A picture that was chosen in the window, as the texture it is to be in the scene.
+struct AddedTexture {
+    std::string name;
+    std::filesystem::path file;
+    bool surroundings = false;  // of all directions
+    std::shared_ptr<const Texture> picture;
+    bool inFile = false;  // the scene's file has it
+
+    RenderThread::Posted change() const;
+};
+
 class Document {
 public:
     explicit Document(RenderThread& thread) : m_thread(thread) {}
@@ -55,7 +66,21 @@ public:
     void move(const std::string& place, const Matrix& toWorld);
     // Values, lights and placements of another state; one step to undo.
     void become(const State& state);
+    // A texture by a name like the file's, which is answered; no step to undo.
+    std::string addTexture(AddedTexture texture);
+    const std::vector<AddedTexture>& addedTextures() const { return m_added; }
+    // Some parameter has it.
+    bool uses(const AddedTexture& texture) const;
+    const std::vector<std::string>& textures() const { return m_textures; }
     void settle() { m_merging = false; }
+    // Another number after every change.
+    std::uint64_t revision() const { return m_revision; }
+
+    // States to come back to, in the order in which they were kept.
+    void keep() { m_kept.push_back(m_now); }
+    void forget(std::size_t number) { m_kept.erase(m_kept.begin() + static_cast<std::ptrdiff_t>(number)); }
+    const std::vector<State>& kept() const { return m_kept; }
+
     // No step to undo.
     void setEye(const Eye& eye);
 
@@ -70,7 +95,8 @@ public:
     bool isDirty() const { return m_done != m_savedAt; }
     bool isMoved() const { return m_moved; }
     void saved();
-    // Lights are others in number or kind than those of the file, or something stands elsewhere: no command line says it.
+    // Lights are others in number or kind than those of the file, something stands elsewhere, or a texture was added: no
+    // command line says it.
     bool needsFile() const;
     const State& fileState() const { return m_saved; }
 
@@ -85,8 +111,11 @@ private:
     RenderThread& m_thread;
     State m_now, m_saved;
     std::vector<std::string> m_textures;
+    std::vector<AddedTexture> m_added;
     Eye m_eye;
     View m_fileView;
+    std::vector<State> m_kept;
+    std::uint64_t m_revision = 0;
     std::vector<Edit> m_edits;
     std::size_t m_done = 0;
     std::optional<std::size_t> m_savedAt = 0;  // edits that were done then

@@ -47,6 +47,11 @@ std::optional<Loader::Outcome> Loader::take() {
     return std::exchange(m_outcome, std::nullopt);
 }
 
+bool Loader::isBusy() const {
+    const std::lock_guard lock(m_mutex);
+    return m_busy || m_request || m_outcome;
+}
+
 static std::uint64_t hashNow(const fs::path& file) {
     try {
         return hashOfFile(file);
@@ -91,7 +96,7 @@ Loader::Outcome Loader::perform(const Request& request) {
         if (isAsItWas(request)) return outcome;
         if (request.packages || m_registries.empty()) renewPackages(request.command, outcome.messages);
         Say say;
-        if (request.again) say = [&](const Diagnostic& said) { outcome.messages.push_back(said.text()); };
+        if (request.again || request.later) say = [&](const Diagnostic& said) { outcome.messages.push_back(said.text()); };
         const std::shared_ptr<const Registry> registry = m_registries.back();
         Prepared prepared = prepare(request.command.render, *registry, true, say);
         if (!prepared.world) throw Error(ExitStatus::BadScene, "");  // everything has been said
@@ -119,6 +124,7 @@ void Loader::run() {
             m_wake.wait(lock, [&] { return m_ending || (m_request && !m_outcome); });
             if (m_ending) return;
             request = std::move(*std::exchange(m_request, std::nullopt));
+            m_busy = true;
         }
         Outcome outcome = perform(request);
         const std::lock_guard lock(m_mutex);
@@ -127,6 +133,7 @@ void Loader::run() {
         else if (outcome.failure)
             m_files.clear();
         m_outcome = std::move(outcome);
+        m_busy = false;
     }
 }
 

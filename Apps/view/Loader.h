@@ -30,6 +30,7 @@ public:
         bool again = false;                            // the scene that is shown, since something has changed:
         bool packages = false;                         // packages have,
         std::set<std::filesystem::path> changed = {};  // and these files
+        bool later = false;                            // another than the one that the viewer began with
     };
     struct Outcome {
         Request request;
@@ -47,6 +48,7 @@ public:
     // One request that waits for another to be done has those before it in it.
     void load(Request request);
     std::optional<Outcome> take();
+    bool isBusy() const;
     // The viewer itself has written a file, which is no reason to load it.
     void wrote(const std::filesystem::path& file);
 
@@ -58,7 +60,7 @@ private:
 
     mutable std::mutex m_mutex;  // of all up to the next heading
     std::condition_variable m_wake;
-    bool m_ending = false;
+    bool m_ending = false, m_busy = false;
     std::optional<Request> m_request;
     std::optional<Outcome> m_outcome;
     std::map<std::filesystem::path, std::uint64_t> m_files;  // of the last scene, with their hashes; none if it was bad

@@ -57,6 +57,14 @@ void RenderThread::change(Change change) { post({std::move(change), false}); }
 
 void RenderThread::rebuild(Change change) { post({std::move(change), true}); }
 
+void RenderThread::compare(std::vector<Posted> there, std::vector<Posted> back) {
+    change([this, there = std::move(there), back = std::move(back)](Rendering&) { m_compared = Compared{there, back}; });
+}
+
+void RenderThread::compareNoMore() {
+    change([this](Rendering&) { m_compared.reset(); });
+}
+
 void RenderThread::atRest(Change use) {
     {
         const std::lock_guard lock(m_mutex);
@@ -171,6 +179,7 @@ bool RenderThread::takeChanges(Rendering& rendering, bool atRest) {
 bool RenderThread::apply(Rendering& rendering, const std::vector<Posted>& changes) {
     if (changes.empty()) return false;
     rendering.world.image = m_whole;
+    if (m_other) turn(rendering);
     bool rebuilt = false;
     for (const Posted& posted : changes) {
         attempt([&] { posted.change(rendering); });
@@ -183,7 +192,8 @@ bool RenderThread::apply(Rendering& rendering, const std::vector<Posted>& change
 
 void RenderThread::begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples) {
     world.image = Pacer::divided(m_whole, divider);
-    const FrameInfo frame{m_whole, divider, samples, world.viewInForce(), world.fov, m_frame.number + 1};
+    const FrameInfo frame{m_whole, divider, samples, world.viewInForce(), world.fov, m_frame.number + 1,
+                          m_other};
     m_developer.look(loop, frame, [&] { m_failed = !attempt([&] { loop.restart(); }); });
     m_frame = frame;
     m_seconds = 0.0;
@@ -228,6 +238,35 @@ void RenderThread::step(FrameLoop& loop) {
     notePulse(loop);
 }
 
+// ---- Comparing
+
+unsigned RenderThread::passesWanted() const {
+    return m_frame.divider > 1 || (m_compared && m_firstPasses) ? 1 : m_frame.samples;
+}
+
+// To the other of the two that are compared.
+void RenderThread::turn(Rendering& rendering) {
+    for (const Posted& posted : m_other ? m_compared->back : m_compared->there) attempt([&] { posted.change(rendering); });
+    m_other = !m_other;
+}
+
+// Where the one has its passes, and the other is to have some: coarse pictures in turn, however many changes wait.
+bool RenderThread::takeTurns(FrameLoop& loop, Rendering& rendering) {
+    const bool coarse = m_frame.divider > 1, again = m_other && !coarse && m_firstPasses;
+    if (!m_compared || m_failed || loop.passes() < passesWanted() || (m_other && !again)) return false;
+    if (!coarse) m_developer.give(loop.film().copy(), m_frame);
+    if (again) m_firstPasses = false;
+    turn(rendering);
+    m_moving = coarse;
+    begin(loop, rendering.world, m_frame.divider, m_frame.samples);
+    return true;
+}
+
+bool RenderThread::isAskedForFilm() const {
+    const std::lock_guard lock(m_mutex);
+    return !m_atRest.empty();
+}
+
 // For the next change or the end; answers whether what moved has come to rest instead.
 bool RenderThread::waitForMore(bool coarse) {
     std::unique_lock lock(m_mutex);
@@ -267,6 +306,8 @@ void RenderThread::render(Next& next) {
     Workers workers(next.loaded->threads);
     m_whole = world.image;
     m_moving = true;
+    m_compared.reset();
+    m_other = false;
     m_pacer = {};
     m_frame.samples = next.loaded->info.samples;
     world.image = Pacer::divided(m_whole, Pacer::coarsest(m_whole));
@@ -279,13 +320,21 @@ void RenderThread::render(Next& next) {
     while (!ending()) {
         const bool coarse = m_frame.divider > 1;
         rendering.seconds = m_seconds;
-        if (takeChanges(rendering, m_failed || (!coarse && loop.passes() > 0))) {
+        if (coarse && takeTurns(loop, rendering)) continue;
+        if (takeChanges(rendering, m_failed || (!coarse && !m_other && loop.passes() > 0))) {
             m_moving = true;
             begin(loop, world, m_pacer.divider(m_whole), m_frame.samples);
-        } else if (!m_failed && loop.passes() < (coarse ? 1 : m_frame.samples)) {
+        } else if (!m_failed && loop.passes() < passesWanted()) {
             step(loop);
+        } else if (takeTurns(loop, rendering)) {
+            continue;
+        } else if (m_other && !coarse && isAskedForFilm()) {  // of which there is only the other's any more
+            turn(rendering);
+            begin(loop, world, 1, m_frame.samples);
         } else if (waitForMore(coarse)) {
+            if (m_other) turn(rendering);
             m_moving = false;
+            m_firstPasses = true;
             begin(loop, world, 1, m_frame.samples);
         }
     }

@@ -42,6 +42,10 @@ public:
     // The same for what makes objects, lights or instances others: what the window knows of them follows.
     void rebuild(Change change);
     void post(Posted posted);
+    // What these changes lead to is rendered too, at the same sizes and with the same samples; the others lead back. One
+    // pass of each comes first, then all of the one, and all of the other.
+    void compare(std::vector<Posted> there, std::vector<Posted> back);
+    void compareNoMore();
     // To be done when a full pass is complete; the picture goes on.
     void atRest(Change use);
     // Nothing moves any more: a full picture may begin at once.
@@ -76,6 +80,13 @@ private:
     bool takeNext(Next& next);
     void render(Next& next);
     bool apply(Rendering& rendering, const std::vector<Posted>& changes);
+    struct Compared {
+        std::vector<Posted> there, back;
+    };
+    unsigned passesWanted() const;
+    bool takeTurns(FrameLoop& loop, Rendering& rendering);
+    void turn(Rendering& rendering);
+    bool isAskedForFilm() const;
     bool takeChanges(Rendering& rendering, bool atRest);
     bool attempt(const std::function<void()>& what);
     void begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples);
@@ -105,6 +116,9 @@ private:
     Pacer m_pacer;
     FrameInfo m_frame;
     ImageSize m_whole;
+    std::optional<Compared> m_compared;
+    bool m_other = false;       // the world is that of the other of the two
+    bool m_firstPasses = true;  // of the two that are compared there is to be one pass each
     bool m_moving = true;   // what is rendered has just been changed
     bool m_failed = false;  // a package has ended the frame; the next change begins another
     double m_seconds = 0.0;

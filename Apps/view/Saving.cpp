@@ -113,9 +113,23 @@ static std::string withLights(std::string text, const Document& document, std::v
     return text;
 }
 
-std::string withChanges(const std::string& original, const Document& document, const SceneInfo& scene) {
+// Named as seen from the scene's folder where that is no way up and down again.
+static std::string withTextures(std::string text, const Document& document, const fs::path& folder) {
+    for (const AddedTexture& added : document.addedTextures()) {
+        if (added.inFile || !document.uses(added)) continue;
+        const fs::path file = fs::absolute(added.file), near = file.lexically_proximate(fs::absolute(folder));
+        const std::string named = near.begin()->string() == ".." ? file.string() : near.string();
+        const std::string place = "texture." + added.name;
+        text = edited(text, {place, {"file"}, textOf(ParameterValue{named, {}})});
+        if (added.surroundings) text = edited(text, {place, {"projection"}, "\"equirectangular\""});
+    }
+    return text;
+}
+
+std::string withChanges(const std::string& original, const Document& document, const SceneInfo& scene,
+                        const fs::path& folder) {
     std::vector<ObjectInfo> before = document.fileState().objects;
-    std::string text = withLights(original, document, before);
+    std::string text = withTextures(withLights(original, document, before), document, folder);
     for (const SceneEdit& edit : changesOf(document, scene, before)) text = edited(text, edit);
     const auto& placed = document.fileState().placements;
     for (const auto& [place, toWorld] : document.now().placements)
@@ -147,7 +161,7 @@ void saveScene(const fs::path& file, const ViewCommand& command, const Document&
         SceneAssets assets(importLimits(command.render.importLimit));
         text = describeModelScene(command.render.scene, file.parent_path(), options, *scene.registry, assets, unsaid);
     }
-    storeFile(file, withChanges(text, document, scene));
+    storeFile(file, withChanges(text, document, scene, file.parent_path()));
 }
 
 // ---- Others
@@ -157,7 +171,7 @@ static std::string plainPath(const SceneEdit& edit) { return fmt::format("{}.{}"
 std::string commandLine(const ViewCommand& command, const Document& document, const SceneInfo& scene,
                         const std::string& picture, unsigned samples) {
     if (document.needsFile())
-        throw Error(ExitStatus::Usage, "lights have come or gone, or something was moved, which no command line says; save the scene first");
+        throw Error(ExitStatus::Usage, "lights have come or gone, something was moved, or a texture was added, which no command line says; save the scene first");
     const RenderCommand& r = command.render;
     std::vector<std::string> words = {"oxbeam"};
     const auto add = [&](std::initializer_list<std::string> more) { words.insert(words.end(), more); };

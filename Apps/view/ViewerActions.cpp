@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 namespace oxbeam {
 
@@ -28,6 +29,7 @@ void Viewer::frameWhatIsPicked() {
 }
 
 void Viewer::pickAtPointer(float x, float y) {
+    m_light.reset();
     m_pick = pickAt(*m_shown, *m_scene, x, y);
     if (m_pick) m_panel.show(m_pick->shader);
 }
@@ -80,7 +82,7 @@ void Viewer::writePicture(const std::string& file) {
 
 void Viewer::perform(Action action, SDL_Keycode code) try {
     using enum Action;
-    if (!m_scene && action != Help && action != Quit && action != Theme) return;
+    if (!m_scene && action != Help && action != Quit && action != Theme && action != Open) return;
     Tone tone = m_document.tone();
     switch (action) {
     case Help: m_help = !m_help; break;
@@ -116,6 +118,12 @@ void Viewer::perform(Action action, SDL_Keycode code) try {
     case ActualSize: nextZoom(); break;
     case Messages: m_messagesOpen = !m_messagesOpen; break;
     case Handles: m_handles = !m_handles; break;
+    case Open: chooseScene(); break;
+    case Keep: keep(); break;
+    case Compare: compare(); break;
+    case Delete:
+        if (m_light) m_document.removeLight(std::exchange(m_light, std::nullopt)->place), m_thread.rest();
+        break;
     case Action::Panel: m_panelOpen = !m_panelOpen; break;
     case Theme: m_window.setLight(!m_window.isLight()); break;
     case Histogram: m_histogram = !m_histogram; break;

@@ -20,6 +20,7 @@ void Viewer::loaded(Loader::Outcome outcome) {
     for (const std::string& message : outcome.messages) say(message);
     if (outcome.failure) return notLoaded(outcome);
     if (!outcome.loaded) return;
+    ++m_loads;
     const SceneInfo& info = outcome.loaded->info;
     std::vector<RenderThread::Posted> changes;
     if (outcome.request.again) {
@@ -28,8 +29,14 @@ void Viewer::loaded(Loader::Outcome outcome) {
         if (!lost.empty()) say(fmt::format("changed here, and gone from the scene: {}", fmt::join(lost, ", ")));
         say(fmt::format("{} was loaded again", m_command.render.scene));
     } else {
+        m_command = outcome.request.command;
         m_document.open(info);
         m_pick.reset();
+        m_light.reset();
+        m_kept.clear();
+        m_compared.reset();
+        m_zoom = 0.0f;
+        m_remembered.opened(info.file);
     }
     m_eye = m_document.eye();
     m_look.tone = m_document.tone();
@@ -58,14 +65,17 @@ void Viewer::pickAgain() {
 
 // What was there before stays to be seen; without that, there is nothing to go on with.
 void Viewer::notLoaded(const Loader::Outcome& outcome) {
-    if (!m_scene) std::rethrow_exception(outcome.failure);
-    m_watch.watchAll();
+    if (!m_scene && !outcome.request.command.render.scene.empty() && !outcome.request.later)
+        std::rethrow_exception(outcome.failure);
+    if (outcome.request.again) m_watch.watchAll();
     try {
         std::rethrow_exception(outcome.failure);
     } catch (const std::exception& e) {
         if (*e.what()) say(e.what());
     }
-    say(fmt::format("{} could not be loaded again: what is shown is as it was before", m_command.render.scene));
+    const std::string& file = outcome.request.command.render.scene;
+    say(outcome.request.again ? fmt::format("{} could not be loaded again: what is shown is as it was before", file)
+                              : fmt::format("{} could not be opened", file));
 }
 
 }  // namespace oxbeam
