@@ -174,6 +174,9 @@ static bool merge(auto& earlier, const auto& later, std::string Edit::*what) {
     return true;
 }
 
+// As many steps can be undone; those before are forgotten, or memory would go on growing.
+static constexpr std::size_t MostEdits = 500;
+
 // A drag is one step: what it began with, and what it ended with.
 void Document::perform(Edit edit) {
     m_edits.resize(m_done);
@@ -187,6 +190,10 @@ void Document::perform(Edit edit) {
         ++m_done;
     }
     m_merging = true;
+    if (m_edits.size() <= MostEdits) return;
+    m_edits.erase(m_edits.begin());
+    --m_done;
+    if (m_savedAt && (*m_savedAt)-- == 0) m_savedAt.reset();
 }
 
 void Document::undo() {

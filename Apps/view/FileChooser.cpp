@@ -32,7 +32,8 @@ bool isSceneOrModel(const fs::path& file) {
 }
 
 void FileChooser::open(std::string title, const fs::path& folder, Kind kind,
-                       std::function<void(const fs::path&)> chosen) {
+                       std::function<void(const fs::path&)> chosen, std::vector<std::string> first) {
+    m_first = std::move(first);
     m_title = std::move(title);
     m_kind = kind;
     m_chosen = std::move(chosen);
@@ -67,6 +68,9 @@ void FileChooser::choose(const fs::path& file) {
 // Entering a folder makes others of the lists.
 void FileChooser::drawList() {
     std::optional<fs::path> folder, file;
+    for (const std::string& path : m_first)
+        if (ImGui::Selectable(path.c_str(), false, ImGuiSelectableFlags_DontClosePopups)) file = path;
+    if (!m_first.empty()) ImGui::Separator();
     if (m_folder.has_parent_path() && ImGui::Selectable("..", false, ImGuiSelectableFlags_DontClosePopups))
         folder = m_folder.parent_path();
     for (const fs::path& name : m_folders)
@@ -74,7 +78,7 @@ void FileChooser::drawList() {
             folder = m_folder / name;
     for (const fs::path& name : m_files)
         if (ImGui::Selectable(name.c_str(), false, ImGuiSelectableFlags_DontClosePopups)) file = m_folder / name;
-    if (folder) enter(*folder);
+    if (folder) m_first.clear(), enter(*folder);
     if (file) choose(*file);
 }
 

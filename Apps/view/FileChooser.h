@@ -19,9 +19,9 @@ class FileChooser {
 public:
     using Kind = bool (*)(const std::filesystem::path& file);
 
-    // Begins in a folder; `chosen` is called with the file, if there is to be one.
+    // Begins in a folder, with files of other folders before all; `chosen` is called with the file, if there is to be one.
     void open(std::string title, const std::filesystem::path& folder, Kind kind,
-              std::function<void(const std::filesystem::path&)> chosen);
+              std::function<void(const std::filesystem::path&)> chosen, std::vector<std::string> first = {});
     bool isOpen() const { return m_open; }
     void draw();
 
@@ -33,6 +33,7 @@ private:
     bool m_open = false;
     std::string m_title, m_typed;
     std::filesystem::path m_folder;
+    std::vector<std::string> m_first;
     std::vector<std::filesystem::path> m_folders, m_files;
     Kind m_kind = nullptr;
     std::function<void(const std::filesystem::path&)> m_chosen;

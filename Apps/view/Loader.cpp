@@ -12,13 +12,15 @@ namespace oxbeam {
 
 namespace fs = std::filesystem;
 
-// Set when the window is closed, of which there is one: what reads a file then stops.
+// There is one window. Set when it is closed: what reads a file then stops.
 static std::atomic<bool> s_closing{false};
 
 Loader::Loader() : m_thread([this] { run(); }) { interruptBy(s_closing); }
 
+void Loader::giveUp() { s_closing = true; }
+
 Loader::~Loader() {
-    s_closing = true;
+    giveUp();
     {
         const std::lock_guard lock(m_mutex);
         m_ending = true;

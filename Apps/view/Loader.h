@@ -40,7 +40,6 @@ public:
     };
 
     Loader();
-    // Does not wait for a file that is being read.
     ~Loader();
     Loader(const Loader&) = delete;
     Loader& operator=(const Loader&) = delete;
@@ -49,6 +48,8 @@ public:
     void load(Request request);
     std::optional<Outcome> take();
     bool isBusy() const;
+    // Nothing will be read any more, here or elsewhere in the process: what is being read is given up.
+    void giveUp();
     // The viewer itself has written a file, which is no reason to load it.
     void wrote(const std::filesystem::path& file);
 

@@ -117,7 +117,7 @@ static std::string withLights(std::string text, const Document& document, std::v
 static std::string withTextures(std::string text, const Document& document, const fs::path& folder) {
     for (const AddedTexture& added : document.addedTextures()) {
         if (added.inFile || !document.uses(added)) continue;
-        const fs::path file = fs::absolute(added.file), near = file.lexically_proximate(fs::absolute(folder));
+        const fs::path file = fs::absolute(added.file), near = file.lexically_proximate(folder);
         const std::string named = near.begin()->string() == ".." ? file.string() : near.string();
         const std::string place = "texture." + added.name;
         text = edited(text, {place, {"file"}, textOf(ParameterValue{named, {}})});
@@ -161,7 +161,7 @@ void saveScene(const fs::path& file, const ViewCommand& command, const Document&
         SceneAssets assets(importLimits(command.render.importLimit));
         text = describeModelScene(command.render.scene, file.parent_path(), options, *scene.registry, assets, unsaid);
     }
-    storeFile(file, withChanges(text, document, scene, file.parent_path()));
+    storeFile(file, withChanges(text, document, scene, fs::absolute(file).parent_path()));
 }
 
 // ---- Others

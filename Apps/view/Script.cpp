@@ -181,12 +181,12 @@ void Script::slide(Viewer& viewer, const Line& line) {
 }
 
 // Whatever somebody may do who means no good.
-void Script::random(Viewer& viewer, unsigned events) {
+void Script::random(unsigned events) {
     const auto below = [&](unsigned n) { return static_cast<unsigned>(m_random() % n); };
     static const std::vector<std::string> names = {"f",      "1",      "2",   "3",  "4",  "5",      "6",
                                                    "7",      "l",      ",",   ".", "k", "c",  "t",  "z",      "h",
                                                    "m",      "g",      "tab", "F1", "F2", "ctrl+z", "ctrl+shift+z",
-                                                   "ctrl+c", "escape", "w",   "a",  "s",  "d"};
+                                                   "ctrl+c", "delete", "escape", "w",   "a",  "s",  "d"};
     const ImVec2 size = ImGui::GetIO().DisplaySize;
     for (unsigned i = 0; i < events; ++i) {
         const unsigned what = below(10);
@@ -209,7 +209,6 @@ void Script::random(Viewer& viewer, unsigned events) {
         }
     }
     for (const Uint8 which : {1, 2, 3}) button(false, which);
-    static_cast<void>(viewer);
 }
 
 // ---- Steps
@@ -245,8 +244,9 @@ bool Script::perform(Viewer& viewer, const Line& line) {
     const std::string& what = line.words[0];
     if (what == "wait") return wait(viewer, line);
     if (what == "timeout") return m_timeout = number(line, 1), true;
-    static const std::set<std::string> early = {"drop", "expect", "key", "screenshot", "quit", "close"};
-    if (!viewer.shown() && !(viewer.isIdle() && early.contains(what))) return false;  // all else is for a picture
+    static const std::set<std::string> early = {"drop", "expect", "key", "screenshot"}, always = {"quit", "close"};
+    if (!viewer.shown() && !always.contains(what) && !(viewer.isIdle() && early.contains(what)))
+        return false;  // all else is for a picture
     if (what == "expect") {
         if (const std::string wrong = complaint(viewer, line); !wrong.empty()) fail(wrong);
         return true;
@@ -256,7 +256,10 @@ bool Script::perform(Viewer& viewer, const Line& line) {
     if (what == "key") return key(word(line, 1), true), key(word(line, 1), false), true;
     if (what == "measure") return measure(viewer), true;
     if (what == "report") return report(viewer), true;
-    if (what == "random") return random(viewer, static_cast<unsigned>(number(line, 1))), true;
+    if (what == "random") {
+        if (line.words.size() > 2) m_random.seed(static_cast<unsigned>(number(line, 2)));
+        return random(static_cast<unsigned>(number(line, 1))), true;
+    }
     if (what == "hold") {
         if (m_settling == 0 && m_waiting.seconds() < 0.001) key(word(line, 1), true);
         if (m_waiting.seconds() < number(line, 2)) return false;

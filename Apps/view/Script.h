@@ -39,7 +39,7 @@ private:
     void point(Viewer& viewer, const Line& line);
     void slide(Viewer& viewer, const Line& line);
     void change(Viewer& viewer, const Line& line);
-    void random(Viewer& viewer, unsigned events);
+    void random(unsigned events);
     void report(const Viewer& viewer) const;
     void measure(const Viewer& viewer);
     const std::string& word(const Line& line, std::size_t i) const;

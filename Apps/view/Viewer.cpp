@@ -27,7 +27,7 @@ Viewer::Viewer(const ViewCommand& command)
     if (!command.script.empty()) m_script = std::make_unique<Script>(command.script);
 }
 
-Viewer::~Viewer() = default;
+Viewer::~Viewer() { m_loader.giveUp(); }
 
 void Viewer::say(const std::string& message) {
     constexpr std::size_t most = 500;

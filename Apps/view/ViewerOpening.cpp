@@ -32,7 +32,7 @@ void Viewer::openFile(const std::string& file) {
 
 void Viewer::chooseScene() {
     m_chooser.open("Open", fs::path(m_command.render.scene).parent_path(), isSceneOrModel,
-                   [this](const fs::path& file) { wantFile(file.string()); });
+                   [this](const fs::path& file) { wantFile(file.string()); }, m_remembered.files());
 }
 
 // Instead of a picture, where there is no scene: what was opened last.

@@ -268,10 +268,10 @@ TEST_F(Viewing, FilesAreDroppedAndRemembered) {
                "expect chooser no\ndrop broken.toml\nwait message \"did you mean 'KelPhong'?\"\n"
                "drop scene.toml\nwait loaded\nexpect recent scene.toml\nexpect hint yes\nexpect scene scene.toml\n"
                "drop other.toml\nwait scene other.toml\nwait done\nwheel 1\nexpect hint no\n"
-               "drop none.png\nwait message none.png\nexpect dirty no\n",
+               "move 20 14\ndrop none.png\nwait message none.png\nexpect dirty no\n",
                "--samples 3");
     expectDone("wait done\nexpect hint no\nexpect recent scene.toml\nmove 20 14\ndrop wood.png\n"
-               "wait value shader.body.texture \"\\\"wood\\\"\"\n"
+               "wait set shader.body.texture yes\n"
                "drop sky.exr\nwait pixel 1 1 0 0 255 0\n" +
                    Picture + "drop other.toml\nwait asked yes\nkey escape\nsave new.toml\n",
                "scene.toml --samples 3 --scale 2");
