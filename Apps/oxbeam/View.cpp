@@ -16,7 +16,8 @@ namespace oxbeam {
 
 void addViewOptions(CLI::App& c, ViewCommand& v) {
     RenderCommand& r = v.render;
-    c.add_option("SCENE", r.scene, "Scene file (.toml), or a model; without one, those that were opened last are offered");
+    c.add_option("SCENE", r.scene,
+                 "Scene file (.toml), or a model; without one, those that were opened last are offered");
     addModelOptions(c, r.model);
     c.add_option("--size", r.size, "Size of the picture in pixels, instead of the scene's")->type_name("WxH");
     c.add_option("--camera", r.camera, "One of the scene's named cameras, or of a model's own; 'file': its first")

@@ -25,7 +25,8 @@ public:
     enum Slot : unsigned { Main, Other, Kept };
     // Takes the picture over into a texture of its own, which the next one of the slot replaces. Smooth: interpolated where it is
     // larger than it has pixels.
-    virtual ImTextureID picture(unsigned slot, unsigned width, unsigned height, const std::uint8_t* rgba, bool smooth) = 0;
+    virtual ImTextureID picture(unsigned slot, unsigned width, unsigned height, const std::uint8_t* rgba,
+                                bool smooth) = 0;
     virtual void draw(ImDrawData* data, const ImVec4& background) = 0;
     // What has been drawn and is not presented yet.
     virtual Pixels read() = 0;

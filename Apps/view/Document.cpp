@@ -132,7 +132,9 @@ std::string Document::addTexture(AddedTexture texture) {
 }
 
 bool Document::uses(const AddedTexture& texture) const {
-    const auto is = [&](const auto& value) { return value.second.value.data == decltype(value.second.value.data)(texture.name); };
+    const auto is = [&](const auto& value) {
+        return value.second.value.data == decltype(value.second.value.data)(texture.name);
+    };
     return std::any_of(objects().begin(), objects().end(), [&](const ObjectInfo& object) {
         return std::any_of(object.values.begin(), object.values.end(), is);
     });
@@ -317,7 +319,8 @@ void Document::saved() {
 bool Document::needsFile() const {
     const auto missing = [&](const AddedTexture& added) { return !added.inFile && uses(added); };
     return std::any_of(m_added.begin(), m_added.end(), missing) ||
-           !sameKinds(lightsAmong(m_now.objects), lightsAmong(m_saved.objects)) || m_now.placements != m_saved.placements;
+           !sameKinds(lightsAmong(m_now.objects), lightsAmong(m_saved.objects)) ||
+           m_now.placements != m_saved.placements;
 }
 
 }  // namespace oxbeam

@@ -31,7 +31,7 @@ private:
     using Corners = std::array<ImVec2, 4>;
 
     std::optional<ImVec2> m_origin;
-    std::array<std::optional<ImVec2>, 3> m_tips;       // of x, y, z
+    std::array<std::optional<ImVec2>, 3> m_tips;      // of x, y, z
     std::array<std::optional<Corners>, 3> m_squares;  // across x, y, z
 };
 

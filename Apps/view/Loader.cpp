@@ -98,7 +98,8 @@ Loader::Outcome Loader::perform(const Request& request) {
         if (isAsItWas(request)) return outcome;
         if (request.packages || m_registries.empty()) renewPackages(request.command, outcome.messages);
         Say say;
-        if (request.again || request.later) say = [&](const Diagnostic& said) { outcome.messages.push_back(said.text()); };
+        if (request.again || request.later)
+            say = [&](const Diagnostic& said) { outcome.messages.push_back(said.text()); };
         const std::shared_ptr<const Registry> registry = m_registries.back();
         Prepared prepared = prepare(request.command.render, *registry, true, say);
         if (!prepared.world) throw Error(ExitStatus::BadScene, "");  // everything has been said

@@ -67,7 +67,8 @@ private:
     std::map<std::filesystem::path, std::uint64_t> m_files;  // of the last scene, with their hashes; none if it was bad
 
     // ---- Of this thread alone
-    std::vector<std::shared_ptr<const Registry>> m_registries;  // whose classes the window may know as long as it is open
+    std::vector<std::shared_ptr<const Registry>>
+        m_registries;  // whose classes the window may know as long as it is open
     std::thread m_thread;
 };
 

@@ -58,7 +58,9 @@ void RenderThread::change(Change change) { post({std::move(change), false}); }
 void RenderThread::rebuild(Change change) { post({std::move(change), true}); }
 
 void RenderThread::compare(std::vector<Posted> there, std::vector<Posted> back) {
-    change([this, there = std::move(there), back = std::move(back)](Rendering&) { m_compared = Compared{there, back}; });
+    change([this, there = std::move(there), back = std::move(back)](Rendering&) {
+        m_compared = Compared{there, back};
+    });
 }
 
 void RenderThread::compareNoMore() {
@@ -192,8 +194,7 @@ bool RenderThread::apply(Rendering& rendering, const std::vector<Posted>& change
 
 void RenderThread::begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples) {
     world.image = Pacer::divided(m_whole, divider);
-    const FrameInfo frame{m_whole, divider, samples, world.viewInForce(), world.fov, m_frame.number + 1,
-                          m_other};
+    const FrameInfo frame{m_whole, divider, samples, world.viewInForce(), world.fov, m_frame.number + 1, m_other};
     m_developer.look(loop, frame, [&] { m_failed = !attempt([&] { loop.restart(); }); });
     m_frame = frame;
     m_seconds = 0.0;
@@ -246,7 +247,8 @@ unsigned RenderThread::passesWanted() const {
 
 // To the other of the two that are compared.
 void RenderThread::turn(Rendering& rendering) {
-    for (const Posted& posted : m_other ? m_compared->back : m_compared->there) attempt([&] { posted.change(rendering); });
+    for (const Posted& posted : m_other ? m_compared->back : m_compared->there)
+        attempt([&] { posted.change(rendering); });
     m_other = !m_other;
 }
 

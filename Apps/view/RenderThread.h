@@ -119,8 +119,8 @@ private:
     std::optional<Compared> m_compared;
     bool m_other = false;       // the world is that of the other of the two
     bool m_firstPasses = true;  // of the two that are compared there is to be one pass each
-    bool m_moving = true;   // what is rendered has just been changed
-    bool m_failed = false;  // a package has ended the frame; the next change begins another
+    bool m_moving = true;       // what is rendered has just been changed
+    bool m_failed = false;      // a package has ended the frame; the next change begins another
     double m_seconds = 0.0;
     std::thread m_thread;
 };

@@ -171,7 +171,9 @@ static std::string plainPath(const SceneEdit& edit) { return fmt::format("{}.{}"
 std::string commandLine(const ViewCommand& command, const Document& document, const SceneInfo& scene,
                         const std::string& picture, unsigned samples) {
     if (document.needsFile())
-        throw Error(ExitStatus::Usage, "lights have come or gone, something was moved, or a texture was added, which no command line says; save the scene first");
+        throw Error(ExitStatus::Usage,
+                    "lights have come or gone, something was moved, or a texture was added, which no command line "
+                    "says; save the scene first");
     const RenderCommand& r = command.render;
     std::vector<std::string> words = {"oxbeam"};
     const auto add = [&](std::initializer_list<std::string> more) { words.insert(words.end(), more); };

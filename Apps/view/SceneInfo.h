@@ -42,7 +42,7 @@ struct SceneInfo {
     std::vector<ObjectInfo> objects;
     std::vector<InstanceInfo> instances;  // by number
     std::vector<PlacedInfo> placements;
-    std::vector<std::string> textures;    // the scene's own
+    std::vector<std::string> textures;  // the scene's own
     std::vector<const ObjectClass*> classes;
     const Registry* registry = nullptr;  // of which nothing changes any more
     Bounds bounds;

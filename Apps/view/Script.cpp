@@ -44,11 +44,11 @@ static std::vector<std::string> wordsOf(const std::string& line) {
 // The steps, and how many words follow each at least.
 static const std::map<std::string, std::size_t>& steps() {
     static const std::map<std::string, std::size_t> all = {
-        {"wait", 1},    {"timeout", 1},    {"expect", 2}, {"move", 2},  {"click", 2}, {"doubleclick", 2},
-        {"drag", 5},    {"wheel", 1},      {"key", 1},    {"hold", 2},  {"type", 1},  {"slide", 2},
-        {"back", 1},    {"set", 2},        {"reset", 1},  {"class", 2}, {"light", 1}, {"delete", 1},
-        {"save", 1},    {"copy", 2},       {"bring", 1},  {"drop", 1},       {"picture", 1},    {"search", 1}, {"quit", 0},  {"close", 0}, {"random", 1},
-        {"measure", 0}, {"screenshot", 1}, {"report", 0}};
+        {"wait", 1}, {"timeout", 1}, {"expect", 2}, {"move", 2},    {"click", 2},      {"doubleclick", 2},
+        {"drag", 5}, {"wheel", 1},   {"key", 1},    {"hold", 2},    {"type", 1},       {"slide", 2},
+        {"back", 1}, {"set", 2},     {"reset", 1},  {"class", 2},   {"light", 1},      {"delete", 1},
+        {"save", 1}, {"copy", 2},    {"bring", 1},  {"drop", 1},    {"picture", 1},    {"search", 1},
+        {"quit", 0}, {"close", 0},   {"random", 1}, {"measure", 0}, {"screenshot", 1}, {"report", 0}};
     return all;
 }
 
@@ -183,10 +183,36 @@ void Script::slide(Viewer& viewer, const Line& line) {
 // Whatever somebody may do who means no good.
 void Script::random(unsigned events) {
     const auto below = [&](unsigned n) { return static_cast<unsigned>(m_random() % n); };
-    static const std::vector<std::string> names = {"f",      "1",      "2",   "3",  "4",  "5",      "6",
-                                                   "7",      "l",      ",",   ".", "k", "c",  "t",  "z",      "h",
-                                                   "m",      "g",      "tab", "F1", "F2", "ctrl+z", "ctrl+shift+z",
-                                                   "ctrl+c", "delete", "escape", "w",   "a",  "s",  "d"};
+    static const std::vector<std::string> names = {"f",
+                                                   "1",
+                                                   "2",
+                                                   "3",
+                                                   "4",
+                                                   "5",
+                                                   "6",
+                                                   "7",
+                                                   "l",
+                                                   ",",
+                                                   ".",
+                                                   "k",
+                                                   "c",
+                                                   "t",
+                                                   "z",
+                                                   "h",
+                                                   "m",
+                                                   "g",
+                                                   "tab",
+                                                   "F1",
+                                                   "F2",
+                                                   "ctrl+z",
+                                                   "ctrl+shift+z",
+                                                   "ctrl+c",
+                                                   "delete",
+                                                   "escape",
+                                                   "w",
+                                                   "a",
+                                                   "s",
+                                                   "d"};
     const ImVec2 size = ImGui::GetIO().DisplaySize;
     for (unsigned i = 0; i < events; ++i) {
         const unsigned what = below(10);

@@ -16,8 +16,8 @@
 namespace oxbeam {
 
 Viewer::Viewer(const ViewCommand& command)
-    : m_command(command), m_window("oxbeam", 1280, 800, command.theme == "light", command.scale),
-      m_document(m_thread), m_panel(m_document, [this](const std::string& said) { say(said); }) {
+    : m_command(command), m_window("oxbeam", 1280, 800, command.theme == "light", command.scale), m_document(m_thread),
+      m_panel(m_document, [this](const std::string& said) { say(said); }) {
     m_panel.chooseTexture = [this](const std::string& path) {
         const std::filesystem::path scene = m_command.render.scene;
         m_chooser.open("Texture", scene.parent_path(), isPicture,
@@ -67,6 +67,7 @@ void Viewer::follow() {
     if (const auto shown = m_thread.developer().latest(); shown != m_shown) {
         m_shown = shown;
         m_redraw = std::max(m_redraw, 1);
+        if (!m_kept.empty() && m_kept.back().revision == m_document.revision()) picture(m_kept.back());
     }
     m_longestWait = std::max(m_longestWait, clock.seconds());
 }
@@ -135,7 +136,8 @@ void Viewer::upload() {
     if (std::exchange(m_lastFrame, m_shown->frame.number) != m_shown->frame.number) ++m_updates;
     const bool smooth = m_shown->coarse() || m_zoom < 2.0f;
     if (!outlined) {
-        m_texture = m_window.display().picture(Display::Main, m_shown->width, m_shown->height, m_shown->rgba.data(), smooth);
+        m_texture =
+            m_window.display().picture(Display::Main, m_shown->width, m_shown->height, m_shown->rgba.data(), smooth);
         return;
     }
     std::vector<std::uint8_t> rgba = m_shown->rgba;

@@ -107,7 +107,9 @@ private:
     R3 wayAt(const ImVec2& at) const;
 
     // ViewerCompare.cpp
+    struct Kept;
     void keep();
+    void picture(Kept& kept) const;
     void compare();
     void followCompared();
     void drawCompared();
@@ -186,6 +188,7 @@ private:
         unsigned width = 0, height = 0;
         std::vector<std::uint8_t> rgba;
         ImTextureID texture = nullptr;
+        std::uint64_t revision = 0;  // of the document: its latest picture counts
     };
     std::vector<Kept> m_kept;  // as the document has the states
     std::optional<std::size_t> m_compared;

@@ -11,18 +11,27 @@ namespace oxbeam {
 static constexpr unsigned Thumbnail = 160;
 static constexpr std::size_t MostKept = 12;
 
-void Viewer::keep() {
-    if (!m_shown) return;
-    if (m_kept.size() == MostKept) return say(fmt::format("no more than {} states are kept", MostKept));
+// Of every so many pixels one.
+void Viewer::picture(Kept& kept) const {
     const Shown& shown = *m_shown;
     const unsigned step = std::max(1u, std::max(shown.width, shown.height) / Thumbnail);
-    Kept kept{shown.width / step, shown.height / step, {}, nullptr};
-    if (kept.width == 0 || kept.height == 0) return;
+    kept.width = std::max(1u, shown.width / step);
+    kept.height = std::max(1u, shown.height / step);
+    kept.rgba.clear();
+    kept.texture = nullptr;
     for (unsigned y = 0; y < kept.height; ++y)
         for (unsigned x = 0; x < kept.width; ++x) {
             const std::uint8_t* from = &shown.rgba[4 * (std::size_t{y} * step * shown.width + std::size_t{x} * step)];
             kept.rgba.insert(kept.rgba.end(), from, from + 4);
         }
+}
+
+void Viewer::keep() {
+    if (!m_shown) return;
+    if (m_kept.size() == MostKept) return say(fmt::format("no more than {} states are kept", MostKept));
+    Kept kept;
+    picture(kept);
+    kept.revision = m_document.revision();
     m_document.keep();
     m_kept.push_back(std::move(kept));
 }
@@ -62,9 +71,7 @@ void Viewer::followCompared() {
     }
 }
 
-float Viewer::dividerX() const {
-    return m_origin.x + m_divider * m_pixel * static_cast<float>(m_scene->image.width);
-}
+float Viewer::dividerX() const { return m_origin.x + m_divider * m_pixel * static_cast<float>(m_scene->image.width); }
 
 // To the left of the divider, what was kept.
 void Viewer::drawCompared() {
@@ -78,8 +85,7 @@ void Viewer::drawCompared() {
                                                     m_other->rgba.data(), m_other->coarse() || m_zoom < 2.0f);
     }
     const float x = dividerX();
-    if (m_other && m_otherTexture)
-        draw.AddImage(m_otherTexture, m_origin, {x, end.y}, {0.0f, 0.0f}, {m_divider, 1.0f});
+    if (m_other && m_otherTexture) draw.AddImage(m_otherTexture, m_origin, {x, end.y}, {0.0f, 0.0f}, {m_divider, 1.0f});
     draw.AddLine({x, m_origin.y}, {x, end.y}, IM_COL32(0, 0, 0, 160), 4.0f);
     draw.AddLine({x, m_origin.y}, {x, end.y}, IM_COL32_WHITE, 2.0f);
     const std::string left = fmt::format("state {}", *m_compared + 1);
@@ -112,9 +118,10 @@ void Viewer::drawKept() {
         if (ImGui::IsItemClicked(ImGuiMouseButton_Right)) m_compared = i, m_comparedRevision = 0;
         if (ImGui::IsItemClicked(ImGuiMouseButton_Middle)) forgotten = i;
         if (ImGui::IsItemHovered())
-            ImGui::SetTooltip("state %zu: click to bring it back, right button to compare with it,\nmiddle button to "
-                              "forget it",
-                              i + 1);
+            ImGui::SetTooltip(
+                "state %zu: click to bring it back, right button to compare with it,\nmiddle button to "
+                "forget it",
+                i + 1);
         ImGui::PopID();
     }
     ImGui::End();

@@ -80,7 +80,8 @@ bool Viewer::grab(const ImVec2& at) {
 }
 
 void Viewer::dragGrabbed(const ImVec2& at) {
-    moveTo(m_document, *m_scene, *m_grabbed, m_grabbed->at + dragged(m_handle, m_grabbed->at, m_eye, m_grabbedBy, wayAt(at)));
+    moveTo(m_document, *m_scene, *m_grabbed,
+           m_grabbed->at + dragged(m_handle, m_grabbed->at, m_eye, m_grabbedBy, wayAt(at)));
 }
 
 // The window learns where things are now.

@@ -31,8 +31,9 @@ void Viewer::openFile(const std::string& file) {
 }
 
 void Viewer::chooseScene() {
-    m_chooser.open("Open", fs::path(m_command.render.scene).parent_path(), isSceneOrModel,
-                   [this](const fs::path& file) { wantFile(file.string()); }, m_remembered.files());
+    m_chooser.open(
+        "Open", fs::path(m_command.render.scene).parent_path(), isSceneOrModel,
+        [this](const fs::path& file) { wantFile(file.string()); }, m_remembered.files());
 }
 
 // Instead of a picture, where there is no scene: what was opened last.
@@ -69,7 +70,8 @@ void Viewer::dropped(const std::string& file) {
 // It is decoded beside all else.
 void Viewer::addPicture(const fs::path& file, const std::string& place) {
     const auto read = [file]() -> std::shared_ptr<const Texture> { return loadTexture(file); };
-    m_awaited.push_back({{"", file, place == "environment", nullptr, false}, place, std::async(std::launch::async, read)});
+    m_awaited.push_back(
+        {{"", file, place == "environment", nullptr, false}, place, std::async(std::launch::async, read)});
 }
 
 void Viewer::followPictures() {

@@ -225,7 +225,8 @@ std::string withTranslation(const std::string& original, const std::string& plac
         const EditedText now(result);
         const toml::array* numbers = find(now.document(), place).table->get("matrix")->as_array();
         const toml::node* number = numbers ? numbers->get(4 * row + 3) : nullptr;
-        if (!number) throw Error(ExitStatus::BadScene, fmt::format("{}.matrix cannot be edited where it stands", place));
+        if (!number)
+            throw Error(ExitStatus::BadScene, fmt::format("{}.matrix cannot be edited where it stands", place));
         result = now.replaced(number->source(), fmt::format("{}", to[row]));
     }
     return result;

@@ -132,7 +132,9 @@ TEST_F(Viewing, TheCommandLineRendersJustThis) {
                    Picture + "key ctrl+c\nexpect clipboard \" render scene.toml\"\n",
                "scene.toml --samples 3");
     const std::string said = picture("view.exr").spec().get_string_attribute("oxbeam:command");
-    ASSERT_THAT(said, StartsWith("oxbeam --package-path packages render scene.toml -o view.exr --size 40x30 --samples 3 --set "));
+    ASSERT_THAT(
+        said,
+        StartsWith("oxbeam --package-path packages render scene.toml -o view.exr --size 40x30 --samples 3 --set "));
     fs::rename(scratch() / "view.exr", scratch() / "seen.exr");
     const Outcome outcome = shell("$" + said);
     ASSERT_EQ(outcome.status, 0) << outcome.err;
@@ -184,20 +186,21 @@ TEST_F(Viewing, AChangedSceneIsLoadedAgain) {
     writeFile("broken.toml", replaced(SceneText, "[shader.body]", "[shader.body"));
     writeFile("two.toml", replaced(replaced(SceneText, object, object + "shininess = 6\n"), "intensity = [20, 20, 20]",
                                    "intensity = [30, 20, 20]\n[[light]]\nobject = \"KelDirectionalLight\""));
-    expectDone("wait done\ndrag left 10 10 30 20\nset light.0.position [1,2,3]\nlight OxPointLight\n"
-               "set render.recursionLimit 3\n" +
-                   Soon +
-                   "copy one.toml scene.toml\nwait value shader.body.shininess 5.0\n"
-                   "expect value light.0.position \"[1, 2, 3]\"\nexpect value render.recursionLimit 3\n"
-                   "copy broken.toml scene.toml\nwait message \"scene.toml:10:13: error: \"\n"
-                   "expect value shader.body.shininess 5.0\nexpect dirty yes\n"
-                   "copy two.toml scene.toml\nwait value shader.body.shininess 6.0\n"
-                   "expect value light.0.intensity \"[30.0, 20.0, 20.0]\"\nexpect value light.0.position \"[1, 2, 3]\"\n"
-                   "expect set light.2.position yes\n" +
-                   Picture + "key ctrl+s\nexpect dirty no\nwait seconds 0.5\n" +
-                   "key ctrl+z\nkey ctrl+z\nkey ctrl+z\nexpect value light.0.position \"[2.0, 3.0, 4.0]\"\n"
-                   "expect value light.0.intensity \"[30.0, 20.0, 20.0]\"\n",
-               "scene.toml --samples 3");
+    expectDone(
+        "wait done\ndrag left 10 10 30 20\nset light.0.position [1,2,3]\nlight OxPointLight\n"
+        "set render.recursionLimit 3\n" +
+            Soon +
+            "copy one.toml scene.toml\nwait value shader.body.shininess 5.0\n"
+            "expect value light.0.position \"[1, 2, 3]\"\nexpect value render.recursionLimit 3\n"
+            "copy broken.toml scene.toml\nwait message \"scene.toml:10:13: error: \"\n"
+            "expect value shader.body.shininess 5.0\nexpect dirty yes\n"
+            "copy two.toml scene.toml\nwait value shader.body.shininess 6.0\n"
+            "expect value light.0.intensity \"[30.0, 20.0, 20.0]\"\nexpect value light.0.position \"[1, 2, 3]\"\n"
+            "expect set light.2.position yes\n" +
+            Picture + "key ctrl+s\nexpect dirty no\nwait seconds 0.5\n" +
+            "key ctrl+z\nkey ctrl+z\nkey ctrl+z\nexpect value light.0.position \"[2.0, 3.0, 4.0]\"\n"
+            "expect value light.0.intensity \"[30.0, 20.0, 20.0]\"\n",
+        "scene.toml --samples 3");
     rendered("scene.toml", "rendered.exr");
     expectSame("rendered.exr", "view.exr");
 }
@@ -206,11 +209,15 @@ TEST_F(Viewing, AChangedTextureIsLoadedAgain) {
     writeImage(scratch() / "white.png", 1, 1, {White});
     writeImage(scratch() / "black.png", 1, 1, {Black});
     writeImage(scratch() / "wood.png", 1, 1, {White});
-    const std::string textured = replaced(SceneText, "object = \"KelPhong\"", "object = \"KelDiffuse\"\ntexture = \"wood\"");
-    writeFile("scene.toml", replaced(textured, "reflective = [0.5, 0.5, 0.5]", "") + "[texture.wood]\nfile = \"wood.png\"\n");
-    expectDone("wait done\n" + Soon + "copy black.png wood.png\nwait pixel 22 12 0 0 0 3\n"
-               "copy scene.toml wood.png\nwait message \"could not be loaded again\"\nexpect pixel 22 12 0 0 0 3\n"
-               "copy white.png wood.png\nwait loads 3\nwait done\npicture white.exr\nwait message white.exr\nexpect dirty no\n",
+    const std::string textured =
+        replaced(SceneText, "object = \"KelPhong\"", "object = \"KelDiffuse\"\ntexture = \"wood\"");
+    writeFile("scene.toml",
+              replaced(textured, "reflective = [0.5, 0.5, 0.5]", "") + "[texture.wood]\nfile = \"wood.png\"\n");
+    expectDone("wait done\n" + Soon +
+                   "copy black.png wood.png\nwait pixel 22 12 0 0 0 3\n"
+                   "copy scene.toml wood.png\nwait message \"could not be loaded again\"\nexpect pixel 22 12 0 0 0 3\n"
+                   "copy white.png wood.png\nwait loads 3\nwait done\npicture white.exr\nwait message "
+                   "white.exr\nexpect dirty no\n",
                "scene.toml --samples 3");
     rendered("scene.toml", "rendered.exr");
     expectSame("rendered.exr", "white.exr");
@@ -225,10 +232,13 @@ TEST_F(Viewing, ARebuiltPackageIsLoadedAgain) {
     expectDone("wait done\nexpect pixel 20 14 255 0 0 0\nset shader.paint.gain 0.5\nwait pixel 20 14 188 0 0 1\n" +
                    Soon + "copy " + green + " " + library +
                    "\nwait pixel 20 14 0 188 0 1\nexpect value shader.paint.gain 0.5\n"
-                   "copy scene.toml " + library +
+                   "copy scene.toml " +
+                   library +
                    "\nwait message \"libPaint.so: warning: \"\nwait message \"could not be loaded again\"\n"
                    "set shader.paint.gain 1\nwait pixel 20 14 0 255 0 0\n"
-                   "copy " + red + " " + library + "\nwait pixel 20 14 255 0 0 0\nkey ctrl+z\n"
+                   "copy " +
+                   red + " " + library +
+                   "\nwait pixel 20 14 255 0 0 0\nkey ctrl+z\n"
                    "key ctrl+z\nexpect dirty no\nwait done\nexpect pixel 20 14 255 0 0 0\n",
                "scene.toml");
 }
@@ -236,24 +246,26 @@ TEST_F(Viewing, ARebuiltPackageIsLoadedAgain) {
 // By its arrow along x, as far as the pointer goes; in the file only that changes.
 TEST_F(Viewing, AnObjectIsDraggedAlongAnAxis) {
     const std::string before = contentOf("scene.toml");
-    expectDone("wait done\nclick 40 28\nexpect picked sphere\nwait seconds 0.2\ndrag left 44 30 50 30\nexpect dirty yes\n"
-               "key ctrl+z\nexpect dirty no\nkey ctrl+shift+z\nwait done\nclick 46 28\nexpect picked sphere\n"
-               "save moved.toml\n",
-               "scene.toml --samples 3 --size 80x60 ");
+    expectDone(
+        "wait done\nclick 40 28\nexpect picked sphere\nwait seconds 0.2\ndrag left 44 30 50 30\nexpect dirty yes\n"
+        "key ctrl+z\nexpect dirty no\nkey ctrl+shift+z\nwait done\nclick 46 28\nexpect picked sphere\n"
+        "save moved.toml\n",
+        "scene.toml --samples 3 --size 80x60 ");
     const auto lines = newLines(before, contentOf("moved.toml"));
     EXPECT_THAT(lines, ElementsAre(ContainsRegex("^translate = \\[[0-9.]+, 0, 0\\]$")));
 }
 
 // A picture of each of two states, of the same samples; what was kept comes back.
 TEST_F(Viewing, StatesAreKeptAndCompared) {
-    expectDone("wait done\nkey k\nexpect kept 1\nkey c\nwait compared same\n"
-               "set shader.body.diffuseColor [0,0,1]\nlight KelDirectionalLight\nwait compared differs\n"
-               "drag left 10 10 14 12\nwait compared differs\n" +
-                   Picture +
-                   "bring 1\nwait compared same\nexpect dirty yes\nkey c\nkey ctrl+z\n"
-                   "expect value shader.body.diffuseColor \"[0, 0, 1]\"\nkey ctrl+shift+z\nwait done\n"
-                   "picture back.exr\nwait message back.exr\nsave back.toml\n",
-               "scene.toml --samples 3");
+    expectDone(
+        "wait done\nkey k\nexpect kept 1\nkey c\nwait compared same\n"
+        "set shader.body.diffuseColor [0,0,1]\nlight KelDirectionalLight\nwait compared differs\n"
+        "drag left 10 10 14 12\nwait compared differs\n" +
+            Picture +
+            "bring 1\nwait compared same\nexpect dirty yes\nkey c\nkey ctrl+z\n"
+            "expect value shader.body.diffuseColor \"[0, 0, 1]\"\nkey ctrl+shift+z\nwait done\n"
+            "picture back.exr\nwait message back.exr\nsave back.toml\n",
+        "scene.toml --samples 3");
     rendered("back.toml", "rendered.exr");
     expectSame("rendered.exr", "back.exr");
 }
@@ -264,17 +276,19 @@ TEST_F(Viewing, FilesAreDroppedAndRemembered) {
     writeImage(scratch() / "wood.png", 1, 1, {Black});
     writeFile("other.toml", SceneText);
     writeFile("broken.toml", "[shader.a]\nobject = 'KelPhongg'\n");
-    expectDone("expect scene nothing\nexpect recent nothing\nkey ctrl+o\nexpect chooser yes\nkey escape\n"
-               "expect chooser no\ndrop broken.toml\nwait message \"did you mean 'KelPhong'?\"\n"
-               "drop scene.toml\nwait loaded\nexpect recent scene.toml\nexpect hint yes\nexpect scene scene.toml\n"
-               "drop other.toml\nwait scene other.toml\nwait done\nwheel 1\nexpect hint no\n"
-               "move 20 14\ndrop none.png\nwait message none.png\nexpect dirty no\n",
-               "--samples 3");
-    expectDone("wait done\nexpect hint no\nexpect recent scene.toml\nmove 20 14\ndrop wood.png\n"
-               "wait set shader.body.texture yes\n"
-               "drop sky.exr\nwait pixel 1 1 0 0 255 0\n" +
-                   Picture + "drop other.toml\nwait asked yes\nkey escape\nsave new.toml\n",
-               "scene.toml --samples 3 --scale 2");
+    expectDone(
+        "expect scene nothing\nexpect recent nothing\nkey ctrl+o\nexpect chooser yes\nkey escape\n"
+        "expect chooser no\ndrop broken.toml\nwait message \"did you mean 'KelPhong'?\"\n"
+        "drop scene.toml\nwait loaded\nexpect recent scene.toml\nexpect hint yes\nexpect scene scene.toml\n"
+        "drop other.toml\nwait scene other.toml\nwait done\nwheel 1\nexpect hint no\n"
+        "move 20 14\ndrop none.png\nwait message none.png\nexpect dirty no\n",
+        "--samples 3");
+    expectDone(
+        "wait done\nexpect hint no\nexpect recent scene.toml\nmove 20 14\ndrop wood.png\n"
+        "wait set shader.body.texture yes\n"
+        "drop sky.exr\nwait pixel 1 1 0 0 255 0\n" +
+            Picture + "drop other.toml\nwait asked yes\nkey escape\nsave new.toml\n",
+        "scene.toml --samples 3 --scale 2");
     EXPECT_THAT(newLines(contentOf("scene.toml"), contentOf("new.toml")), Contains("file = \"wood.png\""));
     rendered("new.toml", "rendered.exr");
     expectSame("rendered.exr", "view.exr");
