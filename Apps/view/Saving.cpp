@@ -85,7 +85,7 @@ static std::vector<SceneEdit> changesOf(const Document& document, const SceneInf
     const bool refocused = std::any_of(edits.begin(), edits.end(), [&](const SceneEdit& edit) {
         return camera && edit.place == scene.camera && edit.names.front() == "focalDistance";
     });
-    if (document.isMoved() || refocused) addFocus(document, scene, edits);
+    if (refocused) addFocus(document, scene, edits);
     addTone(document, edits);
     return edits;
 }

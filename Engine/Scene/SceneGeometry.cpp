@@ -514,27 +514,14 @@ Bounds SceneGeometry::boxOf(unsigned number) const {
     return placed;
 }
 
-// A ground without end counts for nothing where there is anything else.
 void SceneGeometry::findBounds() {
-    const auto there = static_cast<std::size_t>(
-        std::count_if(m_instances.begin(), m_instances.end(), [](const auto& i) { return i != nullptr; }));
-    const bool grounded = !m_endless.empty() && m_endless.size() != there;
     m_boxes.resize(m_instances.size());
     m_bounds = Bounds();
     for (unsigned i = 0; i < m_instances.size(); ++i) {
-        if (!m_instances[i] || (grounded && isEndless(i))) continue;
-        if (!m_boxes[i]) m_boxes[i] = grounded ? instanceBounds(i) : boxOf(i);
+        if (!m_instances[i] || isEndless(i)) continue;
+        if (!m_boxes[i]) m_boxes[i] = m_endless.empty() ? boxOf(i) : instanceBounds(i);
         m_bounds.add(*m_boxes[i]);
     }
-}
-
-Bounds SceneGeometry::placedBounds() const {
-    Bounds bounds;
-    for (const auto& instance : m_instances)
-        if (const MeshData* mesh = instance ? m_data[instance->object].get() : nullptr)
-            for (const R3& vertex : mesh->positions)
-                if (const R3 p = TransformPoint(instance->meshToWorldXfm, vertex); reachable(p)) bounds.add(p);
-    return bounds;
 }
 
 std::string SceneGeometry::defaultIsa() { return EmbreeIntersector::defaultIsa(); }

@@ -63,7 +63,7 @@ public:
     // movable gets its transformation baked in.
     unsigned addInstance(unsigned mesh, const Matrix& meshToWorld, unsigned shader, Oxuint visibilityMask = RAY_ALL,
                          bool movable = false);
-    // A ground that goes on to the horizon: it counts for no bounds, so that nothing follows its size.
+    // A ground that goes on beyond any horizon: it counts for no bounds, so that nothing follows its size.
     void makeEndless(unsigned instance) { m_endless.insert(instance); }
     bool isEndless(unsigned instance) const { return m_endless.contains(instance); }
 
@@ -81,9 +81,6 @@ public:
     bool isThere(unsigned instance) const { return instance < m_instances.size() && m_instances[instance]; }
     // That was added, though a flattened instance has a copy.
     unsigned meshOf(unsigned instance) const { return m_origins[m_instances[instance]->object]; }
-
-    // Of all that has been placed so far; valid until prepare. Vertices count also where no triangle uses them.
-    Bounds placedBounds() const;
 
     // Validates the meshes and bakes transformations in: those of the meshes that are placed once so far.
     void prepare();

@@ -65,35 +65,31 @@ void CameraSection::focusError(const Focus& focus, const std::string& message) {
     if (focus.chosen) m_diagnostics.error(focus.where, fmt::format("{}: 'focus' {}", focus.label, message));
 }
 
-std::optional<R3> CameraSection::focusPoint(const Focus& focus,
-                                            const std::map<std::string, std::vector<unsigned>>& instances) {
-    if (const R3* point = std::get_if<R3>(&focus.on)) return *point;
+const std::vector<unsigned>* CameraSection::instancesOf(const Focus& focus, const Instances& instances) {
     const std::string& name = std::get<std::string>(focus.on);
-    const auto found = instances.find(name);
-    if (found == instances.end()) {
-        std::vector<std::string> names;
-        names.reserve(instances.size());
-        for (const auto& [known, numbers] : instances) names.push_back(known);
-        focusError(focus, fmt::format("names mesh '{}', which is not defined{}", name, didYouMean(name, names)));
-        return std::nullopt;
-    }
-    Bounds bounds;
-    for (const unsigned instance : found->second) bounds.add(m_world.geometry.instanceBounds(instance));
-    return bounds.center();
+    if (const auto found = instances.find(name); found != instances.end()) return &found->second;
+    std::vector<std::string> names;
+    names.reserve(instances.size());
+    for (const auto& [known, numbers] : instances) names.push_back(known);
+    focusError(focus, fmt::format("names mesh '{}', which is not defined{}", name, didYouMean(name, names)));
+    return nullptr;
 }
 
-void CameraSection::focus(const std::map<std::string, std::vector<unsigned>>& instances) {
+void CameraSection::focus(const Instances& instances) {
     for (const Focus& focus : m_focuses) {
         CameraView& own = m_world.cameraViews[focus.camera];
-        own.focus = focusPoint(focus, instances);
-        if (!own.focus) continue;
-        const auto distance = own.focalDistance();
+        if (const R3* point = std::get_if<R3>(&focus.on))
+            own.focus = *point;
+        else if (const auto* found = instancesOf(focus, instances))
+            own.focusOn = *found;
+        else
+            continue;
         if (!own.view)
             focusError(focus, "needs 'position' and 'lookAt'");
-        else if (!distance)
+        else if (!m_world.focalDistance(own, own.view))
             focusError(focus, "lies behind the camera");
         else if (focus.chosen && m_world.camera)
-            m_world.camera->setFocalDistance(*distance);
+            m_world.focusCamera();
     }
 }
 

@@ -14,9 +14,11 @@ public:
 
     // [camera] is the camera, and the tables within it are others; `chosen` names one of them, or none.
     void read(TableReader& reader, const std::string& chosen);
-    // When the geometry is prepared: sets the focal distance to where a point, or the middle of the instances of a
-    // name, is along the way that the camera looks. Mistakes of the cameras that were not chosen are not told.
-    void focus(const std::map<std::string, std::vector<unsigned>>& instances);
+    // The instances of meshes that have a name.
+    using Instances = std::map<std::string, std::vector<unsigned>>;
+    // When the geometry is prepared: tells cameras what they are focused on, a point or the middle of the instances of a
+    // name. Mistakes of the cameras that were not chosen are not told.
+    void focus(const Instances& instances);
 
 private:
     struct Focus {
@@ -28,7 +30,7 @@ private:
 
     void readCamera(TableReader& reader, const std::string& place, bool chosen);
     std::optional<View> viewOf(TableReader& reader);
-    std::optional<R3> focusPoint(const Focus& focus, const std::map<std::string, std::vector<unsigned>>& instances);
+    const std::vector<unsigned>* instancesOf(const Focus& focus, const Instances& instances);
     void focusError(const Focus& focus, const std::string& message);
 
     std::string m_file;

@@ -182,26 +182,10 @@ void MeshSection::readGround(TableReader& reader, const std::string& place) {
     m_grounds.push_back(std::move(ground));
 }
 
-// How far a ground must go: its edge lies below the horizon by the eye's height over its distance, which must be less
-// than any picture's pixel. It ends there since coordinates do.
-static float groundReach(const World& world, const Bounds& bounds, float level) {
-    constexpr float finestPicture = 16384.0f;  // pixels high
-    const View view = world.view ? *world.view : world.framingView(bounds);
-    const float pixel = 2.0f * std::tan(0.5f * world.fov * 3.14159265f / 180.0f) / finestPicture;
-    const float height = std::fabs(view.position.y - level), size = 2.0f * bounds.radius();
-    const float away = bounds.empty ? 0.0f : Length(view.position - bounds.center());
-    return std::clamp(away + std::max(2.0f * height / pixel, 1000.0f * size), 1e3f, 1e17f);
-}
-
 void MeshSection::placeGrounds() {
-    if (m_grounds.empty()) return;
-    const Bounds bounds = m_world.geometry.placedBounds();
-    for (Ground& ground : m_grounds) {
-        const R3 middle = bounds.center();
-        MeshData mesh = groundMesh(R3(middle.x, ground.point.y, middle.z), std::max(4.0f * bounds.radius(), 1e-3f),
-                                   groundReach(m_world, bounds, ground.point.y));
-        for (R2& st : mesh.texCoords)
-            st = R2((st.x - ground.point.x) * ground.uvScale.x, (st.y + ground.point.z) * ground.uvScale.y);
+    for (const Ground& ground : m_grounds) {
+        MeshData mesh = groundMesh(ground.point);
+        for (R2& st : mesh.texCoords) st = R2(st.x * ground.uvScale.x, st.y * ground.uvScale.y);
         const unsigned number = m_world.geometry.addMesh(std::move(mesh));
         m_meshPlaces.push_back(ground.where);
         const unsigned instance = m_world.geometry.addInstance(number, Matrix(), ground.shader, ground.visibility);

@@ -38,7 +38,7 @@ public:
     void place(TableReader& reader, const std::string& place, const std::vector<PlacedPart>& parts,
                const std::vector<unsigned>& shaders, unsigned up);
     static Matrix placementOf(TableReader& reader, unsigned up);
-    // When all else is placed and the view is known, and the geometry yet to be prepared.
+    // When all else is placed, and the geometry yet to be prepared.
     void placeGrounds();
     // When the geometry is prepared.
     void reportDroppedTriangles();

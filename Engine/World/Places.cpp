@@ -112,6 +112,13 @@ std::vector<std::byte> Places::Object::valueSet(const ParameterDeclaration& want
     return {};
 }
 
+std::vector<std::string> Places::Object::otherNamesOf(const ParameterDeclaration& p) const {
+    std::vector<std::string> others;
+    for (const ParameterDeclaration& other : place.object->parameters)
+        if (&other != &p && other.offset == p.offset && other.size == p.size) others.push_back(other.id);
+    return others;
+}
+
 // What somebody has written to the object itself since a frame left it, be it the default, is set.
 void Places::Object::noteWritten() {
     if (!framed) return;
@@ -227,6 +234,12 @@ bool Places::write(Object& object, const std::string& name, const SourceLocation
     if (!p) return false;
     const bool texture = named && (!p->info || isTexture(*p));  // else an item of an enumeration
     object.given[p->id] = texture ? *text : std::string();
+    for (const std::string& other : object.otherNamesOf(*p)) {
+        if (texture)
+            object.given[other] = *text;
+        else if (object.given.contains(other))
+            object.given[other].clear();
+    }
     object.changed = true;
     return true;
 }
@@ -253,6 +266,7 @@ void Places::reset(std::string_view path) {
     Diagnostics unsaid;
     write(*object, p->id, {}, valueOf(*p, p->defaultBytes.data()), unsaid, {});
     object->given.erase(p->id);
+    for (const std::string& other : object->otherNamesOf(*p)) object->given.erase(other);
 }
 
 // Only what somebody set goes along: defaults are each class's own.

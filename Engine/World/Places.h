@@ -116,6 +116,7 @@ private:
         std::vector<std::byte> values() const;
         std::vector<std::byte> valuesSet() const;
         std::vector<std::byte> valueSet(const ParameterDeclaration& p) const;
+        std::vector<std::string> otherNamesOf(const ParameterDeclaration& p) const;  // parameters of the same member
         void noteWritten();
         void giveBack(const std::vector<std::byte>& values);
     };

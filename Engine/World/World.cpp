@@ -113,10 +113,35 @@ void World::removeLight(std::string_view place) {
     for (; number < lights.size(); ++number) places.rename(lightPlace(number + 1), lightPlace(number));
 }
 
-std::optional<float> CameraView::focalDistance() const {
-    if (!view || !focus) return std::nullopt;
-    const float distance = Dot(*focus - view->position, Normalize(view->lookAt - view->position));
+std::optional<float> World::focalDistance(const CameraView& on, const std::optional<View>& from) const {
+    std::optional<R3> point = on.focus;
+    Bounds bounds;
+    for (const unsigned instance : on.focusOn)
+        if (geometry.isThere(instance)) bounds.add(geometry.instanceBounds(instance));
+    if (!bounds.empty) point = bounds.center();
+    if (!from || !point) return std::nullopt;
+    const float distance = Dot(*point - from->position, Normalize(from->lookAt - from->position));
     return distance > 0.0f ? std::optional(distance) : std::nullopt;
+}
+
+// What is not the distance that it was given here.
+bool World::hasOwnFocus(std::string_view place, const CameraView& own) const {
+    static constexpr const char* name = "focalDistance";
+    if (!places.classAt(place).find(name)) return false;
+    const std::string path = std::string(place) + '.' + name;
+    const ParameterValue value = places.get(path);
+    const auto* distance = std::get_if<double>(&value.data);
+    return distance && places.isSet(path) && static_cast<float>(*distance) != own.focusedAt;
+}
+
+void World::focusCamera() {
+    for (auto& [place, own] : cameraViews) {
+        if (!places.has(place) || &places.objectAt(place) != camera || hasOwnFocus(place, own)) continue;
+        const auto distance = focalDistance(own, view);
+        if (!distance) continue;
+        own.focusedAt = distance;
+        camera->setFocalDistance(*distance);
+    }
 }
 
 void World::chooseCamera(std::string_view place) {
@@ -127,7 +152,7 @@ void World::chooseCamera(std::string_view place) {
     if (own == cameraViews.end()) return;
     view = own->second.view;
     fov = own->second.fov;
-    if (const auto distance = own->second.focalDistance()) camera->setFocalDistance(*distance);
+    focusCamera();
 }
 
 void World::setPicture(std::string_view texture, std::unique_ptr<Texture> picture) {
@@ -148,7 +173,9 @@ unsigned World::shaderNumber(std::string_view place) const {
     return static_cast<unsigned>(shaders.rend() - found) - 1;
 }
 
+// What a camera is focused on is a setting like those that it was given by name.
 void World::beginFrame() {
+    focusCamera();
     textureNames.beginFrame();
     places.beginFrame([&](OxLoadableObject* before, OxLoadableObject* now, const ObjectClass& object) {
         replace(before, now, object);

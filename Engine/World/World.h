@@ -33,14 +33,13 @@ struct View {
     R3 lookUp{0.0f, 1.0f, 0.0f};
 };
 
-// How a camera stands, the vertical angle of its picture in degrees, and where it is in focus.
+// How a camera stands, the vertical angle of its picture in degrees, and what it is focused on.
 struct CameraView {
     std::optional<View> view;  // none: the whole scene is framed
     float fov = 40.0f;
-    std::optional<R3> focus = {};  // none: by the camera's own parameters
-
-    // How far along the way that the camera looks; nothing without a view, or where it lies behind.
-    std::optional<float> focalDistance() const;
+    std::optional<R3> focus = {};         // a point, or
+    std::vector<unsigned> focusOn = {};   // instances, in whose middle it is; neither: by the camera's own parameters
+    std::optional<float> focusedAt = {};  // the distance that the camera was given last
 };
 
 // Where a surface keeps the colour that it has before any light falls on it, by what it declares; null where it
@@ -114,6 +113,12 @@ public:
     // The camera at a place is in force from now on, with its view and focus where the scene has them for it. Throws
     // NoSuchName.
     void chooseCamera(std::string_view place);
+    // How far along the way that the eye looks the middle lies of what a camera of the scene is focused on; nothing where it
+    // is focused on nothing, the scene has no view or it lies behind.
+    std::optional<float> focalDistance(const CameraView& camera, const std::optional<View>& from) const;
+    // Gives the camera in force the distance of what it is focused on, unless another was set by name: a parameter
+    // "focalDistance" comes first. Frames begin with it.
+    void focusCamera();
     // A name stands for another picture, used as the one before: "texture.wood", "model.0.texture.wood". Throws NoSuchName.
     void setPicture(std::string_view texture, std::unique_ptr<Texture> picture);
     // What `placements` and instances call the shader at a place. Throws NoSuchName.
@@ -144,6 +149,7 @@ public:
     float epsilon() const;
 
 private:
+    bool hasOwnFocus(std::string_view place, const CameraView& own) const;
     std::optional<float> ownEpsilon() const;
     OxShader& knownShader(OxLoadableObject& made, const ObjectClass& object);
     void replace(OxLoadableObject* before, OxLoadableObject* now, const ObjectClass& object);
