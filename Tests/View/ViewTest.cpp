@@ -255,6 +255,17 @@ TEST_F(Viewing, AnObjectIsDraggedAlongAnAxis) {
     EXPECT_THAT(lines, ElementsAre(ContainsRegex("^translate = \\[[0-9.]+, 0, 0\\]$")));
 }
 
+// By its handle, on the plane of the picture: the picture's middle is seen along the way that the camera looks.
+TEST_F(Viewing, ALightIsDraggedByItsHandle) {
+    expectDone(
+        "wait done\nset light.0.position [0,0.4,2]\ndrag left 40 30 50 30\nkey ctrl+s\n"
+        "key ctrl+z\nexpect value light.0.position \"[0, 0.4, 2]\"\nkey delete\nsave dark.toml\n",
+        "scene.toml --samples 3 --size 80x60");
+    EXPECT_THAT(contentOf("scene.toml"),
+                ContainsRegex("\nposition = \\[0\\.[1-9][0-9]*, 0\\.(4|39|40)[0-9]*, [12]\\."));
+    EXPECT_THAT(contentOf("dark.toml"), Not(HasSubstr("light")));
+}
+
 // A picture of each of two states, of the same samples; what was kept comes back.
 TEST_F(Viewing, StatesAreKeptAndCompared) {
     expectDone(
