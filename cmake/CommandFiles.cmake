@@ -11,9 +11,10 @@ add_custom_command(OUTPUT ${man_pages_made}
   COMMAND ${PROJECT_SOURCE_DIR}/tools/make-man-pages $<TARGET_FILE:oxbeam_command> ${PROJECT_VERSION}
           ${PROJECT_SOURCE_DIR}/Apps/oxbeam/oxbeam.h2m ${files}/man1
   COMMAND ${CMAKE_COMMAND} -E touch ${man_pages_made}
-  DEPENDS oxbeam_command tools/make-man-pages Apps/oxbeam/oxbeam.h2m
+  DEPENDS oxbeam_command oxbeam_view tools/make-man-pages Apps/oxbeam/oxbeam.h2m
   VERBATIM)
-install(DIRECTORY ${files}/man1 DESTINATION ${CMAKE_INSTALL_MANDIR})
+install(DIRECTORY ${files}/man1 DESTINATION ${CMAKE_INSTALL_MANDIR} PATTERN oxbeam-view.1.gz EXCLUDE)
+install(FILES ${files}/man1/oxbeam-view.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT view)
 
 set(made ${man_pages_made})
 function(oxbeam_completion shell folder name)

@@ -36,6 +36,7 @@ void addPictureOptions(CLI::App& c, RenderCommand& r) {
     c.add_option("--set", r.set, "Set a parameter over the scene, as shader.table.shininess=64; may be repeated")
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     c.add_option("--bits", r.bits, "Bits per channel of a PNG or TIFF, 8 or 16")->type_name("8|16");
     c.add_option("--exposure", r.exposure, "Of a PNG, JPEG or TIFF: brightness in EV, each of which doubles the light")

@@ -20,13 +20,13 @@
 namespace oxbeam {
 
 // Nothing is said twice, not even of the many pictures of a sweep.
-static void say(const Diagnostic& diagnostic) {
+static void print(const Diagnostic& diagnostic) {
     static std::set<std::string> said;
     if (said.insert(diagnostic.text()).second) std::cerr << diagnostic.text() << '\n';
 }
 
 std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& options, const Registry& registry,
-                            bool quiet) {
+                            bool quiet, const Say& say) {
     checkInput(scene);
     for (const std::string& setting : options.set)
         if (setting.find('=') == std::string::npos)
@@ -38,7 +38,7 @@ std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& op
     if (!diagnostics.hasErrors() && world->geometry.triangles() == 0)
         diagnostics.warning({scene, 0, 0}, "has no triangles; the picture shows nothing but the environment");
     for (const Diagnostic& d : diagnostics.sorted())
-        if (!quiet || d.severity != Severity::Note) say(d);
+        if (!quiet || d.severity != Severity::Note) (say ? say : Say(print))(d);
     if (diagnostics.packageToBlame()) throw Error(ExitStatus::BadPackage, "the scene needs a package that is broken");
     if (diagnostics.hasErrors()) return nullptr;
     world->geometry.reserveStructure();
@@ -164,7 +164,7 @@ void choosePicture(const RenderCommand& command, World& world) {
     if (command.filterWidth) world.filter.width = *command.filterWidth;
 }
 
-Prepared prepare(const RenderCommand& command, const Registry& registry) {
+Prepared prepare(const RenderCommand& command, const Registry& registry, bool changeable, const Say& say) {
     Prepared p;
     checkModelOptions(command);
     p.world = load(command.scene,
@@ -172,10 +172,10 @@ Prepared prepare(const RenderCommand& command, const Registry& registry) {
                     .camera = command.camera,
                     .model = modelSceneOptions(command.model, command.size),
                     .importing = importLimits(command.importLimit),
-                    .changeable = false,
+                    .changeable = changeable,
                     .animate = command.sequence.animate,
                     .clip = command.sequence.clip},
-                   registry, command.quiet);
+                   registry, command.quiet, say);
     if (!p.world) return p;
     requireApart(outputsOf(command), inputsOf(p.world->files));
     choosePicture(command, *p.world);

@@ -61,9 +61,12 @@ unsigned chooseThreads(const RenderCommand& command, const OxRenderingObject& ro
 
 // ---- Steps
 
+// Where what there is to say of a scene goes; standard error where nothing is given.
+using Say = std::function<void(const Diagnostic&)>;
+
 // A scene, after saying what is to be said of it; nothing where it is bad.
 std::unique_ptr<World> load(const std::string& scene, const SceneFileOptions& options, const Registry& registry,
-                            bool quiet);
+                            bool quiet, const Say& say = {});
 
 // A scene with what the command line says of its picture.
 struct Prepared {
@@ -74,8 +77,8 @@ struct Prepared {
 
 // What the command line says of the picture, over what the scene does.
 void choosePicture(const RenderCommand& command, World& world);
-// Without a world where the scene is bad.
-Prepared prepare(const RenderCommand& command, const Registry& registry);
+// Without a world where the scene is bad. `changeable` is SceneFileOptions'.
+Prepared prepare(const RenderCommand& command, const Registry& registry, bool changeable = false, const Say& say = {});
 // Charges what it takes to make a picture of the command's film and write it, for as long as that is kept; the film must
 // have room beside it now.
 MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image);

@@ -35,6 +35,7 @@ void addSweep(CLI::App& app, SweepCommand& command) {
          "twice for a grid. One value sets it for all pictures; may be repeated")
         ->type_name("PLACE.PARAM[=VALUES]")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->required();
     c->add_option("--size", r.size, "Size of each picture in pixels")->type_name("WxH");

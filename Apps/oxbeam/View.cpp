@@ -16,7 +16,8 @@ namespace oxbeam {
 
 void addViewOptions(CLI::App& c, ViewCommand& v) {
     RenderCommand& r = v.render;
-    c.add_option("SCENE", r.scene, "Scene file (.toml), or a model")->required();
+    c.add_option("SCENE", r.scene,
+                 "Scene file (.toml), or a model; without one, those that were opened last are offered");
     addModelOptions(c, r.model);
     c.add_option("--size", r.size, "Size of the picture in pixels, instead of the scene's")->type_name("WxH");
     c.add_option("--camera", r.camera, "One of the scene's named cameras, or of a model's own; 'file': its first")
@@ -26,11 +27,15 @@ void addViewOptions(CLI::App& c, ViewCommand& v) {
     c.add_option("--set", r.set, "Set a parameter over the scene, as shader.table.shininess=64; may be repeated")
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     c.add_option("--script", v.script, "Do what stands in this file, and end with it")->type_name("FILE");
     c.add_option("--theme", v.theme, "Colours of the window")
         ->type_name("dark|light")
         ->check(CLI::IsMember(std::vector<std::string>{"dark", "light"}).description(""));
+    c.add_option("--scale", v.scale, "Size of the interface, instead of what the screen asks for; 1 to 4")
+        ->type_name("FACTOR")
+        ->check(CLI::Range(1.0f, 4.0f).description(""));
     addImportLimit(c, r.importLimit);
     c.add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
 }

@@ -11,9 +11,10 @@ namespace oxbeam {
 
 struct ViewCommand {
     std::vector<std::string> packagePaths;
-    RenderCommand render;  // the scene, and what is said of its picture
+    RenderCommand render;  // the scene or nothing, and what is said of its picture
     std::string script;    // file, or nothing
     std::string theme = "dark";
+    std::optional<float> scale;  // of the interface, instead of what the screen asks for
 };
 
 // The options, of the subcommand and of the program alike.

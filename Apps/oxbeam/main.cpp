@@ -111,6 +111,7 @@ void addOthers(CLI::App& app, Arguments& a) {
     check->add_option("--set", a.check.set, "Set a parameter over the scene; may be repeated")
         ->type_name("PLACE.PARAM=VALUE")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addMemoryLimit(*check);
     addImportLimit(*check, a.check.importLimit);
@@ -191,6 +192,7 @@ int parseAndRun(int argc, char** argv) {
     app.add_option("--package-path", arguments.packagePaths, "Another directory with packages; may be repeated")
         ->type_name("DIR")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     arguments.render.text = arguments.split.render.text = shellText({argv, argv + argc});
     addRender(app, arguments.render);

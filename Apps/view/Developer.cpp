@@ -35,9 +35,9 @@ void Developer::setLook(const Look& look) {
     m_wake.notify_one();
 }
 
-std::shared_ptr<const Shown> Developer::latest() const {
+std::shared_ptr<const Shown> Developer::latest(bool other) const {
     const std::lock_guard lock(m_mutex);
-    return m_latest;
+    return m_latest[other];
 }
 
 void Developer::lookAway() {
@@ -56,7 +56,7 @@ void Developer::passDone() {
 void Developer::give(Film film, const FrameInfo& frame) {
     {
         const std::lock_guard lock(m_mutex);
-        m_given.emplace(std::move(film), frame);
+        m_given[frame.other].emplace(std::move(film), frame);
     }
     m_wake.notify_one();
 }
@@ -88,7 +88,8 @@ private:
 // What a pixel of a layer looks like, linear.
 class LayerColors {
 public:
-    LayerColors(const Film& film, const Look& look) : m_film(film), m_look(look) {
+    LayerColors(const Film& film, const Look& look, bool other)
+        : m_film(film), m_look(look), m_tone(other ? look.otherTone : look.tone) {
         if (look.shows != Shows::Depth) return;
         for (const AovSample& sample : film.aovSums())
             if (std::isfinite(sample.depth)) {
@@ -99,7 +100,7 @@ public:
     R3 operator()(std::size_t i) const {
         const AovSample& aov = m_film.aovSums()[i];
         switch (m_look.shows) {
-        case Shows::Color: return toned(m_film.sums()[i].sum * m_film.share(i), m_look.tone);
+        case Shows::Color: return toned(m_film.sums()[i].sum * m_film.share(i), m_tone);
         case Shows::Depth: return depth(aov.depth);
         case Shows::Normal: return aov.object ? 0.5f * (m_film.share(i) * aov.normal + White) : Black;
         case Shows::Albedo: return m_film.share(i) * aov.albedo;
@@ -125,6 +126,7 @@ private:
 
     const Film& m_film;
     const Look& m_look;
+    const Tone& m_tone;
     float m_near = std::numeric_limits<float>::infinity(), m_far = 0.0f;
 };
 
@@ -147,10 +149,10 @@ void Developer::develop(std::shared_ptr<const Film> film, const FrameInfo& frame
     shown->height = film->window().height();
     shown->rgba.resize(4 * film->window().size());
     shown->serial = ++m_serial;
-    const LayerColors colors(*film, look);
+    const LayerColors colors(*film, look, frame.other);
     for (std::size_t i = 0; i < film->window().size(); ++i) {
         std::uint8_t* to = &shown->rgba[4 * i];
-        if (const std::uint8_t* coarse = standIn(m_coarse.get(), *film, i)) {
+        if (const std::uint8_t* coarse = standIn(m_coarse[frame.other].get(), *film, i)) {
             std::copy_n(coarse, 4, to);
         } else {
             const R3 color = colors(i);
@@ -159,9 +161,9 @@ void Developer::develop(std::shared_ptr<const Film> film, const FrameInfo& frame
         for (unsigned c = 0; c < 3; ++c) ++shown->histogram[c][to[c] / 2];
     }
     shown->film = std::move(film);
-    if (shown->passes > 0) m_coarse = shown;
+    if (shown->passes > 0) m_coarse[frame.other] = shown;
     const std::lock_guard lock(m_mutex);
-    m_latest = shown;
+    m_latest[frame.other] = shown;
 }
 
 // Of a frame's first pass what there is so far; later, a film that has a pass more. One of which nothing is known yet is
@@ -180,26 +182,42 @@ Developer::Taken Developer::takeFilm(bool evenTheSame) {
     }
 }
 
+// What a display has shown is to be shown otherwise, although its film is no more.
+void Developer::redevelop(bool other, const Look& look) {
+    if (const auto shown = latest(other)) develop(shown->film, shown->frame, look);
+}
+
+void Developer::take(Taken taken, const Look& look) {
+    if (!taken) return;
+    auto& [film, frame] = *taken;
+    m_takenFrame = frame.number;
+    m_takenPasses = film.passes();
+    develop(std::make_shared<const Film>(std::move(film)), frame, look);
+}
+
 void Developer::run() {
     for (;;) {
         bool lookChanged = false;
         Look look;
-        Taken taken;
+        std::array<Taken, 2> given;
         {
             std::unique_lock lock(m_mutex);
-            m_wake.wait_for(lock, Period, [&] { return m_ending || m_due || m_lookChanged || m_given; });
+            m_wake.wait_for(lock, Period,
+                            [&] { return m_ending || m_due || m_lookChanged || m_given[0] || m_given[1]; });
             if (m_ending) return;
             m_due = false;
             lookChanged = std::exchange(m_lookChanged, false);
             look = m_look;
-            taken = std::exchange(m_given, std::nullopt);
+            given.swap(m_given);
         }
-        if (!taken) taken = takeFilm(lookChanged);
-        if (!taken) continue;
-        auto& [film, frame] = *taken;
-        m_takenFrame = frame.number;
-        m_takenPasses = film.passes();
-        develop(std::make_shared<const Film>(std::move(film)), frame, look);
+        const bool any = given[0] || given[1];
+        for (Taken& taken : given) take(std::move(taken), look);
+        Taken grown;
+        if (!any || lookChanged) grown = takeFilm(lookChanged);
+        if (lookChanged)
+            for (const bool other : {false, true})
+                if (!grown || grown->second.other != other) redevelop(other, look);
+        take(std::move(grown), look);
     }
 }
 

@@ -21,7 +21,7 @@ enum class Shows { Color, Depth, Normal, Albedo, Object };
 const std::vector<std::string>& showsNames();
 
 struct Look {
-    Tone tone;
+    Tone tone, otherTone;  // that of what is compared with
     Shows shows = Shows::Color;
 
     bool operator==(const Look&) const = default;
@@ -35,6 +35,7 @@ struct FrameInfo {
     View view;
     float fov = 40.0f;
     std::uint64_t number = 0;  // of the frame, from 1
+    bool other = false;        // of what is compared with
 };
 
 // A picture as the window shows it.
@@ -60,7 +61,7 @@ public:
     // For the window.
     void setLook(const Look& look);
     // Null before there is any; the same until there is another.
-    std::shared_ptr<const Shown> latest() const;
+    std::shared_ptr<const Shown> latest(bool other = false) const;
 
     // For the thread that renders. While a frame is looked at, its film is shown as it grows; nobody looks while `begin`
     // makes it another.
@@ -81,14 +82,16 @@ private:
     void run();
     using Taken = std::optional<std::pair<Film, FrameInfo>>;
     Taken takeFilm(bool evenTheSame);
+    void take(Taken taken, const Look& look);
+    void redevelop(bool other, const Look& look);
     void develop(std::shared_ptr<const Film> film, const FrameInfo& frame, const Look& look);
 
     mutable std::mutex m_mutex;  // of all that follows
     std::condition_variable m_wake;
     bool m_ending = false, m_due = false, m_lookChanged = false;
     Look m_look;
-    Taken m_given;
-    std::shared_ptr<const Shown> m_latest;
+    std::array<Taken, 2> m_given;  // and the other
+    std::array<std::shared_ptr<const Shown>, 2> m_latest;
 
     std::mutex m_frameMutex;  // of the frame that is looked at
     FrameLoop* m_loop = nullptr;
@@ -96,7 +99,7 @@ private:
 
     std::uint64_t m_serial = 0, m_takenFrame = 0;  // of this thread's alone, as what follows
     unsigned m_takenPasses = 0;
-    std::shared_ptr<const Shown> m_coarse;
+    std::array<std::shared_ptr<const Shown>, 2> m_coarse;
     std::thread m_thread;
 };
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <map>
 
 namespace oxbeam {
 
@@ -33,12 +34,11 @@ class OpenGlDisplay : public Display {
 public:
     OpenGlDisplay(SDL_Window* window, SDL_GLContext context) : m_window(window), m_context(context) {
         SDL_GL_SetSwapInterval(1);
-        m_gl.GenTextures(1, &m_texture);
         ImGui_ImplSDL2_InitForOpenGL(window, context);
         ImGui_ImplOpenGL3_Init("#version 130");
     }
     ~OpenGlDisplay() override {
-        m_gl.DeleteTextures(1, &m_texture);
+        for (const auto& [slot, texture] : m_textures) m_gl.DeleteTextures(1, &texture);
         ImGui_ImplOpenGL3_Shutdown();
         ImGui_ImplSDL2_Shutdown();
         SDL_GL_DeleteContext(m_context);
@@ -49,8 +49,11 @@ public:
         ImGui_ImplOpenGL3_NewFrame();
         ImGui_ImplSDL2_NewFrame();
     }
-    ImTextureID picture(unsigned width, unsigned height, const std::uint8_t* rgba, bool smooth) override {
-        m_gl.BindTexture(GL_TEXTURE_2D, m_texture);
+    ImTextureID picture(unsigned slot, unsigned width, unsigned height, const std::uint8_t* rgba,
+                        bool smooth) override {
+        GLuint& texture = m_textures[slot];
+        if (!texture) m_gl.GenTextures(1, &texture);
+        m_gl.BindTexture(GL_TEXTURE_2D, texture);
         for (const GLenum edge : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T})
             m_gl.TexParameteri(GL_TEXTURE_2D, edge, GL_CLAMP_TO_EDGE);
         m_gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
@@ -58,7 +61,7 @@ public:
         m_gl.PixelStorei(GL_UNPACK_ALIGNMENT, 4);
         m_gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, static_cast<GLsizei>(width), static_cast<GLsizei>(height), 0,
                         GL_RGBA, GL_UNSIGNED_BYTE, rgba);
-        return std::bit_cast<ImTextureID>(std::uintptr_t{m_texture});
+        return std::bit_cast<ImTextureID>(std::uintptr_t{texture});
     }
     void draw(ImDrawData* data, const ImVec4& background) override {
         SDL_GL_GetDrawableSize(m_window, &m_width, &m_height);
@@ -83,7 +86,7 @@ private:
     SDL_Window* m_window;
     SDL_GLContext m_context;
     Functions m_gl;
-    GLuint m_texture = 0;
+    std::map<unsigned, GLuint> m_textures;  // by slot
     int m_width = 0, m_height = 0;
 };
 

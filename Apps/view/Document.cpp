@@ -7,46 +7,19 @@
 
 namespace oxbeam {
 
-std::pair<std::string, std::string> splitPath(const std::string& path) {
-    const std::size_t dot = path.rfind('.');
-    if (dot == std::string::npos) return {"", path};
-    return {path.substr(0, dot), path.substr(dot + 1)};
-}
-
-static bool isLight(const ObjectInfo& object) { return object.place.starts_with("light."); }
-
-std::vector<ObjectInfo> lightsAmong(const std::vector<ObjectInfo>& objects) {
-    std::vector<ObjectInfo> lights;
-    std::copy_if(objects.begin(), objects.end(), std::back_inserter(lights), isLight);
-    return lights;
-}
-
 void Document::open(const SceneInfo& scene) {
-    m_objects = m_savedObjects = scene.objects;
+    m_now = m_saved = State::of(scene);
     m_textures = scene.textures;
-    m_tone = m_savedTone = scene.tone;
     m_eye = Eye::of(scene.view, scene.fov);
+    m_fileView = scene.view;
+    m_kept.clear();
+    m_added.clear();
+    ++m_revision;
     m_edits.clear();
     m_done = 0;
-    m_saved = 0;
+    m_savedAt = 0;
     m_moved = false;
 }
-
-const ObjectInfo* Document::object(const std::string& place) const {
-    const auto found =
-        std::find_if(m_objects.begin(), m_objects.end(), [&](const auto& o) { return o.place == place; });
-    return found == m_objects.end() ? nullptr : &*found;
-}
-
-const ParameterState* Document::state(const std::string& path) const {
-    const auto [place, id] = splitPath(path);
-    const ObjectInfo* info = object(place);
-    const ParameterDeclaration* p = info ? info->object->find(id) : nullptr;
-    if (!p) return nullptr;
-    return &info->values.at(p->id);
-}
-
-ParameterState& Document::at(const std::string& path) { return const_cast<ParameterState&>(*state(path)); }
 
 // On an object of its own, so that the window knows at once what the rendering thread will say.
 void Document::check(const std::string& path, const ParameterValue& value) const {
@@ -54,7 +27,7 @@ void Document::check(const std::string& path, const ParameterValue& value) const
     const auto &place = parts.first, &id = parts.second;
     const ObjectInfo* info = object(place);
     std::vector<std::string> places;
-    for (const ObjectInfo& other : m_objects) places.push_back(other.place);
+    for (const ObjectInfo& other : objects()) places.push_back(other.place);
     if (!info) throw NoSuchName(fmt::format("the scene has no '{}'{}", place, didYouMean(place, places)));
     if (!info->object->find(id))
         throw NoSuchName(fmt::format("{} ({}) has no parameter '{}'{}", labelOf(place), info->object->name, id,
@@ -104,34 +77,84 @@ static ObjectInfo withDefaults(const std::string& place, const ObjectClass& obje
 void Document::setClass(const std::string& place, const ObjectClass& object) {
     const ObjectInfo* before = this->object(place);
     if (!before || before->object == &object) return;
-    ObjectInfo after = withDefaults(place, object);
+    State after = m_now;
+    ObjectInfo& changed = *std::find_if(after.objects.begin(), after.objects.end(),
+                                        [&](const ObjectInfo& o) { return o.place == place; });
+    changed = withDefaults(place, object);
     for (const auto& [id, state] : before->values) {
         const ParameterDeclaration *p = object.find(id), *was = before->object->find(id);
-        if (state.set && p && p->id == id && p->size == was->size) after.values[id] = state;
+        if (state.set && p && p->id == id && p->size == was->size) changed.values[id] = state;
     }
-    perform(ClassEdit{*before, after});
+    become(after);
 }
 
 void Document::addLight(const ObjectClass& object, const std::map<std::string, ParameterValue>& values) {
-    const std::vector<ObjectInfo> before = lightsAmong(m_objects);
-    std::vector<ObjectInfo> after = before;
-    after.push_back(withDefaults(fmt::format("light.{}", before.size()), object));
+    State after = m_now;
+    ObjectInfo light = withDefaults(fmt::format("light.{}", lightsAmong(objects()).size()), object);
     for (const auto& [id, value] : values)
-        if (object.find(id)) after.back().values[object.find(id)->id] = {value, true};
-    perform(LightsEdit{before, after});
+        if (const ParameterDeclaration* p = object.find(id)) light.values[p->id] = {value, true};
+    after.objects.push_back(light);
+    become(after);
 }
 
 void Document::removeLight(const std::string& place) {
-    const std::vector<ObjectInfo> before = lightsAmong(m_objects);
-    std::vector<ObjectInfo> after = before;
-    std::erase_if(after, [&](const ObjectInfo& light) { return light.place == place; });
-    if (after.size() == before.size()) throw NoSuchName(fmt::format("the scene has no '{}'", place));
-    for (std::size_t i = 0; i < after.size(); ++i) after[i].place = fmt::format("light.{}", i);
-    perform(LightsEdit{before, after});
+    State after = m_now;
+    std::vector<ObjectInfo> lights = lightsAmong(objects());
+    if (std::erase_if(lights, [&](const ObjectInfo& light) { return light.place == place; }) == 0)
+        throw NoSuchName(fmt::format("the scene has no '{}'", place));
+    for (std::size_t i = 0; i < lights.size(); ++i) lights[i].place = fmt::format("light.{}", i);
+    replaceLights(after.objects, lights);
+    become(after);
+}
+
+RenderThread::Posted AddedTexture::change() const {
+    return {[*this](Rendering& r) {
+        auto texture = std::make_unique<Texture>(*picture);
+        TextureNames::Named& named = r.world.textureNames.define("", name);
+        named.use.applyTo(*texture);
+        if (surroundings) {
+            texture->dropNegative();
+            named.turn = 0.0f;
+        }
+        named.id = r.world.textures.add(std::move(texture));
+    }};
+}
+
+std::string Document::addTexture(AddedTexture texture) {
+    const std::string stem = texture.file.stem().string();
+    texture.name = stem;
+    for (int i = 2; std::find(m_textures.begin(), m_textures.end(), texture.name) != m_textures.end(); ++i)
+        texture.name = fmt::format("{}-{}", stem, i);
+    m_thread.post(texture.change());
+    m_textures.push_back(texture.name);
+    m_added.push_back(texture);
+    return texture.name;
+}
+
+bool Document::uses(const AddedTexture& texture) const {
+    const auto is = [&](const auto& value) {
+        return value.second.value.data == decltype(value.second.value.data)(texture.name);
+    };
+    return std::any_of(objects().begin(), objects().end(), [&](const ObjectInfo& object) {
+        return std::any_of(object.values.begin(), object.values.end(), is);
+    });
 }
 
 void Document::setTone(const Tone& tone) {
-    if (!(tone == m_tone)) perform(ToneEdit{m_tone, tone});
+    if (!(tone == m_now.tone)) perform(ToneEdit{m_now.tone, tone});
+}
+
+void Document::move(const std::string& place, const Matrix& toWorld) {
+    const auto placed = m_now.placements.find(place);
+    if (placed == m_now.placements.end()) throw NoSuchName(fmt::format("the scene has no '{}'", place));
+    if (!(placed->second == toWorld)) perform(PlacementEdit{place, placed->second, toWorld});
+}
+
+void Document::become(const State& state) {
+    if (state == m_now) return;
+    settle();
+    perform(StateEdit{std::make_shared<State>(m_now), std::make_shared<State>(state)});
+    settle();
 }
 
 void Document::setEye(const Eye& eye) {
@@ -143,20 +166,36 @@ void Document::setEye(const Eye& eye) {
     });
 }
 
+// The later of two edits of one thing in the earlier.
+template <class Edit>
+static bool merge(auto& earlier, const auto& later, std::string Edit::*what) {
+    auto* last = std::get_if<Edit>(&earlier);
+    const auto* next = std::get_if<Edit>(&later);
+    if (!last || !next || last->*what != next->*what) return false;
+    last->after = next->after;
+    return true;
+}
+
+// As many steps can be undone; those before are forgotten, or memory would go on growing.
+static constexpr std::size_t MostEdits = 500;
+
 // A drag is one step: what it began with, and what it ended with.
 void Document::perform(Edit edit) {
     m_edits.resize(m_done);
-    const auto* now = std::get_if<ValueEdit>(&edit);
-    auto* last = m_saved != m_done && !m_edits.empty() ? std::get_if<ValueEdit>(&m_edits.back()) : nullptr;
-    if (m_saved && *m_saved > m_done) m_saved.reset();  // there is no way back to what was saved
+    if (m_savedAt && *m_savedAt > m_done) m_savedAt.reset();  // there is no way back to what was saved
     apply(edit, true);
-    if (m_merging && now && last && last->path == now->path) {
-        last->after = now->after;
-    } else {
+    const bool mayMerge = m_merging && m_savedAt != m_done && !m_edits.empty();
+    const bool merged = mayMerge && (merge(m_edits.back(), edit, &ValueEdit::path) ||
+                                     merge(m_edits.back(), edit, &PlacementEdit::place));
+    if (!merged) {
         m_edits.push_back(std::move(edit));
         ++m_done;
     }
     m_merging = true;
+    if (m_edits.size() <= MostEdits) return;
+    m_edits.erase(m_edits.begin());
+    --m_done;
+    if (m_savedAt && (*m_savedAt)-- == 0) m_savedAt.reset();
 }
 
 void Document::undo() {
@@ -174,76 +213,114 @@ void Document::redo() {
 // ---- What edits do
 
 void Document::apply(const Edit& edit, bool forwards) {
-    if (const auto* value = std::get_if<ValueEdit>(&edit))
-        applyValue(value->path, forwards ? value->after : value->before);
-    else if (const auto* object = std::get_if<ClassEdit>(&edit))
-        applyObject(forwards ? object->after : object->before);
-    else if (const auto* lights = std::get_if<LightsEdit>(&edit))
-        applyLights(forwards ? lights->after : lights->before);
-    else if (const auto* tone = std::get_if<ToneEdit>(&edit))
-        m_tone = forwards ? tone->after : tone->before;
+    ++m_revision;
+    if (const auto* value = std::get_if<ValueEdit>(&edit)) {
+        const ParameterState& state = forwards ? value->after : value->before;
+        const_cast<ParameterState&>(*m_now.value(value->path)) = state;
+        m_thread.post(valueChange(value->path, state));
+    } else if (const auto* placement = std::get_if<PlacementEdit>(&edit)) {
+        const Matrix& toWorld = forwards ? placement->after : placement->before;
+        m_now.placements[placement->place] = toWorld;
+        m_thread.post(placementChange(placement->place, toWorld));
+    } else if (const auto* tone = std::get_if<ToneEdit>(&edit)) {
+        m_now.tone = forwards ? tone->after : tone->before;
+    } else {
+        const auto& states = std::get<StateEdit>(edit);
+        const State& state = forwards ? *states.after : *states.before;
+        for (const RenderThread::Posted& change : differences(m_now, state)) m_thread.post(change);
+        m_now = state;
+    }
 }
 
-static void write(Places& places, const std::string& path, const ParameterState& state) {
-    if (state.set)
-        places.set(path, state.value);
-    else
-        places.reset(path);
+// ---- A file that has changed
+
+// False: there is no such thing any more.
+bool Document::rebase(Edit& edit, Rebase& rebase, const State& now) const {
+    if (auto* value = std::get_if<ValueEdit>(&edit)) {
+        value->before = rebase.value(value->path, value->before);
+        value->after = rebase.value(value->path, value->after);
+        return now.value(value->path) != nullptr;
+    }
+    if (auto* placement = std::get_if<PlacementEdit>(&edit)) {
+        placement->before = rebase.placement(placement->place, placement->before);
+        placement->after = rebase.placement(placement->place, placement->after);
+        return now.placements.contains(placement->place);
+    }
+    if (auto* tone = std::get_if<ToneEdit>(&edit)) {
+        tone->before = rebase.tone(tone->before);
+        tone->after = rebase.tone(tone->after);
+        return true;
+    }
+    auto& states = std::get<StateEdit>(edit);
+    states.before = std::make_shared<State>(rebase.of(*states.before));
+    states.after = std::make_shared<State>(rebase.of(*states.after));
+    return true;
 }
 
-void Document::applyValue(const std::string& path, const ParameterState& state) {
-    at(path) = state;
-    m_thread.change([path, state](Rendering& r) { write(r.world.places, path, state); });
+static bool same(const View& a, const View& b) {
+    return a.position == b.position && a.lookAt == b.lookAt && a.lookUp == b.lookUp;
 }
 
-static void writeAll(Places& places, const ObjectInfo& object) {
-    for (const auto& [id, state] : object.values)
-        if (state.set) write(places, object.place + '.' + id, state);
-}
-
-void Document::applyObject(const ObjectInfo& object) {
-    for (ObjectInfo& own : m_objects)
-        if (own.place == object.place) own = object;
-    m_thread.rebuild([object](Rendering& r) {
-        for (const ParameterDeclaration& p : r.world.places.classAt(object.place).parameters)
-            r.world.places.reset(object.place + '.' + p.id);
-        r.world.setClass(object.place, *object.object);
-        writeAll(r.world.places, object);
-    });
-}
-
-// From the first that differs on, all are made anew: their order counts.
-void Document::applyLights(const std::vector<ObjectInfo>& lights) {
-    const std::vector<ObjectInfo> before = lightsAmong(m_objects);
-    std::size_t same = 0;
-    while (same < std::min(before.size(), lights.size()) && before[same].object == lights[same].object &&
-           before[same].values == lights[same].values)
-        ++same;
-    std::erase_if(m_objects, isLight);
-    m_objects.insert(m_objects.end(), lights.begin(), lights.end());
-    m_thread.rebuild([lights, same](Rendering& r) {
-        while (r.world.lights.size() > same) r.world.removeLight(fmt::format("light.{}", r.world.lights.size() - 1));
-        for (std::size_t i = same; i < lights.size(); ++i) {
-            r.world.addLight(*lights[i].object);
-            writeAll(r.world.places, lights[i]);
+// The view stays, unless nobody has moved it and the file says another.
+std::vector<RenderThread::Posted> Document::reopen(const SceneInfo& scene, std::set<std::string>& lost) {
+    settle();
+    const State file = State::of(scene), was = m_saved;
+    Rebase rebase(was, file, *scene.registry);
+    State now = rebase.of(m_now);
+    lost = rebase.lost;
+    std::vector<Edit> edits;
+    std::size_t done = m_done;
+    for (std::size_t i = 0; i < m_edits.size(); ++i) {
+        Edit edit = m_edits[i];
+        if (this->rebase(edit, rebase, now)) {
+            edits.push_back(std::move(edit));
+            continue;
         }
-    });
+        if (i < m_done) --done;
+        if (m_savedAt && i < *m_savedAt) --*m_savedAt;
+    }
+    m_edits = std::move(edits);
+    m_done = done;
+    for (State& kept : m_kept) kept = rebase.of(kept);
+    ++m_revision;
+    m_now = std::move(now);
+    m_saved = file;
+    m_textures = scene.textures;
+    std::vector<RenderThread::Posted> changes;
+    for (AddedTexture& added : m_added) {
+        added.inFile = std::find(m_textures.begin(), m_textures.end(), added.name) != m_textures.end();
+        if (added.inFile) continue;
+        m_textures.push_back(added.name);
+        changes.push_back(added.change());
+    }
+    for (RenderThread::Posted& change : differences(m_saved, m_now)) changes.push_back(std::move(change));
+    const bool viewed = scene.framed || same(scene.view, m_fileView);
+    m_fileView = scene.view;
+    if (!m_moved && !viewed) m_eye = Eye::of(scene.view, scene.fov);
+    if (m_moved || !same(m_eye.view, scene.view))
+        changes.push_back({[view = m_eye.view, fov = m_eye.fov](Rendering& r) {
+            r.world.view = view;
+            r.world.fov = fov;
+        }});
+    return changes;
 }
 
 // ---- Saving
 
 void Document::saved() {
     settle();
-    m_saved = m_done;
-    m_savedObjects = m_objects;
-    m_savedTone = m_tone;
+    m_savedAt = m_done;
+    m_saved = m_now;
+    for (AddedTexture& added : m_added) added.inFile = added.inFile || uses(added);
+    m_fileView = m_eye.view;
     m_moved = false;
 }
 
-bool Document::lightsDiffer() const {
-    const std::vector<ObjectInfo> now = lightsAmong(m_objects), then = lightsAmong(m_savedObjects);
-    return !std::equal(now.begin(), now.end(), then.begin(), then.end(),
-                       [](const ObjectInfo& a, const ObjectInfo& b) { return a.object == b.object; });
+bool Document::needsFile() const {
+    const auto missing = [&](const AddedTexture& added) { return !added.inFile && uses(added); };
+    return std::any_of(m_added.begin(), m_added.end(), missing) ||
+           !sameKinds(lightsAmong(m_now.objects), lightsAmong(m_saved.objects)) ||
+           m_now.placements != m_saved.placements;
 }
 
 }  // namespace oxbeam

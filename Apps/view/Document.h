@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Apps/view/Navigation.h"
-#include "Apps/view/RenderThread.h"
+#include "Apps/view/State.h"
 
 #include <optional>
 #include <variant>
@@ -14,16 +14,27 @@ struct ValueEdit {
     std::string path;
     ParameterState before, after;
 };
-// Another object at a place, with what was set there.
-struct ClassEdit {
-    ObjectInfo before, after;
-};
-// All lights, where one has come or gone.
-struct LightsEdit {
-    std::vector<ObjectInfo> before, after;
+struct PlacementEdit {
+    std::string place;
+    Matrix before, after;
 };
 struct ToneEdit {
     Tone before, after;
+};
+// Of anything else, by what it changes.
+struct StateEdit {
+    std::shared_ptr<const State> before, after;
+};
+
+// A picture that was chosen in the window, as the texture it is to be in the scene.
+struct AddedTexture {
+    std::string name;
+    std::filesystem::path file;
+    bool surroundings = false;  // of all directions
+    std::shared_ptr<const Texture> picture;
+    bool inFile = false;  // the scene's file has it
+
+    RenderThread::Posted change() const;
 };
 
 class Document {
@@ -32,11 +43,15 @@ public:
 
     // A scene as it was loaded.
     void open(const SceneInfo& scene);
+    // The same scene as it was loaded anew, since its files have changed: what was changed here stays so, and can be
+    // undone. Answers what is to be done to that world; what there is no place for any more is named in `lost`.
+    std::vector<RenderThread::Posted> reopen(const SceneInfo& scene, std::set<std::string>& lost);
 
-    const std::vector<ObjectInfo>& objects() const { return m_objects; }
-    const ObjectInfo* object(const std::string& place) const;
-    const ParameterState* state(const std::string& path) const;
-    const Tone& tone() const { return m_tone; }
+    const State& now() const { return m_now; }
+    const std::vector<ObjectInfo>& objects() const { return m_now.objects; }
+    const ObjectInfo* object(const std::string& place) const { return m_now.object(place); }
+    const ParameterState* state(const std::string& path) const { return m_now.value(path); }
+    const Tone& tone() const { return m_now.tone; }
     const Eye& eye() const { return m_eye; }
 
     // ---- Changes, which the rendering thread hears of at once. Those to one parameter in a row are one step to undo
@@ -48,7 +63,24 @@ public:
     void addLight(const ObjectClass& object, const std::map<std::string, ParameterValue>& values);
     void removeLight(const std::string& place);
     void setTone(const Tone& tone);
+    void move(const std::string& place, const Matrix& toWorld);
+    // Values, lights and placements of another state; one step to undo.
+    void become(const State& state);
+    // A texture by a name like the file's, which is answered; no step to undo.
+    std::string addTexture(AddedTexture texture);
+    const std::vector<AddedTexture>& addedTextures() const { return m_added; }
+    // Some parameter has it.
+    bool uses(const AddedTexture& texture) const;
+    const std::vector<std::string>& textures() const { return m_textures; }
     void settle() { m_merging = false; }
+    // Another number after every change.
+    std::uint64_t revision() const { return m_revision; }
+
+    // States to come back to, in the order in which they were kept.
+    void keep() { m_kept.push_back(m_now); }
+    void forget(std::size_t number) { m_kept.erase(m_kept.begin() + static_cast<std::ptrdiff_t>(number)); }
+    const std::vector<State>& kept() const { return m_kept; }
+
     // No step to undo.
     void setEye(const Eye& eye);
 
@@ -60,38 +92,34 @@ public:
     // ---- Saving
 
     // Something but the view has been changed since the file was read or written.
-    bool isDirty() const { return m_done != m_saved; }
+    bool isDirty() const { return m_done != m_savedAt; }
     bool isMoved() const { return m_moved; }
     void saved();
-    // Lights are others in number or kind than those of the file.
-    bool lightsDiffer() const;
-    const std::vector<ObjectInfo>& objectsSaved() const { return m_savedObjects; }
-    const Tone& toneSaved() const { return m_savedTone; }
+    // Lights are others in number or kind than those of the file, something stands elsewhere, or a texture was added: no
+    // command line says it.
+    bool needsFile() const;
+    const State& fileState() const { return m_saved; }
 
 private:
-    using Edit = std::variant<ValueEdit, ClassEdit, LightsEdit, ToneEdit>;
+    using Edit = std::variant<ValueEdit, PlacementEdit, ToneEdit, StateEdit>;
 
-    ParameterState& at(const std::string& path);
     void check(const std::string& path, const ParameterValue& value) const;
     void perform(Edit edit);
     void apply(const Edit& edit, bool forwards);
-    void applyValue(const std::string& path, const ParameterState& state);
-    void applyObject(const ObjectInfo& object);
-    void applyLights(const std::vector<ObjectInfo>& lights);
+    bool rebase(Edit& edit, Rebase& rebase, const State& now) const;
 
     RenderThread& m_thread;
-    std::vector<ObjectInfo> m_objects, m_savedObjects;
+    State m_now, m_saved;
     std::vector<std::string> m_textures;
-    Tone m_tone, m_savedTone;
+    std::vector<AddedTexture> m_added;
     Eye m_eye;
+    View m_fileView;
+    std::vector<State> m_kept;
+    std::uint64_t m_revision = 0;
     std::vector<Edit> m_edits;
     std::size_t m_done = 0;
-    std::optional<std::size_t> m_saved = 0;  // edits that were done then
+    std::optional<std::size_t> m_savedAt = 0;  // edits that were done then
     bool m_merging = false, m_moved = false;
 };
-
-std::vector<ObjectInfo> lightsAmong(const std::vector<ObjectInfo>& objects);
-// "shader.table" and "shininess".
-std::pair<std::string, std::string> splitPath(const std::string& path);
 
 }  // namespace oxbeam

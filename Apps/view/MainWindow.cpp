@@ -13,13 +13,21 @@ namespace oxbeam {
 
 static constexpr const char* FontFile = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 
+// Pixels for each of the units that SDL counts in.
+static float densityOf(SDL_Window* window) {
+    int drawn = 0, logical = 0;
+    if (SDL_GetWindowFlags(window) & SDL_WINDOW_OPENGL)
+        SDL_GL_GetDrawableSize(window, &drawn, nullptr);
+    else if (SDL_Renderer* renderer = SDL_GetRenderer(window))
+        SDL_GetRendererOutputSize(renderer, &drawn, nullptr);
+    SDL_GetWindowSize(window, &logical, nullptr);
+    return drawn > logical && logical > 0 ? static_cast<float>(drawn) / static_cast<float>(logical) : 1.0f;
+}
+
 // Beyond what SDL scales by itself: by the dots per inch of the screen, where it tells them.
 static float scaleOf(SDL_Window* window) {
     float dots = 0.0f;
-    int drawn = 0, logical = 0;
-    SDL_GL_GetDrawableSize(window, &drawn, nullptr);
-    SDL_GetWindowSize(window, &logical, nullptr);
-    if (drawn > logical || SDL_GetDisplayDPI(SDL_GetWindowDisplayIndex(window), nullptr, &dots, nullptr) != 0)
+    if (densityOf(window) > 1.0f || SDL_GetDisplayDPI(SDL_GetWindowDisplayIndex(window), nullptr, &dots, nullptr) != 0)
         return 1.0f;
     return std::clamp(std::round(2.0f * dots / 96.0f) / 2.0f, 1.0f, 4.0f);
 }
@@ -34,7 +42,8 @@ static void startVideo() {
     throw Error(ExitStatus::Usage, "there is no display: " + why + "; `oxbeam render` makes a picture without one");
 }
 
-MainWindow::MainWindow(const std::string& title, unsigned width, unsigned height, bool light) {
+MainWindow::MainWindow(const std::string& title, unsigned width, unsigned height, bool light,
+                       std::optional<float> scale) {
     startVideo();
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, SDL_GL_CONTEXT_PROFILE_CORE);
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_MAJOR_VERSION, 3);
@@ -52,9 +61,11 @@ MainWindow::MainWindow(const std::string& title, unsigned width, unsigned height
         if ((m_window = open(0))) m_display = plainDisplay(m_window);
     }
     if (!m_display) throw Error(ExitStatus::Usage, std::string("cannot open a window: ") + SDL_GetError());
-    m_scale = scaleOf(m_window);
+    m_scale = scale ? *scale : scaleOf(m_window);
+    const float density = densityOf(m_window);
     if (std::filesystem::exists(FontFile))
-        ImGui::GetIO().Fonts->AddFontFromFileTTF(FontFile, std::round(15.0f * m_scale));
+        ImGui::GetIO().Fonts->AddFontFromFileTTF(FontFile, std::round(15.0f * m_scale * density));
+    ImGui::GetIO().FontGlobalScale = 1.0f / density;
     setLight(light);
     SDL_StartTextInput();
 }

@@ -4,14 +4,15 @@
 #include "Apps/view/Display.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace oxbeam {
 
 class MainWindow {
 public:
-    // Throws Error(Usage) where there is no display.
-    MainWindow(const std::string& title, unsigned width, unsigned height, bool light);
+    // `scale` instead of what the screen asks for. Throws Error(Usage) where there is no display.
+    MainWindow(const std::string& title, unsigned width, unsigned height, bool light, std::optional<float> scale);
     ~MainWindow();
     MainWindow(const MainWindow&) = delete;
     MainWindow& operator=(const MainWindow&) = delete;
@@ -27,7 +28,7 @@ public:
     void newFrame();
     // Ends the frame and draws it. `look` may read the pixels before they are presented.
     void draw(const std::function<void(Display&)>& look);
-    Display& display() { return *m_display; }
+    Display& display() const { return *m_display; }
     // Of everything, on screens with many pixels.
     float scale() const { return m_scale; }
 

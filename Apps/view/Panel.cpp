@@ -60,7 +60,7 @@ static std::string helpOf(const ParameterDeclaration& p) {
 }
 
 // A label, the field, and what takes the value back where it is another than the default.
-void Panel::drawParameter(const ObjectInfo& object, const ParameterDeclaration& p, const SceneInfo& scene) {
+void Panel::drawParameter(const ObjectInfo& object, const ParameterDeclaration& p) {
     const ParameterState& state = object.values.at(p.id);
     const bool differs = state.set && state.value.data != valueOf(p, p.defaultBytes.data()).data;
     const std::string path = object.place + '.' + p.id;
@@ -71,13 +71,21 @@ void Panel::drawParameter(const ObjectInfo& object, const ParameterDeclaration& 
     if (differs) ImGui::PopStyleColor();
     tooltip(helpOf(p));
     ImGui::SameLine(9.5f * ImGui::GetFontSize());
-    ImGui::SetNextItemWidth(ImGui::GetContentRegionAvail().x - 2.2f * ImGui::GetFontSize());
-    const auto value = drawField(p, state.value, scene.textures);
+    const float unit = ImGui::GetFontSize(), beside = isTexture(p) ? 4.4f * unit : 2.2f * unit;
+    ImGui::SetNextItemWidth(ImGui::GetContentRegionAvail().x - beside);
+    const auto value = drawField(p, state.value, m_document.textures());
     const ImVec2 least = ImGui::GetItemRectMin(), most = ImGui::GetItemRectMax();
     m_fields[path] = {least.x, least.y, most.x, most.y};
     m_active = m_active || ImGui::IsItemActive();
     if (ImGui::IsItemDeactivated()) m_document.settle();
     if (value) m_change = [=, this] { m_document.set(path, *value); };
+    if (isTexture(p)) {
+        ImGui::SameLine();
+        if (ImGui::SmallButton("...")) m_change = [=, this] { chooseTexture(path); };
+        const ImVec2 l = ImGui::GetItemRectMin(), m = ImGui::GetItemRectMax();
+        m_fields[path + "#file"] = {l.x, l.y, m.x, m.y};
+        tooltip("choose a picture");
+    }
     if (differs) {
         ImGui::SameLine();
         if (ImGui::SmallButton("x")) m_change = [=, this] { m_document.settle(), m_document.reset(path); };
@@ -125,7 +133,7 @@ void Panel::drawObject(const ObjectInfo& object, const SceneInfo& scene) {
     std::string group;
     for (const ParameterDeclaration* p : drawn) {
         if (p->info && p->info->group != group) ImGui::TextDisabled("%s", (group = p->info->group).c_str());
-        drawParameter(object, *p, scene);
+        drawParameter(object, *p);
     }
     ImGui::PopID();
 }

@@ -17,6 +17,9 @@ public:
     Panel(Document& document, std::function<void(const std::string&)> say)
         : m_document(document), m_say(std::move(say)) {}
 
+    // A file is to be chosen for a texture parameter.
+    std::function<void(const std::string& path)> chooseTexture;
+
     // Draws it as a window at a place. A drag of a value ends when the pointer lets go.
     void draw(const SceneInfo& scene, const ImVec2& at, const ImVec2& size);
     // The object's section is opened and scrolled to.
@@ -32,7 +35,7 @@ private:
     void drawLights(const SceneInfo& scene);
     void drawObject(const ObjectInfo& object, const SceneInfo& scene);
     void drawClass(const ObjectInfo& object, const SceneInfo& scene);
-    void drawParameter(const ObjectInfo& object, const ParameterDeclaration& p, const SceneInfo& scene);
+    void drawParameter(const ObjectInfo& object, const ParameterDeclaration& p);
     bool matches(const ObjectInfo& object, const ParameterDeclaration& p) const;
     void attempt();
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace oxbeam {
 
@@ -21,7 +22,7 @@ public:
         ImGui::GetIO().BackendFlags |= ImGuiBackendFlags_RendererHasVtxOffset;
     }
     ~PlainDisplay() override {
-        m_picture.reset();
+        m_pictures.clear();
         m_font.reset();
         ImGui_ImplSDL2_Shutdown();
         SDL_DestroyRenderer(m_renderer);
@@ -32,10 +33,12 @@ public:
         if (!m_font) makeFont();
         ImGui_ImplSDL2_NewFrame();
     }
-    ImTextureID picture(unsigned width, unsigned height, const std::uint8_t* rgba, bool smooth) override {
-        m_picture = texture(width, height, rgba, SDL_BLENDMODE_NONE);
-        SDL_SetTextureScaleMode(m_picture.get(), smooth ? SDL_ScaleModeLinear : SDL_ScaleModeNearest);
-        return m_picture.get();
+    ImTextureID picture(unsigned slot, unsigned width, unsigned height, const std::uint8_t* rgba,
+                        bool smooth) override {
+        TexturePointer& picture = m_pictures[slot];
+        picture = texture(width, height, rgba, SDL_BLENDMODE_NONE);
+        SDL_SetTextureScaleMode(picture.get(), smooth ? SDL_ScaleModeLinear : SDL_ScaleModeNearest);
+        return picture.get();
     }
     void draw(ImDrawData* data, const ImVec4& background) override {
         const auto byte = [](float share) { return static_cast<Uint8>(std::lround(255.0f * share)); };
@@ -89,7 +92,8 @@ private:
     }
 
     SDL_Renderer* m_renderer;
-    TexturePointer m_font, m_picture;
+    TexturePointer m_font;
+    std::map<unsigned, TexturePointer> m_pictures;  // by slot
 };
 
 }  // namespace

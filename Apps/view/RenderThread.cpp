@@ -14,8 +14,7 @@ using Clock = std::chrono::steady_clock;
 // Without a word from the window, what moved is taken to rest after this long.
 static constexpr std::chrono::milliseconds Settling(120);
 
-RenderThread::RenderThread(const ViewCommand& command)
-    : m_file(command.render.scene), m_thread([this, command] { run(command); }) {}
+RenderThread::RenderThread() : m_thread([this] { run(); }) {}
 
 RenderThread::~RenderThread() {
     {
@@ -42,9 +41,31 @@ void RenderThread::post(Posted posted) {
     m_wake.notify_one();
 }
 
+void RenderThread::show(std::shared_ptr<Loaded> loaded, std::vector<Posted> changes) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_scene = std::make_shared<SceneInfo>(loaded->info);
+        m_next = Next{std::move(loaded), std::move(changes)};
+        m_changes.clear();
+        m_cancelled.reset();
+        if (m_loop) m_loop->cancel();
+    }
+    m_wake.notify_one();
+}
+
 void RenderThread::change(Change change) { post({std::move(change), false}); }
 
 void RenderThread::rebuild(Change change) { post({std::move(change), true}); }
+
+void RenderThread::compare(std::vector<Posted> there, std::vector<Posted> back) {
+    change([this, there = std::move(there), back = std::move(back)](Rendering&) {
+        m_compared = Compared{there, back};
+    });
+}
+
+void RenderThread::compareNoMore() {
+    change([this](Rendering&) { m_compared.reset(); });
+}
 
 void RenderThread::atRest(Change use) {
     {
@@ -89,25 +110,38 @@ RenderThread::Pulse RenderThread::pulse() const {
 
 // ---- The thread
 
-void RenderThread::run(const ViewCommand& command) try {
-    Registry registry;
-    registry.loadPackages(packageFolders(command));
-    const Prepared prepared = prepare(command.render, registry);
-    if (!prepared.world) throw Error(ExitStatus::BadScene, "");  // everything has been said
-    render(*prepared.world, registry, prepared.threads, prepared.options.samples);
+// False: the end.
+bool RenderThread::takeNext(Next& next) {
+    std::unique_lock lock(m_mutex);
+    m_wake.wait(lock, [&] { return m_ending || m_next; });
+    if (m_ending) return false;
+    next = std::move(*std::exchange(m_next, std::nullopt));
+    return true;
+}
+
+// A scene that comes to nothing when its first frame begins leaves the picture of the one before.
+void RenderThread::run() try {
+    for (Next next; takeNext(next); next = {}) {
+        try {
+            render(next);
+        } catch (const std::exception& e) {
+            if (m_frame.number == 0) throw;
+            say(e.what());
+        }
+    }
 } catch (...) {
-    m_developer.lookAway();
     const std::lock_guard lock(m_mutex);
-    m_loop = nullptr;
     m_failure = std::current_exception();
 }
 
-void RenderThread::tell(const World& world, const Registry& registry, unsigned samples) {
+void RenderThread::tell(const World& world, const Registry& registry) {
     auto info = std::make_shared<SceneInfo>(describe(world, registry));
-    info->file = m_file;
     info->image = m_whole;
-    info->samples = samples;
     const std::lock_guard lock(m_mutex);
+    if (m_next) return;  // the window knows of another already
+    info->file = m_scene->file;
+    info->samples = m_scene->samples;
+    info->framed = m_scene->framed;
     m_scene = std::move(info);
 }
 
@@ -126,10 +160,11 @@ bool RenderThread::attempt(const std::function<void()>& what) {
 
 // Answers whether there was a change. What waits for a full pass has to be asked for.
 bool RenderThread::takeChanges(Rendering& rendering, bool atRest) {
-    std::deque<Posted> changes;
+    std::vector<Posted> changes;
     std::deque<Change> uses;
     {
         const std::lock_guard lock(m_mutex);
+        if (m_next) return false;
         changes.swap(m_changes);
         if (atRest && changes.empty()) uses.swap(m_atRest);
         if (m_cancelled) {
@@ -139,22 +174,27 @@ bool RenderThread::takeChanges(Rendering& rendering, bool atRest) {
         }
     }
     for (const Change& use : uses) attempt([&] { use(rendering); });
+    return apply(rendering, changes);
+}
+
+// Answers whether there were any. They see the picture's full size, which the coarse one hides.
+bool RenderThread::apply(Rendering& rendering, const std::vector<Posted>& changes) {
     if (changes.empty()) return false;
-    // Changes see the picture's full size, which the coarse one hides.
     rendering.world.image = m_whole;
+    if (m_other) turn(rendering);
     bool rebuilt = false;
     for (const Posted& posted : changes) {
         attempt([&] { posted.change(rendering); });
         rebuilt = rebuilt || posted.rebuilds;
     }
     m_whole = rendering.world.image;
-    if (rebuilt) tell(rendering.world, rendering.registry, m_frame.samples);
+    if (rebuilt) tell(rendering.world, rendering.registry);
     return true;
 }
 
 void RenderThread::begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples) {
     world.image = Pacer::divided(m_whole, divider);
-    const FrameInfo frame{m_whole, divider, samples, world.viewInForce(), world.fov, m_frame.number + 1};
+    const FrameInfo frame{m_whole, divider, samples, world.viewInForce(), world.fov, m_frame.number + 1, m_other};
     m_developer.look(loop, frame, [&] { m_failed = !attempt([&] { loop.restart(); }); });
     m_frame = frame;
     m_seconds = 0.0;
@@ -177,7 +217,7 @@ void RenderThread::step(FrameLoop& loop) {
     const bool coarse = m_frame.divider > 1;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_ending || (!m_moving && !m_changes.empty())) return;
+        if (m_ending || m_next || (!m_moving && !m_changes.empty())) return;
         m_mayCancel = !m_moving;
     }
     const Stopwatch clock;
@@ -199,52 +239,107 @@ void RenderThread::step(FrameLoop& loop) {
     notePulse(loop);
 }
 
+// ---- Comparing
+
+unsigned RenderThread::passesWanted() const {
+    return m_frame.divider > 1 || (m_compared && m_firstPasses) ? 1 : m_frame.samples;
+}
+
+// To the other of the two that are compared.
+void RenderThread::turn(Rendering& rendering) {
+    for (const Posted& posted : m_other ? m_compared->back : m_compared->there)
+        attempt([&] { posted.change(rendering); });
+    m_other = !m_other;
+}
+
+// Where the one has its passes, and the other is to have some: coarse pictures in turn, however many changes wait.
+bool RenderThread::takeTurns(FrameLoop& loop, Rendering& rendering) {
+    const bool coarse = m_frame.divider > 1, again = m_other && !coarse && m_firstPasses;
+    if (!m_compared || m_failed || loop.passes() < passesWanted() || (m_other && !again)) return false;
+    if (!coarse) m_developer.give(loop.film().copy(), m_frame);
+    if (again) m_firstPasses = false;
+    turn(rendering);
+    m_moving = coarse;
+    begin(loop, rendering.world, m_frame.divider, m_frame.samples);
+    return true;
+}
+
+bool RenderThread::isAskedForFilm() const {
+    const std::lock_guard lock(m_mutex);
+    return !m_atRest.empty();
+}
+
 // For the next change or the end; answers whether what moved has come to rest instead.
 bool RenderThread::waitForMore(bool coarse) {
     std::unique_lock lock(m_mutex);
-    const auto more = [&] { return m_ending || !m_changes.empty() || (coarse ? m_rest : !m_atRest.empty()); };
+    const auto more = [&] { return m_ending || m_next || !m_changes.empty() || (coarse ? m_rest : !m_atRest.empty()); };
     if (coarse)
         m_wake.wait_for(lock, Settling, more);
     else
         m_wake.wait(lock, more);
-    return coarse && !m_ending && m_changes.empty();
+    return coarse && !m_ending && !m_next && m_changes.empty();
 }
 
+// Other threads know of a loop as long as it is there.
+struct RenderThread::Using {
+    Using(RenderThread& user, FrameLoop& loop) : thread(user) {
+        const std::lock_guard lock(thread.m_mutex);
+        thread.m_loop = &loop;
+    }
+    ~Using() {
+        thread.m_developer.lookAway();
+        const std::lock_guard lock(thread.m_mutex);
+        thread.m_loop = nullptr;
+    }
+    Using(const Using&) = delete;
+    Using& operator=(const Using&) = delete;
+
+    RenderThread& thread;
+};
+
+// Of what is rendered now.
 bool RenderThread::ending() const {
     const std::lock_guard lock(m_mutex);
-    return m_ending;
+    return m_ending || m_next;
 }
 
-void RenderThread::render(World& world, const Registry& registry, unsigned threads, unsigned samples) {
-    Workers workers(threads);
+void RenderThread::render(Next& next) {
+    World& world = *next.loaded->world;
+    Workers workers(next.loaded->threads);
     m_whole = world.image;
-    m_frame.samples = samples;
+    m_moving = true;
+    m_compared.reset();
+    m_other = false;
+    m_pacer = {};
+    m_frame.samples = next.loaded->info.samples;
     world.image = Pacer::divided(m_whole, Pacer::coarsest(m_whole));
     FrameLoop loop(world, workers, {std::nullopt, false, true, world.transparentBackground});
-    {
-        const std::lock_guard lock(m_mutex);
-        m_loop = &loop;
-    }
+    const Using use(*this, loop);
+    Rendering rendering{world, loop, *next.loaded->registry};
     world.image = m_whole;
-    tell(world, registry, samples);
-    Rendering rendering{world, loop, registry};
-    begin(loop, world, m_pacer.divider(m_whole), samples);
+    apply(rendering, next.changes);
+    begin(loop, world, m_pacer.divider(m_whole), m_frame.samples);
     while (!ending()) {
         const bool coarse = m_frame.divider > 1;
         rendering.seconds = m_seconds;
-        if (takeChanges(rendering, m_failed || (!coarse && loop.passes() > 0))) {
+        if (coarse && takeTurns(loop, rendering)) continue;
+        if (takeChanges(rendering, m_failed || (!coarse && !m_other && loop.passes() > 0))) {
             m_moving = true;
             begin(loop, world, m_pacer.divider(m_whole), m_frame.samples);
-        } else if (!m_failed && loop.passes() < (coarse ? 1 : m_frame.samples)) {
+        } else if (!m_failed && loop.passes() < passesWanted()) {
             step(loop);
+        } else if (takeTurns(loop, rendering)) {
+            continue;
+        } else if (m_other && !coarse && isAskedForFilm()) {  // of which there is only the other's any more
+            turn(rendering);
+            begin(loop, world, 1, m_frame.samples);
         } else if (waitForMore(coarse)) {
+            if (m_other) turn(rendering);
             m_moving = false;
+            m_firstPasses = true;
             begin(loop, world, 1, m_frame.samples);
         }
     }
-    m_developer.lookAway();
-    const std::lock_guard lock(m_mutex);
-    m_loop = nullptr;
 }
 
 }  // namespace oxbeam

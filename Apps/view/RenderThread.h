@@ -1,8 +1,8 @@
 // The one thread that owns world, session and film. It takes changes between passes and, by cancelling, within them.
 #pragma once
 
-#include "Apps/oxbeam/View.h"
 #include "Apps/view/Developer.h"
+#include "Apps/view/Loader.h"
 #include "Apps/view/Pacer.h"
 #include "Apps/view/SceneInfo.h"
 
@@ -25,26 +25,36 @@ struct Rendering {
 class RenderThread {
 public:
     using Change = std::function<void(Rendering&)>;
+    struct Posted {
+        Change change;
+        bool rebuilds = false;  // objects, lights or instances
+    };
 
-    // Loads the scene and begins to render it.
-    explicit RenderThread(const ViewCommand& command);
+    RenderThread();
     ~RenderThread();
     RenderThread(const RenderThread&) = delete;
     RenderThread& operator=(const RenderThread&) = delete;
 
+    // Renders this scene from now on, with these changes, instead of the one before and all changes to that.
+    void show(std::shared_ptr<Loaded> loaded, std::vector<Posted> changes = {});
     // To be done as soon as may be; another picture begins then. An Error that it throws becomes a message.
     void change(Change change);
     // The same for what makes objects, lights or instances others: what the window knows of them follows.
     void rebuild(Change change);
+    void post(Posted posted);
+    // What these changes lead to is rendered too, at the same sizes and with the same samples; the others lead back. One
+    // pass of each comes first, then all of the one, and all of the other.
+    void compare(std::vector<Posted> there, std::vector<Posted> back);
+    void compareNoMore();
     // To be done when a full pass is complete; the picture goes on.
     void atRest(Change use);
     // Nothing moves any more: a full picture may begin at once.
     void rest();
 
     Developer& developer() { return m_developer; }
-    // Null while it is being loaded.
+    // Null before there is any.
     std::shared_ptr<const SceneInfo> scene() const;
-    // Why there is no scene, or what ended the rendering for good; null while all is well.
+    // What ended the rendering for good; null while all is well.
     std::exception_ptr failure() const;
     // What was said since the last call.
     std::vector<std::string> takeMessages();
@@ -60,30 +70,38 @@ public:
     Pulse pulse() const;
 
 private:
-    struct Posted {
-        Change change;
-        bool rebuilds = false;
+    struct Using;
+    struct Next {
+        std::shared_ptr<Loaded> loaded;
+        std::vector<Posted> changes;
     };
 
-    void run(const ViewCommand& command);
-    void render(World& world, const Registry& registry, unsigned threads, unsigned samples);
-    void post(Posted posted);
+    void run();
+    bool takeNext(Next& next);
+    void render(Next& next);
+    bool apply(Rendering& rendering, const std::vector<Posted>& changes);
+    struct Compared {
+        std::vector<Posted> there, back;
+    };
+    unsigned passesWanted() const;
+    bool takeTurns(FrameLoop& loop, Rendering& rendering);
+    void turn(Rendering& rendering);
+    bool isAskedForFilm() const;
     bool takeChanges(Rendering& rendering, bool atRest);
     bool attempt(const std::function<void()>& what);
     void begin(FrameLoop& loop, World& world, unsigned divider, unsigned samples);
     void step(FrameLoop& loop);
     bool waitForMore(bool coarse);
     bool ending() const;
-    void tell(const World& world, const Registry& registry, unsigned samples);
+    void tell(const World& world, const Registry& registry);
     void notePulse(const FrameLoop& loop);
 
     Developer m_developer;
-    std::string m_file;
-    ImageSize m_whole;
 
     mutable std::mutex m_mutex;  // of all up to the next heading
     std::condition_variable m_wake;
-    std::deque<Posted> m_changes;
+    std::vector<Posted> m_changes;
+    std::optional<Next> m_next;
     std::deque<Change> m_atRest;
     bool m_ending = false, m_rest = false;
     FrameLoop* m_loop = nullptr;
@@ -97,8 +115,12 @@ private:
     // ---- Of the rendering thread alone
     Pacer m_pacer;
     FrameInfo m_frame;
-    bool m_moving = true;   // what is rendered has just been changed
-    bool m_failed = false;  // a package has ended the frame; the next change begins another
+    ImageSize m_whole;
+    std::optional<Compared> m_compared;
+    bool m_other = false;       // the world is that of the other of the two
+    bool m_firstPasses = true;  // of the two that are compared there is to be one pass each
+    bool m_moving = true;       // what is rendered has just been changed
+    bool m_failed = false;      // a package has ended the frame; the next change begins another
     double m_seconds = 0.0;
     std::thread m_thread;
 };

@@ -36,16 +36,25 @@ static InstanceInfo describe(unsigned instance, const World& world) {
     return info;
 }
 
+static PlacedInfo describe(const Placed& placed) {
+    PlacedInfo info{placed.place, placed.toWorld, {}, placed.movable};
+    for (const Placed::Part& part : placed.parts) info.instances.push_back(part.instance);
+    return info;
+}
+
 SceneInfo describe(const World& world, const Registry& registry) {
     SceneInfo info;
     for (const Place& place : world.places.all()) info.objects.push_back(describe(place, world.places));
     for (unsigned i = 0; i < world.geometry.instanceCount(); ++i) info.instances.push_back(describe(i, world));
+    for (const Placed& placed : world.placements.all()) info.placements.push_back(describe(placed));
+    for (const auto& [file, hash] : world.files) info.files.push_back(file);
     info.textures = world.textureNames.names("");
     info.classes = registry.all();
     info.registry = &registry;
     info.bounds = world.geometry.bounds();
     info.image = world.image;
     info.view = world.viewInForce();
+    info.framed = !world.view;
     info.fov = world.fov;
     info.tone = world.tone;
     info.camera = world.places.placeOf(world.camera);

@@ -64,7 +64,7 @@ static void addFocus(const Document& document, const SceneInfo& scene, std::vect
 }
 
 static void addTone(const Document& document, std::vector<SceneEdit>& edits) {
-    const Tone &before = document.toneSaved(), &now = document.tone();
+    const Tone &before = document.fileState().tone, &now = document.tone();
     if (before.exposure != now.exposure)
         edits.push_back({"image", {"exposure"}, textOf(ParameterValue{shortest(now.exposure), {}})});
     if (before.curve != now.curve)
@@ -113,10 +113,28 @@ static std::string withLights(std::string text, const Document& document, std::v
     return text;
 }
 
-std::string withChanges(const std::string& original, const Document& document, const SceneInfo& scene) {
-    std::vector<ObjectInfo> before = document.objectsSaved();
-    std::string text = withLights(original, document, before);
+// Named as seen from the scene's folder where that is no way up and down again.
+static std::string withTextures(std::string text, const Document& document, const fs::path& folder) {
+    for (const AddedTexture& added : document.addedTextures()) {
+        if (added.inFile || !document.uses(added)) continue;
+        const fs::path file = fs::absolute(added.file), near = file.lexically_proximate(folder);
+        const std::string named = near.begin()->string() == ".." ? file.string() : near.string();
+        const std::string place = "texture." + added.name;
+        text = edited(text, {place, {"file"}, textOf(ParameterValue{named, {}})});
+        if (added.surroundings) text = edited(text, {place, {"projection"}, "\"equirectangular\""});
+    }
+    return text;
+}
+
+std::string withChanges(const std::string& original, const Document& document, const SceneInfo& scene,
+                        const fs::path& folder) {
+    std::vector<ObjectInfo> before = document.fileState().objects;
+    std::string text = withTextures(withLights(original, document, before), document, folder);
     for (const SceneEdit& edit : changesOf(document, scene, before)) text = edited(text, edit);
+    const auto& placed = document.fileState().placements;
+    for (const auto& [place, toWorld] : document.now().placements)
+        if (const auto was = placed.find(place); was != placed.end() && !(was->second == toWorld))
+            text = withTranslation(text, place, {toWorld.m[0][3], toWorld.m[1][3], toWorld.m[2][3]});
     return text;
 }
 
@@ -143,7 +161,7 @@ void saveScene(const fs::path& file, const ViewCommand& command, const Document&
         SceneAssets assets(importLimits(command.render.importLimit));
         text = describeModelScene(command.render.scene, file.parent_path(), options, *scene.registry, assets, unsaid);
     }
-    storeFile(file, withChanges(text, document, scene));
+    storeFile(file, withChanges(text, document, scene, fs::absolute(file).parent_path()));
 }
 
 // ---- Others
@@ -152,8 +170,10 @@ static std::string plainPath(const SceneEdit& edit) { return fmt::format("{}.{}"
 
 std::string commandLine(const ViewCommand& command, const Document& document, const SceneInfo& scene,
                         const std::string& picture, unsigned samples) {
-    if (document.lightsDiffer())
-        throw Error(ExitStatus::Usage, "lights have come or gone, which no command line says; save the scene first");
+    if (document.needsFile())
+        throw Error(ExitStatus::Usage,
+                    "lights have come or gone, something was moved, or a texture was added, which no command line "
+                    "says; save the scene first");
     const RenderCommand& r = command.render;
     std::vector<std::string> words = {"oxbeam"};
     const auto add = [&](std::initializer_list<std::string> more) { words.insert(words.end(), more); };
@@ -178,7 +198,7 @@ std::string commandLine(const ViewCommand& command, const Document& document, co
     if (m.view.elevation) number("--elevation", *m.view.elevation);
     if (m.view.zoom != 1.0f) number("--zoom", m.view.zoom);
     for (const std::string& setting : r.set) add({"--set", setting});
-    for (const SceneEdit& edit : changesOf(document, scene, document.objectsSaved()))
+    for (const SceneEdit& edit : changesOf(document, scene, document.fileState().objects))
         if (edit.value) add({"--set", plainPath(edit) + '=' + *edit.value});
     return shellText(words);
 }

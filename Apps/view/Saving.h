@@ -8,14 +8,16 @@
 
 namespace oxbeam {
 
-// The text of a scene file with what has been changed since it was read or saved; all else as it stands. Throws Error.
-std::string withChanges(const std::string& text, const Document& document, const SceneInfo& scene);
+// The text of a scene file in such a folder with what has been changed since it was read or saved; all else as it stands.
+// Throws Error.
+std::string withChanges(const std::string& text, const Document& document, const SceneInfo& scene,
+                        const std::filesystem::path& folder);
 // Writes a scene with the changes to a file: the text of the one that was opened, or the scene that is made around a model.
 // Throws Error.
 void saveScene(const std::filesystem::path& file, const ViewCommand& command, const Document& document,
                const SceneInfo& scene);
 
-// The command line that renders just this. Throws Error(Usage) where none can: lights have come or gone.
+// The command line that renders just this. Throws Error(Usage) where none can: see Document::needsFile.
 std::string commandLine(const ViewCommand& command, const Document& document, const SceneInfo& scene,
                         const std::string& picture, unsigned samples);
 // The film as `oxbeam render` writes it, with what that says of it; `text` is the command line that makes the same.

@@ -28,21 +28,32 @@ struct InstanceInfo {
     bool endless = false;
 };
 
+// What stands in the scene: "mesh.0", "model.0".
+struct PlacedInfo {
+    std::string place;
+    Matrix toWorld;
+    std::vector<unsigned> instances;
+    bool movable = true;
+};
+
 // A copy, taken when the scene was loaded or its objects became others.
 struct SceneInfo {
     std::string file;
     std::vector<ObjectInfo> objects;
     std::vector<InstanceInfo> instances;  // by number
-    std::vector<std::string> textures;    // the scene's own
+    std::vector<PlacedInfo> placements;
+    std::vector<std::string> textures;  // the scene's own
     std::vector<const ObjectClass*> classes;
     const Registry* registry = nullptr;  // of which nothing changes any more
     Bounds bounds;
     ImageSize image;
     View view;
+    bool framed = false;  // nobody has said the view: it is that of all there is
     float fov = 40.0f;
     Tone tone;
     std::string camera;  // the place of the one in force
     unsigned samples = 1;
+    std::vector<std::filesystem::path> files;  // that were read for it
 };
 
 }  // namespace oxbeam

@@ -7,10 +7,13 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 
 namespace oxbeam {
 
@@ -41,11 +44,11 @@ static std::vector<std::string> wordsOf(const std::string& line) {
 // The steps, and how many words follow each at least.
 static const std::map<std::string, std::size_t>& steps() {
     static const std::map<std::string, std::size_t> all = {
-        {"wait", 1},    {"timeout", 1},    {"expect", 2}, {"move", 2},  {"click", 2}, {"doubleclick", 2},
-        {"drag", 5},    {"wheel", 1},      {"key", 1},    {"hold", 2},  {"type", 1},  {"slide", 2},
-        {"back", 1},    {"set", 2},        {"reset", 1},  {"class", 2}, {"light", 1}, {"delete", 1},
-        {"save", 1},    {"picture", 1},    {"search", 1}, {"quit", 0},  {"close", 0}, {"random", 1},
-        {"measure", 0}, {"screenshot", 1}, {"report", 0}};
+        {"wait", 1}, {"timeout", 1}, {"expect", 2}, {"move", 2},    {"click", 2},      {"doubleclick", 2},
+        {"drag", 5}, {"wheel", 1},   {"key", 1},    {"hold", 2},    {"type", 1},       {"slide", 2},
+        {"back", 1}, {"set", 2},     {"reset", 1},  {"class", 2},   {"light", 1},      {"delete", 1},
+        {"save", 1}, {"copy", 2},    {"bring", 1},  {"drop", 1},    {"picture", 1},    {"search", 1},
+        {"quit", 0}, {"close", 0},   {"random", 1}, {"measure", 0}, {"screenshot", 1}, {"report", 0}};
     return all;
 }
 
@@ -178,12 +181,38 @@ void Script::slide(Viewer& viewer, const Line& line) {
 }
 
 // Whatever somebody may do who means no good.
-void Script::random(Viewer& viewer, unsigned events) {
+void Script::random(unsigned events) {
     const auto below = [&](unsigned n) { return static_cast<unsigned>(m_random() % n); };
-    static const std::vector<std::string> names = {"f",      "1",      "2",   "3",  "4",  "5",      "6",
-                                                   "7",      "l",      ",",   ".",  "t",  "z",      "h",
-                                                   "m",      "g",      "tab", "F1", "F2", "ctrl+z", "ctrl+shift+z",
-                                                   "ctrl+c", "escape", "w",   "a",  "s",  "d"};
+    static const std::vector<std::string> names = {"f",
+                                                   "1",
+                                                   "2",
+                                                   "3",
+                                                   "4",
+                                                   "5",
+                                                   "6",
+                                                   "7",
+                                                   "l",
+                                                   ",",
+                                                   ".",
+                                                   "k",
+                                                   "c",
+                                                   "t",
+                                                   "z",
+                                                   "h",
+                                                   "m",
+                                                   "g",
+                                                   "tab",
+                                                   "F1",
+                                                   "F2",
+                                                   "ctrl+z",
+                                                   "ctrl+shift+z",
+                                                   "ctrl+c",
+                                                   "delete",
+                                                   "escape",
+                                                   "w",
+                                                   "a",
+                                                   "s",
+                                                   "d"};
     const ImVec2 size = ImGui::GetIO().DisplaySize;
     for (unsigned i = 0; i < events; ++i) {
         const unsigned what = below(10);
@@ -206,7 +235,6 @@ void Script::random(Viewer& viewer, unsigned events) {
         }
     }
     for (const Uint8 which : {1, 2, 3}) button(false, which);
-    static_cast<void>(viewer);
 }
 
 // ---- Steps
@@ -242,14 +270,22 @@ bool Script::perform(Viewer& viewer, const Line& line) {
     const std::string& what = line.words[0];
     if (what == "wait") return wait(viewer, line);
     if (what == "timeout") return m_timeout = number(line, 1), true;
-    if (!viewer.shown()) return false;  // all else is for a picture
-    if (what == "expect") return expect(viewer, line), true;
+    static const std::set<std::string> early = {"drop", "expect", "key", "screenshot"}, always = {"quit", "close"};
+    if (!viewer.shown() && !always.contains(what) && !(viewer.isIdle() && early.contains(what)))
+        return false;  // all else is for a picture
+    if (what == "expect") {
+        if (const std::string wrong = complaint(viewer, line); !wrong.empty()) fail(wrong);
+        return true;
+    }
     if (what == "move" || what == "click" || what == "doubleclick" || what == "drag") return point(viewer, line), true;
     if (what == "slide" || what == "back") return slide(viewer, line), true;
     if (what == "key") return key(word(line, 1), true), key(word(line, 1), false), true;
     if (what == "measure") return measure(viewer), true;
     if (what == "report") return report(viewer), true;
-    if (what == "random") return random(viewer, static_cast<unsigned>(number(line, 1))), true;
+    if (what == "random") {
+        if (line.words.size() > 2) m_random.seed(static_cast<unsigned>(number(line, 2)));
+        return random(static_cast<unsigned>(number(line, 1))), true;
+    }
     if (what == "hold") {
         if (m_settling == 0 && m_waiting.seconds() < 0.001) key(word(line, 1), true);
         if (m_waiting.seconds() < number(line, 2)) return false;
@@ -259,6 +295,12 @@ bool Script::perform(Viewer& viewer, const Line& line) {
     if (what == "close") {
         SDL_Event event{};
         event.type = SDL_QUIT;
+        return later(event), true;
+    }
+    if (what == "drop") {
+        SDL_Event event{};
+        event.type = SDL_DROPFILE;
+        event.drop.file = SDL_strdup(word(line, 1).c_str());
         return later(event), true;
     }
     if (what == "wheel" || what == "type") {
@@ -272,6 +314,11 @@ bool Script::perform(Viewer& viewer, const Line& line) {
     }
     change(viewer, line);
     return true;
+}
+
+// Over what is there, in place.
+static void copyFile(const std::string& from, const std::string& to) {
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
 }
 
 void Script::change(Viewer& viewer, const Line& line) {
@@ -291,9 +338,11 @@ void Script::change(Viewer& viewer, const Line& line) {
             document.addLight(classCalled(first), {{"position", valueOf(document.eye().view.position)}});
         if (what == "delete") document.removeLight(first);
         if (what == "save") viewer.save(first);
+        if (what == "bring") viewer.bringBack(static_cast<std::size_t>(number(line, 1)) - 1);
+        if (what == "copy") copyFile(first, word(line, 2));
         if (what == "picture") viewer.writePicture(first);
         if (what == "search") viewer.panel().search(first);
-    } catch (const Error& e) {
+    } catch (const std::exception& e) {
         fail(e.what());
     }
 }
@@ -304,51 +353,69 @@ bool Script::wait(const Viewer& viewer, const Line& line) {
     if (what == "loaded") return viewer.scene() && shown;
     if (what == "passes") return shown && !shown->coarse() && shown->passes >= number(line, 2);
     if (what == "done") return shown && !shown->coarse() && shown->passes >= shown->frame.samples;
+    if (what == "loads") return static_cast<float>(viewer.loads()) >= number(line, 2);
     if (what == "seconds") return m_waiting.seconds() >= number(line, 2);
     if (what == "message")
         return std::any_of(viewer.messages().begin(), viewer.messages().end(),
                            [&](const std::string& m) { return m.find(word(line, 2)) != m.npos; });
-    fail(fmt::format("'wait {}': expected loaded, passes, done, seconds or message", what));
+    return shown && complaint(viewer, line).empty();
 }
 
-void Script::expect(Viewer& viewer, const Line& line) {
+// X Y R G B TOLERANCE, of what the display shows, from 0 to 255.
+static std::string pixelComplaint(const Shown& shown, const std::array<float, 6>& wanted) {
+    const auto x = static_cast<std::size_t>(wanted[0]), y = static_cast<std::size_t>(wanted[1]);
+    const std::size_t at =
+        4 * (y * shown.height / shown.frame.whole.height * shown.width + x * shown.width / shown.frame.whole.width);
+    if (at + 3 >= shown.rgba.size()) return "the picture has no such pixel";
+    for (std::size_t c = 0; c < 3; ++c)
+        if (std::abs(shown.rgba[at + c] - wanted[2 + c]) > wanted[5])
+            return fmt::format("found {} {} {}", shown.rgba[at], shown.rgba[at + 1], shown.rgba[at + 2]);
+    return {};
+}
+
+std::string Script::complaint(const Viewer& viewer, const Line& line) const {
     const std::string &what = word(line, 1), &wanted = word(line, 2);
-    const auto is = [&](const std::string& found) {
-        if (found != wanted) fail(fmt::format("expected {} '{}', found '{}'", what, wanted, found));
+    const auto is = [&](const std::string& found, const std::string& expected) {
+        return found == expected ? "" : fmt::format("expected {} '{}', found '{}'", what, expected, found);
     };
+    const auto yes = [](bool so) { return so ? "yes" : "no"; };
     const auto& pick = viewer.pick();
-    if (what == "picked") return is(pick ? pick->object : "nothing");
-    if (what == "shader") return is(pick ? pick->shader : "nothing");
-    if (what == "layer") return is(showsNames()[static_cast<std::size_t>(viewer.look().shows)]);
-    if (what == "dirty") return is(viewer.document().isDirty() ? "yes" : "no");
-    if (what == "asked") return is(viewer.asksToSave() ? "yes" : "no");
-    if (what == "display") return is(viewer.window().display().name());
+    const Document& document = viewer.document();
+    if (what == "picked") return is(pick ? pick->object : "nothing", wanted);
+    if (what == "shader") return is(pick ? pick->shader : "nothing", wanted);
+    if (what == "layer") return is(showsNames()[static_cast<std::size_t>(viewer.look().shows)], wanted);
+    if (what == "dirty") return is(yes(document.isDirty()), wanted);
+    if (what == "asked") return is(yes(viewer.asksToSave()), wanted);
+    if (what == "display") return is(viewer.window().display().name(), wanted);
+    if (what == "scene") return is(viewer.scene() ? viewer.scene()->file : "nothing", wanted);
     if (what == "clipboard") {
         char* text = SDL_GetClipboardText();
         const std::string found = text ? text : "";
         SDL_free(text);
-        if (found.find(wanted) == found.npos) fail(fmt::format("expected '{}' in '{}'", wanted, found));
-        return;
+        return found.find(wanted) != found.npos ? "" : fmt::format("expected '{}' in '{}'", wanted, found);
     }
     if (what == "value" || what == "set") {
-        const ParameterState* state = viewer.document().state(wanted);
-        if (!state) fail(fmt::format("the scene has no '{}'", wanted));
-        const std::string found = what == "set" ? (state->set ? "yes" : "no") : textOf(state->value);
-        if (found != word(line, 3)) fail(fmt::format("expected {} of {}, found {}", word(line, 3), wanted, found));
-        return;
+        const ParameterState* state = document.state(wanted);
+        if (!state) return fmt::format("the scene has no '{}'", wanted);
+        return is(what == "set" ? yes(state->set) : textOf(state->value), word(line, 3));
     }
-    if (what == "pixel") {  // X Y R G B TOLERANCE, of what the display shows, from 0 to 255
-        const Shown& shown = *viewer.shown();
-        const auto x = static_cast<std::size_t>(number(line, 2)), y = static_cast<std::size_t>(number(line, 3));
-        const std::size_t at =
-            4 * (y * shown.height / shown.frame.whole.height * shown.width + x * shown.width / shown.frame.whole.width);
-        for (std::size_t c = 0; c < 3; ++c)
-            if (at + c >= shown.rgba.size() || std::abs(shown.rgba[at + c] - number(line, 4 + c)) > number(line, 7))
-                fail(fmt::format("found {} {} {}", shown.rgba[at], shown.rgba[at + 1], shown.rgba[at + 2]));
-        return;
+    if (what == "recent") {
+        const auto& files = viewer.recentFiles();
+        return is(files.empty() ? "nothing" : std::filesystem::path(files.front()).filename().string(), wanted);
     }
-    fail(fmt::format(
-        "'expect {}': expected picked, shader, layer, value, set, dirty, asked, display, clipboard or pixel", what));
+    if (what == "hint") return is(yes(viewer.showsHint()), wanted);
+    if (what == "chooser") return is(yes(viewer.choosesFile()), wanted);
+    if (what == "kept") return is(std::to_string(viewer.keptCount()), wanted);
+    if (what == "compared") {  // same or other pixels, of as many samples
+        const Shown *one = viewer.shown(), *other = viewer.other();
+        const bool both = one && other && !one->coarse() && !other->coarse() && one->passes == other->passes &&
+                          one->passes == one->frame.samples;
+        return is(!both ? "nothing" : one->rgba == other->rgba ? "same" : "differs", wanted);
+    }
+    if (what == "pixel" && viewer.shown())
+        return pixelComplaint(*viewer.shown(), {number(line, 2), number(line, 3), number(line, 4), number(line, 5),
+                                                number(line, 6), number(line, 7)});
+    fail(fmt::format("'{} {}': there is no such thing to {}", line.words[0], what, line.words[0]));
 }
 
 // ---- Measuring

@@ -34,11 +34,12 @@ private:
     [[noreturn]] void fail(const std::string& what) const;
     bool perform(Viewer& viewer, const Line& line);
     bool wait(const Viewer& viewer, const Line& line);
-    void expect(Viewer& viewer, const Line& line);
+    // What is not as the line has it; nothing where all is.
+    std::string complaint(const Viewer& viewer, const Line& line) const;
     void point(Viewer& viewer, const Line& line);
     void slide(Viewer& viewer, const Line& line);
     void change(Viewer& viewer, const Line& line);
-    void random(Viewer& viewer, unsigned events);
+    void random(unsigned events);
     void report(const Viewer& viewer) const;
     void measure(const Viewer& viewer);
     const std::string& word(const Line& line, std::size_t i) const;

@@ -16,12 +16,18 @@
 namespace oxbeam {
 
 Viewer::Viewer(const ViewCommand& command)
-    : m_command(command), m_window(command.render.scene + " - oxbeam", 1280, 800, command.theme == "light"),
-      m_thread(command), m_document(m_thread), m_panel(m_document, [this](const std::string& said) { say(said); }) {
+    : m_command(command), m_window("oxbeam", 1280, 800, command.theme == "light", command.scale), m_document(m_thread),
+      m_panel(m_document, [this](const std::string& said) { say(said); }) {
+    m_panel.chooseTexture = [this](const std::string& path) {
+        const std::filesystem::path scene = m_command.render.scene;
+        m_chooser.open("Texture", scene.parent_path(), isPicture,
+                       [this, path](const std::filesystem::path& file) { addPicture(file, path); });
+    };
+    if (!command.render.scene.empty()) m_loader.load({m_command});
     if (!command.script.empty()) m_script = std::make_unique<Script>(command.script);
 }
 
-Viewer::~Viewer() = default;
+Viewer::~Viewer() { m_loader.giveUp(); }
 
 void Viewer::say(const std::string& message) {
     constexpr std::size_t most = 500;
@@ -49,27 +55,28 @@ void Viewer::follow() {
     fly();
     if (std::exchange(m_eyeMoved, false)) m_document.setEye(m_eye);
     for (const std::string& message : m_thread.takeMessages()) say(message);
+    followFiles();
+    followPictures();
     if (const auto scene = m_thread.scene(); scene != m_scene) {
-        if (!m_scene) {
-            m_document.open(*scene);
-            m_eye = m_document.eye();
-            m_look.tone = m_document.tone();
-        }
         m_scene = scene;
         m_redraw = 3;
     }
     if (!(m_look.tone == m_document.tone())) m_look.tone = m_document.tone();
     m_thread.developer().setLook(m_look);
+    followCompared();
     if (const auto shown = m_thread.developer().latest(); shown != m_shown) {
         m_shown = shown;
         m_redraw = std::max(m_redraw, 1);
+        if (!m_kept.empty() && m_kept.back().revision == m_document.revision()) picture(m_kept.back());
     }
     m_longestWait = std::max(m_longestWait, clock.seconds());
 }
 
 void Viewer::frame() {
     --m_redraw;
-    const std::string title = fmt::format("{}{} - oxbeam", m_document.isDirty() ? "* " : "", m_command.render.scene);
+    const std::string& scene = m_command.render.scene;
+    const std::string title =
+        scene.empty() ? "oxbeam" : fmt::format("{}{} - oxbeam", m_document.isDirty() ? "* " : "", scene);
     if (title != m_title) m_window.setTitle(m_title = title);
     m_window.newFrame();
     place();
@@ -129,7 +136,8 @@ void Viewer::upload() {
     if (std::exchange(m_lastFrame, m_shown->frame.number) != m_shown->frame.number) ++m_updates;
     const bool smooth = m_shown->coarse() || m_zoom < 2.0f;
     if (!outlined) {
-        m_texture = m_window.display().picture(m_shown->width, m_shown->height, m_shown->rgba.data(), smooth);
+        m_texture =
+            m_window.display().picture(Display::Main, m_shown->width, m_shown->height, m_shown->rgba.data(), smooth);
         return;
     }
     std::vector<std::uint8_t> rgba = m_shown->rgba;
@@ -137,12 +145,13 @@ void Viewer::upload() {
         std::uint8_t* pixel = &rgba[4 * (std::size_t{y} * m_shown->width + x)];
         pixel[0] = 255, pixel[1] = 165, pixel[2] = 30;
     }
-    m_texture = m_window.display().picture(m_shown->width, m_shown->height, rgba.data(), smooth);
+    m_texture = m_window.display().picture(Display::Main, m_shown->width, m_shown->height, rgba.data(), smooth);
 }
 
 void Viewer::drawPicture() {
     const ImVec4 area = pictureArea();
     ImDrawList& draw = *ImGui::GetBackgroundDrawList();
+    if (!m_scene && m_command.render.scene.empty() && !m_loader.isBusy()) return drawStart();
     if (!m_scene || !m_shown || !m_texture) {
         const char* text = "loading ...";
         const ImVec2 size = ImGui::CalcTextSize(text);
@@ -152,49 +161,19 @@ void Viewer::drawPicture() {
     draw.PushClipRect({area.x, area.y}, {area.x + area.z, area.y + area.w});
     const auto width = static_cast<float>(m_scene->image.width), height = static_cast<float>(m_scene->image.height);
     draw.AddImage(m_texture, m_origin, {m_origin.x + m_pixel * width, m_origin.y + m_pixel * height});
+    drawCompared();
     if (m_handles) drawHandles();
     const float size = 2.6f * ImGui::GetFontSize();
     drawAxes(m_eye, {area.x + 1.8f * size, area.y + area.w - 1.8f * size}, size);
     if (m_histogram)
         drawHistogram(*m_shown, {area.x + area.z - 8.0f * size, area.y + area.w - 4.5f * size},
                       {7.6f * size, 4.0f * size});
-    if (m_hint) draw.AddText({area.x + 8.0f, area.y + 4.0f}, IM_COL32(255, 255, 255, 170), "F1 lists all keys");
+    if (showsHint()) {
+        const float unit = ImGui::GetFontSize();
+        draw.AddText({area.x + 0.5f * unit, area.y + 0.3f * unit}, IM_COL32(255, 255, 255, 200),
+                     "drag to turn, wheel to come nearer, click to pick; F1 lists all keys");
+    }
     draw.PopClipRect();
-}
-
-// Where lights are in the picture, as the window's places; behind the eye there is none.
-static std::optional<ImVec2> handleOf(const ObjectInfo& light, const Eye& eye, const SceneInfo& scene,
-                                      const Viewer& viewer) {
-    const auto found = light.values.find("position");
-    if (!light.place.starts_with("light.") || found == light.values.end()) return std::nullopt;
-    const auto* numbers = std::get_if<std::vector<ParameterValue::Number>>(&found->second.value.data);
-    if (!numbers || numbers->size() != 3) return std::nullopt;
-    const auto number = [&](std::size_t i) {
-        return std::visit([](auto n) { return static_cast<float>(n); }, (*numbers)[i]);
-    };
-    const R3 at = placeOf(eye.view, eye.fov, scene.image, {number(0), number(1), number(2)});
-    if (!(at.z > 0.0f)) return std::nullopt;
-    return viewer.toWindow(0.5f * (at.x + 1.0f) * static_cast<float>(scene.image.width),
-                           0.5f * (at.y + 1.0f) * static_cast<float>(scene.image.height));
-}
-
-void Viewer::drawHandles() {
-    ImDrawList& draw = *ImGui::GetBackgroundDrawList();
-    const float radius = 0.45f * ImGui::GetFontSize();
-    for (const ObjectInfo& light : m_document.objects())
-        if (const auto at = handleOf(light, m_eye, *m_scene, *this)) {
-            draw.AddCircleFilled(*at, radius, IM_COL32(255, 225, 110, 200));
-            draw.AddCircle(*at, radius + 1.0f, IM_COL32(40, 30, 0, 220), 0, 1.5f);
-        }
-}
-
-int Viewer::lightAtPointer(float x, float y) const {
-    if (!m_handles || !m_scene) return -1;
-    const float reach = 0.8f * ImGui::GetFontSize();
-    for (const ObjectInfo& light : m_document.objects())
-        if (const auto at = handleOf(light, m_eye, *m_scene, *this); at && std::hypot(at->x - x, at->y - y) <= reach)
-            return std::stoi(light.place.substr(std::string("light.").size()));
-    return -1;
 }
 
 // ---- What lies around and over it
@@ -218,10 +197,12 @@ void Viewer::draw() {
     drawStatusBar({0.0f, size.y - barHeight()}, {size.x, barHeight()}, m_thread.pulse(),
                   layer + (points ? describePixel(*m_shown, *m_scene, toPicture(m_pointer)) : ""),
                   m_messages.empty() ? "" : m_messages.back());
+    drawKept();
     if (m_pick) drawPick(*m_pick, {8.0f, 2.0f * ImGui::GetFontSize()});
     if (m_help) drawHelp(m_help);
     if (m_messagesOpen) drawMessages(m_messages, m_messagesOpen);
     drawQuestions();
+    m_chooser.draw();
 }
 
 void Viewer::drawQuestions() {
@@ -231,8 +212,12 @@ void Viewer::drawQuestions() {
         const bool save = ImGui::Button("Save"), discard = (ImGui::SameLine(), ImGui::Button("Discard"));
         const bool stay = (ImGui::SameLine(), ImGui::Button("Cancel")) || ImGui::IsKeyPressed(SDL_SCANCODE_ESCAPE);
         if (save) m_closing = false, perform(Action::Save, 0);
-        if (discard || (save && !m_document.isDirty())) m_open = false;
-        if (save || discard || stay) m_closing = false, ImGui::CloseCurrentPopup();
+        const bool goOn = discard || (save && !m_document.isDirty());
+        if (goOn && m_wantedFile)
+            openFile(*m_wantedFile);
+        else if (goOn)
+            m_open = false;
+        if (save || discard || stay) m_closing = false, m_wantedFile.reset(), ImGui::CloseCurrentPopup();
         ImGui::EndPopup();
     }
     if (!m_savingAs) return;

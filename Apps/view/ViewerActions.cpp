@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 namespace oxbeam {
 
@@ -28,6 +29,7 @@ void Viewer::frameWhatIsPicked() {
 }
 
 void Viewer::pickAtPointer(float x, float y) {
+    m_light.reset();
     m_pick = pickAt(*m_shown, *m_scene, x, y);
     if (m_pick) m_panel.show(m_pick->shader);
 }
@@ -60,6 +62,8 @@ void Viewer::save(const std::string& file) try {
     m_document.saved();
     if (!isSceneFile(m_command.render.scene)) m_command.render.model = {};  // it is in the scene now
     m_command.render.scene = file;
+    m_loader.wrote(file);
+    watchFiles();
     say(fmt::format("wrote {}", file));
 } catch (const Error& e) {
     say(e.what());
@@ -68,7 +72,7 @@ void Viewer::save(const std::string& file) try {
 void Viewer::writePicture(const std::string& file) {
     m_thread.atRest([this, file, scene = m_scene, document = m_document, command = m_command](Rendering& r) {
         if (r.loop.passes() == 0) throw Error(ExitStatus::Incomplete, "there is no picture to write");
-        const std::string text = document.lightsDiffer()
+        const std::string text = document.needsFile()
                                      ? "oxbeam view " + shellText({command.render.scene})  // and more, which none says
                                      : commandLine(command, document, *scene, file, r.loop.passes());
         oxbeam::writePicture(file, command, text, document.tone(), r);
@@ -78,7 +82,7 @@ void Viewer::writePicture(const std::string& file) {
 
 void Viewer::perform(Action action, SDL_Keycode code) try {
     using enum Action;
-    if (!m_scene && action != Help && action != Quit && action != Theme) return;
+    if (!m_scene && action != Help && action != Quit && action != Theme && action != Open) return;
     Tone tone = m_document.tone();
     switch (action) {
     case Help: m_help = !m_help; break;
@@ -114,6 +118,12 @@ void Viewer::perform(Action action, SDL_Keycode code) try {
     case ActualSize: nextZoom(); break;
     case Messages: m_messagesOpen = !m_messagesOpen; break;
     case Handles: m_handles = !m_handles; break;
+    case Open: chooseScene(); break;
+    case Keep: keep(); break;
+    case Compare: compare(); break;
+    case Delete:
+        if (m_light) m_document.removeLight(std::exchange(m_light, std::nullopt)->place), m_thread.rest();
+        break;
     case Action::Panel: m_panelOpen = !m_panelOpen; break;
     case Theme: m_window.setLight(!m_window.isLight()); break;
     case Histogram: m_histogram = !m_histogram; break;

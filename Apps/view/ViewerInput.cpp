@@ -1,8 +1,6 @@
 #include "Apps/view/Field.h"
 #include "Apps/view/Viewer.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cmath>
 
@@ -17,13 +15,19 @@ bool Viewer::overPicture(float x, float y) const {
            !ImGui::IsPopupOpen("", ImGuiPopupFlags_AnyPopup);
 }
 
+// What turns or moves the picture is seen in the next one, and draws nothing before.
+static bool isSeenInPicture(const SDL_Event& event, bool turning) { return turning && event.type == SDL_MOUSEMOTION; }
+
 void Viewer::handle(const SDL_Event& event) {
-    m_redraw = 3;
+    const bool turning = m_drag == Drag::Orbit || m_drag == Drag::Pan || m_drag == Drag::Turn;
+    if (!isSeenInPicture(event, turning)) m_redraw = 3;
     switch (event.type) {
     case SDL_QUIT:
+        m_wantedFile.reset();
         m_closing = m_document.isDirty();
         m_open = m_closing;
         break;
+    case SDL_DROPFILE: dropped(event.drop.file); break;
     case SDL_MOUSEBUTTONDOWN: pressed(event.button); break;
     case SDL_MOUSEBUTTONUP: released(event.button); break;
     case SDL_MOUSEMOTION: moved(event.motion); break;
@@ -43,26 +47,29 @@ void Viewer::pressed(const SDL_MouseButtonEvent& button) {
     m_pointer = m_pressedAt = {static_cast<float>(button.x), static_cast<float>(button.y)};
     m_dragged = false;
     if (!m_scene || !overPicture(m_pointer.x, m_pointer.y) || ImGui::GetIO().WantCaptureMouse) return;
-    m_hint = false;
+    m_remembered.learnHint();
     const bool shift = SDL_GetModState() & KMOD_SHIFT;
-    m_light = button.button == SDL_BUTTON_LEFT ? lightAtPointer(m_pointer.x, m_pointer.y) : -1;
-    m_drag = m_light >= 0                         ? Drag::Light
+    const bool left = button.button == SDL_BUTTON_LEFT;
+    const bool divider = left && m_compared && std::fabs(m_pointer.x - dividerX()) <= 2.0f * Slack;
+    m_document.settle();
+    m_drag = divider                              ? Drag::Divider
+             : left && !shift && grab(m_pointer)  ? Drag::Move
              : button.button == SDL_BUTTON_RIGHT  ? Drag::Turn
              : button.button == SDL_BUTTON_MIDDLE ? Drag::Pan
              : shift                              ? Drag::Pan
                                                   : Drag::Orbit;
-    m_document.settle();
 }
 
 void Viewer::released(const SDL_MouseButtonEvent& button) {
     const Drag drag = std::exchange(m_drag, Drag::None);
     m_document.settle();
     if (drag == Drag::None) return m_thread.rest();
-    if (m_dragged) {
+    if (drag == Drag::Divider) return;
+    if (drag == Drag::Move) {
+        letGo();
+    } else if (m_dragged) {
         if (std::exchange(m_eyeMoved, false)) m_document.setEye(m_eye);
         m_thread.rest();
-    } else if (button.button == SDL_BUTTON_LEFT && drag == Drag::Light) {
-        m_panel.show(fmt::format("light.{}", m_light));
     } else if (button.button == SDL_BUTTON_LEFT) {
         clicked(button);
     }
@@ -78,33 +85,21 @@ void Viewer::moved(const SDL_MouseMotionEvent& motion) {
     m_dragged = true;
     const float height = m_pixel * static_cast<float>(m_scene->image.height);
     const float angle = 3.14159265f / (m_pixel * static_cast<float>(m_scene->image.width));
-    if (m_drag == Drag::Light) return dragLight(dx, dy);
+    if (m_drag == Drag::Move) return dragGrabbed(now);
+    if (m_drag == Drag::Divider) {
+        const float width = m_pixel * static_cast<float>(m_scene->image.width);
+        m_divider = std::clamp((now.x - m_origin.x) / width, 0.0f, 1.0f);
+        return;
+    }
     if (m_drag == Drag::Orbit) m_eye.orbit(angle * dx, angle * dy);
     if (m_drag == Drag::Turn) m_eye.turn(angle * dx, -angle * dy);
     if (m_drag == Drag::Pan) m_eye.pan(dx / height, dy / height);
     m_eyeMoved = true;
 }
 
-// On the plane through it that the picture lies in.
-void Viewer::dragLight(float dx, float dy) {
-    const std::string path = fmt::format("light.{}.position", m_light);
-    const auto* state = m_document.state(path);
-    if (!state) return;
-    const auto& numbers = std::get<std::vector<ParameterValue::Number>>(state->value.data);
-    R3 position;
-    for (unsigned i = 0; i < 3; ++i) position[i] = std::visit([](auto n) { return static_cast<float>(n); }, numbers[i]);
-    const float depth = Dot(position - m_eye.view.position, m_eye.forward());
-    const float unit = 2.0f * depth * std::tan(0.5f * m_eye.fov * 3.14159265f / 180.0f) /
-                       (m_pixel * static_cast<float>(m_scene->image.height));
-    position += unit * (dx * m_eye.right() - dy * m_eye.upwards());
-    std::vector<ParameterValue::Number> moved;
-    for (unsigned i = 0; i < 3; ++i) moved.emplace_back(shortest(position[i]));
-    m_document.set(path, {moved, {}});
-}
-
 void Viewer::scrolled(const SDL_MouseWheelEvent& wheel) {
     if (!m_scene || !overPicture(m_pointer.x, m_pointer.y) || ImGui::GetIO().WantCaptureMouse) return;
-    m_hint = false;
+    m_remembered.learnHint();
     if (SDL_GetModState() & KMOD_SHIFT)
         m_eye.pan(0.05f * wheel.preciseX, 0.05f * wheel.preciseY);
     else
@@ -141,10 +136,10 @@ static bool isFlying(SDL_Keycode code) {
 }
 
 void Viewer::keyed(const SDL_KeyboardEvent& key) {
-    if (ImGui::GetIO().WantTextInput || m_closing || m_savingAs) return;
-    m_hint = m_hint && key.keysym.sym == SDLK_F1;
+    if (ImGui::GetIO().WantTextInput || m_closing || m_savingAs || m_chooser.isOpen()) return;
+    if (key.keysym.sym != SDLK_F1 && m_scene) m_remembered.learnHint();
     const bool control = key.keysym.mod & (KMOD_CTRL | KMOD_GUI);
-    if (key.keysym.sym == SDLK_ESCAPE) m_help = false, m_pick.reset();
+    if (key.keysym.sym == SDLK_ESCAPE) m_help = false, m_pick.reset(), m_light.reset();
     if (!control && isFlying(key.keysym.sym) && m_scene) {
         if (m_held.empty()) m_flown = SDL_GetTicks64();
         m_held.insert(key.keysym.sym);

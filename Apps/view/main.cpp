@@ -19,6 +19,7 @@ static int view(int argc, char** argv) {
     app.add_option("--package-path", command.packagePaths, "Another directory with packages; may be repeated")
         ->type_name("DIR")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addViewOptions(app, command);
     try {
@@ -27,7 +28,7 @@ static int view(int argc, char** argv) {
         if (e.get_exit_code() == 0) return app.exit(e);
         throw Error(ExitStatus::Usage, usageError(app, e) + "\nRun with --help for more information.");
     }
-    checkInput(command.render.scene);
+    if (!command.render.scene.empty()) checkInput(command.render.scene);
     nameCrashes();
     Viewer(command).run();
     return 0;

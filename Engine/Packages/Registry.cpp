@@ -18,6 +18,8 @@
 
 #include <dlfcn.h>
 #include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -244,7 +246,7 @@ void Registry::check(ObjectClass& object) {
 
 // ---- Registry
 
-Registry::Registry() {
+Registry::Registry(Opening opening) : m_opening(opening) {
     for (const HostObject& object : hostObjects()) registerObject(object.name, HostPackage, object.registration);
 }
 
@@ -278,15 +280,42 @@ void Registry::registerObject(const std::string& name, const std::string& packag
     m_objects[name] = std::move(object);
 }
 
-// Never unloaded, not even at exit: objects, documents and registered functions live in it.
-static void* opened(const PackageFile& file) {
-    void* library = dlopen(file.path.c_str(), RTLD_NOW | RTLD_LOCAL);
+// Where the loader finds a copy of a package's file, which stays for as long as the process; the same one for the same
+// content. Nothing where the system has no memory for it.
+static std::string copyOf(const PackageFile& file) {
+    static std::mutex mutex;
+    static std::map<std::uint64_t, std::string> copies;  // by the hash of the content
+    const std::scoped_lock lock(mutex);
+    if (const auto known = copies.find(file.hash); known != copies.end()) return known->second;
+    const int copy = memfd_create(file.path.filename().c_str(), MFD_CLOEXEC);
+    if (copy < 0) return {};
+    std::string path = fmt::format("/proc/self/fd/{}", copy);
+    std::error_code problem;
+    fs::copy_file(file.path, path, fs::copy_options::overwrite_existing, problem);
+    if (problem) {
+        close(copy);
+        return {};
+    }
+    if (readPackageFile(path).hash != file.hash) {
+        close(copy);
+        throw badPackage(file.path.string(), "this package does not load: it changes while it is read");
+    }
+    return copies[file.hash] = path;
+}
+
+// Never unloaded, not even at exit: objects, documents and registered functions live in it. What lies beside the file and
+// is not loaded yet a copy does not find.
+static void* opened(const PackageFile& file, Registry::Opening opening) {
+    void* library = nullptr;
+    if (opening == Registry::Opening::Copies)
+        if (const std::string copy = copyOf(file); !copy.empty()) library = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library) library = dlopen(file.path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!library) throw badPackage(file.path.string(), fmt::format("this package does not load: {}", dlerror()));
     return library;
 }
 
 void Registry::open(const PackageFile& file, const std::function<void(const std::string&)>& onObject) {
-    void* library = opened(file);
+    void* library = opened(file, m_opening);
     for (const std::string& name : file.objects) {
         onObject(name);
         void* function = dlsym(library, fmt::format("Register_{}_LoadableObject", name).c_str());

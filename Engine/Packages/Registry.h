@@ -79,8 +79,12 @@ struct BrokenPackage {
 
 class OXBEAM_API Registry {
 public:
+    // How the code of a package is opened. Of a file that was overwritten or built anew, a process that has opened it gets
+    // the old code again, or comes to harm; a copy in memory stays what it is, and another registry gets the new code.
+    enum class Opening { Files, Copies };
+
     // Knows the host's own objects from the start.
-    Registry();
+    explicit Registry(Opening opening = Opening::Files);
     ~Registry();
 
     // Loads one package, after it has been tried in a process of its own; how that ended is known then for all files of
@@ -120,6 +124,7 @@ private:
     void open(const PackageFile& file, const std::function<void(const std::string& object)>& onObject);
     void findInheritedPackets();
 
+    Opening m_opening;
     std::map<std::string, std::unique_ptr<ObjectClass>, std::less<>> m_objects;
     std::vector<std::filesystem::path> m_packages;
     std::vector<BrokenPackage> m_broken;

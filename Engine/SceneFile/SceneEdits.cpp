@@ -215,6 +215,23 @@ std::string edited(const std::string& original, const SceneEdit& edit) {
     return result;
 }
 
+std::string withTranslation(const std::string& original, const std::string& place, const R3& to) {
+    const EditedText text(original);
+    const Found found = find(text.document(), place);
+    const toml::node* matrix = found.table ? found.table->get("matrix") : nullptr;
+    if (!matrix) return edited(original, {place, {"translate"}, fmt::format("[{}, {}, {}]", to.x, to.y, to.z)});
+    std::string result = original;
+    for (const unsigned row : {2u, 1u, 0u}) {
+        const EditedText now(result);
+        const toml::array* numbers = find(now.document(), place).table->get("matrix")->as_array();
+        const toml::node* number = numbers ? numbers->get(4 * row + 3) : nullptr;
+        if (!number)
+            throw Error(ExitStatus::BadScene, fmt::format("{}.matrix cannot be edited where it stands", place));
+        result = now.replaced(number->source(), fmt::format("{}", to[row]));
+    }
+    return result;
+}
+
 std::string withEntry(const std::string& original, const std::string& list) {
     const EditedText text(original);
     const toml::node* node = text.document().get(list);

@@ -3,6 +3,7 @@
 
 #include "Engine/Diagnostics/Error.h"
 #include "Oxbeam/OxTypes.h"
+#include "Primitives/Vec.h"
 
 #include <optional>
 #include <string>
@@ -19,6 +20,9 @@ struct SceneEdit {
 // A place that is not in the text is made, at its end. Throws Error(BadScene) where the text is no TOML, and where the edit
 // cannot be made of it: the list has no such entry.
 OXBEAM_API std::string edited(const std::string& text, const SceneEdit& edit);
+// What stands at a place, "mesh.0" or "model.0", is moved there: its `translate`, or the last column of its `matrix`. Throws
+// as `edited` does.
+OXBEAM_API std::string withTranslation(const std::string& text, const std::string& place, const R3& to);
 // With one entry more in a list, after its last one: "[[light]]".
 OXBEAM_API std::string withEntry(const std::string& text, const std::string& list);
 // Without an entry, and the keys and tables that belong to it. Comments before it stay.

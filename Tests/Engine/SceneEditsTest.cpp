@@ -98,6 +98,18 @@ TEST(SceneEdits, EntriesComeAndGo) {
               replaced("[[model]]\nfile = \"ä.glb\"\n[model.shader.Steel]\nshininess = 3\n", ""));
 }
 
+// By what the file says it with.
+TEST(SceneEdits, WhatStandsInTheSceneIsMoved) {
+    EXPECT_EQ(withTranslation(Text, "mesh.0", {1, 2.5f, -3}),
+              replaced("shape = \"box\"", "shape = \"box\"\ntranslate = [1, 2.5, -3]\n"));
+    const std::string moved = "[[mesh]]\ntranslate = [0, 1, 0] # up\n",
+                      matrix = "mesh = [{ matrix = [1,0,0, 4 ,\n0,1,0,5, # y\n0,0,1,6, 0,0,0,1] }]\n";
+    EXPECT_EQ(withTranslation(moved, "mesh.0", {7, 8, 9}), "[[mesh]]\ntranslate = [7, 8, 9] # up\n");
+    EXPECT_EQ(withTranslation(matrix, "mesh.0", {7, 8, 9}),
+              "mesh = [{ matrix = [1,0,0, 7 ,\n0,1,0,8, # y\n0,0,1,9, 0,0,0,1] }]\n");
+    EXPECT_THROW(withTranslation(moved, "mesh.1", {0, 0, 0}), Error);
+}
+
 TEST(SceneEdits, WhatCannotBeEditedIsAnError) {
     EXPECT_THROW(edited("a = ", {"image", {"width"}, "1"}), Error);
     EXPECT_THROW(edited(Text, {"light.2", {"samples"}, "1"}), Error);
