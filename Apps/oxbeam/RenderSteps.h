@@ -85,8 +85,10 @@ struct Times {
     double load = 0.0, build = 0.0, render = 0.0, write = 0.0;
 };
 
-void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
-                     unsigned threads);
+// As JSON. What writing the picture takes is known, and put in, when that is written.
+std::string statisticsText(const RenderCommand& command, const World& world, const RenderResult& result,
+                           const Times& times, unsigned threads);
+void writeStatistics(const std::string& file, const std::string& statistics, double writing);
 
 struct Rendered {
     unsigned width = 0, height = 0;
