@@ -19,6 +19,7 @@ static void addSequence(CLI::App& c, RenderCommand& r) {
                  "may be repeated")
         ->type_name("PLACE.PARAM=FROM..TO[@ease]")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     c.add_option("--clip", s.clip, "Play this animation of the model's file: its name or number")->type_name("NAME");
     c.add_option("--fps", s.fps, "Frames per second: frame F shows second F/FPS; 24 by default")->type_name("FPS");

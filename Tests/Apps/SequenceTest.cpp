@@ -99,7 +99,7 @@ TEST_F(Command, AnInterruptedSequenceKeepsWholeFramesAndIsCompletedByThoseMissin
     process.signal(SIGINT);
     const Outcome outcome = process.finish();
     EXPECT_EQ(outcome.status, 130) << outcome.err;
-    EXPECT_THAT(outcome.err, ContainsRegex("wrote t.001.png, [0-9:]+ to go"));
+    EXPECT_THAT(outcome.err, ContainsRegex(", to t.001.png, [0-9:]+ to go"));
     const std::vector<std::string> there = filesThatAre("t.0");
     ASSERT_GE(there.size(), 2u);
     EXPECT_EQ(there.back().size(), std::string("t.000.png").size());
