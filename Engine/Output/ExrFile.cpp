@@ -50,9 +50,7 @@ std::int64_t put(exr_const_context_t, void* to, const void* bytes, std::uint64_t
 
 // What the library says of a call that goes wrong, to the thread that called: the file itself is locked meanwhile.
 thread_local char lastWords[256] = "";
-void hear(exr_const_context_t, exr_result_t, const char* why) {
-    std::snprintf(lastWords, sizeof lastWords, "%s", why);
-}
+void hear(exr_const_context_t, exr_result_t, const char* why) { std::snprintf(lastWords, sizeof lastWords, "%s", why); }
 
 // One that is being written, of one part.
 class ExrFile {
