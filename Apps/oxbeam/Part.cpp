@@ -177,12 +177,14 @@ nlohmann::ordered_json PartFilm::statistics(const RenderStatistics& counted) con
     return sum;
 }
 
-// Under a name of its own first: of two processes that end with the part, either may be the last.
+// Under names of its own first: of two processes that end with the part, either may be the last.
 void PartFilm::finish(const RenderResult& result) {
-    m_command.checkpoint = m_job.work() / fmt::format("{}-{}.exr", m_checkpoint.stem().string(), getpid());
+    const fs::path own = m_job.work() / fmt::format("{}-{}", m_checkpoint.stem().string(), getpid());
+    m_command.checkpoint = own.string() + ".exr";
     if (!m_saving.save(result.film, result.statistics)) throw cannotWrite(m_command.checkpoint, "the part is not done");
     const unsigned part = m_studio.part.number;
-    storeFile(m_job.statistics(part, m_frame), statistics(result.statistics).dump(2) + '\n');
+    storeFile(own.string() + ".json", statistics(result.statistics).dump(2) + '\n');
+    fs::rename(own.string() + ".json", m_job.statistics(part, m_frame));
     fs::rename(m_command.checkpoint, m_job.result(part, m_frame));
     std::error_code unimportant;
     for (const fs::path& file : leftovers()) fs::remove(file, unimportant);
