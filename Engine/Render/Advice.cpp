@@ -114,7 +114,9 @@ struct Findings {
 void addSurface(const World& world, const AovSampler& sampler, const OxState& state, bool dark, Findings& found) {
     ++found.surfaces;
     found.darkSurfaces += dark;
-    if (Max(sampler.sample(state).albedo) >= Dark) ++found.colored, found.darkColored += dark;
+    AovSample aovs;
+    sampler.sample(state, aovs);
+    if (Max(aovs.albedo) >= Dark) ++found.colored, found.darkColored += dark;
     R3 point;
     oxsGetHitPosition(&state, point);
     float sum = 0.0f;

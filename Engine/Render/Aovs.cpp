@@ -22,18 +22,26 @@ R3 AovSampler::albedo(const OxState& state) const {
     return color;
 }
 
-AovSample AovSampler::sample(const OxState& state) const {
-    AovSample sample;
-    if (state.hit.tri < 0) return sample;
-    const auto finite = [](const R3& v) { return IsFinite(v) ? v : Black; };
+// Where both are finite and so is their sum, which is nearly always, one look is enough.
+static void mend(R3& normal, R3& albedo) {
+    if (IsFinite(normal + albedo)) [[likely]]
+        return;
+    if (!IsFinite(normal)) normal = Black;
+    if (!IsFinite(albedo)) albedo = Black;
+}
+
+void AovSampler::sample(const OxState& state, AovSample& to) const {
+    if (state.hit.tri < 0) {
+        to = AovSample();
+        return;
+    }
     R3 position;
     oxsGetHitPosition(&state, position);
-    oxsFindShadingNormal(&state, sample.normal);
-    sample.normal = finite(sample.normal);
-    sample.albedo = finite(albedo(state));
-    sample.depth = Dot(position - m_eye, m_forward);
-    sample.object = static_cast<unsigned>(state.hit.inst) + 1;
-    return sample;
+    to.depth = Dot(position - m_eye, m_forward);
+    to.object = static_cast<unsigned>(state.hit.inst) + 1;
+    oxsFindShadingNormal(&state, to.normal);
+    to.albedo = albedo(state);
+    mend(to.normal, to.albedo);
 }
 
 const std::vector<std::string>& aovNames() {

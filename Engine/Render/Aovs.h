@@ -19,7 +19,7 @@ public:
     explicit AovSampler(const World& world);
 
     // Of a ray that was shot. What is not finite counts as zero.
-    AovSample sample(const OxState& state) const;
+    void sample(const OxState& state, AovSample& to) const;
 
 private:
     R3 albedo(const OxState& state) const;

@@ -6,9 +6,11 @@
 #include "Primitives/Vec.h"
 
 #include <sys/mman.h>
+#include <xmmintrin.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -86,10 +88,14 @@ public:
     }
     // Comes before the colour of the same sample. The first sample's depth and object are kept.
     void addAovs(unsigned x, unsigned y, const AovSample& sample) {
-        AovSample& sum = m_aovs[index(x, y)];
-        addTo(sum.normal, sample.normal);
-        addTo(sum.albedo, sample.albedo);
-        if (m_pixels[index(x, y)].samples == 0) sum.depth = sample.depth, sum.object = sample.object;
+        static_assert(offsetof(AovSample, depth) == 24 && sizeof(AovSample) == 32);
+        const std::size_t i = index(x, y);
+        const auto* from = reinterpret_cast<const float*>(&sample);
+        auto* to = reinterpret_cast<float*>(&m_aovs[i]);
+        const __m128 added = _mm_loadu_ps(from + 4), before = _mm_loadu_ps(to + 4);
+        const __m128 kept = m_pixels[i].samples == 0 ? added : before;  // its upper half: depth and object
+        _mm_storeu_ps(to, sumOf(_mm_loadu_ps(to), _mm_loadu_ps(from)));
+        _mm_storeu_ps(to + 4, _mm_shuffle_ps(sumOf(before, added), kept, _MM_SHUFFLE(3, 2, 1, 0)));
     }
     void addAlpha(unsigned x, unsigned y, float alpha) { m_alphas[index(x, y)] += alpha; }
     unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }
@@ -133,6 +139,9 @@ private:
         sum += sample;
         if (!IsFinite(sum)) [[unlikely]]
             sum = R3(std::clamp(sum.x, -Most, Most), std::clamp(sum.y, -Most, Most), std::clamp(sum.z, -Most, Most));
+    }
+    static __m128 sumOf(__m128 a, __m128 b) {
+        return _mm_min_ps(_mm_max_ps(_mm_add_ps(a, b), _mm_set1_ps(-Most)), _mm_set1_ps(Most));
     }
     static bool atMost(const R3& sum) {
         return std::max({std::fabs(sum.x), std::fabs(sum.y), std::fabs(sum.z)}) >= Most;

@@ -86,7 +86,7 @@ private:
     void samplePackets(const PrimarySample& sample, const Window& window, unsigned y, TileColors& colors);
     void samplePixel(const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples);
     void shadeSample(OxState& state, const PrimarySample& sample, unsigned x, unsigned y, TileSamples& samples);
-    void tellAovs(unsigned thread, unsigned x, unsigned y, const AovSample& sample);
+    AovSample& aovsAt(unsigned thread, unsigned x, unsigned y);
     std::uint64_t keep(const Window& window, const TileColors& colors);
     void keepAlphas(const Window& window, const TileAlphas& alphas);
     void keepAovs(const Window& window, const TileAovs& aovs);

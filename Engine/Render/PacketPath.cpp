@@ -107,7 +107,7 @@ void PacketPath::sampleAovs(const Packet& packet, Block<AovSample>& aovs) const 
         OxState single;
         oxsSetRay(&single, packet.ray.origin.lane(i), packet.ray.direction.lane(i), RayInfinity);
         packet.giveHit(i, single);
-        aovs[i] = m_aovs->sample(single);
+        m_aovs->sample(single, aovs[i]);
     }
 }
 
@@ -148,7 +148,7 @@ R3 PacketPath::traceLane(const Packet& packet, unsigned i, const PrimarySample& 
         packet.giveHit(i, state);
     } else {
         oxsShootRay(&state);
-        if (aov) *aov = m_aovs->sample(state);
+        if (aov) m_aovs->sample(state, *aov);
     }
     return Session::shade(state);
 }

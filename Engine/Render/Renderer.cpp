@@ -168,7 +168,7 @@ bool Frame::sampleBlocks(const PrimarySample& sample, const Window& window, Tile
         if (y % 2 == 0) m_blocks->shoot(sample.place, window, y, rows);
         if (m_aovs)  // all at a stretch: none waits for another's
             for (unsigned x = window.x0; x < window.x1; ++x)
-                tellAovs(sample.thread, x, y, m_aovs->sample(rows[y % 2][x - window.x0]));
+                m_aovs->sample(rows[y % 2][x - window.x0], aovsAt(sample.thread, x, y));
         for (unsigned x = window.x0; x < window.x1; ++x) {
             OxState& state = rows[y % 2][x - window.x0];
             m_session.attachRecord(state, sample.thread, sample.pass);
@@ -216,10 +216,10 @@ void Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y, Til
     const float pattern[2] = {sample.place.x, sample.place.y};
     if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
         oxsShootRay(&state);
-        if (m_aovs) tellAovs(sample.thread, x, y, m_aovs->sample(state));
+        if (m_aovs) m_aovs->sample(state, aovsAt(sample.thread, x, y));
         return shadeSample(state, sample, x, y, samples);
     }
-    if (m_aovs) tellAovs(sample.thread, x, y, AovSample());
+    if (m_aovs) aovsAt(sample.thread, x, y) = AovSample();
     samples.colors[pixelOfTile(x, y)] = Black;
     samples.alphas[pixelOfTile(x, y)] = 1.0f;
 }
@@ -258,13 +258,11 @@ void Frame::samplePackets(const PrimarySample& sample, const Window& window, uns
         for (unsigned i = 0; i < 4; ++i) {
             const unsigned column = window.x0 + 2 * k + i % 2, row = y + i / 2;
             colors[pixelOfTile(column, row)] = blocks[k][i];
-            if (aovs) tellAovs(sample.thread, column, row, (*aovs)[k][i]);
+            if (aovs) aovsAt(sample.thread, column, row) = (*aovs)[k][i];
         }
 }
 
-void Frame::tellAovs(unsigned thread, unsigned x, unsigned y, const AovSample& sample) {
-    m_tileAovs[thread][pixelOfTile(x, y)] = sample;
-}
+AovSample& Frame::aovsAt(unsigned thread, unsigned x, unsigned y) { return m_tileAovs[thread][pixelOfTile(x, y)]; }
 
 void Frame::keepAovs(const Window& window, const TileAovs& aovs) {
     const Window seen = window.shared(m_film.window());
