@@ -21,10 +21,10 @@ public:
 
     virtual const char* name() const = 0;
     virtual void newFrame() = 0;
-    // Places for pictures: what is shown, what it is compared with, and one for each that is kept.
+    // Places for pictures; one for each that is kept, from Kept on.
     enum Slot : unsigned { Main, Other, Kept };
-    // Takes the picture over into a texture of its own, which the next one of the slot replaces. Smooth: interpolated where it is
-    // larger than it has pixels.
+    // Takes the picture over into a texture of its own, which the next one of the slot replaces. Smooth: interpolated where
+    // it is larger than it has pixels.
     virtual ImTextureID picture(unsigned slot, unsigned width, unsigned height, const std::uint8_t* rgba,
                                 bool smooth) = 0;
     virtual void draw(ImDrawData* data, const ImVec4& background) = 0;

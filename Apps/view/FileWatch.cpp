@@ -12,8 +12,8 @@ namespace oxbeam {
 
 namespace fs = std::filesystem;
 
-// Without an event for so long, whoever writes is taken to be done.
-static constexpr std::chrono::milliseconds Quiet(60);
+// Without an event for so long, whoever writes is taken to be done; with a file that is still open, for as long as that.
+static constexpr std::chrono::milliseconds Quiet(60), Patience(1000);
 // How often folders are looked for that are not there.
 static constexpr std::chrono::milliseconds Retry(200);
 
@@ -62,7 +62,7 @@ void FileWatch::addFolder(const fs::path& folder) {
 
 static bool isPackage(const std::string& name) { return name.starts_with("lib") && name.ends_with(".so"); }
 
-void FileWatch::note(const fs::path& folder, const std::string& name) {
+void FileWatch::note(const fs::path& folder, const std::string& name, bool written) {
     const auto known = m_names.find(folder / name);
     const bool package = m_packages.contains(folder) && isPackage(name);
     if (known != m_names.end())
@@ -70,7 +70,12 @@ void FileWatch::note(const fs::path& folder, const std::string& name) {
     else if (m_all && !package)
         m_changes.files.insert(folder / name);
     m_changes.packages = m_changes.packages || package;
-    if (known != m_names.end() || package || m_all) m_last = Clock::now();
+    if (known == m_names.end() && !package && !m_all) return;
+    m_last = Clock::now();
+    if (written)
+        m_unfinished.erase(folder / name);
+    else
+        m_unfinished.insert(folder / name);
 }
 
 void FileWatch::readEvents() {
@@ -80,7 +85,8 @@ void FileWatch::readEvents() {
             inotify_event event{};
             std::memcpy(&event, &buffer[at], sizeof event);
             const auto folder = m_folders.find(event.wd);
-            if (folder != m_folders.end() && event.len > 0) note(folder->second, &buffer[at + sizeof event]);
+            if (folder != m_folders.end() && event.len > 0)
+                note(folder->second, &buffer[at + sizeof event], !(event.mask & IN_MODIFY));
             if (folder != m_folders.end() && event.mask & IN_IGNORED) {  // it has gone
                 m_missing.insert(folder->second);
                 m_folders.erase(folder);
@@ -100,10 +106,11 @@ FileWatch::Changes FileWatch::take() {
             addFolder(folder);
             if (m_missing.contains(folder)) continue;
             std::error_code none;
-            for (const auto& entry : fs::directory_iterator(folder, none)) note(folder, entry.path().filename());
+            for (const auto& entry : fs::directory_iterator(folder, none)) note(folder, entry.path().filename(), true);
         }
     }
-    if (m_changes.empty() || now - m_last < Quiet) return {};
+    if (m_changes.empty() || now - m_last < (m_unfinished.empty() ? Quiet : Patience)) return {};
+    m_unfinished.clear();
     return std::exchange(m_changes, {});
 }
 

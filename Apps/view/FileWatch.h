@@ -34,7 +34,7 @@ public:
 private:
     void addFolder(const std::filesystem::path& folder);
     void readEvents();
-    void note(const std::filesystem::path& folder, const std::string& name);
+    void note(const std::filesystem::path& folder, const std::string& name, bool written);
 
     using Clock = std::chrono::steady_clock;
     int m_events = -1;  // of the system; -1: it has none to spare, and nothing is noticed
@@ -44,6 +44,7 @@ private:
     std::map<int, std::filesystem::path> m_folders;
     std::set<std::filesystem::path> m_missing;  // folders
     Changes m_changes;
+    std::set<std::filesystem::path> m_unfinished;  // somebody writes them, and has not closed them yet
     Clock::time_point m_last, m_tried;
 };
 

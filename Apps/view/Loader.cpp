@@ -102,7 +102,9 @@ Loader::Outcome Loader::perform(const Request& request) {
             say = [&](const Diagnostic& said) { outcome.messages.push_back(said.text()); };
         const std::shared_ptr<const Registry> registry = m_registries.back();
         Prepared prepared = prepare(request.command.render, *registry, true, say);
-        if (!prepared.world) throw Error(ExitStatus::BadScene, "");  // everything has been said
+        if (!prepared.world) throw Error(ExitStatus::BadScene, "");      // everything has been said
+        if (request.again && prepared.world->geometry.triangles() == 0)  // as of a file that is being written
+            throw Error(ExitStatus::BadScene, request.command.render.scene + ": has nothing to show any more");
         Workers workers(prepared.threads);
         build(*prepared.world, workers, "");
         const auto loaded = std::make_shared<Loaded>();
