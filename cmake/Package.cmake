@@ -24,7 +24,7 @@ the package Kel, the engine as a library for programs that embed it, and what
 it takes to write shading objects against it.")
 set(CPACK_DEBIAN_OXBEAM_PACKAGE_DEPENDS fonts-dejavu-core)
 set(CPACK_DEBIAN_OXBEAM_PACKAGE_RECOMMENDS oxbeam-view)
-set(CPACK_DEBIAN_OXBEAM_PACKAGE_SUGGESTS "cmake, g++, pkg-config, python3-oxbeam")
+set(CPACK_DEBIAN_OXBEAM_PACKAGE_SUGGESTS "cmake, ffmpeg, g++, pkg-config, python3-oxbeam")
 # What dpkg has to know of a library that others link: from which version on it is this one, and that there is a new one.
 set(control ${CMAKE_BINARY_DIR}/install/debian)
 file(CONFIGURE OUTPUT ${control}/shlibs

@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <future>
 #include <iostream>
 #include <memory>
 
@@ -35,6 +36,12 @@ struct Studio {
     Workers workers;
     FileSink* standardOutput;                // or null
     std::unique_ptr<Movie> movie = nullptr;  // that all pictures go into, or null
+    std::future<void> writing = {};          // a frame, while the next is rendered
+
+    // Throws what went wrong with it.
+    void finishWriting() {
+        if (writing.valid()) writing.get();
+    }
 };
 
 // One picture: a still, or a frame of a sequence.
@@ -59,7 +66,7 @@ private:
     }
     void conclude(const RenderResult& result);
     void sayRendered(const RenderResult& result);
-    void write(const Film& film);
+    void write(const RenderResult& result);
 
     const RenderCommand& m_command;
     Studio& m_studio;
@@ -80,35 +87,48 @@ void Picture::sayRendered(const RenderResult& result) {
                     m_studio.workers.threads(), rays, 1e-6 * static_cast<double>(rays) / m_times.render));
 }
 
-void Picture::write(const Film& film) {
-    const ImageOptions description = pictureOptions(m_command, m_studio.world, m_inputs, film, m_saving.seconds());
-    const Window& window = film.window();
-    if (isMovie(m_command.output)) {
-        if (!m_studio.movie)
-            m_studio.movie = Movie::create(m_command.output, window.width(), window.height(), m_command.sequence.fps);
-        return m_studio.movie->add(film.pixels(), description);
-    }
-    FileSink* const sink = m_studio.standardOutput;
-    if (!sink) return writeImage(m_command.output, window.width(), window.height(), film.pixels(), description);
-    writeImage(*sink, pictureName(m_command), window.width(), window.height(), film.pixels(), description);
-    sink->finish();
-}
-
 void Picture::conclude(const RenderResult& result) {
     sayRendered(result);
     warnOfBadResults(result.statistics);
     if (!result.failure) warnOfPicture(m_studio.world, result, m_command.output);
-    Stopwatch writing;
     m_saved = m_saving.save(result.film, result.statistics);
+    m_studio.finishWriting();
     if (m_command.frame && !result.complete) return;
-    write(result.film);
+    write(result);
     m_written = true;
-    m_times.write = writing.seconds();
     const Window& window = result.film.window();
     say(fmt::format("wrote {} ({} x {})", toStandardOutput(m_command) ? "standard output" : m_command.output,
                     window.width(), window.height()));
-    if (!m_command.stats.empty())
-        writeStatistics(m_command, m_studio.world, result, m_times, m_studio.workers.threads());
+}
+
+// What needs no more of the film than its colours is written while the next frame is rendered.
+void Picture::write(const RenderResult& result) {
+    const Film& film = result.film;
+    const ImageOptions description = pictureOptions(m_command, m_studio.world, m_inputs, film, m_saving.seconds());
+    const std::string counts = !m_command.stats.empty() ? statisticsText(m_command, m_studio.world, result, m_times,
+                                                                         m_studio.workers.threads())
+                                                        : "";
+    const bool meanwhile = m_command.frame && description.layers.empty() && !description.alpha;
+    if (isMovie(m_command.output) && !m_studio.movie)
+        m_studio.movie =
+            Movie::create(m_command.output, film.window().width(), film.window().height(), m_command.sequence.fps);
+    auto put = [description, counts, command = m_command, window = film.window(), pixels = film.pixels(),
+                sink = m_studio.standardOutput, movie = m_studio.movie.get()] {
+        const WorthWaitingFor picture;
+        const Stopwatch writing;
+        if (movie)
+            movie->add(pixels, description);
+        else if (sink)
+            writeImage(*sink, pictureName(command), window.width(), window.height(), pixels, description);
+        else
+            writeImage(command.output, window.width(), window.height(), pixels, description);
+        if (sink) sink->finish();
+        if (!command.stats.empty()) writeStatistics(command.stats, counts, writing.seconds());
+    };
+    if (meanwhile)
+        m_studio.writing = std::async(std::launch::async, std::move(put));
+    else
+        put();
 }
 
 ExitStatus Picture::render() {
@@ -182,9 +202,10 @@ ExitStatus renderFrames(const RenderCommand& command, Frames& frames, Studio& st
         if (!picture.written()) return status;
         studio.progress.frameDone(fmt::format("frame {} ({} of {}): rendered in {:.2f} s{}", wanted[done], done + 1,
                                               wanted.size(), picture.times().render,
-                                              studio.movie ? "" : fmt::format(", wrote {}", one.output)));
+                                              studio.movie ? "" : fmt::format(", to {}", one.output)));
         if (status != ExitStatus::Done) return status;
     }
+    studio.finishWriting();
     if (!studio.movie) return ExitStatus::Done;
     const WorthWaitingFor file;
     studio.movie->finish();
@@ -213,13 +234,14 @@ ExitStatus runRender(const RenderCommand& command, const Registry& registry) {
     Frames frames(command, *world);
     const MemoryCharge writingMemory = reservePicture(command, world->image);
     const Inputs inputs = recordsInputs(command) ? inputsOf(command, *world, options) : Inputs();
-    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get(), nullptr};
+    Studio studio{progress, *world, std::move(options), Workers(threads), standardOutput.get(), nullptr, {}};
     std::optional<Picture> still;
     if (frames.isStill()) still.emplace(command, studio, inputs, loading.seconds()).begin();
     const double loaded = loading.seconds();
     progress.step(fmt::format("loaded {} in {:.2f} s: {}", command.scene, loaded, contents(*world)));
     if (!still) {
         const ExitStatus status = renderFrames(command, frames, studio, inputs, loaded);
+        studio.finishWriting();
         studio.movie.reset();  // which takes away what is half, where it was not finished
         return leave(status);
     }

@@ -1,5 +1,6 @@
 #include "Apps/oxbeam/RenderSteps.h"
 
+#include "Apps/oxbeam/Frames.h"
 #include "Apps/oxbeam/OutputFiles.h"
 #include "Engine/Render/Advice.h"
 #include "Engine/System/StoredFile.h"
@@ -115,7 +116,7 @@ nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& 
           {"hidden_triangles", structure.hiddenTriangles}}},
         {"lights", world.lights.size()},
         {"threads", threads},
-        {"peak_bytes", static_cast<std::uint64_t>(usage.ru_maxrss) * 1024},
+        {"peak_bytes", 0},
         {"dropped_triangles", dropped},
         {"refused_rays", s.refusedRays},
         {"bad_samples", s.badSamples},
@@ -124,11 +125,20 @@ nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& 
     };
 }
 
-void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
-                     unsigned threads) {
+std::string statisticsText(const RenderCommand& command, const World& world, const RenderResult& result,
+                           const Times& times, unsigned threads) {
     nlohmann::ordered_json json = statisticsOf(world, result.statistics, result.complete, times, threads);
     if (command.frame) json["frame"] = *command.frame;
-    storeFile(command.stats, json.dump(2) + '\n');
+    return json.dump();
+}
+
+void writeStatistics(const std::string& file, const std::string& statistics, double writing) {
+    auto json = nlohmann::ordered_json::parse(statistics);
+    json["write_s"] = writing;
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    json["peak_bytes"] = static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
+    storeFile(file, json.dump(2) + '\n');
 }
 
 // All but the number of samples, which the film has anyway.
@@ -213,6 +223,8 @@ std::optional<Rendered> renderPicture(const RenderCommand& command, const Regist
         command.size.empty() && scale < 1.0)
         image = {scaled(image.width, scale), scaled(image.height, scale)};
     p.options.alpha = false;  // what a picture is laid on here, it hides
+    Frames frames(command, *p.world);
+    frames.show(frames.numbers().front());  // of what moves, how it begins
     p.options.ended = [&](const RenderResult&) { ended(); };
     Workers workers(p.threads);
     build(*p.world, workers, command.isa);

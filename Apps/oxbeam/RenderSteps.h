@@ -91,8 +91,10 @@ struct Times {
 
 nlohmann::ordered_json statisticsOf(const World& world, const RenderStatistics& statistics, bool complete,
                                     const Times& times, unsigned threads);
-void writeStatistics(const RenderCommand& command, const World& world, const RenderResult& result, const Times& times,
-                     unsigned threads);
+// As JSON. What writing the picture takes is known, and put in, when that is written.
+std::string statisticsText(const RenderCommand& command, const World& world, const RenderResult& result,
+                           const Times& times, unsigned threads);
+void writeStatistics(const std::string& file, const std::string& statistics, double writing);
 
 struct Rendered {
     unsigned width = 0, height = 0;
