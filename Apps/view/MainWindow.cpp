@@ -35,6 +35,8 @@ static float scaleOf(SDL_Window* window) {
 // Drivers that show nothing to anybody are there for those who name them.
 static void startVideo() {
     static const std::set<std::string> unseen = {"offscreen", "dummy", "evdev"};
+    SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS,
+                "1");  // who ends the process does not want to be asked about unsaved edits
     const bool started = SDL_Init(SDL_INIT_VIDEO) == 0;
     if (started && (SDL_getenv("SDL_VIDEODRIVER") || !unseen.contains(SDL_GetCurrentVideoDriver()))) return;
     const std::string why = started ? "neither X nor Wayland answers" : SDL_GetError();

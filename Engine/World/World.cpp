@@ -134,10 +134,14 @@ bool World::hasOwnFocus(std::string_view place, const CameraView& own) const {
     return distance && places.isSet(path) && static_cast<float>(*distance) != own.focusedAt;
 }
 
+// What an eye passes by stays as sharp as it is far away, whatever the frame before has seen.
+static View behind(const View& view) { return {view.position, 2.0f * view.position - view.lookAt, view.lookUp}; }
+
 void World::focusCamera() {
     for (auto& [place, own] : cameraViews) {
         if (!places.has(place) || &places.objectAt(place) != camera || hasOwnFocus(place, own)) continue;
-        const auto distance = focalDistance(own, view);
+        auto distance = focalDistance(own, view);
+        if (!distance && view) distance = focalDistance(own, behind(*view));
         if (!distance) continue;
         own.focusedAt = distance;
         camera->setFocalDistance(*distance);

@@ -21,7 +21,7 @@ TEST_F(Command, MistakesAreToldAndLeaveAllFilesAlone) {
 }
 
 TEST_F(Command, CheckRendersNothing) {
-    const Outcome good = run("check scene.toml --set light.0.intensity=[1,1,1]");
+    const Outcome good = run("check --set light.0.intensity=[1,1,1] scene.toml");  // it takes one value
     EXPECT_EQ(good.status, 0);
     EXPECT_EQ(good.out, "scene.toml: no errors; 170 triangles, 1 light\n");
     EXPECT_EQ(good.err, "");
