@@ -124,10 +124,10 @@ std::optional<float> World::focalDistance(const CameraView& on, const std::optio
     return distance > 0.0f ? std::optional(distance) : std::nullopt;
 }
 
-// What is not the distance that it was given here.
+// What is not the distance that it was given here, once it was.
 bool World::hasOwnFocus(std::string_view place, const CameraView& own) const {
     static constexpr const char* name = "focalDistance";
-    if (!places.classAt(place).find(name)) return false;
+    if (!own.focusedAt || !places.classAt(place).find(name)) return false;
     const std::string path = std::string(place) + '.' + name;
     const ParameterValue value = places.get(path);
     const auto* distance = std::get_if<double>(&value.data);

@@ -184,6 +184,7 @@ private:
         m_world.places.set(path, value);
         Values& values = m_document.at(place.path);
         values[p.id] = textOf(value);
+        if (path == "camera.focalDistance") values.erase("focus");  // which goes before it in a file
         for (const ParameterDeclaration& other :
              place.object->parameters)  // which may be a part of it, or a second name
             if (values.contains(other.id) && other.offset < p.offset + p.size && p.offset < other.offset + other.size)
