@@ -16,7 +16,7 @@ using namespace oxbeam::test;
 namespace {
 
 // So long that a part of it can be interrupted.
-const std::string Long = std::string("scene.toml --size 200x150 --samples ") + (Sanitized ? "60" : "1600");
+const std::string Long = std::string("scene.toml --size 200x150 --samples ") + (Sanitized ? "500" : "1600");
 
 nlohmann::json jsonOf(const fs::path& file) { return nlohmann::json::parse(contentOf(file)); }
 
