@@ -25,7 +25,7 @@ fs::path programOnPath(const std::string& name, const std::string& from) {
     const char* path = std::getenv("PATH");
     std::istringstream folders(path ? path : "");
     for (std::string folder; std::getline(folders, folder, ':');)
-        if (const fs::path file = fs::path(folder) / name; access(file.c_str(), X_OK) == 0 && fs::is_regular_file(file))
+        if (fs::path file = fs::path(folder) / name; access(file.c_str(), X_OK) == 0 && fs::is_regular_file(file))
             return file;
     throw Error(ExitStatus::InputOutput, fmt::format("there is no program '{}' on the path; {} has it", name, from));
 }
@@ -35,6 +35,7 @@ static pid_t start(const fs::path& program, const std::vector<std::string>& word
     std::vector<std::string> all = {program};
     all.insert(all.end(), words.begin(), words.end());
     std::vector<char*> argv;
+    argv.reserve(all.size() + 1);
     for (std::string& word : all) argv.push_back(word.data());
     argv.push_back(nullptr);
     const int to = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);

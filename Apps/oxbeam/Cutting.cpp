@@ -121,6 +121,7 @@ std::vector<Cut> cutPicture(const ImageSize& image, const TileCosts& costs, unsi
     std::vector<Window> found;
     cut(plan, all, static_cast<unsigned>(std::min<std::size_t>(parts, all.size())), found);
     std::vector<Cut> cuts;
+    cuts.reserve(found.size());
     for (const Window& w : found)
         cuts.push_back({{w.x0 * TileSize, w.y0 * TileSize, std::min(w.x1 * TileSize, image.width),
                          std::min(w.y1 * TileSize, image.height)},
