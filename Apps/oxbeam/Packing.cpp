@@ -46,7 +46,7 @@ std::map<fs::path, fs::path> packFiles(const fs::path& scene, const std::map<fs:
     for (const auto& [file, hash] : files) common = commonFolder(common, file.parent_path());
     std::map<fs::path, fs::path> places;
     const auto place = [&](const fs::path& file) {
-        const fs::path to = places[file] = folder / file.lexically_relative(common);
+        fs::path to = places[file] = folder / file.lexically_relative(common);
         fs::create_directories(to.parent_path());
         return to;
     };
