@@ -70,7 +70,7 @@ std::string encoderProgram() {
     const char* const path = std::getenv("PATH");
     std::istringstream folders(path ? path : "");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string program = folder + '/' + Encoder;
+        std::string program = folder + '/' + Encoder;
         struct stat status {};
         if (folder.starts_with('/') && access(program.c_str(), X_OK) == 0 && stat(program.c_str(), &status) == 0 &&
             S_ISREG(status.st_mode))

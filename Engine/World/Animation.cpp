@@ -45,6 +45,7 @@ static ParameterValue valueOf(const std::vector<double>& numbers, bool list, boo
     if (!list && whole) return {static_cast<std::int64_t>(std::llround(numbers[0])), {}};
     if (!list) return {numbers[0], {}};
     std::vector<ParameterValue::Number> all;
+    all.reserve(numbers.size());
     for (const double n : numbers) all.push_back(number(n));
     return {std::move(all), {}};
 }

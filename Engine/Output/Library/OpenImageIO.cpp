@@ -6,6 +6,7 @@
 #include <OpenImageIO/imageio.h>
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 
 using namespace oxbeam;
@@ -114,7 +115,7 @@ public:
           m_spec(static_cast<int>(width), static_cast<int>(height), 3, OIIO::TypeDesc::UINT8),
           m_output(OIIO::ImageOutput::create("gif")) {
         // The format counts hundredths of a second.
-        const int rate[2] = {100, std::max(1, static_cast<int>(100.0 / fps + 0.5))};
+        const int rate[2] = {100, std::max(1, static_cast<int>(std::lround(100.0 / fps)))};
         m_spec.attribute("FramesPerSecond", OIIO::TypeRational, rate);
     }
 
