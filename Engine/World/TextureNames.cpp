@@ -36,9 +36,10 @@ std::vector<std::string> TextureNames::names(const std::string& scope) const {
 
 std::vector<std::string> TextureNames::paths() const {
     std::vector<std::string> paths;
-    for (const auto& [scope, names] : m_scopes)
-        for (const auto& [name, named] : names)
-            paths.push_back((scope.empty() ? "texture." : scope + ".texture.") + name);
+    for (const auto& [scope, names] : m_scopes) {
+        const std::string prefix = scope.empty() ? "texture." : scope + ".texture.";
+        for (const auto& [name, named] : names) paths.push_back(prefix + name);
+    }
     return paths;
 }
 
