@@ -42,6 +42,13 @@ OXBEAM_API bool oxsShootShadowRay(OxState* state, bool& blocks);
 // answer. It holds where the shader is exactly of this class: one that is derived from it inherits its NewFrame too, and
 // may let light through. For NewFrame alone.
 OXBEAM_API Oxvoid oxsBlockLight(const OxShader* shader, const std::type_info& type);
+// What a surface says of the shadow rays that it will send in this frame, by oxsShootShadowRay, from where primary rays
+// hit it (P): towards each of the frame's lights, at a distance d in direction L as oxsIlluminate tells them, from P +
+// offset * L to d - 2 * offset, and with the smallest distance that oxsInitState sets. Those of neighbouring pixels are
+// then traced together before they are asked for. A ray that comes out otherwise is traced as ever: what is wrong costs
+// time and never a result, but nobody should say it whose rays are jittered. As with oxsBlockLight it holds for exactly
+// this class, and is for NewFrame alone. The offset is at least 0.
+OXBEAM_API Oxvoid oxsExpectShadowRays(const OxShader* shader, const std::type_info& type, float offset);
 // Shades a ray that left the scene; the environment's colour is then the state's.
 OXBEAM_API Oxvoid oxsShadeEnvironment(OxState* state);
 

@@ -1,6 +1,6 @@
 // Default bodies of the interface's base classes.
+#include "Engine/Host/ShadingNormal.h"
 #include "Engine/System/ThreadRecord.h"
-#include "Oxbeam/ABSP.h"
 #include "Oxbeam/OxCamera.h"
 #include "Oxbeam/OxContext.h"
 #include "Oxbeam/OxLight.h"
@@ -172,19 +172,9 @@ void ABSP::GetTriangleVertices(int triangle, R3& a, R3& b, R3& c) const {
     b = positions[corner[2]];
 }
 
-R3 ABSP::GetNormal(int triangle, float u, float v) const {
-    if (!normals.empty()) {
-        const R3 normal = interpolate(normals, triangle, u, v);
-        if (Dot(normal, normal) > 1e-12f) return normal;
-    }
-    return GetGeometricNormal(triangle);
-}
+R3 ABSP::GetNormal(int triangle, float u, float v) const { return oxbeam::meshNormal(*this, triangle, u, v); }
 
-R3 ABSP::GetGeometricNormal(int triangle) const {
-    R3 a, b, c;
-    GetTriangleVertices(triangle, a, b, c);
-    return Cross(b - a, c - a);
-}
+R3 ABSP::GetGeometricNormal(int triangle) const { return oxbeam::geometricNormal(*this, triangle); }
 
 const OxContext* OxContext::current = nullptr;
 

@@ -2,28 +2,23 @@
 #define OXBEAM_EMIT_SERVICES
 #include "Oxbeam/OxFunctions.h"
 
-#include "Engine/Host/LightBlockers.h"
+#include "Engine/Host/KnownHit.h"
+#include "Engine/Host/ShadingNormal.h"
+#include "Engine/Host/ShadowAnswers.h"
+#include "Engine/Host/ShadowPromises.h"
+#include "Engine/Host/Texels.h"
 #include "Engine/Scene/EmbreeIntersector.h"
 #include "Engine/System/ThreadRecord.h"
-#include "Engine/Textures/Texture.h"
-#include "Oxbeam/ABSP.h"
 #include "Oxbeam/FastOxS4.h"
 #include "Oxbeam/OxLight.h"
 #include "Oxbeam/OxRenderingObject.h"
 #include "Oxbeam/OxShader.h"
 #include "Sampling/Frame.h"
 
-using oxbeam::Texture;
+using oxbeam::combined, oxbeam::textureCoordinates, oxbeam::textureOf;
+using oxbeam::KnownHit, oxbeam::meshOf, oxbeam::Texture, oxbeam::ThreadRecord;
 
-// The engine's only kind of object.
-static const ABSP& meshOf(const OxState* state) { return static_cast<const ABSP&>(*state->object); }
-
-oxbeam::LightBlockers oxbeam::LightBlockers::current;
-
-// Null where the id names no texture.
-static const Texture* textureOf(Oxuint id) {
-    return static_cast<const Texture*>(TextureList::current->ByID(static_cast<Oxint>(id)));
-}
+oxbeam::ShadowPromises oxbeam::ShadowPromises::current;
 
 // ---- Setting up and shooting rays
 
@@ -39,21 +34,30 @@ Oxvoid oxsInitState(const OxState* parent, OxState* child) {
 }
 
 bool oxsShootRay(OxState* state) {
-    oxbeam::ThreadRecord::mine().countRays(state->ray.visibilityMask, 1);
+    ThreadRecord::mine().countRays(state->ray.visibilityMask, 1);
     return state->intersector->Intersect(*state);
 }
 
 bool oxsShootShadowRay(OxState* state, bool& blocks) {
-    const oxbeam::EmbreeIntersector* kernel = oxbeam::LightBlockers::current.kernel;
+    const oxbeam::EmbreeIntersector* kernel = oxbeam::ShadowPromises::current.kernel;
     blocks = kernel && state->intersector == kernel;
     if (!blocks) return oxsShootRay(state);
-    oxbeam::ThreadRecord::mine().countRays(state->ray.visibilityMask, 1);
-    return kernel->occluded(state->ray);
+    ThreadRecord& record = ThreadRecord::mine();
+    record.countRays(state->ray.visibilityMask, 1);
+    const int light = record.shadows ? record.shadows->find(state->ray) : -1;
+    if (light < 0) return kernel->occluded(state->ray);
+    ++record.shadowsAsked[static_cast<unsigned>(light)];
+    return record.shadows->blocked >> light & 1u;
 }
 
 Oxvoid oxsBlockLight(const OxShader* shader, const std::type_info& type) {
-    oxbeam::LightBlockers& blockers = oxbeam::LightBlockers::current;
-    if (blockers.begun && typeid(*shader) == type) blockers.promised.insert(shader);
+    oxbeam::ShadowPromises& promises = oxbeam::ShadowPromises::current;
+    if (promises.begun && typeid(*shader) == type) promises.blocking.insert(shader);
+}
+
+Oxvoid oxsExpectShadowRays(const OxShader* shader, const std::type_info& type, float offset) {
+    oxbeam::ShadowPromises& promises = oxbeam::ShadowPromises::current;
+    if (promises.begun && typeid(*shader) == type && offset >= 0.0f) promises.offsets[shader] = offset;
 }
 
 Oxvoid oxsShadeEnvironment(OxState* state) { OxContext::current->environment->Shade(state); }
@@ -61,42 +65,19 @@ Oxvoid oxsShadeEnvironment(OxState* state) { OxContext::current->environment->Sh
 // ---- The hit
 
 // Texture coordinates of the hit; a mesh without any shows every triangle's barycentric weights.
-static R2 textureCoordinates(const OxState* state) {
-    const ABSP& mesh = meshOf(state);
-    const Intersection& hit = state->hit;
-    return mesh.texCoords.empty() ? R2(hit.u, hit.v) : mesh.interpolate(mesh.texCoords, hit.tri, hit.u, hit.v);
-}
-
 Oxvoid oxsLoadGeometry(OxState* state) {
-    if (state->object) state->hit.txtCoord = textureCoordinates(state);
-}
-
-// The interpolated normal in world space, on the mesh's own side.
-static R3 worldNormal(const OxState* state) {
-    const R3 n = meshOf(state).GetNormal(state->hit.tri, state->hit.u, state->hit.v);
-    return state->instance->hasXfm ? TransformVector(state->instance->normalXfm, n) : n;
-}
-
-// Turns unit normal n to the side that the ray comes from; `own` is the surface's unperturbed normal. The side is that
-// of the geometric normal: at a silhouette the interpolated normal may lean away from the viewer, and is then laid
-// down onto the plane across the ray instead of being flipped, which would show as a rim of wrong light.
-static inline R3 faceRay(const OxState* state, R3 n, const R3& own) {
-    const R3& D = state->ray.direction;
-    const R3& geometric = state->hit.normal;
-    if ((Dot(D, geometric) > 0.0f) == (Dot(own, geometric) > 0.0f)) n = -n;
-    const float away = Dot(D, n);
-    return away > 0.0f ? Normalize(n - (away / Dot(D, D)) * D) : n;
+    if (state->object) state->hit.txtCoord = textureCoordinates(*state);
 }
 
 Oxvoid oxsFindShadingNormal(const OxState* state, R3& normal) {
-    const R3 own = Normalize(worldNormal(state));
-    normal = faceRay(state, own, own);
+    const KnownHit* known = ThreadRecord::mine().hit;
+    normal = known && known->knows(*state) ? known->normal : oxbeam::shadingNormal(*state);
 }
 
 // Derivatives of the world position by the texture coordinates over the hit triangle; false where the mesh has no
 // coordinates, or the triangle's coincide.
 static bool textureAxes(const OxState* state, R3& ds, R3& dt) {
-    const ABSP& mesh = meshOf(state);
+    const ABSP& mesh = meshOf(*state);
     if (mesh.texCoords.empty()) return false;
     const Oxuint* corner = &mesh.indices[3 * static_cast<std::size_t>(state->hit.tri)];
     const R2 t0 = mesh.texCoords[corner[0]], t1 = mesh.texCoords[corner[1]], t2 = mesh.texCoords[corner[2]];
@@ -120,7 +101,7 @@ static R3 bentNormal(const OxState* state, const Texture& bumps, const R3& own) 
     R3 ds, dt;
     if (flat || !textureAxes(state, ds, dt)) return own;
     const R3 tangent = ds - Dot(ds, own) * own, bitangent = dt - Dot(dt, own) * own;
-    const R2 st = textureCoordinates(state);
+    const R2 st = textureCoordinates(*state);
     const R3 local = bumps.tangentNormal(st.x, st.y);
     const R3 bent = local.x * Normalize(tangent) + local.y * Normalize(bitangent) + local.z * own;
     return IsFinite(bent) ? Normalize(bent) : own;
@@ -144,7 +125,7 @@ static R2 pixelNumbers(std::uint32_t pixel, int depth) {
 // of low discrepancy, by twos: where both face the ray alike, what the tilt adds to the light of a matte surface in one
 // pass, the next takes away.
 static R3 facetSeen(const OxState* state, const R3& n, float spread) {
-    const oxbeam::ThreadRecord& record = oxbeam::ThreadRecord::mine();
+    const ThreadRecord& record = ThreadRecord::mine();
     const R2 start = pixelNumbers(record.pixel, state->ray.depth);
     const auto step = static_cast<float>(record.sampleIndex / 2 % 4096);
     const float u = fraction(start.x + step * 0.754877666f), v = fraction(start.y + step * 0.569840291f);
@@ -175,21 +156,18 @@ static R3 facetNormal(const OxState* state, const R3& n, float roughness) {
 Oxvoid oxsFindShadingBumpMapNormal(const OxState* state, R3& normal, Oxint textureId) {
     const Texture* bumps = textureId < 0 ? nullptr : textureOf(static_cast<Oxuint>(textureId));
     if (!bumps) return oxsFindShadingNormal(state, normal);
-    const R3 own = Normalize(worldNormal(state));
-    normal = faceRay(state, bentNormal(state, *bumps, own), own);
+    const R3 own = Normalize(oxbeam::worldNormal(*state));
+    normal = oxbeam::faceRay(*state, bentNormal(state, *bumps, own), own);
     if (bumps->roughness > 0.0f) normal = facetNormal(state, normal, bumps->roughness);
 }
 
-bool oxsHasVertexColors(const OxState* state) { return state->object && !meshOf(state).colors.empty(); }
+bool oxsHasVertexColors(const OxState* state) { return state->object && !meshOf(*state).colors.empty(); }
 
 Oxvoid oxsInterpolateColor(const OxState* state, R3& color) {
-    const Intersection& hit = state->hit;
-    color = oxsHasVertexColors(state) ? meshOf(state).interpolate(meshOf(state).colors, hit.tri, hit.u, hit.v) : White;
+    color = state->object ? oxbeam::vertexColor(*state) : White;
 }
 
-OxShader* oxsGetShader(const OxState* state) {
-    return OxContext::current->shaders[meshOf(state).GetShaderId(state->hit) + state->instance->shaderBias];
-}
+OxShader* oxsGetShader(const OxState* state) { return OxContext::current->shaders[oxbeam::shaderNumber(*state)]; }
 
 const Instance* oxGetInstance(int instanceID) {
     const auto& instances = OxContext::current->scene->instances;
@@ -209,27 +187,12 @@ Oxvoid oxGetTriangleVertices(const GeometryObject* object, int triangle, R3* a, 
 
 // ---- Textures
 
-// OpenGL's texture environment.
-static RGBAFloat combine(Oxuint model, const RGBAFloat& f, const RGBAFloat& t) {
-    switch (model) {
-    case OX_GL_REPLACE: return t;
-    case OX_GL_ADD: return {f.r + t.r, f.g + t.g, f.b + t.b, f.a + t.a};
-    case OX_GL_DECAL: return {f.rgb() * (1.0f - t.a) + t.rgb() * t.a, f.a};
-    default: return {f.r * t.r, f.g * t.g, f.b * t.b, f.a * t.a};
-    }
-}
-
 Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, RGBAFloat& color) {
     const Texture* texture = textureOf(textureId);
     if (!texture || !state->object) return;
-    const R2 st = textureCoordinates(state);
-    RGBAFloat texel = texture->lookUp(st.x, st.y);
-    if (texture->withVertexColors) {
-        R3 own;
-        oxsInterpolateColor(state, own);
-        texel = RGBAFloat(own * texel.rgb(), texel.a);
-    }
-    color = combine(texture->textureModel, color, texel);
+    const KnownHit* known = ThreadRecord::mine().hit;
+    const bool knows = known && known->texture == texture && known->knows(*state);
+    color = combined(texture->textureModel, color, knows ? known->texel : oxbeam::texelAt(*state, *texture));
 }
 
 Oxvoid oxsApplyTexture(const OxState* state, Oxuint textureId, R3& color) {
@@ -242,13 +205,13 @@ Oxvoid oxsGetTexelByST(const OxState*, float s, float t, Oxuint textureId, Oxuin
                        Oxuint mode, R3& texel) {
     const Texture* texture = textureOf(textureId);
     if (!texture) return;
-    texel = combine(mode, RGBAFloat(texel, 1.0f), texture->lookUp(s, t, wrapS, wrapT, filter)).rgb();
+    texel = combined(mode, RGBAFloat(texel, 1.0f), texture->lookUp(s, t, wrapS, wrapT, filter)).rgb();
 }
 
 float oxsGetTexelAlphaValue(const OxState* state, Oxuint textureId) {
     const Texture* texture = textureOf(textureId);
     if (!texture || !state->object || !texture->hasTransparency()) return 1.0f;
-    const R2 st = textureCoordinates(state);
+    const R2 st = textureCoordinates(*state);
     return texture->alphaAt(st.x, st.y);
 }
 

@@ -1,5 +1,6 @@
 #include "Engine/Render/Advice.h"
 
+#include "Engine/Host/KnownHit.h"
 #include "Engine/Render/Aovs.h"
 #include "Engine/Render/Session.h"
 #include "Oxbeam/OxDirectionalLight.h"
@@ -115,7 +116,8 @@ void addSurface(const World& world, const AovSampler& sampler, const OxState& st
     ++found.surfaces;
     found.darkSurfaces += dark;
     AovSample aovs;
-    sampler.sample(state, aovs);
+    KnownHit known;
+    sampler.sample(state, aovs, known);
     if (Max(aovs.albedo) >= Dark) ++found.colored, found.darkColored += dark;
     R3 point;
     oxsGetHitPosition(&state, point);

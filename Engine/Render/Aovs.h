@@ -7,10 +7,13 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace oxbeam {
+
+class KnownHit;
 
 // Tells a primary ray's hit in numbers. Calls nothing of a package, so that what it shades is not changed.
 class OXBEAM_API AovSampler {
@@ -18,11 +21,15 @@ public:
     // Of a world whose session is there; it must outlive this.
     explicit AovSampler(const World& world);
 
-    // Of a ray that was shot. What is not finite counts as zero.
-    void sample(const OxState& state, AovSample& to) const;
+    // Of a ray that was shot. Where a mesh or a texture holds what is not finite, so does the sample.
+    // What surfaces will ask for again is noted, of a ray that hits.
+    void sample(const OxState& state, AovSample& to, KnownHit& known) const;
+    // Of as many as the span has, with the same bits.
+    void sample(std::span<const OxState> states, AovSample* to, KnownHit* known) const;
 
 private:
-    R3 albedo(const OxState& state) const;
+    R3 albedo(const OxState& state, KnownHit& known) const;
+    void sampleFour(const OxState* four, AovSample* to, KnownHit* known) const;
 
     R3 m_eye, m_forward;
     std::vector<BaseColor> m_baseColors;  // by the context's numbers

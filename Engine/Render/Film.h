@@ -43,7 +43,7 @@ struct AovSample {
     unsigned object = 0;                                   // number of the instance, from 1
 };
 
-// Sums up samples, which are finite. Each pixel belongs to one thread at a time. Sums that would leave what a float holds
+// Sums up samples, whose colours are finite. Each pixel belongs to one thread at a time. Sums that would leave what a float holds
 // stay at its largest number; so they do when a rendering goes on from a checkpoint.
 class OXBEAM_API Film {
 public:
@@ -86,16 +86,18 @@ public:
         addTo(pixel.sum, color);
         ++pixel.samples;
     }
-    // Comes before the colour of the same sample. The first sample's depth and object are kept.
-    void addAovs(unsigned x, unsigned y, const AovSample& sample) {
-        static_assert(offsetof(AovSample, depth) == 24 && sizeof(AovSample) == 32);
-        const std::size_t i = index(x, y);
-        const auto* from = reinterpret_cast<const float*>(&sample);
-        auto* to = reinterpret_cast<float*>(&m_aovs[i]);
-        const __m128 added = _mm_loadu_ps(from + 4), before = _mm_loadu_ps(to + 4);
-        const __m128 kept = m_pixels[i].samples == 0 ? added : before;  // its upper half: depth and object
-        _mm_storeu_ps(to, sumOf(_mm_loadu_ps(to), _mm_loadu_ps(from)));
-        _mm_storeu_ps(to + 4, _mm_shuffle_ps(sumOf(before, added), kept, _MM_SHUFFLE(3, 2, 1, 0)));
+    // Of a row of pixels from (x, y) on, which have as many samples as each other; before the colours of the same samples.
+    // The first samples' depths and objects are kept. A normal or albedo that is not finite counts as zero.
+    void addAovs(unsigned x, unsigned y, std::span<const AovSample> row) {
+        const std::size_t first = index(x, y);
+        const bool blank = m_pixels[first].samples == 0;
+        AovSample* to = &m_aovs[first];
+        for (const AovSample& sample : row) {
+            if (allFinite(sample)) [[likely]]
+                addTo(*to++, sample, blank);
+            else
+                addTo(*to++, mended(sample), blank);
+        }
     }
     void addAlpha(unsigned x, unsigned y, float alpha) { m_alphas[index(x, y)] += alpha; }
     unsigned samplesAt(unsigned x, unsigned y) const { return m_pixels[index(x, y)].samples; }
@@ -139,6 +141,29 @@ private:
         sum += sample;
         if (!IsFinite(sum)) [[unlikely]]
             sum = R3(std::clamp(sum.x, -Most, Most), std::clamp(sum.y, -Most, Most), std::clamp(sum.z, -Most, Most));
+    }
+    // Normal and albedo, of numbers that lie as they do in memory.
+    static bool allFinite(const AovSample& sample) {
+        const auto* from = reinterpret_cast<const float*>(&sample);
+        const auto finite = [](__m128 v) {
+            return _mm_cmple_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), v), _mm_set1_ps(Most));
+        };
+        const __m128 low = finite(_mm_loadu_ps(from)), high = finite(_mm_loadu_ps(from + 4));
+        return _mm_movemask_ps(_mm_and_ps(low, _mm_movelh_ps(high, high))) == 15;
+    }
+    static AovSample mended(AovSample sample) {
+        if (!IsFinite(sample.normal)) sample.normal = R3();
+        if (!IsFinite(sample.albedo)) sample.albedo = R3();
+        return sample;
+    }
+    static void addTo(AovSample& sum, const AovSample& sample, bool blank) {
+        static_assert(offsetof(AovSample, depth) == 24 && sizeof(AovSample) == 32);
+        const auto* from = reinterpret_cast<const float*>(&sample);
+        auto* to = reinterpret_cast<float*>(&sum);
+        const __m128 added = _mm_loadu_ps(from + 4), before = _mm_loadu_ps(to + 4);
+        const __m128 kept = blank ? added : before;  // its upper half: depth and object
+        _mm_storeu_ps(to, sumOf(_mm_loadu_ps(to), _mm_loadu_ps(from)));
+        _mm_storeu_ps(to + 4, _mm_shuffle_ps(sumOf(before, added), kept, _MM_SHUFFLE(3, 2, 1, 0)));
     }
     static __m128 sumOf(__m128 a, __m128 b) {
         return _mm_min_ps(_mm_max_ps(_mm_add_ps(a, b), _mm_set1_ps(-Most)), _mm_set1_ps(Most));

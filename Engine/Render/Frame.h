@@ -7,6 +7,7 @@
 #include "Engine/Render/PixelBlocks.h"
 #include "Engine/Render/Renderer.h"
 #include "Engine/Render/Session.h"
+#include "Engine/Render/ShadowsAhead.h"
 #include "Engine/System/Stopwatch.h"
 #include "Engine/System/ThreadRecord.h"
 
@@ -104,6 +105,7 @@ private:
     bool m_alone = false;              // one thread renders
     std::optional<PacketPath> m_packets;
     std::optional<PixelBlocks> m_blocks;  // where the camera is exactly the host's own
+    std::optional<ShadowsAhead> m_ahead;  // where it has something to trace for such blocks
     std::size_t m_begun = 0;              // tiles of all passes that were done before
     R2 m_place;                           // in the pixel, of the pass' samples
     std::atomic<bool> m_pause{false};     // no thread begins a tile: the film is to be saved

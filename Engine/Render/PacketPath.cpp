@@ -1,5 +1,6 @@
 #include "Engine/Render/PacketPath.h"
 
+#include "Engine/Host/KnownHit.h"
 #include "Engine/Packages/Overrides.h"
 #include "Engine/Scene/EmbreeIntersector.h"
 #include "Oxbeam/FastOxS4.h"
@@ -107,7 +108,8 @@ void PacketPath::sampleAovs(const Packet& packet, Block<AovSample>& aovs) const 
         OxState single;
         oxsSetRay(&single, packet.ray.origin.lane(i), packet.ray.direction.lane(i), RayInfinity);
         packet.giveHit(i, single);
-        m_aovs->sample(single, aovs[i]);
+        KnownHit unused;
+        m_aovs->sample(single, aovs[i], unused);
     }
 }
 
@@ -148,7 +150,8 @@ R3 PacketPath::traceLane(const Packet& packet, unsigned i, const PrimarySample& 
         packet.giveHit(i, state);
     } else {
         oxsShootRay(&state);
-        if (aov) m_aovs->sample(state, *aov);
+        KnownHit unused;
+        if (aov) m_aovs->sample(state, *aov, unused);
     }
     return Session::shade(state);
 }

@@ -13,7 +13,7 @@ namespace oxbeam {
 
 class EmbreeIntersector;
 
-class PixelBlocks {
+class OXBEAM_API PixelBlocks {
 public:
     // The camera must be exactly the host's own, whose rays draw no random numbers, so that they can be shot before
     // others are shaded.

@@ -1,6 +1,7 @@
 #include "Engine/Render/Renderer.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/Host/KnownHit.h"
 #include "Engine/Packages/Watch.h"
 #include "Engine/Render/Frame.h"
 #include "Oxbeam/OxFunctions.h"
@@ -49,6 +50,7 @@ Frame::Frame(World& world, const Session& session, Matte* matte, Film& film, con
     if (!m_statistics.packetsRefused.empty()) m_packets.reset();
     if (typeid(*world.camera) == typeid(OxPerspectiveCamera))
         m_blocks.emplace(static_cast<const OxPerspectiveCamera&>(*world.camera), session);
+    if (m_blocks && !m_ahead.emplace(session).any()) m_ahead.reset();
     world.renderingObject->m_tilesPerFrame = m_tiles.count();
     for (unsigned tile = 0; tile < m_tiles.count(); ++tile)
         if (m_tiles.window(tile).overlaps(film.window())) m_wanted.push_back(tile);
@@ -162,19 +164,45 @@ bool Frame::sampleTile(const PrimarySample& sample, const Window& window, TileSa
     return true;
 }
 
+namespace {
+
+// What a thread's services know ahead, as long as this lives.
+class Foreknowledge {
+public:
+    Foreknowledge() = default;
+    ~Foreknowledge() { m_record.shadows = nullptr, m_record.hit = nullptr; }
+    Foreknowledge(const Foreknowledge&) = delete;
+    Foreknowledge& operator=(const Foreknowledge&) = delete;
+
+    void of(ShadowAnswers& pixel) const { m_record.shadows = &pixel; }
+    void of(const OxState& state, const KnownHit& known) const { m_record.hit = state.hit.tri >= 0 ? &known : nullptr; }
+
+private:
+    ThreadRecord& m_record = ThreadRecord::mine();
+};
+
+}  // namespace
+
 // All rays of two rows are shot before the first is shaded: the kernel's code and the shaders' then run each at a
 // stretch, with what the processor has learnt of their branches still there.
 bool Frame::sampleBlocks(const PrimarySample& sample, const Window& window, TileSamples& samples) {
     PixelBlocks::Rows rows;
+    ShadowsAhead::Answers answers;
+    ShadowsAhead::Traced traced{};
+    std::array<KnownHit, TileSize> known;
+    const Foreknowledge use;
     for (unsigned y = window.y0; y < window.y1; ++y) {
         if (stopped()) return false;
         if (y % 2 == 0) m_blocks->shoot(sample.place, window, y, rows);
-        if (m_aovs)  // all at a stretch: none waits for another's
-            for (unsigned x = window.x0; x < window.x1; ++x)
-                m_aovs->sample(rows[y % 2][x - window.x0], aovsAt(sample.thread, x, y));
+        if (y % 2 == 0 && m_ahead) m_ahead->trace(rows, window.width(), std::min(window.y1 - y, 2u), traced, answers);
+        if (m_aovs)
+            m_aovs->sample(std::span(rows[y % 2]).first(window.width()), &aovsAt(sample.thread, window.x0, y),
+                           known.data());
         for (unsigned x = window.x0; x < window.x1; ++x) {
             OxState& state = rows[y % 2][x - window.x0];
             m_session.attachRecord(state, sample.thread, sample.pass);
+            if (m_ahead) use.of(answers[y % 2][x - window.x0]);
+            if (m_aovs) use.of(state, known[x - window.x0]);
             shadeSample(state, sample, x, y, samples);
         }
     }
@@ -219,7 +247,11 @@ void Frame::samplePixel(const PrimarySample& sample, unsigned x, unsigned y, Til
     const float pattern[2] = {sample.place.x, sample.place.y};
     if (m_world.camera->InitPrimaryRay(&state, static_cast<int>(x), static_cast<int>(y), pattern)) {
         oxsShootRay(&state);
-        if (m_aovs) m_aovs->sample(state, aovsAt(sample.thread, x, y));
+        if (!m_aovs) return shadeSample(state, sample, x, y, samples);
+        KnownHit known;
+        const Foreknowledge use;
+        m_aovs->sample(state, aovsAt(sample.thread, x, y), known);
+        use.of(state, known);
         return shadeSample(state, sample, x, y, samples);
     }
     if (m_aovs) aovsAt(sample.thread, x, y) = AovSample();
@@ -270,7 +302,7 @@ AovSample& Frame::aovsAt(unsigned thread, unsigned x, unsigned y) { return m_til
 void Frame::keepAovs(const Window& window, const TileAovs& aovs) {
     const Window seen = window.shared(m_film.window());
     for (unsigned y = seen.y0; y < seen.y1; ++y)
-        for (unsigned x = seen.x0; x < seen.x1; ++x) m_film.addAovs(x, y, aovs[pixelOfTile(x, y)]);
+        m_film.addAovs(seen.x0, y, std::span(aovs).subspan(pixelOfTile(seen.x0, y), seen.width()));
 }
 
 void Frame::finishTile(unsigned tile, const ThreadRecord& record, std::uint64_t badSamples) {

@@ -1,6 +1,6 @@
 #include "Engine/Render/Session.h"
 
-#include "Engine/Host/LightBlockers.h"
+#include "Engine/Host/ShadowPromises.h"
 #include "Engine/Packages/Overrides.h"
 #include "Engine/Packages/Watch.h"
 #include "Engine/Scene/EmbreeIntersector.h"
@@ -22,7 +22,7 @@ Session::Turn::Turn() {
 }
 
 Session::Turn::~Turn() {
-    LightBlockers::current = {};
+    ShadowPromises::current = {};
     OxContext::current = nullptr;
     TextureList::current = nullptr;
     s_locked = false;
@@ -56,7 +56,7 @@ void Session::newFrame() {
     m_world.renderingObject->m_rayEpsilon = m_world.epsilon();
     m_world.environment->m_ro = m_world.renderingObject;
     for (OxShader* shader : m_world.shaders) shader->m_ro = m_world.renderingObject;
-    LightBlockers::current = {true, {}, nullptr};
+    ShadowPromises::current = {true, {}, {}, nullptr};
     watchPackages([&] {
         aimCamera(m_world);
         m_world.renderingObject->NewFrame();
@@ -65,8 +65,8 @@ void Session::newFrame() {
         for (OxLight* light : m_world.lights) light->NewFrame();
         for (OxShader* shader : m_world.shaders) shader->NewFrame();
     });
-    LightBlockers::current.begun = false;
-    if (castersBlockLight()) LightBlockers::current.kernel = dynamic_cast<EmbreeIntersector*>(&m_intersector);
+    ShadowPromises::current.begun = false;
+    if (castersBlockLight()) ShadowPromises::current.kernel = dynamic_cast<EmbreeIntersector*>(&m_intersector);
     m_world.frameBegun();
 }
 
@@ -81,7 +81,7 @@ bool Session::castersBlockLight() const {
 }
 
 bool Session::hasPromisedToBlockLight(const OxShader& shader) {
-    return LightBlockers::current.promised.contains(&shader);
+    return ShadowPromises::current.blocking.contains(&shader);
 }
 
 OxState Session::primaryState(unsigned thread, unsigned pass) const {

@@ -116,16 +116,21 @@ void EmbreeIntersector::commitScene(RTCScene scene) const {
     check(m_device->handle);
 }
 
+// Known once it is whole.
 RTCScene EmbreeIntersector::objectScene(unsigned object) {
-    RTCScene& scene = m_objectScenes[object];
-    if (scene) return scene;
-    scene = newScene();
+    if (m_objectScenes[object]) return m_objectScenes[object];
+    RTCScene scene = newScene();
     RTCGeometry geometry = newMesh(static_cast<const ABSP&>(*m_scene->objects[object]));
     rtcCommitGeometry(geometry);
     rtcAttachGeometry(scene, geometry);
     rtcReleaseGeometry(geometry);
-    commitScene(scene);
-    return scene;
+    try {
+        commitScene(scene);
+    } catch (...) {
+        rtcReleaseScene(scene);
+        throw;
+    }
+    return m_objectScenes[object] = scene;
 }
 
 void EmbreeIntersector::attach(unsigned number, bool inWhole) {
@@ -263,9 +268,18 @@ void EmbreeIntersector::divide() {
     attachWhole();
 }
 
+void EmbreeIntersector::prepareUpdate(unsigned number, const std::atomic<bool>* stop) {
+    m_objectScenes.resize(m_scene->objects.size());
+    struct Stoppable {
+        const std::atomic<bool>*& by;
+        ~Stoppable() { by = nullptr; }
+    } const stoppable{m_stop};
+    m_stop = stop;
+    objectScene(m_scene->instances[number]->object);
+}
+
 void EmbreeIntersector::update(unsigned number) {
     const auto count = m_scene->instances.size();
-    m_objectScenes.resize(m_scene->objects.size());
     m_inWhole.resize(m_scene->objects.size());
     m_geometries.resize(count);
     m_apart.resize(count);

@@ -57,6 +57,9 @@ public:
     // An instance is new or has moved. Whatever was built as one stays as it is, and becomes one of the instances of a
     // structure of two levels: only what changes gets a structure of its own, and is hidden in the other.
     void update(unsigned instance);
+    // Builds the structure that `update` will want, which is what takes time. Comes before all of them, so that everything is
+    // as it was where this throws, Interruption soon after `stop` is set.
+    void prepareUpdate(unsigned instance, const std::atomic<bool>* stop);
     void remove(unsigned instance);
     // Brings the upper level up to date.
     void commit();
@@ -83,6 +86,9 @@ public:
     void intersect(OxState4& first, OxState4& second);
     // Whether anything is hit, in less time than it takes to find the nearest.
     bool occluded(const Ray& ray) const;
+    // Of eight shadow rays that take much the same way: which of them hit something, as bits. `lanes` are those to be
+    // traced; those that cannot be are taken out.
+    unsigned occluded(const std::array<ISSERay4, 2>& rays, unsigned& lanes) const;
 
     bool Intersect(OxState& state) override;
     bool Intersect4(OxState4& state4) override;
@@ -129,7 +135,7 @@ private:
     std::vector<bool> m_apart;                 // the geometry is in the upper level
     std::vector<bool> m_inWhole;               // by object
     const Scene* m_scene = nullptr;
-    const std::atomic<bool>* m_stop = nullptr;  // while it is built first
+    const std::atomic<bool>* m_stop = nullptr;  // while meshes' structures are built
     const Instance* const* m_instances = nullptr;
     float m_farthestOut = 0.0f;  // largest coordinate of a ray that can be traced
 };

@@ -261,12 +261,18 @@ void EmbreeIntersector::intersect(const RayStream& rays, std::size_t first, std:
 
 // ---- Packets
 
-// The same for four rays: all bits set in the lanes that can be traced. The others are counted as misses.
-static __m128i traceable4(const ISSERay4& ray, Oxuint kind, sse_t limit) {
+// The same for four rays: all bits set in the lanes that can be traced.
+static sse_t readable(const ISSERay4& ray, sse_t limit) {
     const sse_t tnear = _mm_set1_ps(ray.minHitDist);
     sse_t good = _mm_and_ps(_mm_cmpge_ps(tnear, _mm_setzero_ps()), _mm_cmpge_ps(ray.maxDist, tnear));
     for (const ISSEVec4* v : {&ray.origin, &ray.direction})
         for (const sse_t component : v->t) good = _mm_and_ps(good, within(component, limit));
+    return good;
+}
+
+// The others are counted as misses.
+static __m128i traceable4(const ISSERay4& ray, Oxuint kind, sse_t limit) {
+    const sse_t good = readable(ray, limit);
     const auto bad = ~static_cast<unsigned>(_mm_movemask_ps(good)) & 15u;
     ThreadRecord& record = ThreadRecord::mine();
     record.countRays(kind, 4);
@@ -373,6 +379,20 @@ void EmbreeIntersector::Occluded4(OxState4& state4) {
     const sse_t occluded = _mm_and_ps(traced, _mm_cmplt_ps(_mm_load_ps(query.tfar), _mm_setzero_ps()));
     int(&tri)[4] = state4.hit4->tri;
     store(tri, _mm_andnot_si128(_mm_castps_si128(occluded), _mm_load_si128(reinterpret_cast<const __m128i*>(tri))));
+}
+
+unsigned EmbreeIntersector::occluded(const std::array<ISSERay4, 2>& rays, unsigned& lanes) const {
+    alignas(32) int valid[8];
+    RTCRay8 query;
+    const sse_t limit = _mm_set1_ps(m_farthestOut);
+    lanes &= static_cast<unsigned>(_mm_movemask_ps(readable(rays[0], limit)) | _mm_movemask_ps(readable(rays[1], limit))
+                                                                                   << 4);
+    for (unsigned i = 0; i < 8; ++i) valid[i] = lanes >> i & 1u ? -1 : 0;
+    for (unsigned half = 0; half < 2; ++half) fill(query, rays[half], RAY_SHADOW, 4 * half);
+    RTCIntersectContext context = coherent();
+    rtcOccluded8(valid, m_root, &context, &query);
+    const auto hit = [&](unsigned half) { return _mm_movemask_ps(_mm_load_ps(query.tfar + 4 * half)); };  // -infinity
+    return lanes & static_cast<unsigned>(hit(0) | hit(1) << 4);
 }
 
 }  // namespace oxbeam

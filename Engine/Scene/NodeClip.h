@@ -31,6 +31,7 @@ struct NodeChannel {
 struct NodeClip {
     std::string name;
     float seconds = 0.0f;
+    bool straightened = false;  // in its file, some keys are gone between by steps or splines
     std::vector<NodeChannel> channels;
 };
 

@@ -468,7 +468,7 @@ void SceneGeometry::showPlaced() {
 void SceneGeometry::build(const std::string& isa, const std::atomic<bool>* stop) {
     prepare();
     showPlaced();
-    if (m_intersector) return update();
+    if (m_intersector) return update(stop);
     reserveStructure();
     auto intersector = std::make_unique<EmbreeIntersector>(isa);
     const bool moves = std::count(m_movable.begin(), m_movable.end(), true) > 0;
@@ -484,8 +484,9 @@ void SceneGeometry::build(const std::string& isa, const std::atomic<bool>* stop)
 }
 
 // What moves nothing asks for nothing.
-void SceneGeometry::update() {
+void SceneGeometry::update(const std::atomic<bool>* stop) {
     if (m_changed.empty() && !m_gone) return;
+    for (const unsigned instance : m_changed) m_intersector->prepareUpdate(instance, stop);
     m_boxes.resize(m_instances.size());
     for (const unsigned instance : m_changed) {
         m_intersector->update(instance);

@@ -93,8 +93,8 @@ public:
     // Prepares if that is yet to be done, and builds the structure on all threads that the caller's arena has. When
     // something has changed, it does what that asks for, and else nothing. `isa` is the instruction set to trace with: "sse2", "sse4.2", "avx",
     // "avx2" or "avx512". The first three find the same triangles; the last two may find another where two lie in the
-    // same place or a ray goes through an edge. Points on triangles have the same bits with all. Once `stop` is set, the first
-    // build ends soon in an Interruption; nothing is built then, and all can be built later.
+    // same place or a ray goes through an edge. Points on triangles have the same bits with all. Once `stop` is set, it ends
+    // soon in an Interruption; nothing is built or changed then, and all can be later.
     void build(const std::string& isa = defaultIsa(), const std::atomic<bool>* stop = nullptr);
     static std::string defaultIsa();
 
@@ -125,7 +125,7 @@ private:
     void removeMesh(unsigned mesh);
     void numberMeshes();
     Bounds boxOf(unsigned instance) const;
-    void update();
+    void update(const std::atomic<bool>* stop);
     void showPlaced();
     void findBounds();
     unsigned copyMesh(unsigned mesh, const Matrix& matrix);

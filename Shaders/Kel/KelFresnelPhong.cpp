@@ -165,6 +165,7 @@ void KelFresnelPhongShader::initFresnelTable() {
 void KelFresnelPhongShader::NewFrame() {
     KelPhongShader::NewFrame();
     if (isOpaque()) oxsBlockLight(this, typeid(KelFresnelPhongShader));
+    expectShadowRays(typeid(KelFresnelPhongShader));
     if (fresnelMethod != fresnelMethodSik)
         initFresnelTable();
     else if (fresnelMethod == 1 || fresnelMethod == 2)

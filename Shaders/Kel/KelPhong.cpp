@@ -156,6 +156,7 @@ void KelPhongShader::NewFrame() {
     }
     exponent = std::exp(shininess);
     if (isOpaque()) oxsBlockLight(this, typeid(KelPhongShader));
+    expectShadowRays(typeid(KelPhongShader));
 }
 
 bool KelPhongShader::isOpaque() const {

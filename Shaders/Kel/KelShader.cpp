@@ -67,6 +67,14 @@ bool KelShader::mayHaveHoles() const {
     return m_wireframe || !settings || settings->wireframe();
 }
 
+void KelShader::expectShadowRays(const std::type_info& type) const {
+    const auto* settings = dynamic_cast<const KelRenderingObject*>(m_ro);
+    if (!settings || !(m_receiveShadow || settings->receiveShadow())) return;
+    if (m_softShadows || m_fuzzyLights || settings->softShadows() || settings->fuzzyLights()) return;
+    const int offset = static_cast<int>(settings->getRayEpsilon());  // as kelShadowRay has it
+    oxsExpectShadowRays(this, type, static_cast<float>(offset));
+}
+
 bool KelShader::lightPasses(OxState* shadow, OxLight* light) {
     return lightPasses(shadow, light, softShadows(shadow) && !fuzzyLights(shadow));
 }

@@ -5,6 +5,8 @@
 #include "Oxbeam/OxShader.h"
 #include "Primitives/Vec.h"
 
+#include <typeinfo>
+
 struct OxState;
 
 // A shader's switch can turn a feature on for its surface, never off where it is on for the whole picture; in the
@@ -43,6 +45,8 @@ public:
 protected:
     // In this frame; for NewFrame, where no state tells.
     bool mayHaveHoles() const;
+    // For NewFrame of a class whose shadow rays are kelShadowRay's: tells the host, where they are not jittered.
+    void expectShadowRays(const std::type_info& type) const;
     // If the hit lies in the hole of a wireframe: hands back what is seen through it and answers true.
     bool shadeHole(OxState* state);
     // Shoots a shadow ray and asks the occluder, if any, whether the light passes. False: the light is blocked.

@@ -356,28 +356,67 @@ TEST(Geometry, NoModelIsTooSmallOrTooLargeForItsShadows) {
     }
 }
 
-TEST(SceneGeometry, ABuildThatIsStoppedCanBeDoneLater) {
-    TestWorld world;
+namespace {
+
+// So many triangles in the plane z = 0 about the origin that building their structure takes time.
+MeshData gridMesh() {
     MeshData grid;
     constexpr unsigned side = 200;
     for (unsigned i = 0; i <= side; ++i)
         for (unsigned j = 0; j <= side; ++j)
-            grid.positions.emplace_back(static_cast<float>(i), static_cast<float>(j), 0.0f);
+            grid.positions.emplace_back(static_cast<float>(i) - 100.0f, static_cast<float>(j) - 100.0f, 0.0f);
     for (unsigned i = 0; i < side; ++i)
         for (unsigned j = 0; j < side; ++j) {
             const unsigned a = i * (side + 1) + j;
             grid.indices.insert(grid.indices.end(), {a, a + 1, a + side + 2, a, a + side + 2, a + side + 1});
         }
-    place(world, grid, true, TranslationMatrix(R3(-100, -100, 0)));
-    place(world, std::move(grid), false, TranslationMatrix(R3(-100, -100, -1)));
+    return grid;
+}
+
+float depthOf(TestWorld& world) { return shoot(world, R3(0.3f, 0.2f, 5), R3(0, 0, -1)).hit.dist; }
+
+}  // namespace
+
+TEST(SceneGeometry, ABuildThatIsStoppedCanBeDoneLater) {
+    TestWorld world;
+    place(world, gridMesh(), true);
+    place(world, gridMesh(), false, TranslationMatrix(R3(0, 0, -1)));
     std::atomic<bool> stop{true};
     for (unsigned i = 0; i < 2; ++i)
         EXPECT_THROW(world.geometry.build(SceneGeometry::defaultIsa(), &stop), Interruption);
     stop = false;
     world.geometry.build(SceneGeometry::defaultIsa(), &stop);
     stop = true;  // nobody asks for it any more
-    EXPECT_FLOAT_EQ(shoot(world, R3(0.3f, 0.2f, 5), R3(0, 0, -1)).hit.dist, 5.0f);
-    world.geometry.moveInstance(0, TranslationMatrix(R3(-100, -100, 2)));
+    EXPECT_FLOAT_EQ(depthOf(world), 5.0f);
+    world.geometry.moveInstance(0, TranslationMatrix(R3(0, 0, 2)));
     world.geometry.build();
-    EXPECT_FLOAT_EQ(shoot(world, R3(0.3f, 0.2f, 5), R3(0, 0, -1)).hit.dist, 3.0f);
+    EXPECT_FLOAT_EQ(depthOf(world), 3.0f);
+}
+
+// Of what was built as one, what has moved gets a structure of its own, and what is new too.
+TEST(SceneGeometry, AChangeThatIsStoppedCanBeDoneLaterOrTakenBack) {
+    TestWorld world;
+    const unsigned first = place(world, gridMesh(), false);
+    place(world, gridMesh(), false, TranslationMatrix(R3(0, 0, -1)));
+    world.geometry.build();
+    const auto stopped = [&world] {
+        const std::atomic<bool> stop{true};
+        for (unsigned i = 0; i < 2; ++i)
+            EXPECT_THROW(world.geometry.build(SceneGeometry::defaultIsa(), &stop), Interruption);
+    };
+    world.geometry.moveInstance(first, TranslationMatrix(R3(0, 0, 2)));
+    stopped();
+    const unsigned added = place(world, gridMesh(), false, TranslationMatrix(R3(0, 0, 3)));
+    stopped();
+    world.geometry.build();
+    EXPECT_FLOAT_EQ(depthOf(world), 2.0f);
+
+    place(world, gridMesh(), true, TranslationMatrix(R3(0, 0, 4)));
+    stopped();
+    world.geometry.removeInstance(added + 1);
+    world.geometry.build();
+    EXPECT_FLOAT_EQ(depthOf(world), 2.0f);
+    world.geometry.removeInstance(added);
+    world.geometry.build();
+    EXPECT_FLOAT_EQ(depthOf(world), 3.0f);
 }
