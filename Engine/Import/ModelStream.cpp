@@ -152,10 +152,18 @@ void passMaterial(Stream& s, Material& m) {
     for (auto* texture : {&m.texture, &m.bumpMap, &m.emissiveTexture, &m.metalRoughTexture}) passTexture(s, *texture);
 }
 
+template <class Stream, class Flag>
+void passFlag(Stream& s, Flag& flag) {
+    std::uint8_t byte = flag;
+    s.plain(byte);
+    if constexpr (!std::is_const_v<Flag>) flag = byte != 0;
+}
+
 template <class Stream, class Clip>
 void passClip(Stream& s, Clip& clip) {
     s.text(clip.name);
     s.plain(clip.seconds);
+    passFlag(s, clip.straightened);
     s.each(clip.channels, [](auto& t, auto& channel) {
         t.plain(channel.node);
         const auto keys = [&](auto& of) {
@@ -208,9 +216,7 @@ void passModel(Stream& s, AnyModel& model) {
         t.plain(node.toParent);
     });
     s.each(model.clips, [](auto& t, auto& clip) { passClip(t, clip); });
-    std::uint8_t deforms = model.deforms;
-    s.plain(deforms);
-    if constexpr (!std::is_const_v<AnyModel>) model.deforms = deforms != 0;
+    passFlag(s, model.deforms);
     for (auto* texts : {&model.warnings, &model.files}) s.each(*texts, [](auto& t, auto& text) { t.text(text); });
     s.plain(model.up);
 }

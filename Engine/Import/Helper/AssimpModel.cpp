@@ -148,7 +148,7 @@ static NodeKeys<Value> toKeys(const Key* keys, unsigned count, double ticks, con
 static NodeClip toClip(const aiAnimation& from, const NodeNumbers& numbers,
                        const std::map<std::string, const aiNode*>& named) {
     const double ticks = from.mTicksPerSecond > 0.0 ? from.mTicksPerSecond : 25.0;
-    NodeClip clip{from.mName.C_Str(), 0.0f, {}};
+    NodeClip clip{from.mName.C_Str(), 0.0f, false, {}};
     for (unsigned i = 0; i < from.mNumChannels; ++i) {
         const aiNodeAnim& a = *from.mChannels[i];
         const auto node = named.find(a.mNodeName.C_Str());
@@ -363,6 +363,7 @@ Model readModel(const fs::path& file) {
     MaterialReader materials(*scene, *folder, gltf, model.warnings);
     const NodeNumbers nodes = scene->mNumAnimations > 0 ? addNodes(*scene, model) : NodeNumbers();
     if (!nodes.empty()) addClips(*scene, nodes, model);
+    for (std::size_t i = 0; gltf && i < model.clips.size(); ++i) model.clips[i].straightened = !gltf->isStraight(i);
     if (scene->mNumMaterials > 0) addGeometry(*scene, materials, rulesOf(ending, isGltf), nodes, model);
     if (ply) takePly(std::move(*ply), model);
     if (x3d) warnOfShapes(*x3d, model);

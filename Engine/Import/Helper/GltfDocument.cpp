@@ -205,6 +205,14 @@ Matrix GltfDocument::coordinateTransform(std::size_t material) const {
     return moved * turned * ScaleMatrix(R3(element(scale, 0, 1.0f), element(scale, 1, 1.0f), 1.0f));
 }
 
+bool GltfDocument::isStraight(std::size_t animation) const {
+    const json& samplers = at(entry(at(m_json, "animations"), animation), "samplers");
+    return !samplers.is_array() || std::ranges::all_of(samplers, [](const json& sampler) {
+        const std::string how = text(at(sampler, "interpolation"));
+        return how.empty() || how == "LINEAR";
+    });
+}
+
 std::vector<std::string> GltfDocument::unknownRequiredExtensions() const {
     static const std::vector<std::string> known = {"KHR_draco_mesh_compression", "KHR_lights_punctual",
                                                    "KHR_materials_clearcoat",    "KHR_materials_emissive_strength",

@@ -28,6 +28,8 @@ public:
     // Which set of texture coordinates the material takes, and how they are transformed, as (s, t) with t downwards.
     unsigned coordinateSet(std::size_t material) const;
     Matrix coordinateTransform(std::size_t material) const;
+    // Whether an animation goes straight from each key to the next, which the importer does not tell.
+    bool isStraight(std::size_t animation) const;
     // Extensions that the file cannot do without and nobody here knows.
     std::vector<std::string> unknownRequiredExtensions() const;
 

@@ -5,6 +5,7 @@
 #include "Engine/System/LastWords.h"
 
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -121,6 +122,15 @@ static bool isLack(const std::exception& e) {
            what.find("memory") != what.npos;
 }
 
+// A thread that cannot be had is the machine's lack, unless the file has taken what its stack would need.
+static bool isLackOfThreads(const std::exception& e) {
+    const auto* system = dynamic_cast<const std::system_error*>(&e);
+    if (!system || system->code() != std::errc::resource_unavailable_try_again) return false;
+    constexpr std::size_t stack = std::size_t{8} << 20;
+    void* room = mmap(nullptr, stack, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return room != MAP_FAILED && munmap(room, stack) == 0;
+}
+
 static Answer readWith(const FileReader& reader, const std::string& file, const ImportLimits& limits) {
     try {
         confine(limits, reader.needs(file));
@@ -130,7 +140,7 @@ static Answer readWith(const FileReader& reader, const std::string& file, const 
         return reader.failure("it takes more than " + std::to_string(limits.bytes >> 20) + " MiB of memory" +
                               reader.ifTooLarge);
     } catch (const std::exception& e) {
-        if (limitedFromOutside(limits.bytes) && isLack(e)) _exit(ReaderShort);
+        if (isLackOfThreads(e) || (limitedFromOutside(limits.bytes) && isLack(e))) _exit(ReaderShort);
         return reader.failure(*e.what() ? e.what() : "its reader gives no reason");
     }
 }
