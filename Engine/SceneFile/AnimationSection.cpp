@@ -105,9 +105,17 @@ std::optional<ParameterValue> valueOf(const std::string& text, const std::string
 // Of the ".." between the two values: outside of lists and texts, and not the points of numbers.
 std::size_t dotsOf(const std::string& text) {
     int depth = 0;
+    char mark = 0;  // that ends the text
     for (std::size_t i = 0; i + 1 < text.size(); ++i) {
-        depth += text[i] == '[' ? 1 : text[i] == ']' ? -1 : 0;
-        if (depth == 0 && text[i] == '.' && text[i + 1] == '.') return i;
+        const char c = text[i];
+        if (mark)
+            mark = c == mark ? 0 : mark;
+        else if (c == '"' || c == '\'')
+            mark = c;
+        else if (c == '[' || c == ']')
+            depth += c == '[' ? 1 : -1;
+        else if (depth == 0 && c == '.' && text[i + 1] == '.')
+            return i;
     }
     return std::string::npos;
 }

@@ -1,5 +1,7 @@
 #include "Engine/SceneFile/CameraSection.h"
 
+#include "Engine/Packages/Overrides.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -31,7 +33,7 @@ void CameraSection::readCamera(TableReader& reader, const std::string& place, bo
     if (reader.isList("focus"))
         focusOn(reader.vector("focus"));
     else
-        focusOn(reader.text("focus"));
+        focusOn(reader.text("focus", "a point, which is a list of 3 numbers, or the name of a mesh"));
     const CameraView& own = m_world.cameraViews[place] = {view, fov.value_or(CameraView().fov)};
     if (chosen) {
         m_world.view = own.view;
@@ -75,6 +77,16 @@ const std::vector<unsigned>* CameraSection::instancesOf(const Focus& focus, cons
     return nullptr;
 }
 
+// Of each camera, be it in force or not, so that a distance that it is given later is told from this one.
+void CameraSection::setDistance(const Focus& focus, CameraView& own, float distance) {
+    OxCamera& camera = dynamic_cast<OxCamera&>(m_world.places.objectAt(focus.camera));
+    if (focus.chosen && !overrides(camera, &OxCamera::setFocalDistance))
+        m_diagnostics.warning(focus.where, fmt::format("{}: 'focus' changes nothing: {} does not focus", focus.label,
+                                                       m_world.places.classAt(focus.camera).name));
+    own.focusedAt = distance;
+    camera.setFocalDistance(distance);
+}
+
 void CameraSection::focus(const Instances& instances) {
     for (const Focus& focus : m_focuses) {
         CameraView& own = m_world.cameraViews[focus.camera];
@@ -84,12 +96,13 @@ void CameraSection::focus(const Instances& instances) {
             own.focusOn = *found;
         else
             continue;
+        const auto distance = m_world.focalDistance(own, own.view);
         if (!own.view)
             focusError(focus, "needs 'position' and 'lookAt'");
-        else if (!m_world.focalDistance(own, own.view))
+        else if (!distance)
             focusError(focus, "lies behind the camera");
-        else if (focus.chosen && m_world.camera)
-            m_world.focusCamera();
+        else if (m_world.places.has(focus.camera))
+            setDistance(focus, own, *distance);
     }
 }
 

@@ -32,6 +32,7 @@ private:
     std::optional<View> viewOf(TableReader& reader);
     const std::vector<unsigned>* instancesOf(const Focus& focus, const Instances& instances);
     void focusError(const Focus& focus, const std::string& message);
+    void setDistance(const Focus& focus, CameraView& own, float distance);
 
     std::string m_file;
     const ObjectReader& m_objects;

@@ -93,6 +93,11 @@ MeshSection::Clip MeshSection::clipOf(TableReader& reader, const std::vector<Pla
                               fmt::format("{}: the file bends meshes by bones or morphs, which are "
                                           "not played; its nodes are",
                                           reader.label()));
+    if (found.clip && found.clip->straightened)
+        m_diagnostics.warning(reader.where("file"),
+                              fmt::format("{}: in its file, the clip '{}' goes between keys by steps or splines (STEP, "
+                                          "CUBICSPLINE); it is played straight from each to the next",
+                                          reader.label(), oneLine(found.clip->name)));
     return found;
 }
 
@@ -166,13 +171,15 @@ static Model shapeModel(unsigned shape, unsigned segments, const R2& uvScale) {
     return model;
 }
 
+static bool hasDistinctIds(TableReader& reader) { return reader.word("ids", {"ordered", "distinct"}) == 1u; }
+
 std::vector<PlacedPart> MeshSection::partsOf(TableReader& reader) {
     const auto file = reader.fileName("file");
     const auto shape = reader.word("shape", ShapeNames);
     const auto segments = reader.count("segments", 4, 1024);
     const auto uvScale = reader.pair("uvScale");
     const bool box = reader.word("coordinates", {"box"}).has_value();
-    m_world.geometry.distinctIds = reader.word("ids", {"ordered", "distinct"}) == 1u;
+    m_world.geometry.distinctIds = hasDistinctIds(reader);
     if (reader.has("file") == reader.has("shape")) {
         reader.error("shape", "needs either a 'file' or a 'shape'");
         return {};
@@ -223,12 +230,15 @@ void MeshSection::readGround(TableReader& reader, const std::string& place) {
     for (const char* key : {"segments", "up", "scale", "rotate", "matrix"})
         if (reader.has(key))
             reader.error(key, fmt::format("'{}' is not for a ground, which is level and has no end", key));
+    for (const char* key : {"coordinates", "shaders", "clip"})
+        if (reader.has(key)) reader.error(key, fmt::format("'{}' is for a 'file'", key));
     Ground ground;
     reader.text("shape");
     ground.name = reader.text("name");
     ground.point = reader.vector("translate").value_or(R3());
     ground.uvScale = reader.pair("uvScale").value_or(R2(1.0f, 1.0f));
     ground.visibility = visibilityOf(reader);
+    ground.distinctId = hasDistinctIds(reader);
     ground.place = place;
     ground.where = reader.where();
     reader.finish();
@@ -241,6 +251,7 @@ void MeshSection::placeGrounds() {
     for (const Ground& ground : m_grounds) {
         MeshData mesh = groundMesh(ground.point);
         for (R2& st : mesh.texCoords) st = R2(st.x * ground.uvScale.x, st.y * ground.uvScale.y);
+        m_world.geometry.distinctIds = ground.distinctId;
         const unsigned number = m_world.geometry.addMesh(std::move(mesh));
         m_meshPlaces.push_back(ground.where);
         const unsigned instance = m_world.geometry.addInstance(number, Matrix(), ground.shader, ground.visibility);

@@ -66,6 +66,7 @@ private:
         R2 uvScale;
         unsigned shader = 0;
         Oxuint visibility = RAY_ALL;
+        bool distinctId = false;
         std::optional<std::string> name;
         std::string place;
         SourceLocation where;

@@ -74,7 +74,7 @@ std::optional<float> TableReader::number(std::string_view key) {
     const toml::node* node = take(key);
     if (!node) return std::nullopt;
     const auto value = finite(*node);
-    if (!value) wrongKind(key, "a number");
+    if (!value) wrongKind(key, node->is_number() ? "a finite number" : "a number");
     return value;
 }
 
@@ -85,10 +85,10 @@ std::optional<float> TableReader::number(std::string_view key, float least, floa
     return std::nullopt;
 }
 
-std::optional<std::string> TableReader::text(std::string_view key) {
+std::optional<std::string> TableReader::text(std::string_view key, const char* expected) {
     const toml::node* node = take(key);
     if (!node) return std::nullopt;
-    if (!node->is_string()) return wrongKind(key, "a text"), std::nullopt;
+    if (!node->is_string()) return wrongKind(key, expected), std::nullopt;
     return **node->as_string();
 }
 
@@ -125,11 +125,14 @@ std::optional<std::vector<float>> TableReader::numbers(std::string_view key, std
     const toml::node* node = take(key);
     if (!node) return std::nullopt;
     std::vector<float> values;
-    if (const toml::array* array = node->as_array())
-        for (const toml::node& element : *array)
+    std::size_t kinds = 0;  // of the right kind, whatever their values
+    if (const toml::array* array = node->as_array(); array && array->size() == size)
+        for (const toml::node& element : *array) {
+            kinds += element.is_number();
             if (const auto value = finite(element)) values.push_back(*value);
-    if (values.size() == size && node->as_array()->size() == size) return values;
-    wrongKind(key, fmt::format("a list of {} numbers", size));
+        }
+    if (values.size() == size) return values;
+    wrongKind(key, fmt::format("a list of {} {}numbers", size, kinds == size ? "finite " : ""));
     return std::nullopt;
 }
 

@@ -33,7 +33,7 @@ public:
     std::optional<unsigned> count(std::string_view key, unsigned least, unsigned most);
     std::optional<float> number(std::string_view key);
     std::optional<float> number(std::string_view key, float least, float most);
-    std::optional<std::string> text(std::string_view key);
+    std::optional<std::string> text(std::string_view key, const char* expected = "a text");
     // The name of a file: a text without control characters, at which the system would cut it off or a terminal misread it.
     std::optional<std::string> fileName(std::string_view key);
     // One of several words; the answer is its index.

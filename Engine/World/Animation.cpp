@@ -111,9 +111,9 @@ static std::string wrongValue(const std::string& name, const ParameterValue& val
         std::all_of(numbers->begin(), numbers->end(), [](double n) { return std::isfinite(static_cast<float>(n)); });
     if (!fits)
         return fmt::format("'{}' is {}; expected {}", name, value.kind(),
-                           isFov     ? "a number"
-                           : isScale ? "a number or a list of 3 numbers"
-                                     : "a list of 3 numbers");
+                           isFov     ? "a finite number"
+                           : isScale ? "a finite number or a list of 3"
+                                     : "a list of 3 finite numbers");
     if (isFov && !((*numbers)[0] > 0.0 && (*numbers)[0] < 180.0)) return "'fov' must lie between 0 and 180 degrees";
     if (name == "lookUp" && (*numbers)[0] == 0.0 && (*numbers)[1] == 0.0 && (*numbers)[2] == 0.0)
         return "'lookUp' must have a length";

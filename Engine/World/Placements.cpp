@@ -21,7 +21,7 @@ const Placed& Placements::at(std::string_view place) const {
     if (found != m_placements.end()) return *found;
     std::vector<std::string> known;
     for (const Placed& placement : m_placements) known.push_back(placement.place);
-    throw NoSuchName("the scene has no '" + std::string(place) + "'" + didYouMean(place, known));
+    throw NoSuchName("the scene has no '" + std::string(place) + "'" + placeMeant(place, known));
 }
 
 Matrix Placing::matrix() const {

@@ -52,6 +52,17 @@ static std::pair<std::string_view, std::string_view> split(std::string_view path
     return {path.substr(0, dot), path.substr(dot + 1)};
 }
 
+std::string placeMeant(std::string_view wanted, const std::vector<std::string>& places) {
+    const auto ownName = [](const std::string& place) { return place.substr(place.rfind('.') + 1); };
+    const auto meant = [](const std::string& place) { return fmt::format("; did you mean '{}'?", place); };
+    for (const std::string& place : places)
+        if (ownName(place) == wanted) return meant(place);
+    if (std::string nearest = didYouMean(wanted, places); !nearest.empty()) return nearest;
+    for (const std::string& place : places)
+        if (!didYouMean(wanted, {ownName(place)}).empty()) return meant(place);
+    return {};
+}
+
 const ParameterDeclaration* parameterAt(const std::vector<Place>& places, std::string_view path) {
     const auto [place, parameter] = split(path);
     const auto matches = [&, wanted = place](const std::string& known) {
@@ -146,7 +157,7 @@ Places::Object& Places::at(std::string_view place) const {
     if (Object* found = find(place)) return *found;
     std::vector<std::string> known;
     for (const auto& object : m_objects) known.push_back(object->place.path);
-    throw NoSuchName(fmt::format("the scene has no '{}'{}", place, didYouMean(place, known)));
+    throw NoSuchName(fmt::format("the scene has no '{}'{}", place, placeMeant(place, known)));
 }
 
 std::pair<Places::Object*, const ParameterDeclaration*> Places::parameter(std::string_view path) const {

@@ -41,6 +41,8 @@ OXBEAM_API const std::vector<ObjectKind>& kindsAt(std::string_view place);
 // The declaration behind "shader.table.shininess" or, of all shaders together, "shader.*.shininess", those of models
 // among them; null where there is none.
 OXBEAM_API const ParameterDeclaration* parameterAt(const std::vector<Place>& places, std::string_view path);
+// "; did you mean 'shader.lacquer'?" for "shader.laquer", and for "lacquer" by itself; nothing where no place is near.
+OXBEAM_API std::string placeMeant(std::string_view wanted, const std::vector<std::string>& places);
 // Every name that can stand for a parameter at these places.
 OXBEAM_API std::vector<std::string> parameterPaths(const std::vector<Place>& places);
 

@@ -213,6 +213,15 @@ TEST(Animation, NodesOfAGltfMove) {
                 Contains("--clip 1: error: no model of the scene has this clip; there are 0 'slide'"));
     options.clip = "0";
     EXPECT_FALSE(loadFile(scratch() / "scene.toml", options).world->animation.empty());
+
+    std::string text = contentOf("slide.gltf");
+    const std::string straight = "\"output\": 5}";
+    text.replace(text.find(straight), straight.size(), "\"output\": 5, \"interpolation\": \"STEP\"}");
+    writeFile("slide.gltf", text);
+    EXPECT_THAT(loadText(scene).said, IsEmpty()) << "of what is not played";
+    EXPECT_THAT(loadText(scene + "clip = \"slide\"\n").said,
+                ElementsAre(HasSubstr("warning: mesh 0: in its file, the clip 'slide' goes between keys by steps or "
+                                      "splines (STEP, CUBICSPLINE); it is played straight")));
 }
 
 // Every corner of what is looked at stays in the picture; what is around the eye does not count.

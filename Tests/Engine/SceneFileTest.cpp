@@ -121,6 +121,24 @@ TEST(SceneFile, NothingFollowsTheSizeOfAGround) {
     EXPECT_EQ(reach.lower.y, -0.1f) << "every vertex, or shadow rays would start below it";
 }
 
+TEST(SceneFile, AGroundHasIdsOfItsOwnAndNothingOfFiles) {
+    const std::string mesh = "[[mesh]]\nshader = 'lid'\n", distinct = "ids = 'distinct'\n";
+    for (const bool own : {false, true}) {
+        const LoadedScene scene = loadAfterPreamble(mesh + "shape = 'ground'\n" + (own ? distinct : "") + mesh +
+                                                    "shape = 'box'\n" + (own ? "" : distinct));
+        ASSERT_THAT(scene.said, IsEmpty());
+        const auto& objects = scene.world->geometry.scene().objects;
+        EXPECT_EQ(objects[own ? 0 : 1]->id, own ? 0u : 1u) << "in the order in which they were made";
+        EXPECT_GT(objects[own ? 1 : 0]->id, 1u);
+    }
+    for (const std::string key : {"coordinates", "clip", "shaders"}) {
+        const std::string table =
+            key == "shaders" ? "shaders = ['lid', 'body']" : "shader = 'lid'\n" + key + " = 'box'";
+        EXPECT_THAT(loadAfterPreamble("[[mesh]]\nshape = 'ground'\n" + table).said,
+                    ElementsAre(HasSubstr("mesh 0: '" + key + "' is for a 'file'")));
+    }
+}
+
 TEST(SceneFile, MeshesOfOneSourceAreSharedByTheirInstances) {
     writeFile("tri.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 1e30 0 0\nf 1 2 3\nf 1 2 4\n");
     const std::string mesh = "[[mesh]]\nshader = 'lid'\n";

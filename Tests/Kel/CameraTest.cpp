@@ -94,6 +94,24 @@ TEST(CameraInAScene, FocusesOnPointsAndMeshes) {
     };
     for (const auto& [focus, said] : wrong)
         EXPECT_THAT(loadText(lens + focus + "\n" + balls).said, ElementsAre(std::string("scene.toml:") + said));
+    EXPECT_THAT(
+        loadText("[camera]\n" + view + "focus = 'ball'\n" + balls).said,
+        ElementsAre("scene.toml:4:9: warning: camera: 'focus' changes nothing: OxPerspectiveCamera does not focus"));
+}
+
+TEST(CameraInAScene, ADistanceThatWasSetByNameComesBeforeTheFocusWhicheverCameraIsInForce) {
+    const std::string text =
+        lens + view + "[camera.close]\nobject = 'KelDOFCamera'\n" + view + "focus = 'ball'\n" + balls;
+    for (const bool set : {false, true}) {
+        const LoadedScene scene = loadText(text);
+        World& world = *scene.world;
+        EXPECT_EQ(std::get<double>(world.places.get("camera.close.focalDistance").data), 8.0);
+        if (set) world.places.set("camera.close.focalDistance", {3.0, {}});
+        world.chooseCamera("camera.close");
+        world.geometry.build();
+        world.beginFrame();
+        EXPECT_EQ(static_cast<KelDOFCamera&>(*world.camera).focalDistance, set ? 3.0f : 8.0f);
+    }
 }
 
 TEST(CameraInAScene, OneOfSeveralIsChosenByItsName) {
