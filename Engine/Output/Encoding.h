@@ -11,6 +11,9 @@
 
 namespace oxbeam {
 
+// In small letters, with the dot.
+std::string extensionOf(const std::filesystem::path& file);
+
 struct Encoding {
     std::filesystem::path file;  // for messages
     std::string format;          // one of imageFormats()

@@ -29,9 +29,11 @@ struct Format {
     unsigned most;  // bits that it can have
     bool alpha;
     bool movie = false;
+    // Side, in pixels: JPEG's library's, GIF's 16 bits, and that of the encoder of H.264.
+    unsigned longest = std::numeric_limits<unsigned>::max();
 };
 
-static std::string extensionOf(const fs::path& file) {
+std::string extensionOf(const fs::path& file) {
     std::string extension = file.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return std::tolower(c); });
@@ -47,12 +49,15 @@ static Error noPicture(const fs::path& file) {
 }
 
 static const Format& formatOf(const fs::path& file) {
-    static const std::map<std::string, Format> formats = {
-        {".png", {"png", true, 16, true}},      {".jpg", {"jpg", true, 8, false}},
-        {".jpeg", {"jpg", true, 8, false}},     {".tif", {"tiff", true, 16, true}},
-        {".tiff", {"tiff", true, 16, true}},    {".exr", {"exr", false, 32, true}},
-        {".hdr", {"hdr", false, 32, false}},    {".gif", {"gif", true, 8, false, true}},
-        {".mp4", {"mp4", true, 8, false, true}}};
+    static const std::map<std::string, Format> formats = {{".png", {"png", true, 16, true}},
+                                                          {".jpg", {"jpg", true, 8, false, false, LongestJpegSide}},
+                                                          {".jpeg", {"jpg", true, 8, false, false, LongestJpegSide}},
+                                                          {".tif", {"tiff", true, 16, true}},
+                                                          {".tiff", {"tiff", true, 16, true}},
+                                                          {".exr", {"exr", false, 32, true}},
+                                                          {".hdr", {"hdr", false, 32, false}},
+                                                          {".gif", {"gif", true, 8, false, true, 65535}},
+                                                          {".mp4", {"mp4", true, 8, false, true, 16384}}};
     const auto found = formats.find(extensionOf(file));
     return found == formats.end() ? throw noPicture(file) : found->second;
 }
@@ -74,6 +79,13 @@ void checkImageFormat(const fs::path& file, const ImageOptions& options) {
     if (format.display && options.bits > format.most)
         throw Error(ExitStatus::Usage,
                     fmt::format("'{}' cannot have {} bits per channel", file.string(), options.bits));
+}
+
+void checkImageSize(const fs::path& file, unsigned width, unsigned height) {
+    const Format& format = formatOf(file);
+    if (std::max(width, height) > format.longest)
+        throw Error(ExitStatus::Usage, fmt::format("'{}' would have {} x {} pixels; {} has at most {} on a side",
+                                                   file.string(), width, height, extensionOf(file), format.longest));
 }
 
 // ---- Encoding

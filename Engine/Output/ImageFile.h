@@ -53,6 +53,8 @@ OXBEAM_API const std::vector<std::string>& imageFormats();
 // Throws Error(Usage) where nothing can be written under such a name: unknown extension, or bits that the format does
 // not have. For finding out before rendering.
 OXBEAM_API void checkImageFormat(const std::filesystem::path& file, const ImageOptions& options = {});
+// The same where its format has no pictures as large.
+OXBEAM_API void checkImageSize(const std::filesystem::path& file, unsigned width, unsigned height);
 
 // Begins to load, beside what else there is to do, what writing such a picture takes: for TIFF and HDR a tenth of a
 // second. For those who know early what they are going to write; throws Error(Usage) as the check does.

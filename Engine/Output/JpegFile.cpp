@@ -12,6 +12,8 @@
 
 namespace oxbeam {
 
+static_assert(LongestJpegSide == JPEG_MAX_DIMENSION);
+
 static constexpr int Quality = 92;  // of 100
 
 namespace {

@@ -5,6 +5,9 @@
 
 namespace oxbeam {
 
+// In pixels.
+inline constexpr unsigned LongestJpegSide = 65500;
+
 // Of three channels of 8 bits. Throws Error(InputOutput).
 void writeJpeg(FileSink& sink, const Encoding& picture);
 

@@ -4,13 +4,13 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Output/Encoding.h"
 #include "Engine/Output/PictureLibrary.h"
+#include "Engine/System/System.h"
 
 #include <fmt/format.h>
 
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,7 +22,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <span>
-#include <sstream>
 
 extern char** environ;
 
@@ -30,9 +29,9 @@ namespace oxbeam {
 
 namespace fs = std::filesystem;
 
-bool isMovie(const fs::path& file) { return file.extension() == ".gif" || file.extension() == ".mp4"; }
+static bool isMp4(const fs::path& file) { return extensionOf(file) == ".mp4"; }
 
-static bool isMp4(const fs::path& file) { return file.extension() == ".mp4"; }
+bool isMovie(const fs::path& file) { return isMp4(file) || extensionOf(file) == ".gif"; }
 
 // ---- GIF
 
@@ -64,20 +63,6 @@ private:
 // ---- MP4
 
 constexpr const char* Encoder = "ffmpeg";
-
-// Where the program is; nothing where it is nowhere. Not in the working folder, whatever the path says.
-std::string encoderProgram() {
-    const char* const path = std::getenv("PATH");
-    std::istringstream folders(path ? path : "");
-    for (std::string folder; std::getline(folders, folder, ':');) {
-        std::string program = folder + '/' + Encoder;
-        struct stat status {};
-        if (folder.starts_with('/') && access(program.c_str(), X_OK) == 0 && stat(program.c_str(), &status) == 0 &&
-            S_ISREG(status.st_mode))
-            return program;
-    }
-    return {};
-}
 
 // A descriptor that closes itself, and is not inherited.
 struct Descriptor {
@@ -165,7 +150,7 @@ private:
 
 // In a group of its own: who interrupts this process from a terminal does not mean the other to finish its file.
 void Mp4::start(std::vector<std::string> words) {
-    const std::string program = encoderProgram();
+    const fs::path program = programOnPath(Encoder);
     std::vector<char*> arguments = {const_cast<char*>(Encoder)};
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -194,7 +179,7 @@ void Mp4::start(std::vector<std::string> words) {
     posix_spawnattr_destroy(&attributes);
     if (problem == 0) return;
     m_child = -1;
-    throw cannotWrite(m_file, fmt::format("{} cannot be started: {}", program, std::strerror(problem)));
+    throw cannotWrite(m_file, fmt::format("{} cannot be started: {}", program.string(), std::strerror(problem)));
 }
 
 int Mp4::ended() {
@@ -232,7 +217,7 @@ void checkMovie(const fs::path& file, const ImageOptions& options) {
     if (options.bits != 8)
         throw Error(ExitStatus::Usage,
                     fmt::format("'{}' cannot have {} bits per channel", file.string(), options.bits));
-    if (isMp4(file) && encoderProgram().empty())
+    if (isMp4(file) && programOnPath(Encoder).empty())
         throw Error(
             ExitStatus::InputOutput,
             fmt::format("cannot write '{}': that takes the program {}, which is not installed; a name that ends in "

@@ -6,12 +6,29 @@
 
 #include <dlfcn.h>
 #include <sched.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <sstream>
+#include <system_error>
 #include <thread>
 
 namespace oxbeam {
+
+namespace fs = std::filesystem;
+
+fs::path programOnPath(const std::string& name) {
+    const char* const path = std::getenv("PATH");
+    std::istringstream folders(path ? path : "");
+    std::error_code problem;
+    for (std::string folder; std::getline(folders, folder, ':');)
+        if (fs::path file = fs::path(folder) / name;
+            folder.starts_with('/') && access(file.c_str(), X_OK) == 0 && fs::is_regular_file(file, problem))
+            return file;
+    return {};
+}
 
 Processor processor() {
     Processor found;

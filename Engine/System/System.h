@@ -13,6 +13,9 @@ namespace oxbeam {
 // The file that the engine was loaded from.
 OXBEAM_API std::filesystem::path engineLibrary();
 
+// Where a program is; nothing where it is nowhere. Never in the working folder, whatever the path says.
+OXBEAM_API std::filesystem::path programOnPath(const std::string& name);
+
 struct Processor {
     std::string model;
     std::vector<std::string> isas;  // that it has, of those that can be traced with

@@ -188,6 +188,13 @@ TEST(ImageFile, WhatAFormatCannotHoldIsAnError) {
     const fs::path file = scratch() / "wide.jpg";
     EXPECT_THAT(failure(ExitStatus::InputOutput, [&] { writeImage(file, 65501, 1, row); }), HasSubstr("65500"));
     EXPECT_FALSE(fs::exists(file));
+    const std::pair<const char*, unsigned> longest[] = {
+        {"a.jpg", 65500}, {"a.jpeg", 65500}, {"a.gif", 65535}, {"a.mp4", 16384}};
+    for (const auto& [name, side] : longest) {
+        checkImageSize(name, 1, side);
+        EXPECT_THAT(failure(ExitStatus::Usage, [&] { checkImageSize(name, side + 1, 1); }), HasSubstr("on a side"));
+    }
+    for (const char* name : {"a.png", "a.tif", "a.exr", "a.hdr"}) checkImageSize(name, 65536, 65536);
     // Nor has it room for alpha: colours are multiplied by that already.
     ImageOptions options;
     options.alpha = {{"A"}, [](std::size_t, float* to) { *to = 0.5f; }};

@@ -114,8 +114,8 @@ public:
         : m_proxy(sink, "movie.gif"),
           m_spec(static_cast<int>(width), static_cast<int>(height), 3, OIIO::TypeDesc::UINT8),
           m_output(OIIO::ImageOutput::create("gif")) {
-        // The format counts hundredths of a second.
-        const int rate[2] = {100, std::max(1, static_cast<int>(std::lround(100.0 / fps)))};
+        // The format counts hundredths of a second, in two bytes.
+        const int rate[2] = {100, static_cast<int>(std::lround(std::clamp(100.0 / fps, 1.0, 65535.0)))};
         m_spec.attribute("FramesPerSecond", OIIO::TypeRational, rate);
     }
 
