@@ -1,6 +1,7 @@
 #include "Apps/oxbeam/ChildProcess.h"
 
 #include "Engine/Diagnostics/Error.h"
+#include "Engine/System/System.h"
 
 #include <fmt/format.h>
 
@@ -11,9 +12,8 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <sstream>
+#include <fstream>
 
 namespace oxbeam {
 
@@ -21,12 +21,8 @@ namespace fs = std::filesystem;
 
 fs::path thisProgram() { return fs::read_symlink("/proc/self/exe"); }
 
-fs::path programOnPath(const std::string& name, const std::string& from) {
-    const char* path = std::getenv("PATH");
-    std::istringstream folders(path ? path : "");
-    for (std::string folder; std::getline(folders, folder, ':');)
-        if (fs::path file = fs::path(folder) / name; access(file.c_str(), X_OK) == 0 && fs::is_regular_file(file))
-            return file;
+fs::path requireProgram(const std::string& name, const std::string& from) {
+    if (fs::path file = programOnPath(name); !file.empty()) return file;
     throw Error(ExitStatus::InputOutput, fmt::format("there is no program '{}' on the path; {} has it", name, from));
 }
 
@@ -96,6 +92,14 @@ Answer answerOf(const fs::path& program, const std::vector<std::string>& words, 
     }
     answer.status = shellStatus(status);
     return answer;
+}
+
+std::string lastLineOf(const fs::path& log) {
+    std::ifstream stream(log);
+    std::string last;
+    for (std::string line; std::getline(stream, line);)
+        if (!line.empty()) last = line;
+    return last;
 }
 
 }  // namespace oxbeam

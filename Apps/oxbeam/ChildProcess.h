@@ -13,7 +13,7 @@ namespace oxbeam {
 // The file of this program.
 std::filesystem::path thisProgram();
 // Where a program is on the path; throws Error(InputOutput), with where to get it, if nowhere.
-std::filesystem::path programOnPath(const std::string& name, const std::string& from);
+std::filesystem::path requireProgram(const std::string& name, const std::string& from);
 
 // In a process group of its own, so that what a terminal sends reaches it only through this process; it is asked to end
 // where this process does, however.
@@ -41,5 +41,8 @@ struct Answer {
 };
 Answer answerOf(const std::filesystem::path& program, const std::vector<std::string>& words,
                 const std::filesystem::path& log);
+
+// The last line of a log that says anything, or "".
+std::string lastLineOf(const std::filesystem::path& log);
 
 }  // namespace oxbeam

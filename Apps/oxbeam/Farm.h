@@ -14,6 +14,7 @@ struct FarmCommand {
     std::optional<unsigned> jobs;  // parts at a time, on each machine; of Slurm, on all of them
     std::optional<unsigned> threads;
     std::optional<unsigned> timeLimit;  // seconds, of a try
+    std::string memoryLimit;            // of each process, or nothing
 };
 
 void addFarm(CLI::App& app, FarmCommand& command);

@@ -99,6 +99,8 @@ std::optional<Range> wholeAsked(const SequenceCommand& s) {
     return std::nullopt;
 }
 
+}  // namespace
+
 std::vector<unsigned> onlyThose(const std::vector<unsigned>& all, const std::string& only) {
     if (only.empty()) return all;
     std::vector<unsigned> some;
@@ -116,8 +118,6 @@ std::vector<unsigned> onlyThose(const std::vector<unsigned>& all, const std::str
     some.erase(std::unique(some.begin(), some.end()), some.end());
     return some;
 }
-
-}  // namespace
 
 std::optional<std::vector<unsigned>> framesAsked(const RenderCommand& command) {
     const SequenceCommand& s = command.sequence;
@@ -173,10 +173,7 @@ void checkSequence(const RenderCommand& command) {
     if (isMovie(command.output)) return checkMovie(command);
     if (s.missing && !hasFrame(command.output)) throw usage("--missing: expected {frame} in the name after -o");
     if (const auto frames = framesAsked(command); frames && frames->size() > 1 && !hasFrame(command.output))
-        throw usage(
-            fmt::format("-o '{}': {} frames need names of their own; expected {{frame}} in it, as "
-                        "picture.{{frame:04}}.png",
-                        command.output, frames->size()));
+        throw usage(fmt::format("-o '{}': {} frames need {}", command.output, frames->size(), NamesOfFrames));
 }
 
 // ---- A scene's
@@ -203,16 +200,14 @@ Frames::Frames(const RenderCommand& command, World& world) : m_command(command),
 // Of files that are written for each frame.
 void Frames::requireNames(bool asked) const {
     if (m_numbers.size() < 2) return;
-    const auto require = [&](const char* option, const std::string& file) {
+    const auto require = [&](const char* option, const std::string& file, const char* names) {
         if (!file.empty() && !hasFrame(file))
-            throw usage(
-                fmt::format("{} '{}': {} frames need names of their own; expected {{frame}} in it, as "
-                            "name.{{frame:04}}",
-                            option, file, m_numbers.size()));
+            throw usage(fmt::format("{} '{}': {} frames need {}", option, file, m_numbers.size(), names));
     };
-    if (asked && !isMovie(m_command.output)) require("-o", m_command.output);
-    require("--checkpoint", m_command.checkpoint);
-    require("--stats", m_command.stats);
+    constexpr const char* names = "names of their own; expected {frame} in it, as name.{frame:04}";
+    if (asked && !isMovie(m_command.output)) require("-o", m_command.output, NamesOfFrames);
+    require("--checkpoint", m_command.checkpoint, names);
+    require("--stats", m_command.stats, names);
 }
 
 // Over all frames that there are, and never just those that are to be rendered; only where nothing else says how many there

@@ -17,6 +17,8 @@ inline constexpr unsigned MostFrames = 1'000'000;
 // ---- Files
 
 // "turn.{frame:04}.png": {frame} stands for a frame's number, {frame:04} for it with zeros before it up to four digits.
+inline constexpr const char* NamesOfFrames =
+    "names of their own; expected {frame} in it, as picture.{frame:04}.png, or a name that ends in .gif or .mp4";
 bool hasFrame(const std::string& file);
 std::string fileOfFrame(const std::string& file, unsigned frame);
 
@@ -27,6 +29,9 @@ void checkSequence(const RenderCommand& command);
 // All that have to be rendered, in order, as far as the command line says it by itself: --frames, --turntable or --duration,
 // and --only of those. Nothing where the scene's own animation has to say it. Throws Error(Usage).
 std::optional<std::vector<unsigned>> framesAsked(const RenderCommand& command);
+
+// Those of all frames, which are in order, that --only names; all where it names none. Throws Error(Usage).
+std::vector<unsigned> onlyThose(const std::vector<unsigned>& all, const std::string& only);
 
 // The frames of a scene that was loaded for a command.
 class Frames {

@@ -37,6 +37,13 @@ fs::path Job::statistics(unsigned part, JobFrame frame) const {
     return folder / "results" / (nameOf(part, frame) + ".json");
 }
 
+std::vector<unsigned> Job::frames() const {
+    std::vector<unsigned> all;
+    for (const JobPart& part : parts) all.insert(all.end(), part.frames.begin(), part.frames.end());
+    std::ranges::sort(all);
+    return all;
+}
+
 // An absolute path stays as it is.
 RenderCommand Job::picture() const {
     RenderCommand made = pictureCommand(options);
@@ -69,11 +76,21 @@ static std::string partLines(const Job& job, const std::string& program) {
     return lines;
 }
 
+// A text that is only for reading may lose what is not UTF-8.
+static std::string readable(const std::string& text) {
+    return Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+static std::string textOf(const Json& json) try { return json.dump(2) + '\n'; } catch (const Json::type_error&) {
+    throw Error(ExitStatus::Usage,
+                "the scene, or a file that it reads, has a name that is not UTF-8, which a job cannot tell");
+}
+
 void writeJob(const Job& job, const std::string& program) {
     Json parts = Json::array();
     for (const JobPart& part : job.parts) parts.push_back(jsonOf(part));
     const Json json = {{"format", ThisFormat},
-                       {"command", job.command},
+                       {"command", readable(job.command)},
                        {"scene", job.scene},
                        {"options", job.options},
                        {"image", {job.image.width, job.image.height}},
@@ -85,7 +102,7 @@ void writeJob(const Job& job, const std::string& program) {
                        {"process_numbers", job.processNumbers},
                        {"parts", parts}};
     storeFile(job.folder / "parts", partLines(job, program));
-    storeFile(job.folder / "job.json", json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+    storeFile(job.folder / "job.json", textOf(json));
 }
 
 // ---- Reading
@@ -135,14 +152,10 @@ static bool coverOnce(const std::vector<JobPart>& parts, const ImageSize& image)
 }
 
 static bool haveFramesOnce(const Job& job) {
-    std::set<unsigned> frames;
-    std::size_t count = 0;
-    for (const JobPart& part : job.parts) {
-        if (part.frames.empty() || !coverOnce({part}, job.image)) return false;
-        frames.insert(part.frames.begin(), part.frames.end());
-        count += part.frames.size();
-    }
-    return frames.size() == count;
+    for (const auto& [number, w, share, frames] : job.parts)
+        if (frames.empty() || w.x0 || w.y0 || w.x1 != job.image.width || w.y1 != job.image.height) return false;
+    const std::vector<unsigned> all = job.frames();
+    return std::ranges::adjacent_find(all) == all.end();
 }
 
 static void check(const Job& job) {
@@ -178,16 +191,28 @@ Job readJob(const fs::path& folder) {
     }
 }
 
+void makeFolders(const Job& job) {
+    for (const fs::path& folder : {job.folder / "results", job.work()}) {
+        std::error_code problem;
+        fs::create_directories(folder, problem);
+        if (problem) throw cannotWrite(folder, problem.message());
+    }
+}
+
 // ---- Parts
 
-std::string numbersText(const std::vector<unsigned>& parts) {
+std::string numbersText(const std::vector<unsigned>& numbers) {
     std::vector<std::string> runs;
-    for (std::size_t first = 0, next; first < parts.size(); first = next) {
-        for (next = first + 1; next < parts.size() && parts[next] == parts[next - 1] + 1;) ++next;
-        runs.push_back(next == first + 1 ? std::to_string(parts[first])
-                                         : fmt::format("{}-{}", parts[first], parts[next - 1]));
+    for (std::size_t first = 0, next; first < numbers.size(); first = next) {
+        for (next = first + 1; next < numbers.size() && numbers[next] == numbers[next - 1] + 1;) ++next;
+        runs.push_back(next == first + 1 ? std::to_string(numbers[first])
+                                         : fmt::format("{}-{}", numbers[first], numbers[next - 1]));
     }
     return fmt::format("{}", fmt::join(runs, ", "));
+}
+
+std::string partsText(const std::vector<unsigned>& parts) {
+    return fmt::format("part{} {}", parts.size() == 1 ? "" : "s", numbersText(parts));
 }
 
 std::vector<unsigned> partsWithoutResult(const Job& job) {

@@ -45,6 +45,8 @@ struct Job {
     bool processNumbers = false;               // some object's random numbers are the whole process'
     std::vector<JobPart> parts;
 
+    // Of a sequence, in order.
+    std::vector<unsigned> frames() const;
     bool isSequence() const { return !parts.empty() && !parts.front().frames.empty(); }
     // Files of a part: its number with another ending, ".exr" or ".json".
     static std::string nameOf(unsigned part, JobFrame frame);
@@ -56,13 +58,18 @@ struct Job {
     RenderCommand picture() const;
 };
 
-// Writes job.json and parts into the folder, which is there; `program` is how the parts' lines begin.
+// Writes job.json and parts into the folder, which is there; `program` is how the parts' lines begin. Throws
+// Error(InputOutput), and Error(Usage) for names of files that are not UTF-8.
 void writeJob(const Job& job, const std::string& program);
 // Throws Error(InputOutput) where there is none, or a damaged one.
 Job readJob(const std::filesystem::path& folder);
+// Those for results and work, which many a way of copying leaves out where they are empty. Throws Error(InputOutput).
+void makeFolders(const Job& job);
 
 // "1-3, 7"
-std::string numbersText(const std::vector<unsigned>& parts);
+std::string numbersText(const std::vector<unsigned>& numbers);
+// "parts 1-3, 7"
+std::string partsText(const std::vector<unsigned>& parts);
 // Those without a result, by one look at the folder.
 std::vector<unsigned> partsWithoutResult(const Job& job);
 // How a sequence is told from a picture on the command line: some name that stands for all of its files.

@@ -2,6 +2,8 @@
 #include "Apps/oxbeam/ChildProcess.h"
 #include "Apps/oxbeam/Farm.h"
 #include "Apps/oxbeam/PartRunner.h"
+#include "Engine/Diagnostics/Diagnostics.h"
+#include "Engine/System/MemoryBudget.h"
 #include "Engine/System/Stopwatch.h"
 #include "Engine/System/System.h"
 
@@ -17,8 +19,6 @@ namespace oxbeam {
 
 namespace {
 
-constexpr double Grace = 10.0;  // seconds in which a part saves what it has
-
 class LocalRunner : public PartRunner {
 public:
     LocalRunner(const FarmCommand& command, const Job& job)
@@ -29,9 +29,11 @@ public:
     void begin(const std::vector<unsigned>& parts) override {
         m_waiting.assign(parts.begin(), parts.end());
         m_tries.clear();
+        m_ended.clear();
     }
     bool atWork() override;
     void stop() override;
+    std::vector<unsigned> ended() const override { return m_ended; }
 
 private:
     struct Try {
@@ -41,6 +43,7 @@ private:
         bool asked = false;  // to end
     };
 
+    std::vector<std::string> wordsOf(unsigned part) const;
     std::string log(unsigned part) const { return m_job.work() / fmt::format("{}.log", part); }
     void start(unsigned part);
     void end(unsigned part, int status);
@@ -52,28 +55,42 @@ private:
     std::optional<unsigned> m_threads;
     std::deque<unsigned> m_waiting;
     std::vector<Try> m_atWork;
+    std::vector<unsigned> m_ended;
     std::map<unsigned, unsigned> m_tries;
 };
 
+// What a process may take by default is shared by those that are at work together.
+std::vector<std::string> LocalRunner::wordsOf(unsigned part) const {
+    std::vector<std::string> words = partWords(m_command, m_job, std::to_string(part), m_threads);
+    const auto bytes = memoryLimit().bytes;
+    if (m_jobs > 1 && m_command.memoryLimit.empty() && bytes)
+        words.insert(words.end(), {"--memory-limit", std::to_string(*bytes / m_jobs)});
+    return words;
+}
+
 void LocalRunner::start(unsigned part) {
-    m_atWork.push_back(
-        {part, ChildProcess(thisProgram(), partWords(m_command, m_job, std::to_string(part), m_threads), log(part))});
+    m_atWork.push_back({part, ChildProcess(thisProgram(), wordsOf(part), log(part))});
     ++m_tries[part];
 }
 
-// A wrong command line, scene or package is so at every try.
+// A wrong command line, scene or package is so at every try, and of every part.
 void LocalRunner::end(unsigned part, int status) {
-    if (status == 0) return;
-    const bool again = (status < 2 || status > 4) && m_tries[part] <= m_command.retries;
-    std::cerr << fmt::format("oxbeam: warning: part {} ended with status {}{}; see '{}'\n", part, status,
-                             again ? " and is tried again" : "", log(part));
-    if (again) m_waiting.push_back(part);
+    if (status == 0) return m_ended.push_back(part);
+    const bool hopeless = status >= 2 && status <= 4, again = !hopeless && m_tries[part] <= m_command.retries;
+    std::cerr << printable(fmt::format("oxbeam: warning: part {} ended with status {}{}; see '{}': {}", part, status,
+                                       again ? " and is tried again" : "", log(part), lastLineOf(log(part))))
+              << '\n';
+    if (again) return m_waiting.push_back(part);
+    m_ended.push_back(part);
+    if (!hopeless) return;
+    m_ended.insert(m_ended.end(), m_waiting.begin(), m_waiting.end());
+    m_waiting.clear();
 }
 
 // One that was stopped has to go on to be able to save.
 void LocalRunner::limit(Try& one) const {
     if (!m_command.timeLimit || one.clock.seconds() < *m_command.timeLimit) return;
-    if (one.clock.seconds() > *m_command.timeLimit + Grace) return one.process.signal(SIGKILL);
+    if (one.clock.seconds() > *m_command.timeLimit + SavingSeconds) return one.process.signal(SIGKILL);
     if (one.asked) return;
     one.asked = true;
     one.process.signal(SIGTERM);

@@ -37,9 +37,13 @@ static void apply(const std::string& text) {
     setMemoryLimit(bytes);
 }
 
-void addMemoryLimit(CLI::App& subcommand) {
+void addMemoryLimit(CLI::App& subcommand, std::string* given) {
+    const auto take = [given](const std::string& text) {
+        apply(text);
+        if (given) *given = text;
+    };
     subcommand
-        .add_option_function<std::string>("--memory-limit", apply,
+        .add_option_function<std::string>("--memory-limit", take,
                                           "Take no more memory than this, as 512M or 4G, or none for no limit; 80% of "
                                           "what there is by default")
         ->type_name("SIZE");

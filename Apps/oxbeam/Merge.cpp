@@ -6,6 +6,8 @@
 #include "Apps/oxbeam/PartResult.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Apps/oxbeam/SharedOptions.h"
+#include "Engine/Output/Movie.h"
 #include "Engine/System/Interruption.h"
 #include "Engine/System/StoredFile.h"
 
@@ -23,31 +25,22 @@ namespace fs = std::filesystem;
 void addMerge(CLI::App& app, MergeCommand& command) {
     CLI::App* c = app.add_subcommand("merge", "Put the parts of a picture that was split together");
     c->add_option("DIR", command.job, "The job's folder")->required();
-    c->add_option("-o,--output", command.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
-        ->required()
-        ->type_name("FILE");
+    c->add_option("-o,--output", command.output, MergeOutputHelp)->required()->type_name("FILE");
     c->add_option("--only", command.only, "Some frames of a sequence, as 0..99: others may merge the rest")
         ->type_name("FRAMES");
     c->add_option("--stats", command.stats, "Write times and counts of all parts to a JSON file")->type_name("FILE");
     c->add_flag("--force", command.force, "Also where an object's random numbers are the whole process'");
     addMemoryLimit(*c);
-    c->add_flag("-q,--quiet", command.quiet, "Say nothing but errors and warnings");
+    addQuiet(*c, command.quiet);
 }
 
 namespace {
-
-std::string partsText(const std::vector<unsigned>& parts) {
-    return fmt::format("part{} {}", parts.size() == 1 ? "" : "s", numbersText(parts));
-}
 
 // Those of a job's frames that are to be merged; nothing for all, or where there are none. Throws Error(Usage).
 std::optional<std::vector<unsigned>> framesToMerge(const std::string& only, const Job& job) {
     if (only.empty()) return std::nullopt;
     if (!job.isSequence()) throw Error(ExitStatus::Usage, "--only is for sequences; the job is of one picture");
-    RenderCommand all;
-    all.sequence.frames = fmt::format("{}..{}", job.parts.front().frames.front(), job.parts.back().frames.back());
-    all.sequence.only = only;
-    return framesAsked(all);
+    return onlyThose(job.frames(), only);
 }
 
 class Merging {
@@ -70,7 +63,8 @@ private:
     void take(const JobPart& part, JobFrame frame);
     void lookForStrangers();
     void lookAtNumbers();
-    void write(const RenderCommand& picture, PictureFacts facts, const Film& film) const;
+    void write(const RenderCommand& picture, PictureFacts facts, const Film& film);
+    std::string written() const;
     void conclude();
 
     const MergeCommand& m_command;
@@ -79,6 +73,8 @@ private:
     ProgressLine m_progress;
     std::optional<std::vector<unsigned>> m_only;
     std::optional<Film> m_film;  // of the picture that is made of all
+    std::unique_ptr<Movie> m_movie;
+    std::size_t m_parts = 0, m_frames = 0;  // so far
     std::unique_ptr<PartResult> m_last;
     std::optional<PictureFacts> m_facts;
     double m_seconds = 0.0;
@@ -90,6 +86,7 @@ private:
 
 // The status is that of the first, but for parts that are only missing.
 void Merging::complain(ExitStatus status, const std::string& what) {
+    m_progress.clear();
     std::cerr << fmt::format("oxbeam: error: {}\n", printable(what));
     if (m_found.status == ExitStatus::Done || m_found.status == ExitStatus::Incomplete) m_found.status = status;
 }
@@ -114,6 +111,7 @@ void Merging::take(const JobPart& part, JobFrame frame) try {
     const Begun begun = result->film();
     const PartRecord& record = result->record();
     m_numbers.insert(begun.random);
+    ++m_frames;
     if (m_film) copyInto(*m_film, begun.film);
     if (!m_film) lookAtNumbers();
     if (!m_film && isGood()) write(Frames::commandOf(m_picture, *frame), record.facts, begun.film);
@@ -133,10 +131,13 @@ void Merging::lookForStrangers() {
     std::set<fs::path> known;
     for (const JobPart& part : m_job.parts)
         for (const JobFrame& frame : framesOf(part)) known.insert(m_job.result(part.number, frame));
-    for (const auto& entry : fs::directory_iterator(m_job.folder / "results"))
-        if (entry.path().extension() == ".exr" && !known.contains(entry.path()))
-            complain(ExitStatus::Usage, fmt::format("'{}' is foreign: the job, of {} parts, has none of it",
-                                                    entry.path().string(), m_job.parts.size()));
+    std::error_code missing;
+    std::set<fs::path> strangers;
+    for (const auto& entry : fs::directory_iterator(m_job.folder / "results", missing))
+        if (entry.path().extension() == ".exr" && !known.contains(entry.path())) strangers.insert(entry.path());
+    for (const fs::path& stranger : strangers)
+        complain(ExitStatus::Usage, fmt::format("'{}' is foreign: the job, of {} parts, has none of it",
+                                                stranger.string(), m_job.parts.size()));
 }
 
 // Numbers that are drawn once are the same for all, and some parts draw none.
@@ -150,10 +151,22 @@ void Merging::lookAtNumbers() {
              "merges them all the same");
 }
 
-void Merging::write(const RenderCommand& picture, PictureFacts facts, const Film& film) const {
+void Merging::write(const RenderCommand& picture, PictureFacts facts, const Film& film) {
     const ImageSize& image = m_job.image;
     facts.inputs["--crop"] = fmt::format("0,0,{},{}", image.width, image.height);
-    writeImage(picture.output, image.width, image.height, film.pixels(), pictureOptions(picture, facts, film));
+    const ImageOptions description = pictureOptions(picture, facts, film);
+    if (isMovie(picture.output) && !m_movie)
+        m_movie = Movie::create(picture.output, image.width, image.height, picture.sequence.fps);
+    if (m_movie)
+        m_movie->add(film.pixels(), description);
+    else
+        writeImage(picture.output, image.width, image.height, film.pixels(), description);
+}
+
+std::string Merging::written() const {
+    const auto& [width, height] = m_job.image;
+    return m_job.isSequence() ? fmt::format("{} ({} frames of {} x {})", m_command.output, m_frames, width, height)
+                              : fmt::format("{} ({} x {})", m_command.output, width, height);
 }
 
 void Merging::conclude() {
@@ -161,14 +174,14 @@ void Merging::conclude() {
         m_facts->seconds = m_seconds;
         write(m_picture, *m_facts, *m_film);
     }
-    if (m_statistics.empty()) return;  // no frame was wanted
-    m_statistics["parts"] = m_job.parts.size();
+    if (m_movie) m_movie->finish();
+    m_statistics["parts"] = m_parts;
     if (!m_command.stats.empty()) storeFile(m_command.stats, m_statistics.dump(2) + '\n');
-    m_progress.step(fmt::format("merged {} parts: {} rays, {:.2f} s of rendering, {:.2f} s of loading and building",
-                                m_job.parts.size(), m_statistics["rays"]["total"].get<std::uint64_t>(),
+    m_progress.step(fmt::format("merged {} part{}: {} rays, {:.2f} s of rendering, {:.2f} s of loading and building",
+                                m_parts, m_parts == 1 ? "" : "s", m_statistics["rays"]["total"].get<std::uint64_t>(),
                                 m_statistics["render_s"].get<double>(),
                                 m_statistics["load_s"].get<double>() + m_statistics["build_s"].get<double>()));
-    m_progress.step(fmt::format("wrote {} ({} x {})", m_command.output, m_job.image.width, m_job.image.height));
+    m_progress.step("wrote " + written());
 }
 
 std::vector<JobFrame> Merging::wantedOf(const JobPart& part) const {
@@ -196,11 +209,15 @@ Unmerged Merging::run() {
         m_film.emplace(Window{0, 0, m_job.image.width, m_job.image.height}, m_job.layers, m_job.alpha);
     lookForMissing();
     lookForStrangers();
-    for (const JobPart& part : m_job.parts)
-        for (const JobFrame& frame : wantedOf(part)) {
+    for (const JobPart& part : m_job.parts) {
+        const std::vector<JobFrame> wanted = wantedOf(part);
+        m_parts += wanted.empty() ? 0 : 1;
+        for (const JobFrame& frame : wanted) {
             if (stopWanted()) throw Interruption("interrupted; the parts are as they were");
             if (isThere(part, frame)) take(part, frame);
         }
+        m_progress.update(part.number / static_cast<double>(m_job.parts.size()), "merging");
+    }
     lookAtNumbers();
     if (isGood()) conclude();
     return m_found;
@@ -209,11 +226,22 @@ Unmerged Merging::run() {
 }  // namespace
 
 static void checkName(const MergeCommand& command, const Job& job) {
-    if (job.isSequence() == hasFrame(command.output)) return;
-    const char* why = job.isSequence() ? "the job's frames need names of their own; expected {frame} in it, as "
-                                         "picture.{frame:04}.png"
-                                       : "the job is of one picture; expected no {frame} in its name";
-    throw Error(ExitStatus::Usage, fmt::format("-o '{}': {}", command.output, why));
+    const bool frames = hasFrame(command.output), movie = isMovie(command.output);
+    const std::string why = frames && movie ? "one file holds all frames; expected no {frame}"
+                            : job.isSequence()
+                                ? frames || movie ? "" : fmt::format("the job's frames need {}", NamesOfFrames)
+                            : frames || movie ? "the job is of one picture; expected a picture's name, without {frame}"
+                                              : "";
+    if (!why.empty()) throw Error(ExitStatus::Usage, fmt::format("-o '{}': {}", command.output, why));
+}
+
+// Whatever lies there is taken for a part's.
+static void requireElsewhere(const std::string& output, const Job& job) {
+    std::error_code problem;
+    const fs::path results = fs::weakly_canonical(job.folder / "results", problem);
+    if (storedAt(output).parent_path() == results)
+        throw Error(ExitStatus::Usage,
+                    fmt::format("-o '{}': '{}' is for the films of the parts alone", output, results.string()));
 }
 
 // Of a sequence, the first frame speaks for all.
@@ -222,7 +250,11 @@ void checkMergeOutput(const MergeCommand& command) {
     checkName(command, job);
     RenderCommand picture = job.picture();
     picture.output = fileOfFrame(command.output, framesOf(job.parts.front()).front().value_or(0));
-    checkOutput(picture.output, {picture.bits});
+    if (isMovie(picture.output))
+        checkMovie(picture.output, {picture.bits});
+    else
+        checkOutput(picture.output, {picture.bits});
+    checkImageSize(picture.output, job.image.width, job.image.height);
     if (!command.stats.empty()) checkWritable(command.stats);
     if (job.alpha) checkAlpha(picture);
     NamedFiles inputs = {{"the job", job.folder / "job.json"}, {"the scene", picture.scene}};
@@ -231,6 +263,7 @@ void checkMergeOutput(const MergeCommand& command) {
     NamedFiles outputs = {{"--output", picture.output}};
     if (!command.stats.empty()) outputs.push_back({"--stats", command.stats});
     requireApart(outputs, inputs);
+    requireElsewhere(picture.output, job);
 }
 
 Unmerged tryMerge(const MergeCommand& command) {

@@ -18,6 +18,9 @@ struct MergeCommand {
     bool quiet = false;
 };
 
+inline constexpr const char* MergeOutputHelp =
+    "Picture to write: .png, .jpg, .tif, .exr or .hdr; of a sequence, with {frame:04} for the number in its name, or a "
+    ".gif or .mp4 of all frames";
 void addMerge(CLI::App& app, MergeCommand& command);
 ExitStatus runMerge(const MergeCommand& command);
 

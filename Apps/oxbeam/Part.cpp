@@ -6,6 +6,7 @@
 #include "Apps/oxbeam/PartResult.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Apps/oxbeam/SharedOptions.h"
 #include "Engine/System/Hash.h"
 
 #include <CLI/CLI.hpp>
@@ -28,12 +29,11 @@ void addPart(CLI::App& app, PartCommand& command) {
     CLI::App* c = app.add_subcommand("part", "Render one part of a picture that was split, or the rest of it");
     c->add_option("DIR", command.job, "JOB/NUMBER, or the job's folder")->required();
     c->add_option("NUMBER", command.number, "Which part, where the folder alone is given");
-    c->add_option("--threads", command.threads, "Rendering threads, 1 to 48; every processor by default")
-        ->type_name("N");
+    addThreads(*c, command.threads);
     c->add_option("--checkpoint-every", command.checkpointEvery, "Seconds between two saves, instead of 30")
         ->type_name("SECONDS");
     addMemoryLimit(*c);
-    c->add_flag("-q,--quiet", command.quiet, "Say nothing but errors and warnings");
+    addQuiet(*c, command.quiet);
 }
 
 namespace {
@@ -163,7 +163,8 @@ std::optional<Begun> PartFilm::begun() {
             best.emplace(std::move(some));
             m_saving.follow(checkpoint);
         } catch (const std::exception& e) {
-            std::cerr << fmt::format("oxbeam: warning: not gone on with: {}\n", printable(e.what()));
+            if (fs::exists(file))  // or whoever ended with the part meanwhile has taken it away
+                std::cerr << fmt::format("oxbeam: warning: not gone on with: {}\n", printable(e.what()));
         }
     return best;
 }
@@ -177,9 +178,10 @@ nlohmann::ordered_json PartFilm::statistics(const RenderStatistics& counted) con
     return sum;
 }
 
-// Under names of its own first: of two processes that end with the part, either may be the last.
+// Under names of its own first: of two processes that end with the part, either may be the last. They are not those of
+// leftovers, which the other takes away.
 void PartFilm::finish(const RenderResult& result) {
-    const fs::path own = m_job.work() / fmt::format("{}-{}", m_checkpoint.stem().string(), getpid());
+    const fs::path own = m_job.work() / fmt::format("done-{}-{}", m_checkpoint.stem().string(), getpid());
     m_command.checkpoint = own.string() + ".exr";
     if (!m_saving.save(result.film, result.statistics)) throw cannotWrite(m_command.checkpoint, "the part is not done");
     const unsigned part = m_studio.part.number;
@@ -288,7 +290,7 @@ ExitStatus runPart(const PartCommand& command, const Registry& registry) {
         progress.step(fmt::format("part {} was done before: {}", part.number, last.string()));
         return ExitStatus::Done;
     }
-    for (const fs::path& folder : {job.work(), last.parent_path()}) fs::create_directories(folder);
+    makeFolders(job);
     return leave(renderFilms(job, part, wanted, commandOf(job, part, command), registry, progress));
 }
 

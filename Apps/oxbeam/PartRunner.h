@@ -12,6 +12,9 @@ namespace oxbeam {
 
 struct FarmCommand;
 
+// In which a part that is asked to end saves what it has; then it is killed.
+inline constexpr unsigned SavingSeconds = 10;
+
 class PartRunner {
 public:
     virtual ~PartRunner() = default;
@@ -21,6 +24,11 @@ public:
     virtual bool atWork() = 0;
     // Ends them, after they have saved what they have; returns when that is so.
     virtual void stop() = 0;
+    // Parts that have been tried to the end: done, or as often as they may be, or where no other try would help. What is
+    // neither there nor among these was lost.
+    virtual std::vector<unsigned> ended() const = 0;
+    // What tells why some of those are not done; nothing where that was said.
+    virtual std::filesystem::path log() const { return {}; }
     // How a merge ended that was done along with the parts; nothing where there is none.
     virtual std::optional<int> mergeStatus() const { return std::nullopt; }
 };

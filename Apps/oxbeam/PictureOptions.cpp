@@ -14,13 +14,8 @@ static void addSequence(CLI::App& c, RenderCommand& r) {
     c.add_option("--only", s.only, "Some frames of the sequence, as 7,9..12, with the very same bits")
         ->type_name("FRAMES");
     c.add_option("--turntable", s.turntable, "Go round the model or scene in so many frames")->type_name("N");
-    c.add_option("--animate", s.animate,
-                 "Change a parameter over time, as light.0.intensity=[0,0,0]..[9,9,9]@smooth; "
-                 "may be repeated")
-        ->type_name("PLACE.PARAM=FROM..TO[@ease]")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRepeated(c, "--animate", s.animate, "Change a parameter over time, as light.0.intensity=[0,0,0]..[9,9,9]@smooth")
+        ->type_name("PLACE.PARAM=FROM..TO[@ease]");
     c.add_option("--clip", s.clip, "Play this animation of the model's file: its name or number")->type_name("NAME");
     c.add_option("--fps", s.fps, "Frames per second: frame F shows second F/FPS; 24 by default")->type_name("FPS");
     c.add_option("--duration", s.duration, "How long the sequence is, from second 0 on")->type_name("SECONDS");
@@ -34,11 +29,7 @@ void addPictureOptions(CLI::App& c, RenderCommand& r) {
     c.add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
     c.add_option("--aov", r.aov, "Layers beside the picture, in an EXR")
         ->type_name("depth,normal,albedo,object,samples");
-    c.add_option("--set", r.set, "Set a parameter over the scene, as shader.table.shininess=64; may be repeated")
-        ->type_name("PLACE.PARAM=VALUE")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addSettings(c, r.set);
     c.add_option("--bits", r.bits, "Bits per channel of a PNG or TIFF, 8 or 16")->type_name("8|16");
     c.add_option("--exposure", r.exposure, "Of a PNG, JPEG or TIFF: brightness in EV, each of which doubles the light")
         ->type_name("EV");

@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <iostream>
+#include <utility>
 
 namespace oxbeam {
 
@@ -29,7 +30,8 @@ bool ProgressLine::isDue() {
 void ProgressLine::draw(double done, const std::string& what) {
     m_drawn = true;
     const double elapsed = m_rendering.seconds();
-    const std::string remaining = done > 0.0 ? clockTime(elapsed * (1.0 - done) / done) : "?";
+    const double gained = done - m_before;
+    const std::string remaining = gained > 0.0 ? clockTime(elapsed * (1.0 - done) / gained) : "?";
     std::cerr << fmt::format("\r\x1b[K{:5.1f}%  {} elapsed, {} to go, {}", 100.0 * done, clockTime(elapsed), remaining,
                              what)
               << std::flush;
@@ -50,23 +52,34 @@ void ProgressLine::update(double done, const std::string& what) {
 
 void ProgressLine::expect(unsigned frames) {
     m_frames = frames;
-    m_rendering = Stopwatch();
+    begin(0.0);
 }
 
 void ProgressLine::frameDone(const std::string& what) {
-    const Stopwatch begun = m_rendering;
     ++m_framesDone;
-    const double left = begun.seconds() * (m_frames - m_framesDone) / m_framesDone;
-    step(m_framesDone < m_frames ? fmt::format("{}, {} to go", what, clockTime(left)) : what);
-    m_rendering = begun;  // all of them are one work
+    const double left = m_rendering.seconds() * (m_frames - m_framesDone) / m_framesDone;
+    note(m_framesDone < m_frames ? fmt::format("{}, {} to go", what, clockTime(left)) : what);
 }
 
 void ProgressLine::step(const std::string& what) {
+    note(what);
+    begin(0.0);
+}
+
+void ProgressLine::note(const std::string& what) {
     if (m_quiet) return;
-    if (m_drawn) std::cerr << "\r\x1b[K";
-    m_drawn = false;
+    clear();
     std::cerr << oneLine(what) << std::endl;
+}
+
+void ProgressLine::clear() {
+    if (std::exchange(m_drawn, false)) std::cerr << "\r\x1b[K" << std::flush;
+}
+
+void ProgressLine::begin(double done) {
+    m_before = done;
     m_rendering = Stopwatch();
+    m_lastDrawn = -1.0;
 }
 
 }  // namespace oxbeam

@@ -152,6 +152,7 @@ static bool needFilm(const std::vector<Aov>& aovs) {
 MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image) {
     const Window window =
         command.crop.empty() ? Window{0, 0, image.width, image.height} : parseCrop(command.crop, image);
+    checkImageSize(pictureName(command), window.width(), window.height());
     const std::vector<Aov> aovs = parseAovs(command.aov);
     // The colours and what they are encoded to; with layers, those, all pixel by pixel, and the file.
     constexpr std::uint64_t colors = 2 * sizeof(R3), layers = 3 * sizeof(AovSample);

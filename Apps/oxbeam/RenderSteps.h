@@ -80,7 +80,7 @@ void choosePicture(const RenderCommand& command, World& world);
 // Without a world where the scene is bad. `changeable` is SceneFileOptions'.
 Prepared prepare(const RenderCommand& command, const Registry& registry, bool changeable = false, const Say& say = {});
 // Charges what it takes to make a picture of the command's film and write it, for as long as that is kept; the film must
-// have room beside it now.
+// have room beside it now, and the file's format pictures as large.
 MemoryCharge reservePicture(const RenderCommand& command, const ImageSize& image);
 void build(World& world, Workers& workers, const std::string& isa);
 void warnOfBadResults(const RenderStatistics& statistics);

@@ -38,6 +38,32 @@ inline void addModelOptions(CLI::App& c, ModelCommand& m) {
     addUp(c, m);
 }
 
+// An option that may be repeated, with one value each time.
+inline CLI::Option* addRepeated(CLI::App& c, const std::string& name, std::vector<std::string>& values,
+                                const std::string& help) {
+    return c.add_option(name, values, help + "; may be repeated")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+inline void addSettings(CLI::App& c, std::vector<std::string>& settings) {
+    addRepeated(c, "--set", settings, "Set a parameter over the scene, as shader.table.shininess=64")
+        ->type_name("PLACE.PARAM=VALUE");
+}
+
+inline void addPackagePath(CLI::App& c, std::vector<std::string>& folders) {
+    addRepeated(c, "--package-path", folders, "Another directory with packages")->type_name("DIR");
+}
+
+inline void addThreads(CLI::App& c, std::optional<unsigned>& threads) {
+    c.add_option("--threads", threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
+}
+
+inline void addQuiet(CLI::App& c, bool& quiet) {
+    c.add_flag("-q,--quiet", quiet, "Say nothing but errors and warnings");
+}
+
 inline void addImportLimit(CLI::App& c, std::optional<unsigned>& seconds) {
     c.add_option("--import-limit", seconds, "What reading a model may take, instead of 20 and more for a large file")
         ->type_name("SECONDS");

@@ -14,7 +14,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
+#include <iterator>
 
 namespace oxbeam {
 
@@ -25,18 +27,23 @@ namespace {
 constexpr const char* From = "Slurm, Debian's package 'slurm-client',";
 
 // What a scheduler does with a task that is lost, as one whose node goes down, is begun again by who farms; what a part
-// ends with, the task deals with itself.
+// ends with, the task deals with itself. Files bear the jobs' name: of a farm that was killed, some may still be at work.
 class SlurmRunner : public PartRunner {
 public:
     SlurmRunner(const FarmCommand& command, const Job& job)
-        : m_command(command), m_job(job), m_submit(programOnPath("sbatch", From)),
-          m_queue(programOnPath("squeue", From)), m_cancel(programOnPath("scancel", From)),
-          m_control(programOnPath("scontrol", From)), m_log(job.work() / "slurm.log"),
+        : m_command(command), m_job(job), m_submit(requireProgram("sbatch", From)),
+          m_queue(requireProgram("squeue", From)), m_cancel(requireProgram("scancel", From)),
+          m_control(requireProgram("scontrol", From)), m_log(job.work() / "slurm.log"),
           m_name(fmt::format("oxbeam-{:08x}-{}", static_cast<std::uint32_t>(hashOf(job.folder.string())), getpid())) {}
+    ~SlurmRunner() override;
+    SlurmRunner(const SlurmRunner&) = delete;
+    SlurmRunner& operator=(const SlurmRunner&) = delete;
 
     void begin(const std::vector<unsigned>& parts) override;
     bool atWork() override;
     void stop() override;
+    std::vector<unsigned> ended() const override;
+    fs::path log() const override { return m_log; }
     std::optional<int> mergeStatus() const override;
 
 private:
@@ -44,7 +51,7 @@ private:
     std::vector<std::string> common() const;
     std::size_t longestArray() const;
     void writeScripts(const std::vector<unsigned>& parts) const;
-    fs::path file(const char* name) const { return m_job.work() / name; }
+    fs::path file(const char* name) const { return m_job.work() / fmt::format("{}.{}", m_name, name); }
 
     const FarmCommand& m_command;
     const Job& m_job;
@@ -54,12 +61,24 @@ private:
     bool m_atWork = false;
 };
 
+constexpr std::array Files = {"task", "merge", "parts", "ended", "merged"};
+
+// Nothing is left in the queue, whatever went wrong.
+SlurmRunner::~SlurmRunner() {
+    std::error_code none;
+    try {
+        if (m_atWork) answerOf(m_cancel, {"--name=" + m_name}, m_log);
+        for (const char* name : Files) fs::remove(file(name), none);
+    } catch (const std::exception&) {  // there is no more to be done
+    }
+}
+
 // Its number; throws Error(InputOutput) where the scheduler does not take it.
 std::string SlurmRunner::submit(const std::vector<std::string>& words) const {
     const Answer answer = answerOf(m_submit, words, m_log);
     if (answer.status != 0)
-        throw Error(ExitStatus::InputOutput,
-                    fmt::format("sbatch ended with status {}; see '{}'", answer.status, m_log.string()));
+        throw Error(ExitStatus::InputOutput, fmt::format("sbatch ended with status {}; see '{}': {}", answer.status,
+                                                         m_log.string(), lastLineOf(m_log)));
     return answer.text.substr(0, answer.text.find_first_of(";\n"));
 }
 
@@ -81,9 +100,11 @@ while :; do
     status=$?
     [ $status -eq 0 ] && exit 0
     # What is wrong with the scene or a package is so at every try.
-    [ $status -ge 2 ] && [ $status -le 4 ] && exit $status
-    [ $((try += 1)) -gt {retries} ] && exit $status
+    [ $status -ge 2 ] && [ $status -le 4 ] && break
+    [ $((try += 1)) -gt {retries} ] && break
 done
+echo "$part" >>{ended}
+exit $status
 )";
 
 static const char* const MergeScript = R"(#!/bin/sh
@@ -98,30 +119,37 @@ void SlurmRunner::writeScripts(const std::vector<unsigned>& parts) const {
     words.erase(number, words.end());
     words.insert(words.begin(), thisProgram());
     const std::string limit =
-        m_command.timeLimit ? fmt::format("timeout --kill-after=10 {} ", *m_command.timeLimit) : "";
-    storeFile(file("slurm.task"),
-              fmt::format(fmt::runtime(std::string(TaskScript)), fmt::arg("list", shellText({file("slurm.parts")})),
+        m_command.timeLimit ? fmt::format("timeout --kill-after={} {} ", SavingSeconds, *m_command.timeLimit) : "";
+    storeFile(file("task"),
+              fmt::format(fmt::runtime(std::string(TaskScript)), fmt::arg("list", shellText({file("parts")})),
                           fmt::arg("limit", limit), fmt::arg("part", shellText(words)),
                           fmt::arg("options", after.empty() ? "" : ' ' + shellText(after)),
-                          fmt::arg("retries", m_command.retries)));
+                          fmt::arg("retries", m_command.retries), fmt::arg("ended", shellText({file("ended")}))));
     const MergeCommand& m = m_command.merge;
     std::vector<std::string> merge = {thisProgram(), "merge", m_job.folder, "-o", fs::absolute(m.output)};
     if (!m.stats.empty()) merge.insert(merge.end(), {"--stats", fs::absolute(m.stats)});
     if (m.force) merge.push_back("--force");
-    storeFile(file("slurm.merge"),
-              fmt::format(fmt::runtime(std::string(MergeScript)), fmt::arg("merge", shellText(merge)),
-                          fmt::arg("status", shellText({file("slurm.merged")}))));
-    storeFile(file("slurm.parts"), fmt::format("{}\n", fmt::join(parts, "\n")));
+    if (!m_command.memoryLimit.empty()) merge.insert(merge.end(), {"--memory-limit", m_command.memoryLimit});
+    storeFile(file("merge"), fmt::format(fmt::runtime(std::string(MergeScript)), fmt::arg("merge", shellText(merge)),
+                                         fmt::arg("status", shellText({file("merged")}))));
+    storeFile(file("parts"), fmt::format("{}\n", fmt::join(parts, "\n")));
 }
 
-// A part has a machine to itself unless it is said how many threads it is to have.
+// A file's name where % stands for something, unless there is a backslash in it, which then does.
+static std::string pattern(const fs::path& file) {
+    const char mark = file.string().find('\\') == std::string::npos ? '%' : '\\';
+    std::string text;
+    for (const char c : file.string()) text.append(c == mark ? 2 : 1, c);
+    return text;
+}
+
 std::vector<std::string> SlurmRunner::common() const {
-    return {"--parsable", "--job-name=" + m_name, "--open-mode=append", "--chdir=/"};
+    return {"--parsable", "--job-name=" + m_name, "--open-mode=append", "--chdir=/", "--output=" + pattern(m_log)};
 }
 
 void SlurmRunner::begin(const std::vector<unsigned>& parts) {
     std::error_code none;
-    fs::remove(file("slurm.merged"), none);
+    for (const char* name : {"ended", "merged"}) fs::remove(file(name), none);
     writeScripts(parts);
     std::vector<std::string> arrays;
     const std::size_t longest = longestArray();
@@ -129,15 +157,14 @@ void SlurmRunner::begin(const std::vector<unsigned>& parts) {
         std::vector<std::string> words = common();
         const std::string most = m_command.jobs ? fmt::format("%{}", *m_command.jobs) : "";
         words.push_back(fmt::format("--array=1-{}{}", std::min(longest, parts.size() - first), most));
+        // A part has a machine to itself unless it is said how many threads it is to have.
         words.push_back(m_command.threads ? fmt::format("--cpus-per-task={}", *m_command.threads) : "--exclusive");
-        words.insert(words.end(),
-                     {"--output=" + file("slurm.log").string(), file("slurm.task"), std::to_string(first)});
+        words.insert(words.end(), {file("task"), std::to_string(first)});
         arrays.push_back(submit(words));
         m_atWork = true;
     }
     std::vector<std::string> words = common();
-    words.insert(words.end(), {fmt::format("--dependency=afterany:{}", fmt::join(arrays, ":")),
-                               "--output=" + file("slurm.log").string(), file("slurm.merge")});
+    words.insert(words.end(), {fmt::format("--dependency=afterany:{}", fmt::join(arrays, ":")), file("merge")});
     submit(words);
     m_looked = Stopwatch();
 }
@@ -156,8 +183,14 @@ void SlurmRunner::stop() {
     while (atWork()) usleep(100'000);
 }
 
+// Without those that are done.
+std::vector<unsigned> SlurmRunner::ended() const {
+    std::ifstream stream(file("ended"));
+    return {std::istream_iterator<unsigned>(stream), {}};
+}
+
 std::optional<int> SlurmRunner::mergeStatus() const {
-    std::ifstream stream(file("slurm.merged"));
+    std::ifstream stream(file("merged"));
     int status = 0;
     return stream >> status ? std::optional(status) : std::nullopt;
 }

@@ -9,14 +9,20 @@
 #include "Apps/oxbeam/PictureOptions.h"
 #include "Apps/oxbeam/Progress.h"
 #include "Apps/oxbeam/RenderSteps.h"
+#include "Apps/oxbeam/SharedOptions.h"
 #include "Engine/System/Hash.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 
 namespace oxbeam {
@@ -44,30 +50,39 @@ void addSplit(CLI::App& app, SplitCommand& command) {
     addPictureOptions(*c, r);
     c->add_option("--threads", r.threads, "Threads for this; every processor by default")->type_name("N");
     addMemoryLimit(*c);
-    c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
+    addQuiet(*c, r.quiet);
     c->callback([c, &command] { command.options = pictureWords(*c); });
 }
 
 namespace {
 
-// The folder while it is made, beside its place; whoever finds it there finds all of it.
+// That nothing is there that anybody could miss. Throws Error(Usage).
+void requireNew(const fs::path& target, const std::string& given) {
+    std::error_code problem;
+    if (fs::exists(target / "job.json", problem))
+        throw Error(ExitStatus::Usage, fmt::format("'{}' holds a job already; expected a new folder", given));
+    const fs::file_type type = fs::symlink_status(target, problem).type();
+    if (type != fs::file_type::not_found && (type != fs::file_type::directory || !fs::is_empty(target, problem)))
+        throw Error(ExitStatus::Usage,
+                    fmt::format("'{}' exists already and is no empty folder; expected a new one", given));
+}
+
+// The folder while it is made, beside its place; whoever finds it there finds all of it. Its name follows from the place's,
+// so that what a killed process left is found and taken over; a lock tells it from what another one is making.
 class NewFolder {
 public:
-    explicit NewFolder(const fs::path& target)
-        : m_target(fs::absolute(target / "").lexically_normal().parent_path()),
-          m_made(m_target.parent_path() / fmt::format(".oxbeam-split-{}-{}", m_target.filename().string(), getpid())) {
-        std::error_code problem;
-        if (fs::exists(m_target / "job.json"))
-            throw Error(ExitStatus::Usage,
-                        fmt::format("'{}' holds a job already; expected a new folder", target.string()));
-        if (fs::exists(m_target) && !fs::is_empty(m_target, problem))
-            throw Error(ExitStatus::Usage,
-                        fmt::format("'{}' exists already and is no empty folder; expected a new one", target.string()));
-        if (!fs::create_directory(m_made, problem)) throw cannotWrite(target, problem.message());
+    explicit NewFolder(const std::string& target)
+        : m_target(fs::absolute(fs::path(target) / "").lexically_normal().parent_path()),
+          m_made(m_target.parent_path() / fmt::format(".oxbeam-split-{:016x}", hashOf(m_target.filename().string()))) {
+        requireNew(m_target, target);
+        if (mkdir(m_made.c_str(), 0777) != 0 && errno != EEXIST) throw cannotWrite(target, strerror(errno));
+        lock();
+        for (const auto& left : fs::directory_iterator(m_made)) fs::remove_all(left);
     }
     ~NewFolder() {
         std::error_code problem;
         if (!m_done) fs::remove_all(m_made, problem);
+        close(m_lock);
     }
     NewFolder(const NewFolder&) = delete;
     NewFolder& operator=(const NewFolder&) = delete;
@@ -81,7 +96,23 @@ public:
     }
 
 private:
+    // The lock is on the folder that bears the name; whoever was done meanwhile has renamed its own.
+    void lock() {
+        struct stat opened {
+        }, named{};
+        m_lock = open(m_made.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        const bool mine = m_lock >= 0 && (flock(m_lock, LOCK_EX | LOCK_NB) == 0 || cannotLock()) &&
+                          fstat(m_lock, &opened) == 0 && stat(m_made.c_str(), &named) == 0 &&
+                          opened.st_ino == named.st_ino;
+        if (!mine)
+            throw Error(ExitStatus::InputOutput, fmt::format("'{}' is being made by another process, in '{}'",
+                                                             m_target.string(), m_made.string()));
+    }
+    // A file system without locks: what is there may be somebody's.
+    bool cannotLock() const { return errno != EWOULDBLOCK && fs::is_empty(m_made); }
+
     fs::path m_target, m_made;
+    int m_lock = -1;
     bool m_done = false;
 };
 
@@ -215,14 +246,16 @@ void Splitting::cutSequence(const std::vector<unsigned>& frames, unsigned wanted
 }
 
 void Splitting::write() {
-    for (const char* name : {"results", "work"}) fs::create_directory(m_job.folder / name);
+    makeFolders(m_job);
     std::vector<std::string> program = {"oxbeam"};
     for (const std::string& path : m_command.packagePaths)
         program.insert(program.end(), {"--package-path", absolute(path)});
     writeJob(m_job, shellText(program));
     m_folder.finish();
-    m_progress.step(fmt::format("wrote {}: {} parts of a {} of {} x {} pixels", m_command.folder, m_job.parts.size(),
-                                m_job.isSequence() ? "sequence" : "picture", m_job.image.width, m_job.image.height));
+    m_progress.step(
+        fmt::format("wrote {}: {} parts of a {} of {} x {} pixels", m_command.folder, m_job.parts.size(),
+                    m_job.isSequence() ? fmt::format("sequence of {} frames", m_job.frames().size()) : "picture",
+                    m_job.image.width, m_job.image.height));
 }
 
 ExitStatus Splitting::run() {

@@ -29,14 +29,10 @@ void addSweep(CLI::App& app, SweepCommand& command) {
     c->add_option("-o,--output", r.output, "Picture to write: .png, .jpg, .tif, .exr or .hdr")
         ->required()
         ->type_name("FILE");
-    c->add_option(
-         "--set", r.set,
-         "Sweep a parameter: A..B/N for N steps, a,b,c for these values, no value for the object's own bounds; "
-         "twice for a grid. One value sets it for all pictures; may be repeated")
+    addRepeated(*c, "--set", r.set,
+                "Sweep a parameter: A..B/N for N steps, a,b,c for these values, no value for the object's own bounds; "
+                "twice for a grid. One value sets it for all pictures")
         ->type_name("PLACE.PARAM[=VALUES]")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->required();
     c->add_option("--size", r.size, "Size of each picture in pixels")->type_name("WxH");
     c->add_option("--columns", command.columns, "Pictures in a row, where one parameter is swept")
@@ -46,9 +42,9 @@ void addSweep(CLI::App& app, SweepCommand& command) {
     addUp(*c, r.model);
     addImportLimit(*c, r.importLimit);
     c->add_option("--samples", r.samples, "Passes over each picture, instead of the scene's")->type_name("N");
-    c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
+    addThreads(*c, r.threads);
     addMemoryLimit(*c);
-    c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
+    addQuiet(*c, r.quiet);
 }
 
 namespace {

@@ -23,12 +23,8 @@ void addViewOptions(CLI::App& c, ViewCommand& v) {
     c.add_option("--camera", r.camera, "One of the scene's named cameras, or of a model's own; 'file': its first")
         ->type_name("CAMERA");
     c.add_option("--samples", r.samples, "Passes over the picture, instead of the scene's")->type_name("N");
-    c.add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
-    c.add_option("--set", r.set, "Set a parameter over the scene, as shader.table.shininess=64; may be repeated")
-        ->type_name("PLACE.PARAM=VALUE")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addThreads(c, r.threads);
+    addSettings(c, r.set);
     c.add_option("--script", v.script, "Do what stands in this file, and end with it")->type_name("FILE");
     c.add_option("--theme", v.theme, "Colours of the window")
         ->type_name("dark|light")
@@ -37,7 +33,7 @@ void addViewOptions(CLI::App& c, ViewCommand& v) {
         ->type_name("FACTOR")
         ->check(CLI::Range(1.0f, 4.0f).description(""));
     addImportLimit(c, r.importLimit);
-    c.add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
+    addQuiet(c, r.quiet);
 }
 
 void addView(CLI::App& app, ViewCommand& command) {

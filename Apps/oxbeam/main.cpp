@@ -82,13 +82,13 @@ void addRender(CLI::App& app, RenderCommand& r) {
     c->add_option("--time", r.seconds, "Render as many whole passes as fit into this time; --samples limits them")
         ->type_name("SECONDS");
     addCheckpoint(*c, r);
-    c->add_option("--threads", r.threads, "Rendering threads, 1 to 48; every processor by default")->type_name("N");
+    addThreads(*c, r.threads);
     c->add_option("--crop", r.crop, "Render a part only: left, top, right, bottom; the last two lie outside")
         ->type_name("x0,y0,x1,y1");
     c->add_flag("--missing", r.sequence.missing, "Of a sequence, render only frames whose files are not there");
     c->add_option("--stats", r.stats, "Write times and counts to a JSON file")->type_name("FILE");
     addMemoryLimit(*c);
-    c->add_flag("-q,--quiet", r.quiet, "Say nothing but errors and warnings");
+    addQuiet(*c, r.quiet);
 }
 
 void addScene(CLI::App& app, SceneCommand& s) {
@@ -108,11 +108,7 @@ void addScene(CLI::App& app, SceneCommand& s) {
 void addOthers(CLI::App& app, Arguments& a) {
     CLI::App* check = app.add_subcommand("check", "Report all errors of a scene without rendering it");
     check->add_option("SCENE", a.check.scene, "Scene file (.toml), or a model")->required();
-    check->add_option("--set", a.check.set, "Set a parameter over the scene; may be repeated")
-        ->type_name("PLACE.PARAM=VALUE")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addSettings(*check, a.check.set);
     addMemoryLimit(*check);
     addImportLimit(*check, a.check.importLimit);
     CLI::App* sheet = app.add_subcommand("sheet", "Lay pictures out on one contact sheet, labelled by their names");
@@ -189,11 +185,7 @@ int parseAndRun(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", "oxbeam " OXBEAM_VERSION);
-    app.add_option("--package-path", arguments.packagePaths, "Another directory with packages; may be repeated")
-        ->type_name("DIR")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addPackagePath(app, arguments.packagePaths);
     arguments.render.text = arguments.split.render.text = shellText({argv, argv + argc});
     addRender(app, arguments.render);
     addScene(app, arguments.scene);

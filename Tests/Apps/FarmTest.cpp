@@ -57,6 +57,13 @@ pid_t waitForProcessOf(int part) {
     return 0;
 }
 
+// Waits until a file does, but not for ever.
+bool says(const std::string& file, const std::string& what) {
+    for (int i = 0; i < 6000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10)))
+        if (fs::exists(scratch() / file) && contentOf(file).find(what) != std::string::npos) return true;
+    return false;
+}
+
 bool isDone(int part) { return fs::exists(scratch() / "job/results" / (std::to_string(part) + ".exr")); }
 
 bool isSaved(int part) {
@@ -65,6 +72,20 @@ bool isSaved(int part) {
             name.starts_with(std::to_string(part) + '.') && name.ends_with(".exr"))
             return true;
     return false;
+}
+
+// Split into parts, which `use` has rendered by "parallel" or "local" and merged: the whole, whatever happens.
+template <class Use>
+void expectWholeByEither(int parts, Use use) {
+    expectDone(run("render " + Long + " -o whole.exr -q"));
+    for (const std::string how : {"parallel", "local"}) {
+        SCOPED_TRACE(how);
+        fs::remove_all(scratch() / "job");
+        expectDone(run("split " + Long + " --parts " + std::to_string(parts) + " -o job -q"));
+        use(how);
+        expectSame("merged.exr", "whole.exr");
+        fs::remove(scratch() / "merged.exr");
+    }
 }
 
 }  // namespace
@@ -120,6 +141,10 @@ TEST_F(Command, MergedFramesAreThoseOfTheSequence) {
             EXPECT_EQ(attributeOf(merged, attribute), attributeOf(whole, attribute)) << attribute;
     }
     EXPECT_EQ(jsonOf("merged.json")["rays"]["primary"], 6 * 2 * 48 * 36);
+    // All in one file.
+    expectDone(run("farm job -q -o merged.GIF"));
+    expectDone(run("render " + sequence.substr(0, sequence.find(" --aov")) + " --size 48x36 -q -o whole.gif"));
+    EXPECT_TRUE(contentOf("merged.GIF") == contentOf("whole.gif"));
     // Some frames of a part are there, one of them is another's, and one is missing.
     const fs::path results = scratch() / "job/results";
     const auto frames = jsonOf("job/job.json")["parts"][3]["frames"].get<std::vector<unsigned>>();
@@ -132,7 +157,11 @@ TEST_F(Command, MergedFramesAreThoseOfTheSequence) {
                                               "part 4 is doubled: 'job/results/" + last.filename().string() +
                                               "' holds the frame 0\n");
     EXPECT_FALSE(fs::exists(scratch() / "again.00.exr"));
-    expectDone(run("merge job -q --only 0,2 -o some.{frame:02}.exr"));
+    EXPECT_EQ(run("merge job -o again.gif").status, 5);
+    EXPECT_FALSE(fs::exists(scratch() / "again.gif"));
+    const Outcome some = run("merge job --only 0,2 -o some.{frame:02}.exr");
+    EXPECT_THAT(some.err,
+                AllOf(HasSubstr("merged 2 parts: "), HasSubstr("wrote some.{frame:02}.exr (2 frames of 48 x 36)")));
     EXPECT_TRUE(fs::exists(scratch() / "some.02.exr") && !fs::exists(scratch() / "some.03.exr"));
     expectDone(run("farm job -q -o again.{frame:02}.exr"));
     for (const std::string number : {"00", "01", "05"})
@@ -184,7 +213,6 @@ TEST_F(Command, APartGoesOnFromWhateverAnEarlierTryLeft) {
     fs::remove(scratch() / "job/results/1.exr");
     const Process stopped("part job/1");
     ASSERT_TRUE(stopped.hasSaid("loaded and built"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
     stopped.signal(SIGTERM);
     EXPECT_EQ(stopped.finish().status, 6);
     EXPECT_TRUE(isSaved(1) && !isDone(1));
@@ -197,45 +225,98 @@ TEST_F(Command, APartGoesOnFromWhateverAnEarlierTryLeft) {
     expectSame("again.exr", "whole.exr");
 }
 
+// Parts so short that processes which begin together end together.
+TEST_F(Command, ProcessesThatEndWithAPartTogetherAllHaveDoneIt) {
+    expectDone(run("split scene.toml --frames 0..3 --parts 1 -o job -q"));
+    for (int i = 0; i < 6; ++i) {
+        fs::remove_all(scratch() / "job/results");
+        std::vector<Process> all;
+        for (int k = 0; k < 4; ++k) all.emplace_back("part -q job/1");
+        for (const Process& one : all) {
+            const Outcome outcome = one.finish();
+            EXPECT_EQ(outcome.status, 0);
+            EXPECT_EQ(outcome.err, "");
+        }
+        EXPECT_TRUE(fs::is_empty(scratch() / "job/work"));
+    }
+}
+
 // Two processes are killed, and one is stopped, which the time limit ends.
 TEST_F(Command, AFarmLosesNothingByProcessesThatAreKilledOrHang) {
-    expectDone(run("render " + Long + " -o whole.exr -q"));
-    for (const std::string how : {"--on parallel", "--on local"}) {
-        SCOPED_TRACE(how);
-        fs::remove_all(scratch() / "job");
-        expectDone(run("split " + Long + " --parts 8 -o job -q"));
-        const Process farm("farm job -o merged.exr --jobs 2 --time-limit 8 --retries 8 " + how);
+    expectWholeByEither(8, [](const std::string& how) {
+        const Process farm("farm job -o merged.exr --jobs 2 --time-limit 8 --retries 8 --on " + how);
         for (const auto& [part, number] : {std::pair{1, SIGKILL}, {2, SIGSTOP}, {3, SIGKILL}}) {
             const pid_t process = waitForProcessOf(part);
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));  // no more, or on a fast machine it is done
             EXPECT_TRUE(process && kill(process, number) == 0 && !isDone(part)) << "part " << part << " is at work";
         }
         const Outcome outcome = farm.finish();
         EXPECT_EQ(outcome.status, 0) << outcome.err << contentOf("job/work/parallel.log");
         EXPECT_THAT(outcome.err, HasSubstr("8 of 8 parts are done\nmerged 8 parts: "));
-        expectSame("merged.exr", "whole.exr");
-        fs::remove(scratch() / "merged.exr");
-    }
+    });
 }
 
+// Even with a part that hangs.
 TEST_F(Command, AFarmThatIsStoppedGoesOn) {
-    expectDone(run("render " + Long + " -o whole.exr -q"));
-    for (const std::string how : {"--on parallel", "--on local"}) {
-        SCOPED_TRACE(how);
-        fs::remove_all(scratch() / "job");
-        expectDone(run("split " + Long + " --parts 2 -o job -q"));
-        const Process farm("farm job -o merged.exr " + how);
-        waitForProcessOf(1);
-        std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    expectWholeByEither(2, [](const std::string& how) {
+        const Process farm("farm job -o merged.exr --on " + how);
+        ASSERT_TRUE(says("job/work/" + std::string(how == "local" ? "1" : how) + ".log", "loaded and built"));
+        EXPECT_EQ(kill(processOf(1), SIGSTOP), 0);
         farm.signal(SIGINT);
         const Outcome outcome = farm.finish();
         EXPECT_EQ(outcome.status, 130) << outcome.err;
         EXPECT_EQ(processOf(1), 0) << "nothing goes on";
         EXPECT_TRUE(isSaved(1)) << "and nothing is lost";
         EXPECT_FALSE(fs::exists(scratch() / "merged.exr"));
-        expectDone(run("farm job -o merged.exr " + how));
-        expectSame("merged.exr", "whole.exr");
-        fs::remove(scratch() / "merged.exr");
+        const Outcome rest =
+            shell("script -qec \"$oxbeam farm job -o merged.exr --on " + how + "\" /dev/null </dev/null");
+        expectDone(rest);
+        EXPECT_THAT(rest.out.substr(std::min(rest.out.find("1 of 2 parts are done"), rest.out.size())),
+                    HasSubstr(" elapsed, "))
+            << "a terminal is told all the time";
+    });
+}
+
+static int timesIn(const std::string& text, const std::string& what) {
+    int times = 0;
+    for (auto at = text.find(what); at != text.npos; at = text.find(what, at + 1)) ++times;
+    return times;
+}
+
+// What no other try would help, or as many as there may be did not, is not begun again.
+TEST_F(Command, AFarmTriesAsOftenAsItIsTold) {
+    expectDone(run("split scene.toml --parts 3 -o job -q"));
+    writeFile("few.toml", contentOf("scene.toml"));
+    expectDone(run("split few.toml --parts 3 -o few -q"));
+    writeFile("scene.toml", contentOf("scene.toml") + "# another line\n");
+    fs::remove_all(scratch() / "few/results");  // as some ways of copying do
+    const std::string changed = "scene 'scene.toml' has changed", small = "oxbeam: error: not enough memory: ";
+    struct Case {
+        const char *arguments, *tried;
+        std::string why;
+        int times;
+    };
+    for (const auto& [arguments, tried, why, times] :
+         {Case{"job --on local", "part 1 ended with status 3", changed, 1},
+          Case{"job --on parallel", "warning: failed: parts 1-3; see '", changed, 1},
+          Case{"few --on local --retries 2 --memory-limit 20K", "part 1 ended with status 5", small, 3},
+          Case{"few --on parallel --retries 2 --memory-limit 20K", "warning: failed: parts 1-3; see '", small, 1}}) {
+        SCOPED_TRACE(arguments);
+        const Outcome outcome = run(std::string("farm ") + arguments + " -o m.png");
+        EXPECT_NE(outcome.status, 0);
+        EXPECT_THAT(outcome.err, AllOf(HasSubstr(why), Not(HasSubstr("still missing"))));
+        EXPECT_EQ(timesIn(outcome.err, tried), times) << outcome.err;
+    }
+    expectDone(run("farm few -o m.png -q"));
+}
+
+// As the documents have it.
+TEST_F(Command, PartsAreRenderedByHandAsWell) {
+    expectDone(run("split scene.toml --parts 3 -o job -q"));
+    for (const std::string how : {"parallel <parts", "xargs -P 4 -d '\\n' -n 1 -a parts sh -c", "sh parts"}) {
+        fs::remove_all(scratch() / "job/results");
+        const Outcome outcome = shell("PATH=$(dirname $oxbeam):$PATH; cd job && " + how);
+        EXPECT_EQ(outcome.status, 0) << how << '\n' << outcome.err;
+        EXPECT_TRUE(isDone(1) && isDone(2) && isDone(3)) << how;
     }
 }
 
@@ -299,6 +380,7 @@ TEST_F(Command, WhatCannotBeMergedIsNamed) {
     expectDone(run("split -q --size 96x64 chance.toml --samples 1 --parts 2 -o chance"));
     expectDone(run("part -q chance/1"));
     expectDone(run("part -q chance/2"));
+    expectDone(run("split -q --size 16x16 scene.toml --frames 0..20/10 --parts 2 -o frames"));
     expectTranscript("merging.txt");
     expectDone(run("merge chance -o forced.png --force -q"));
     // A farm repairs what is of no use.
@@ -311,6 +393,8 @@ TEST_F(Command, WhatCannotBeSplitOrRenderedAsAPartIsSaid) {
     writeTexturedScene();
     fs::create_directory(scratch() / "full");
     writeFile("full/file", "");
+    fs::create_symlink("nowhere", scratch() / "link");
+    writeFile("n\xe9.toml", SceneText);
     expectDone(run("split scene.toml --parts 2 -o job -q"));
     expectDone(run("split scene.toml --parts 2 -o packed -q --pack"));
     fs::create_directory(scratch() / "damaged");
@@ -320,6 +404,10 @@ TEST_F(Command, WhatCannotBeSplitOrRenderedAsAPartIsSaid) {
     holey.replace(holey.find("\"parts\": ["), 9, "\"parts\": [], \"p\": ");
     writeFile("holey/job.json", holey);
     expectTranscript("splitting.txt");
+    const Outcome unspeakable = run("split n\xe9.toml --parts 2 -o new -q");
+    EXPECT_EQ(unspeakable.status, 2);
+    EXPECT_THAT(unspeakable.err, HasSubstr("has a name that is not UTF-8"));
+    EXPECT_FALSE(fs::exists(scratch() / "new"));
     writeImage(scratch() / "wood.png", 2, 1, {White, Black});
     writeFile("scene.toml", contentOf("scene.toml") + "# another line\n");
     const Outcome changed = run("part job/1");
@@ -329,8 +417,10 @@ TEST_F(Command, WhatCannotBeSplitOrRenderedAsAPartIsSaid) {
                                "changed; scene 'scene.toml' has changed\n");
     // What is packed is as it was.
     expectDone(run("farm packed -o p.png -q"));
+    writeFile("parallel", "#!/bin/sh\necho GNU parallel\n");
+    fs::permissions(scratch() / "parallel", fs::perms::owner_all);
     const Outcome none = shell(
-        "PATH=/nowhere; $oxbeam farm packed -o p.png --on parallel; $oxbeam farm packed -o p.png "
+        "PATH=/nowhere::.; $oxbeam farm packed -o p.png --on parallel; $oxbeam farm packed -o p.png "
         "--on slurm; exit 7");
     EXPECT_EQ(none.err,
               error +
@@ -339,6 +429,28 @@ TEST_F(Command, WhatCannotBeSplitOrRenderedAsAPartIsSaid) {
                   error +
                   "there is no program 'sbatch' on the path; Slurm, Debian's package "
                   "'slurm-client', has it\n");
+}
+
+// What is begun at one place is finished by one, and what a killed process left is taken over.
+TEST_F(Command, AFolderIsMadeByOneSplitAtATime) {
+    const auto begun = [] {
+        const fs::directory_iterator all(scratch());
+        return std::any_of(begin(all), end(all), [](const auto& entry) {
+            return entry.path().filename().string().starts_with(".oxbeam-split-");
+        });
+    };
+    const Process killed("split scene.toml --size 400x300 --samples 20000 --parts 3 -o job -q");
+    while (!begun() && !isGone(killed.id())) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    killed.signal(SIGSTOP);
+    const Outcome other = run("split scene.toml --parts 2 -o job -q");
+    EXPECT_EQ(other.status, 5);
+    EXPECT_THAT(other.err, HasSubstr("job' is being made by another process, in '"));
+    EXPECT_TRUE(begun());
+    killed.signal(SIGKILL);
+    killed.finish();
+    expectDone(run("split scene.toml --parts 2 -o job -q"));
+    EXPECT_FALSE(begun());
+    EXPECT_EQ(jsonOf("job/job.json")["parts"].size(), 2u);
 }
 
 // Another folder, nothing of where it came from, no environment, and a scene that nobody may change.

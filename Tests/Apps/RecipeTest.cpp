@@ -30,7 +30,7 @@ TEST_F(Command, EveryRecipeShowsItsSubject) {
         found.insert(name);
         // Neither black nor clipped, or it would be said; of an EXR, nothing clips.
         const Outcome shown = run("render " + entry.path().string() + " -q --size 120x68 --samples 2 -o x.png");
-        EXPECT_THAT(shown.err, AnyOf("", ContainsRegex("^[^\n]*numbers of the picture are negative[^\n]*\n$")));
+        EXPECT_EQ(shown.err, "");
         ASSERT_EQ(shown.status, 0);
         ASSERT_EQ(run("render " + entry.path().string() + " -q --size 120x68 --samples 1 --aov object -o x.exr").status,
                   0);
