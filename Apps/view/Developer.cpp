@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 namespace oxbeam {
 
@@ -54,9 +55,10 @@ void Developer::passDone() {
 }
 
 void Developer::give(Film film, const FrameInfo& frame) {
+    Taken given(std::in_place, std::move(film), frame);
     {
         const std::lock_guard lock(m_mutex);
-        m_given[frame.other].emplace(std::move(film), frame);
+        m_given[frame.other].swap(given);  // nobody waits until the one before has been given back to the system
     }
     m_wake.notify_one();
 }
@@ -162,8 +164,12 @@ void Developer::develop(std::shared_ptr<const Film> film, const FrameInfo& frame
     }
     shown->film = std::move(film);
     if (shown->passes > 0) m_coarse[frame.other] = shown;
-    const std::lock_guard lock(m_mutex);
-    m_latest[frame.other] = shown;
+    std::shared_ptr<const Shown> latest = shown;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_latest[frame.other].swap(latest);
+    }
+    m_retired.push_back(std::move(latest));
 }
 
 // Of a frame's first pass what there is so far; later, a film that has a pass more. One of which nothing is known yet is
@@ -218,6 +224,7 @@ void Developer::run() {
             for (const bool other : {false, true})
                 if (!grown || grown->second.other != other) redevelop(other, look);
         take(std::move(grown), look);
+        std::erase_if(m_retired, [](const auto& shown) { return shown.use_count() <= 1; });
     }
 }
 

@@ -100,6 +100,8 @@ private:
     std::uint64_t m_serial = 0, m_takenFrame = 0;  // of this thread's alone, as what follows
     unsigned m_takenPasses = 0;
     std::array<std::shared_ptr<const Shown>, 2> m_coarse;
+    // Given back to the system here, which takes its time, once no display shows them.
+    std::vector<std::shared_ptr<const Shown>> m_retired;
     std::thread m_thread;
 };
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <map>
+#include <utility>
 
 namespace oxbeam {
 
@@ -27,6 +28,11 @@ struct Functions {
     OXBEAM_GL(void, ClearColor, GLclampf, GLclampf, GLclampf, GLclampf);
     OXBEAM_GL(void, Clear, GLbitfield);
     OXBEAM_GL(void, ReadPixels, GLint, GLint, GLsizei, GLsizei, GLenum, GLenum, void*);
+    OXBEAM_GL(void, Finish);
+    // Of OpenGL 3.2; null where there is only 3.0.
+    OXBEAM_GL(GLsync, FenceSync, GLenum, GLbitfield);
+    OXBEAM_GL(GLenum, ClientWaitSync, GLsync, GLbitfield, GLuint64);
+    OXBEAM_GL(void, DeleteSync, GLsync);
 #undef OXBEAM_GL
 };
 
@@ -39,6 +45,7 @@ public:
     }
     ~OpenGlDisplay() override {
         for (const auto& [slot, texture] : m_textures) m_gl.DeleteTextures(1, &texture);
+        if (m_presented) m_gl.DeleteSync(m_presented);
         ImGui_ImplOpenGL3_Shutdown();
         ImGui_ImplSDL2_Shutdown();
         SDL_GL_DeleteContext(m_context);
@@ -80,12 +87,23 @@ public:
             pixels.rgb.insert(pixels.rgb.end(), &upsideDown[y * row], &upsideDown[y * row] + row);
         return pixels;
     }
-    void present() override { SDL_GL_SwapWindow(m_window); }
+    // Where presenting waits for no screen, frames would come faster than they are drawn, and all that wait for it take
+    // memory, which a renderer in software never gives back to the system: no more than one is to wait.
+    void present() override {
+        SDL_GL_SwapWindow(m_window);
+        if (!m_gl.FenceSync) return m_gl.Finish();
+        constexpr GLuint64 second = 1'000'000'000;
+        const GLsync before = std::exchange(m_presented, m_gl.FenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0));
+        if (!before) return;
+        m_gl.ClientWaitSync(before, GL_SYNC_FLUSH_COMMANDS_BIT, second);
+        m_gl.DeleteSync(before);
+    }
 
 private:
     SDL_Window* m_window;
     SDL_GLContext m_context;
     Functions m_gl;
+    GLsync m_presented = nullptr;           // reached when the last frame has been drawn
     std::map<unsigned, GLuint> m_textures;  // by slot
     int m_width = 0, m_height = 0;
 };

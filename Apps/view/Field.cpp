@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <imgui.h>
+#include <imgui_stdlib.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +17,21 @@ namespace {
 struct Range {
     float least, most;
 };
+
+struct IsOn {
+    bool operator()(bool value) const { return value; }
+    bool operator()(std::int64_t value) const { return value != 0; }
+    bool operator()(double value) const { return value != 0.0; }
+    template <class Other>
+    bool operator()(const Other&) const {
+        return false;
+    }
+};
+
+bool isOnOff(const ParameterValue& value) {
+    const auto* whole = std::get_if<std::int64_t>(&value.data);
+    return std::holds_alternative<bool>(value.data) || (whole && (*whole == 0 || *whole == 1));
+}
 
 std::optional<Range> rangeOf(const ParameterDeclaration& p) {
     if (!p.info || p.info->lowerbound.empty() || p.info->upperbound.empty()) return std::nullopt;
@@ -45,6 +61,39 @@ std::optional<ParameterValue> chooseItem(const ParameterDeclaration& p, std::int
         if (ImGui::Selectable(name.c_str(), value == now)) chosen = {std::int64_t{value}, {}};
     ImGui::EndCombo();
     return chosen;
+}
+
+bool isSwitch(const ParameterDeclaration& p, const ParameterValue& value) {
+    if (p.type == ElementType::Bool) return isOnOff(value);
+    const auto range = rangeOf(p);
+    return p.type == ElementType::Int && p.components() == 1 && range && range->least == 0.0f && range->most == 1.0f;
+}
+
+// Of which nothing is said, and the default is 0 or 1: who knows what it is for knows whether it is one.
+bool mayBeSwitch(const ParameterDeclaration& p) {
+    if (p.components() > 1) return false;
+    return p.type == ElementType::FromValue ||
+           (p.type == ElementType::Int && !p.info && isOnOff(valueOf(p, p.defaultBytes.data())));
+}
+
+std::optional<ParameterValue> toggle(const ParameterDeclaration& p, const ParameterValue& now) {
+    bool on = std::visit(IsOn(), now.data);
+    if (!ImGui::Checkbox("##on", &on)) return std::nullopt;
+    if (p.type == ElementType::Int) return ParameterValue{std::int64_t{on}, {}};
+    return ParameterValue{on, {}};
+}
+
+// As a scene file has it: the way it is written tells what it is.
+std::optional<ParameterValue> written(const ParameterValue& now) {
+    std::string text = textOf(now);
+    if (!ImGui::InputText("##field", &text, ImGuiInputTextFlags_EnterReturnsTrue | ImGuiInputTextFlags_AutoSelectAll))
+        return std::nullopt;
+    if (text == "true" || text == "false") return ParameterValue{text == "true", {}};
+    char* end = nullptr;
+    if (const long long whole = std::strtoll(text.c_str(), &end, 10); !text.empty() && !*end)
+        return ParameterValue{std::int64_t{whole}, {}};
+    const double real = std::strtod(text.c_str(), &end);
+    return text.empty() || *end ? std::nullopt : std::optional(ParameterValue{real, {}});
 }
 
 std::optional<ParameterValue> integer(const ParameterDeclaration& p, std::int64_t now) {
@@ -83,16 +132,26 @@ std::optional<ParameterValue> reals(const ParameterDeclaration& p, const std::ve
     return ParameterValue{result, {}};
 }
 
+std::optional<ParameterValue> switchOrNumber(const ParameterDeclaration& p, const ParameterValue& value) {
+    const float width = ImGui::CalcItemWidth();
+    ImGui::BeginGroup();
+    auto changed = toggle(p, value);
+    ImGui::SameLine();
+    ImGui::SetNextItemWidth(width - ImGui::GetFrameHeight() - ImGui::GetStyle().ItemSpacing.x);
+    const auto* whole = std::get_if<std::int64_t>(&value.data);
+    const auto number = whole && p.type == ElementType::Int ? integer(p, *whole) : written(value);
+    ImGui::EndGroup();
+    return number ? number : changed;
+}
+
 }  // namespace
 
 std::optional<ParameterValue> drawField(const ParameterDeclaration& p, const ParameterValue& value,
                                         const std::vector<std::string>& textures) {
     if (const auto* text = std::get_if<std::string>(&value.data)) return chooseText(*text, textures);
     if (isTexture(p)) return chooseText("none", textures);
-    if (const auto* flag = std::get_if<bool>(&value.data)) {
-        bool on = *flag;
-        return ImGui::Checkbox("##field", &on) ? std::optional(ParameterValue{on, {}}) : std::nullopt;
-    }
+    if (isSwitch(p, value)) return toggle(p, value);
+    if (mayBeSwitch(p)) return switchOrNumber(p, value);
     if (const auto* whole = std::get_if<std::int64_t>(&value.data))
         return p.info && !p.info->items.empty() ? chooseItem(p, *whole) : integer(p, *whole);
     if (const auto* number = std::get_if<double>(&value.data)) return real(p, *number);

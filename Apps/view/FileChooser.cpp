@@ -86,10 +86,12 @@ void FileChooser::draw() {
     if (!m_open) return;
     ImGui::OpenPopup(m_title.c_str());
     const float unit = ImGui::GetFontSize();
-    ImGui::SetNextWindowSize({34.0f * unit, 26.0f * unit}, ImGuiCond_Appearing);
+    const ImVec2 whole = ImGui::GetIO().DisplaySize;
+    ImGui::SetNextWindowSize({std::min(34.0f * unit, whole.x), std::min(26.0f * unit, whole.y)}, ImGuiCond_Appearing);
     if (!ImGui::BeginPopupModal(m_title.c_str(), nullptr, ImGuiWindowFlags_NoSavedSettings)) return;
     ImGui::TextUnformatted(m_folder.c_str());
     ImGui::SetNextItemWidth(-1.0f);
+    if (ImGui::IsWindowAppearing()) ImGui::SetKeyboardFocusHere();
     if (ImGui::InputTextWithHint("##path", "or type a path", &m_typed, ImGuiInputTextFlags_EnterReturnsTrue)) {
         const fs::path typed = m_folder / m_typed;
         std::error_code none;

@@ -85,6 +85,11 @@ void MainWindow::setLight(bool light) {
     (light ? ImGui::StyleColorsLight : ImGui::StyleColorsDark)(&style);
     style.WindowRounding = style.FrameRounding = 3.0f;
     style.WindowBorderSize = 0.0f;
+    if (light) {  // else a field is hardly told from what it lies on, nor what is marked read
+        style.FrameBorderSize = 1.0f;
+        style.Colors[ImGuiCol_Border] = {0.0f, 0.0f, 0.0f, 0.2f};
+        style.Colors[ImGuiCol_PlotHistogram] = {0.75f, 0.4f, 0.0f, 1.0f};
+    }
     style.ScaleAllSizes(m_scale);
     ImGui::GetStyle() = style;
 }

@@ -18,6 +18,7 @@ public:
     MainWindow& operator=(const MainWindow&) = delete;
 
     void setTitle(const std::string& title) { SDL_SetWindowTitle(m_window, title.c_str()); }
+    void resize(int width, int height) { SDL_SetWindowSize(m_window, width, height); }
     void setLight(bool light);
     bool isLight() const { return m_light; }
     // Hands all events on, those that the interface makes use of as well.

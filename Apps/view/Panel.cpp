@@ -59,10 +59,16 @@ static std::string helpOf(const ParameterDeclaration& p) {
     return text;
 }
 
+// A switch that nobody declares is one of two integers.
+static ParameterValue plain(const ParameterValue& value) {
+    const bool* flag = std::get_if<bool>(&value.data);
+    return flag ? ParameterValue{std::int64_t{*flag}, {}} : value;
+}
+
 // A label, the field, and what takes the value back where it is another than the default.
 void Panel::drawParameter(const ObjectInfo& object, const ParameterDeclaration& p) {
     const ParameterState& state = object.values.at(p.id);
-    const bool differs = state.set && state.value.data != valueOf(p, p.defaultBytes.data()).data;
+    const bool differs = state.set && plain(state.value).data != plain(valueOf(p, p.defaultBytes.data())).data;
     const std::string path = object.place + '.' + p.id;
     ImGui::PushID(p.id.c_str());
     if (differs) ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_PlotHistogram));

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <utility>
 
 namespace oxbeam {
 
@@ -13,7 +14,7 @@ namespace fs = std::filesystem;
 
 static constexpr std::size_t Most = 12;
 
-// The specification of base directories has relative paths ignored.
+// The XDG base directories' own rules have relative paths ignored.
 static fs::path stateFolder() {
     const char *state = std::getenv("XDG_STATE_HOME"), *home = std::getenv("HOME");
     if (state && fs::path(state).is_absolute()) return fs::path(state) / "oxbeam";
@@ -48,15 +49,24 @@ void Remembered::learnHint() {
     write();
 }
 
-void Remembered::write() const {
-    if (m_file.empty()) return;
+static void store(const fs::path& file, const std::string& text) {
     std::error_code none;
-    fs::create_directories(m_file.parent_path(), none);
-    const nlohmann::ordered_json json = {{"knowsHint", m_knowsHint}, {"files", m_files}};
+    fs::create_directories(file.parent_path(), none);
     try {
-        storeFile(m_file, json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
+        storeFile(file, text);
     } catch (const Error&) {
     }
+}
+
+void Remembered::write() {
+    if (m_file.empty()) return;
+    const nlohmann::ordered_json json = {{"knowsHint", m_knowsHint}, {"files", m_files}};
+    std::string text = json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
+    m_writing = std::async(std::launch::async,
+                           [file = m_file, text = std::move(text), before = std::move(m_writing)]() mutable {
+                               if (before.valid()) before.wait();
+                               store(file, text);
+                           });
 }
 
 }  // namespace oxbeam

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -20,12 +21,13 @@ public:
     void learnHint();
 
 private:
-    // Where that cannot be done, nothing is remembered, and nobody minds.
-    void write() const;
+    // Beside all else: discs take their time. Where it cannot be done, nothing is remembered, and nobody minds.
+    void write();
 
     std::filesystem::path m_file;
     std::vector<std::string> m_files;
     bool m_knowsHint = false;
+    std::future<void> m_writing;
 };
 
 }  // namespace oxbeam

@@ -203,12 +203,14 @@ void RenderThread::begin(FrameLoop& loop, World& world, unsigned divider, unsign
 
 void RenderThread::notePulse(const FrameLoop& loop) {
     const unsigned passes = loop.passes();
+    const auto rays = static_cast<double>(loop.statistics().rays.total());
     const std::lock_guard lock(m_mutex);
     m_pulse.divider = m_frame.divider;
+    if (m_frame.divider > 1) m_pulse.moving = m_frame.divider;
     m_pulse.passes = passes;
     m_pulse.samples = m_frame.samples;
     m_pulse.done = m_frame.divider == 1 && passes >= m_frame.samples;
-    if (m_seconds > 0.0) m_pulse.raysPerSecond = static_cast<double>(loop.statistics().rays.total()) / m_seconds;
+    if (m_seconds > 0.0) m_pulse.raysPerSecond = rays / m_seconds;
     m_pulse.secondsLeft = passes ? m_seconds / passes * (m_frame.samples - passes) : 0.0;
 }
 

@@ -63,7 +63,8 @@ public:
     struct Pulse {
         std::uint64_t pictures = 0, coarsePictures = 0;  // that were begun and came to be
         unsigned divider = 1, passes = 0, samples = 1;   // of the one under way
-        bool done = false;                               // all passes are
+        unsigned moving = 1;  // the divider of the last one that was made while something moved
+        bool done = false;    // all passes are
         double raysPerSecond = 0.0, secondsLeft = 0.0;
         std::vector<double> cancelling;  // seconds from each of the last changes within a pass to its end
     };

@@ -44,11 +44,12 @@ static std::vector<std::string> wordsOf(const std::string& line) {
 // The steps, and how many words follow each at least.
 static const std::map<std::string, std::size_t>& steps() {
     static const std::map<std::string, std::size_t> all = {
-        {"wait", 1}, {"timeout", 1}, {"expect", 2}, {"move", 2},    {"click", 2},      {"doubleclick", 2},
-        {"drag", 5}, {"wheel", 1},   {"key", 1},    {"hold", 2},    {"type", 1},       {"slide", 2},
-        {"back", 1}, {"set", 2},     {"reset", 1},  {"class", 2},   {"light", 1},      {"delete", 1},
-        {"save", 1}, {"copy", 2},    {"bring", 1},  {"drop", 1},    {"picture", 1},    {"search", 1},
-        {"quit", 0}, {"close", 0},   {"random", 1}, {"measure", 0}, {"screenshot", 1}, {"report", 0}};
+        {"wait", 1},  {"timeout", 1}, {"expect", 2}, {"move", 2},    {"click", 2},      {"doubleclick", 2},
+        {"drag", 5},  {"wheel", 1},   {"key", 1},    {"hold", 2},    {"type", 1},       {"slide", 2},
+        {"back", 1},  {"set", 2},     {"reset", 1},  {"class", 2},   {"light", 1},      {"delete", 1},
+        {"save", 1},  {"copy", 2},    {"bring", 1},  {"drop", 1},    {"picture", 1},    {"search", 1},
+        {"quit", 0},  {"close", 0},   {"random", 1}, {"measure", 0}, {"screenshot", 1}, {"report", 0},
+        {"resize", 2}};
     return all;
 }
 
@@ -183,39 +184,14 @@ void Script::slide(Viewer& viewer, const Line& line) {
 // Whatever somebody may do who means no good.
 void Script::random(unsigned events) {
     const auto below = [&](unsigned n) { return static_cast<unsigned>(m_random() % n); };
-    static const std::vector<std::string> names = {"f",
-                                                   "1",
-                                                   "2",
-                                                   "3",
-                                                   "4",
-                                                   "5",
-                                                   "6",
-                                                   "7",
-                                                   "l",
-                                                   ",",
-                                                   ".",
-                                                   "k",
-                                                   "c",
-                                                   "t",
-                                                   "z",
-                                                   "h",
-                                                   "m",
-                                                   "g",
-                                                   "tab",
-                                                   "F1",
-                                                   "F2",
-                                                   "ctrl+z",
-                                                   "ctrl+shift+z",
-                                                   "ctrl+c",
-                                                   "delete",
-                                                   "escape",
-                                                   "w",
-                                                   "a",
-                                                   "s",
-                                                   "d"};
+    static const std::vector<std::string> names = {
+        // clang-format off
+        "f", "1", "2", "3", "4", "5", "6", "7", "l", ",", ".", "k", "c", "t", "z", "h", "m", "g", "w", "a", "s", "d", "tab",
+        "F1", "F2", "ctrl+z", "ctrl+shift+z", "ctrl+c", "delete", "escape", "return", "backspace"};
+    // clang-format on
     const ImVec2 size = ImGui::GetIO().DisplaySize;
     for (unsigned i = 0; i < events; ++i) {
-        const unsigned what = below(10);
+        const unsigned what = below(11);
         const auto which = static_cast<Uint8>(1 + below(3));
         SDL_SetModState(below(8) == 0 ? KMOD_LSHIFT : KMOD_NONE);
         if (what < 5) {
@@ -227,6 +203,11 @@ void Script::random(unsigned events) {
             SDL_Event event{};
             event.type = SDL_MOUSEWHEEL;
             event.wheel.preciseY = static_cast<float>(below(3)) - 1.0f;
+            later(event);
+        } else if (what == 8) {
+            SDL_Event event{};
+            event.type = SDL_TEXTINPUT;
+            event.text.text[0] = static_cast<char>(' ' + below(95));
             later(event);
         } else {
             const std::string& name = names[below(static_cast<unsigned>(names.size()))];
@@ -261,8 +242,7 @@ bool Script::step(Viewer& viewer) {
     ++m_next;
     m_waiting = {};
     viewer.redraw();
-    if (line.words[0] == "quit") return false;
-    return true;
+    return line.words[0] != "quit" || m_running.seconds() < (line.words.size() > 1 ? number(line, 1) : 0.0);
 }
 
 // Answers whether it is done.
@@ -297,6 +277,8 @@ bool Script::perform(Viewer& viewer, const Line& line) {
         event.type = SDL_QUIT;
         return later(event), true;
     }
+    if (what == "resize")
+        return viewer.window().resize(static_cast<int>(number(line, 1)), static_cast<int>(number(line, 2))), true;
     if (what == "drop") {
         SDL_Event event{};
         event.type = SDL_DROPFILE;
@@ -433,7 +415,7 @@ void Script::report(const Viewer& viewer) const {
     const nlohmann::ordered_json json = {
         {"seconds", seconds},
         {"updates_per_second", static_cast<double>(viewer.updates() - m_updates) / seconds},
-        {"divider", pulse.divider},
+        {"divider", pulse.moving},
         {"cancelled", times.size()},
         {"cancel_median_ms", times.empty() ? 0.0 : 1000.0 * times[times.size() / 2]},
         {"cancel_worst_ms", times.empty() ? 0.0 : 1000.0 * times.back()},

@@ -56,7 +56,7 @@ private:
     std::size_t m_next = 0;
     std::deque<SDL_Event> m_events;
     bool m_paced = false;  // they come as those of a hand do, sixty a second
-    Stopwatch m_waiting, m_sinceEvent;
+    Stopwatch m_running, m_waiting, m_sinceEvent;
     double m_timeout = 60.0;
     int m_settling = 0;  // frames until the interface has drawn what events did
     SDL_MouseMotionEvent m_pointer{};

@@ -16,11 +16,7 @@ static constexpr ImGuiWindowFlags Fixed = ImGuiWindowFlags_NoTitleBar | ImGuiWin
                                           ImGuiWindowFlags_NoMove | ImGuiWindowFlags_NoSavedSettings |
                                           ImGuiWindowFlags_NoFocusOnAppearing | ImGuiWindowFlags_NoBringToFrontOnFocus;
 
-void drawStatusBar(const ImVec2& at, const ImVec2& size, const RenderThread::Pulse& pulse, const std::string& pointed,
-                   const std::string& message) {
-    ImGui::SetNextWindowPos(at);
-    ImGui::SetNextWindowSize(size);
-    ImGui::Begin("status", nullptr, Fixed | ImGuiWindowFlags_NoScrollbar);
+static void drawProgress(const RenderThread::Pulse& pulse) {
     const float share = static_cast<float>(pulse.passes) / static_cast<float>(std::max(pulse.samples, 1u));
     const std::string progress = pulse.divider > 1 ? fmt::format("1/{} of the size", pulse.divider)
                                                    : fmt::format("{} of {} passes", pulse.passes, pulse.samples);
@@ -28,14 +24,21 @@ void drawStatusBar(const ImVec2& at, const ImVec2& size, const RenderThread::Pul
     ImGui::SameLine();
     const std::string left = pulse.done || pulse.divider > 1 ? "" : fmt::format(", {:.0f} s left", pulse.secondsLeft);
     ImGui::Text("%s", fmt::format("{:.2f} million rays/s{}", 1e-6 * pulse.raysPerSecond, left).c_str());
+    ImGui::SameLine(0.0f, 2.0f * ImGui::GetFontSize());
+}
+
+// Nothing of a picture before there is any.
+void drawStatusBar(const ImVec2& at, const ImVec2& size, const RenderThread::Pulse& pulse, const std::string& pointed,
+                   const std::string& message) {
+    ImGui::SetNextWindowPos(at);
+    ImGui::SetNextWindowSize(size);
+    ImGui::Begin("status", nullptr, Fixed | ImGuiWindowFlags_NoScrollbar);
+    if (pulse.raysPerSecond > 0.0) drawProgress(pulse);
     if (!pointed.empty()) {
-        ImGui::SameLine(0.0f, 2.0f * ImGui::GetFontSize());
         ImGui::TextUnformatted(pointed.c_str());
-    }
-    if (!message.empty()) {
         ImGui::SameLine(0.0f, 2.0f * ImGui::GetFontSize());
-        ImGui::TextColored(ImGui::GetStyleColorVec4(ImGuiCol_PlotHistogram), "%s", message.c_str());
     }
+    if (!message.empty()) ImGui::TextColored(ImGui::GetStyleColorVec4(ImGuiCol_PlotHistogram), "%s", message.c_str());
     ImGui::End();
 }
 

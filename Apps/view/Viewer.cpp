@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -49,9 +51,17 @@ void Viewer::run() {
     }
 }
 
+// How often this thread has slept, as for a lock or a disc; while others have the processor, it does not.
+static long sleeps() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
+}
+
 // What the other threads have made, and what is wanted of them.
 void Viewer::follow() {
     const Stopwatch clock;
+    const long before = sleeps();
     fly();
     if (std::exchange(m_eyeMoved, false)) m_document.setEye(m_eye);
     for (const std::string& message : m_thread.takeMessages()) say(message);
@@ -69,7 +79,7 @@ void Viewer::follow() {
         m_redraw = std::max(m_redraw, 1);
         if (!m_kept.empty() && m_kept.back().revision == m_document.revision()) picture(m_kept.back());
     }
-    m_longestWait = std::max(m_longestWait, clock.seconds());
+    if (sleeps() != before) m_longestWait = std::max(m_longestWait, clock.seconds());
 }
 
 void Viewer::frame() {

@@ -1,4 +1,5 @@
 // `oxbeam-view`, which `oxbeam view` becomes.
+#include "Apps/oxbeam/SharedOptions.h"
 #include "Apps/oxbeam/Usage.h"
 #include "Apps/oxbeam/View.h"
 #include "Apps/view/Viewer.h"
@@ -16,11 +17,7 @@ static int view(int argc, char** argv) {
     ViewCommand command;
     CLI::App app("Look at a scene or a model in a window, and change it", "oxbeam-view");
     app.set_version_flag("--version", "oxbeam-view " OXBEAM_VERSION);
-    app.add_option("--package-path", command.packagePaths, "Another directory with packages; may be repeated")
-        ->type_name("DIR")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addPackagePath(app, command.packagePaths);
     addViewOptions(app, command);
     try {
         app.parse(argc, argv);

@@ -127,6 +127,22 @@ TEST_F(Viewing, ADragIsOneStepAndTheDefaultComesBack) {
         "key ctrl+z\nexpect set shader.body.ambientIntensity no\nexpect dirty no\n");
 }
 
+// What is declared to be one; and a number of which nothing is said, which may be another as well, as it is written.
+TEST_F(Viewing, SwitchesAreSwitched) {
+    const std::string before = contentOf("scene.toml");
+    expectDone(
+        "wait done\nsearch softShadows\nwait seconds 0.2\nslide render.softShadows 0.5\n"
+        "expect value render.softShadows true\nslide render.softShadows 0.5\nexpect value render.softShadows false\n"
+        "search receiveShadow\nwait seconds 0.2\nslide shader.body.receiveShadow 0.05\n"
+        "expect value shader.body.receiveShadow true\nslide shader.body.receiveShadow 0.05\n"
+        "search castShadow\nwait seconds 0.2\nslide light.0.castShadow 0.05\nexpect value light.0.castShadow 0\n"
+        "search wireframe\nwait seconds 0.2\nslide shader.body.wireframe 0.6\ntype 0.5\nkey return\n"
+        "expect value shader.body.wireframe 0.5\nkey ctrl+s\n");
+    EXPECT_THAT(
+        newLines(before, contentOf("scene.toml")),
+        UnorderedElementsAre("softShadows = false", "receiveShadow = false", "castShadow = 0", "wireframe = 0.5"));
+}
+
 TEST_F(Viewing, TheCommandLineRendersJustThis) {
     expectDone("wait done\nset shader.body.shininess 7\nset light.0.intensity [9,8,7]\ndrag left 10 10 30 20\nkey .\n" +
                    Picture + "key ctrl+c\nexpect clipboard \" render scene.toml\"\n",
