@@ -42,6 +42,8 @@ public:
     UnderWay(const UnderWay&) = delete;
     UnderWay& operator=(const UnderWay&) = delete;
 
+    // In a process that was forked off, where of all threads only the one that did it is left.
+    static void forgetAll() { s_stops.clear(); }
     static void endAll() {
         std::unique_lock lock(s_mutex);
         s_ending = true;
@@ -64,8 +66,22 @@ private:
 
 static std::timed_mutex s_turn;
 static thread_local bool s_mine = false;
+static bool s_orphaned = false;  // whoever had the turn is not in this process
+
+[[noreturn]] static void refuseFork() {
+    throw std::logic_error(
+        "the engine's threads are not in this process, which was forked off; let "
+        "multiprocessing start its processes by 'spawn'");
+}
+
+static void afterFork() {
+    UnderWay::forgetAll();
+    s_orphaned = s_orphaned || !s_turn.try_lock();
+    if (!s_orphaned) s_turn.unlock();
+}
 
 Turn::Turn() {
+    if (s_orphaned) refuseFork();
     if (s_mine) throw std::logic_error("this thread is rendering or loading already, and does one at a time");
     std::atomic<bool> stop{false};
     const UnderWay waiting(stop);
@@ -95,10 +111,7 @@ Turn::~Turn() {
 
 void requireThreads() {
     static pid_t process = getpid();
-    if (process != getpid())
-        throw std::logic_error(
-            "the engine's threads are not in this process, which was forked off; let "
-            "multiprocessing start its processes by 'spawn'");
+    if (process != getpid()) refuseFork();
 }
 
 // ---- Work
@@ -170,6 +183,7 @@ void bindAside(py::module_& module) {
         const py::gil_scoped_release release;
         UnderWay::endAll();
     }));
+    py::module_::import("os").attr("register_at_fork")(py::arg("after_in_child") = py::cpp_function(&afterFork));
     module.attr("__doc__") = "The compiled part of oxbeam; see there.";
 }
 

@@ -15,7 +15,7 @@ namespace py = pybind11;
 class Turn {
 public:
     // Waits with the interpreter's lock given away. Throws what a signal's handler does, and std::logic_error where this
-    // thread has the turn already, as in what it is called for progress.
+    // thread has the turn already, as in what it is called for progress, or another had it when the process was forked off.
     Turn();
     ~Turn();
     Turn(const Turn&) = delete;

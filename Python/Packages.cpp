@@ -103,6 +103,9 @@ void bindPackages(py::module_& module) {
     module.def("objects", &objects);
     module.def("describe", py::overload_cast<const std::string&>(&describe));
     module.def("load_packages", &loadPackages);
+    module.def("did_you_mean", [](const std::string& wanted, const std::vector<std::string>& known) {
+        return didYouMean(wanted, known);
+    });
 }
 
 }  // namespace oxbeam::python

@@ -35,9 +35,18 @@ static void setWithin(Places& places, const std::string& path, const ParameterVa
     throw BadValue(fmt::format("{}", fmt::join(warnings, "; ")));
 }
 
+// None is no texture, and nothing else. What has no document may be one.
+static ParameterValue valueFor(const Places& places, const std::string& path, py::handle object) {
+    const ParameterDeclaration& p = places.declaration(path);
+    if (object.is_none() && p.info && !isTexture(p))
+        throw BadValue(fmt::format("'{}' is None, which is for textures; expected {}", path, describeType(p)));
+    return valueFrom(object);
+}
+
 static void set(SceneState& scene, const std::string& place, const std::string& parameter, const py::object& object) {
-    const ParameterValue value = valueFrom(object);
-    setWithin(scene.world().places, pathOf(place, parameter), value);
+    Places& places = scene.world().places;
+    const std::string path = pathOf(place, parameter);
+    setWithin(places, path, valueFor(places, path, object));
 }
 
 static void reset(SceneState& scene, const std::string& place, const std::string& parameter) {
@@ -56,14 +65,6 @@ static void setClass(SceneState& scene, const std::string& place, const std::str
 
 // ---- More objects
 
-using Values = std::vector<std::pair<std::string, ParameterValue>>;
-
-static Values valuesFrom(const py::dict& parameters) {
-    Values values;
-    for (const auto& [name, value] : parameters) values.emplace_back(name.cast<std::string>(), valueFrom(value));
-    return values;
-}
-
 // "light", or "shader.NAME" of a new name. Throws BadValue for what cannot stand there.
 static void requireRoom(const World& world, const std::string& place, const ObjectClass& object) {
     const bool light = place == "light";
@@ -76,14 +77,16 @@ static void requireRoom(const World& world, const std::string& place, const Obje
         throw BadValue(fmt::format("'{}' is {}; expected {}", object.name, oneOf(object.kind), oneOf(kinds.front())));
 }
 
-static void setAll(Places& places, const std::string& place, const Values& values) {
-    for (const auto& [name, value] : values) setWithin(places, pathOf(place, name), value);
+static void setAll(Places& places, const std::string& place, const py::dict& values) {
+    for (const auto& [name, value] : values) {
+        const std::string path = pathOf(place, name.cast<std::string>());
+        setWithin(places, path, valueFor(places, path, value));
+    }
 }
 
 // Tried out on one that stands nowhere, so that a wrong value leaves nothing behind.
-static std::string add(SceneState& scene, const std::string& place, const std::string& name, const py::dict& given) {
+static std::string add(SceneState& scene, const std::string& place, const std::string& name, const py::dict& values) {
     const ObjectClass& object = objectClass(name);
-    const Values values = valuesFrom(given);
     const Turn turn;
     World& world = scene.world();
     requireRoom(world, place, object);
@@ -102,14 +105,16 @@ static std::string add(SceneState& scene, const std::string& place, const std::s
 
 static void remove(SceneState& scene, const std::string& place) {
     World& world = scene.world();
-    if (place.starts_with("light."))
+    if (place.starts_with("light.")) {
         world.removeLight(place);
-    else if (place.starts_with("mesh.") || (place.starts_with("model.") && !world.places.has(place)))
+    } else if (place.starts_with("mesh.") || (place.starts_with("model.") && !world.places.has(place))) {
+        for (const Placed::Part& part : world.placements.at(place).parts) scene.forget(objectNote(part.instance));
         world.placements.remove(place);
-    else
+    } else {
         throw BadValue(
             fmt::format("{} cannot be removed; lights, meshes and models can",
                         world.places.has(place) ? "'" + place + "'" : "what is not there, '" + place + "',"));
+    }
 }
 
 void bindParameters(SceneClass& scene) {

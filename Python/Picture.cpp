@@ -27,14 +27,12 @@ Picture::Picture(const World& world, RenderResult result, std::vector<Aov> wante
 
 // Looks at a member of each pixel's record. It holds the picture, and cannot be written to.
 template <class T, class Record>
-static py::array look(const py::object& picture, std::span<const Record> records, const void* member,
-                      unsigned numbers) {
+static py::array look(const py::object& picture, std::span<const Record>, const void* member, unsigned numbers) {
     const Window& window = picture.cast<const Picture&>().film.window();
     constexpr auto record = static_cast<py::ssize_t>(sizeof(Record)), number = static_cast<py::ssize_t>(sizeof(T));
     const py::ssize_t width = window.width(), height = window.height();
     std::vector<py::ssize_t> shape = {height, width}, strides = {width * record, record};
     if (numbers > 1) shape.push_back(numbers), strides.push_back(number);
-    if (records.empty()) throw std::logic_error("nothing to look at");
     py::array array(py::dtype::of<T>(), shape, strides, member, picture);
     array.attr("setflags")(py::arg("write") = false);
     return array;
@@ -96,9 +94,14 @@ static ImageOptions optionsOf(const Picture& picture, unsigned bits) {
     return options;
 }
 
-static void save(const Picture& picture, const std::filesystem::path& file, unsigned bits,
-                 const std::optional<float>& exposure, const std::optional<std::string>& curve) {
-    ImageOptions options = optionsOf(picture, bits);
+static void save(const Picture& picture, const py::object& path, const py::object& depth, const py::object& stops,
+                 const py::object& toned) {
+    const auto file = argument<std::filesystem::path>("file", path);
+    const auto bits = argument<std::int64_t>("bits", depth);
+    const auto exposure = argument<std::optional<float>>("exposure", stops);
+    const auto curve = argument<std::optional<std::string>>("tone", toned);
+    if (bits != 8 && bits != 16) throw Error(ExitStatus::Usage, fmt::format("bits={}: expected 8 or 16", bits));
+    ImageOptions options = optionsOf(picture, static_cast<unsigned>(bits));
     checkImageFormat(file, options);
     if ((exposure || curve) && !isForDisplay(file))
         throw Error(ExitStatus::Usage, fmt::format("{}: '{}' keeps the light as it is; expected a name that ends in "

@@ -126,7 +126,7 @@ static std::string addMesh(SceneState& scene, const std::string& name, const Arr
     std::string place = world.placements.addMesh(std::move(mesh), number, matrixFrom(transform));
     const unsigned instance = world.placements.at(place).parts.front().instance;
     if (!name.empty()) world.nameObject(instance, name);
-    scene.note(fmt::format("object {}", instance + 1), hash);
+    scene.note(objectNote(instance), hash);
     return place;
 }
 

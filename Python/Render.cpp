@@ -5,10 +5,10 @@
 #include "Python/Aside.h"
 #include "Python/Errors.h"
 #include "Python/SceneState.h"
+#include "Python/Values.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <pybind11/stl.h>
 
 #include <algorithm>
 
@@ -37,6 +37,17 @@ struct Wish {
     std::optional<double> seconds;
     bool packets = false;
     std::string command;
+
+    explicit Wish(const py::dict& given) {
+        takeFrom(given, "samples", samples);
+        takeFrom(given, "size", size);
+        takeFrom(given, "aovs", aovs);
+        takeFrom(given, "threads", threads);
+        takeFrom(given, "crop", crop);
+        takeFrom(given, "seconds", seconds);
+        takeFrom(given, "packets", packets);
+        takeFrom(given, "command", command);
+    }
 };
 
 // The scene's own size comes back when the picture is there.
@@ -182,12 +193,8 @@ static std::shared_ptr<Picture> render(SceneState& scene, const Wish& wish, cons
 }
 
 void bindRender(SceneClass& scene) {
-    scene.def("render", [](SceneState& self, std::optional<Number> samples, std::optional<std::array<Number, 2>> size,
-                           std::vector<std::string> aovs, std::optional<Number> threads,
-                           std::optional<std::array<Number, 4>> crop, std::optional<double> seconds, bool packets,
-                           const py::object& progress, std::string command) {
-        return render(self, {samples, size, std::move(aovs), threads, crop, seconds, packets, std::move(command)},
-                      progress);
+    scene.def("render", [](SceneState& self, const py::dict& wish, const py::object& progress) {
+        return render(self, Wish(wish), progress);
     });
 }
 

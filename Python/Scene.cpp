@@ -34,14 +34,6 @@ static std::vector<std::string> settingsFrom(const py::dict& set) {
     return settings;
 }
 
-// An argument that may be given. Throws TypeError.
-template <class T>
-static void takeFrom(const py::dict& given, const char* name, T& to) try {
-    if (given.contains(name)) to = given[name].cast<T>();
-} catch (const py::cast_error&) {
-    throw py::type_error(fmt::format("{}: cannot be {}", name, std::string(py::repr(given[name]))));
-}
-
 // Of a model that stands in for a scene file; a scene file says all that itself.
 static ModelSceneOptions modelOptionsFrom(const py::dict& given) {
     ModelSceneOptions options;
@@ -121,6 +113,11 @@ static Scene load(const std::filesystem::path& file, const py::dict& set, const 
     return std::make_shared<SceneState>(file.string(), std::move(world), std::move(inputs));
 }
 
+// A name need not be UTF-8.
+static py::str file(const SceneState& scene) {
+    return py::reinterpret_steal<py::str>(PyUnicode_DecodeFSDefault(scene.file().c_str()));
+}
+
 // Objects first, then what stands in the scene.
 static std::vector<std::string> places(const SceneState& scene) {
     std::vector<std::string> names;
@@ -145,19 +142,22 @@ static py::tuple view(const SceneState& scene) {
     return py::make_tuple(tupleOf(view.position), tupleOf(view.lookAt), tupleOf(view.lookUp), scene.world().fov);
 }
 
-static R3 pointFrom(const std::array<float, 3>& v) {
-    const R3 point(v[0], v[1], v[2]);
-    if (!IsFinite(point)) throw py::value_error("expected finite numbers for a view");
-    return point;
+static R3 pointFrom(const char* name, const py::object& given) {
+    const auto [x, y, z] = argument<std::array<float, 3>>(name, given);
+    if (!IsFinite(R3(x, y, z))) throw py::value_error(fmt::format("{}: expected finite numbers", name));
+    return {x, y, z};
 }
 
-static void setView(SceneState& scene, const std::array<float, 3>& position, const std::array<float, 3>& lookAt,
-                    const std::array<float, 3>& lookUp, float fov) {
+static void setView(SceneState& scene, const py::object& from, const py::object& to, const py::object& up,
+                    const py::object& angle) {
+    const View view{pointFrom("position", from), pointFrom("look_at", to), pointFrom("look_up", up)};
+    const auto fov = argument<float>("fov", angle);
     if (!(fov > 0.0f && fov < 180.0f))
-        throw py::value_error("expected an angle of more than 0 and less than 180 degrees");
-    const View view{pointFrom(position), pointFrom(lookAt), pointFrom(lookUp)};
-    if (!(Length(Cross(view.lookAt - view.position, view.lookUp)) > 0.0f))
-        throw py::value_error("expected a view to somewhere, and not straight up or down");
+        throw py::value_error(fmt::format("fov: expected more than 0 and less than 180 degrees, not {:g}", fov));
+    const R3 forward = view.lookAt - view.position, right = Cross(forward, view.lookUp);
+    if (!(Length(forward) > 0.0f)) throw py::value_error("look_at: expected a point away from the position");
+    if (!(Length(right) > 1e-6f * Length(forward) * Length(view.lookUp)))  // as in scene files
+        throw py::value_error("look_up: expected a direction across the way that the camera looks");
     World& world = scene.world();
     world.view = view;
     world.fov = fov;
@@ -166,7 +166,7 @@ static void setView(SceneState& scene, const std::array<float, 3>& position, con
 void bindScene(py::module_& module) {
     SceneClass scene(module, "Scene", withoutNew());
     scene.def("close", &SceneState::close)
-        .def_property_readonly("file", &SceneState::file)
+        .def_property_readonly("file", &file)
         .def_property_readonly("is_open", &SceneState::isOpen)
         .def_readonly("last", &SceneState::last)
         .def("places", &places)
@@ -180,6 +180,7 @@ void bindScene(py::module_& module) {
     bindTextures(scene);
     bindImage(scene);
     module.def("load", &load);
+    module.def("place_meant", &placeMeant);
     module.def("is_scene_file", [](const std::filesystem::path& file) { return isSceneFile(file); });
 }
 

@@ -28,6 +28,7 @@ public:
     Inputs inputs(const RenderOptions& options) const;
     // Python brought something of its own: "texture.wood", or "object 7", of contents with such a hash.
     void note(const std::string& what, std::uint64_t hash) { m_given[what] = hash; }
+    void forget(const std::string& what) { m_given.erase(what); }
     bool isOpen() const { return m_world != nullptr; }
 
     // Keeps everybody else out while the interpreter's lock is given away.
@@ -67,6 +68,9 @@ void bindTextures(SceneClass& scene);
 void bindImage(SceneClass& scene);
 
 void bindScene(py::module_& module);
+
+// What notes call an object, by its number from 0.
+inline std::string objectNote(unsigned instance) { return "object " + std::to_string(instance + 1); }
 
 // The threads that are worked on: those that were asked for, or those that the scene and the machine give. Throws
 // Error(Usage).

@@ -2,6 +2,7 @@
 #include "Engine/System/Hash.h"
 #include "Engine/Textures/TextureFile.h"
 #include "Python/Aside.h"
+#include "Python/Errors.h"
 #include "Python/SceneState.h"
 #include "Python/Values.h"
 
@@ -61,7 +62,11 @@ static void setFile(SceneState& scene, const std::string& path, const std::files
             },
             Turn::stop());
     }
+    const std::size_t mended = picture->mended();
     setPicture(scene, path, std::move(picture), hash);
+    if (mended)
+        warn(fmt::format("{}: {} numbers of the picture are not finite; they count as 0, infinities as 65504",
+                         file.string(), mended));
 }
 
 // Rows of arrays are from the top, those of textures from the bottom.

@@ -11,6 +11,8 @@
 about one.
 """
 
+import os
+
 from . import _oxbeam
 from ._errors import PackageError, SceneError, SceneFault, SceneWarning, UnknownName
 from ._objects import Description, Parameter, SceneObject, describe, object_class as _object_class, objects
@@ -43,14 +45,18 @@ Picture.__module__ = __name__
 
 def load_packages(folder):
     """Loads every package (lib*.so) of a folder, beside those that are installed."""
-    _oxbeam.load_packages(folder)
+    _oxbeam.load_packages(os.fspath(folder))
 
 
 def __getattr__(name):
     """Classes of objects, by their names: oxbeam.KelPhong."""
     if name.startswith("_"):
         raise AttributeError(f"module 'oxbeam' has no attribute {name!r}")
-    return _object_class(name)
+    try:
+        return _object_class(name)
+    except UnknownName as error:
+        meant = _oxbeam.did_you_mean(name, __all__)
+        raise (UnknownName(f"module 'oxbeam' has no {name!r}{meant}") if meant else error) from None
 
 
 def __dir__():

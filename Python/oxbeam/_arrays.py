@@ -13,13 +13,18 @@ def _numbers(values, what):
     return array
 
 
+def _packed(array, dtype):
+    """One number after the other, where a processor wants them."""
+    return np.require(array, dtype, ["C_CONTIGUOUS", "ALIGNED"])
+
+
 def rows(values, columns, what):
     """Finite float32 numbers in so many columns, one row after the other; as it is where it is so already."""
     array = _numbers(values, what)
     if array.ndim != 2 or array.shape[1] != columns:
         raise ValueError(f"{what}: expected the shape (n, {columns}), not {array.shape}")
     with np.errstate(over="ignore"):
-        array = np.ascontiguousarray(array, dtype=np.float32)
+        array = _packed(array, np.float32)
     bad = ~np.isfinite(array).all(axis=1)
     if bad.any():
         raise ValueError(f"{what}: row {int(bad.argmax())} is not finite in single precision")
@@ -40,7 +45,7 @@ def picture(values):
             array = array.astype(np.float32)
         if not np.isfinite(array).all():
             raise ValueError("picture: not all numbers are finite in single precision")
-    return np.ascontiguousarray(array, dtype=array.dtype.newbyteorder("="))
+    return _packed(array, array.dtype.newbyteorder("="))
 
 
 def faces(values, vertices):
@@ -57,7 +62,7 @@ def faces(values, vertices):
     if array.size and (array.min() < 0 or array.max() >= vertices):
         bad = int(((array < 0) | (array >= vertices)).any(axis=1).argmax())
         raise ValueError(f"faces: face {bad} is {array[bad].tolist()}; expected vertices from 0 to {vertices - 1}")
-    return np.ascontiguousarray(array, dtype=np.uint32)
+    return _packed(array, np.uint32)
 
 
 def transform(values):
@@ -74,10 +79,25 @@ def transform(values):
     return array[:3].tolist()
 
 
-def vectors(values, what):
-    """Three float32 numbers in each row, and the shape of all but those."""
+def _vectors(values, what):
+    """Three float32 numbers in each row."""
     array = _numbers(values, what)
     if array.ndim == 0 or array.shape[-1] != 3:
         raise ValueError(f"{what}: expected the shape (..., 3), not {array.shape}")
     with np.errstate(over="ignore"):  # what becomes infinite hits nothing
-        return np.ascontiguousarray(array, dtype=np.float32).reshape(-1, 3), array.shape[:-1]
+        return array.astype(np.float32, copy=False)
+
+
+def rays(origins, directions):
+    """As many rows of both, one after the other, or one origin for all; and the shape of all but the rows."""
+    starts, ways = _vectors(origins, "origins"), _vectors(directions, "directions")
+    try:
+        shape = np.broadcast_shapes(starts.shape, ways.shape)
+    except ValueError:
+        raise ValueError(
+            f"origins of {starts.shape} and directions of {ways.shape} do not go together; expected as many of both, "
+            f"one for all, or what NumPy broadcasts"
+        ) from None
+    if starts.ndim > 1:
+        starts = np.broadcast_to(starts, shape)
+    return tuple(_packed(a, np.float32).reshape(-1, 3) for a in (starts, np.broadcast_to(ways, shape))) + (shape[:-1],)

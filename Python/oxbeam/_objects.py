@@ -1,5 +1,6 @@
 """Classes of objects, made from what the objects say of themselves."""
 
+import contextlib
 import keyword
 import textwrap
 from typing import NamedTuple
@@ -52,14 +53,21 @@ class Description(NamedTuple):
 
 def objects(kind=None):
     """Names of all objects that the packages offer, or of those of one kind: "light", "camera", ..."""
-    return _oxbeam.objects(kind or "")
+    return _oxbeam.objects("" if kind is None else text(kind, "kind"))
 
 
 def describe(name):
     """What an object says of itself: its kind and its parameters with types, bounds, defaults and help."""
-    said = _oxbeam.describe(name)
+    said = _oxbeam.describe(text(name, "name"))
     said["parameters"] = {p["name"]: Parameter(**{**p, "aliases": tuple(p["aliases"])}) for p in said["parameters"]}
     return Description(**said)
+
+
+def text(value, what):
+    """A name that somebody gave."""
+    if not isinstance(value, str):
+        raise TypeError(f"{what}: expected a name, not {value!r}")
+    return value
 
 
 def plain(value):
@@ -71,6 +79,17 @@ def plain(value):
     return value
 
 
+@contextlib.contextmanager
+def _cameras_view(place, name):
+    """Says where that is which scene files have among a camera's parameters."""
+    try:
+        yield
+    except UnknownName as error:
+        if place.partition(".")[0] != "camera" or name not in ("position", "lookAt", "lookUp", "fov"):
+            raise
+        raise UnknownName(f"{error}; how the camera stands is scene.view") from None
+
+
 class SceneObject:
     """An object of a scene, by its place. Its parameters are attributes, and items.
 
@@ -79,7 +98,9 @@ class SceneObject:
 
     __slots__ = ("_scene", "_place")
 
-    def __init__(self, scene, place):
+    def __init__(self, scene=None, place=None, **_):
+        if not isinstance(scene, _oxbeam.Scene):
+            raise TypeError("objects stand in scenes: scene[place] is one, and scene.add(place, object) makes another")
         object.__setattr__(self, "_scene", scene)
         object.__setattr__(self, "_place", place)
 
@@ -95,7 +116,7 @@ class SceneObject:
 
     @object.setter
     def object(self, name):
-        self._scene.set_class(self._place, name)
+        self._scene.set_class(self._place, text(name, "object"))
 
     def parameters(self):
         """What its class says of its parameters, by name."""
@@ -115,10 +136,12 @@ class SceneObject:
             self._scene.reset(self._place, name)
 
     def __getitem__(self, name):
-        return self._scene.get(self._place, name)
+        with _cameras_view(self._place, name):
+            return self._scene.get(self._place, text(name, "parameter"))
 
     def __setitem__(self, name, value):
-        self._scene.set(self._place, name, plain(value))
+        with _cameras_view(self._place, name):
+            self._scene.set(self._place, text(name, "parameter"), plain(value))
 
     def __getattr__(self, name):
         if name.startswith("_"):

@@ -1,13 +1,17 @@
 """Scenes."""
 
+import collections.abc
+import errno
 import operator
 import os
 import shlex
+import stat
 import sys
 from typing import NamedTuple
 
 from . import _arrays, _oxbeam
-from ._objects import object_at, plain
+from ._errors import UnknownName
+from ._objects import object_at, plain, text
 from ._progress import Progress
 
 
@@ -30,6 +34,10 @@ class Hits(NamedTuple):
 
 
 RAY_KINDS = ("primary", "shadow", "transparency", "refraction", "reflection")
+
+
+def _unknown(scene, place):
+    return UnknownName(f"the scene has no {place!r}{_oxbeam.place_meant(place, scene.places())}")
 
 
 class Placement:
@@ -77,8 +85,20 @@ class Placement:
         self._scene.set_visibility(self._place, _names(kinds, "visible_to"))
 
     def set_shader(self, shader):
-        """Gives all of it another surface: "lacquer", "shader.lacquer" or "model.0.shader.Steel"."""
+        """Gives all of it another surface: "lacquer", "shader.lacquer", "model.0.shader.Steel", or such an object."""
         self._scene.set_shader(self._place, _shader_place(self._scene, shader))
+
+    def __getattr__(self, name):
+        """Says what has another name here than in scene files."""
+        elsewhere = "; see set_shader" if name == "shader" else ""
+        if name in ("translate", "rotate", "scale", "matrix"):
+            elsewhere = "; see transform"
+        raise AttributeError(f"a placement has no {name!r}{elsewhere or _oxbeam.did_you_mean(name, dir(type(self)))}")
+
+    def __setattr__(self, name, value):
+        if not hasattr(type(self), name):
+            self.__getattr__(name)
+        object.__setattr__(self, name, value)
 
     def __repr__(self):
         return f"<{type(self).__name__} {self._place!r}>"
@@ -86,24 +106,37 @@ class Placement:
 
 def _shader_place(scene, shader):
     known = scene.places()
-    return shader if shader in known or f"shader.{shader}" not in known else f"shader.{shader}"
+    shader = text(getattr(shader, "place", shader), "shader")
+    if f"shader.{shader}" in known and shader not in known:
+        return f"shader.{shader}"
+    if shader not in known:
+        raise _unknown(scene, shader)
+    return shader
 
 
 def _names(values, what):
     """One text, or several."""
-    names = [values] if isinstance(values, str) else list(values)
-    for name in names:
-        if not isinstance(name, str):
-            raise TypeError(f"{what}: expected names, not {name!r}")
-    return names
+    try:
+        return [text(name, what) for name in ([values] if isinstance(values, str) else values)]
+    except TypeError:
+        raise TypeError(f"{what}: expected names, not {values!r}") from None
 
 
 def _command():
     """How this process was started, as a shell takes it."""
     try:
-        return shlex.join(sys.orig_argv)
+        words = shlex.join(sys.orig_argv)
     except (TypeError, AttributeError):  # whose arguments somebody has changed
         return "python"
+    return words.encode(errors="surrogateescape").decode(errors="replace")  # file names need not be UTF-8
+
+
+def _index(value, what):
+    """An integer, or None."""
+    try:
+        return value if value is None else operator.index(value)
+    except TypeError:
+        raise TypeError(f"{what}: expected an integer, not {value!r}") from None
 
 
 def _whole(values, number, what):
@@ -119,12 +152,21 @@ def _whole(values, number, what):
     return whole
 
 
+def _held(name, doc):
+    """A property that the engine's scene keeps, and answers and takes as it is."""
+    return property(
+        lambda self: getattr(self._scene, name)(), lambda self, value: getattr(self._scene, "set_" + name)(value), doc=doc
+    )
+
+
 class Scene:
     """A scene that was loaded: its objects by their places, and its pictures.
 
     `scene["shader.lacquer"]` is an object, `scene["mesh.0"]` what stands in the scene. A scene is for one thread at a time:
     while it is at work, others that use it get a RuntimeError. It can be used in `with`, which closes it.
     """
+
+    __slots__ = ("_scene", "__weakref__")
 
     def __init__(self, scene):
         if not isinstance(scene, _oxbeam.Scene):
@@ -147,50 +189,17 @@ class Scene:
     def size(self, size):
         self._scene.set_size(_whole(size, 2, "size"))
 
-    @property
-    def background(self):
+    background = _held(
+        "background",
         """What is seen where nothing is: "environment", or "transparent" for pictures with alpha."""
-        return self._scene.background()
-
-    @background.setter
-    def background(self, name):
-        self._scene.set_background(name)
-
-    @property
-    def filter(self):
+    )
+    filter = _held(
+        "filter",
         """How samples count for their pixel: "box", "gaussian", ...; setting one sets its usual width."""
-        return self._scene.filter()
-
-    @filter.setter
-    def filter(self, name):
-        self._scene.set_filter(name)
-
-    @property
-    def filter_width(self):
-        """In pixels."""
-        return self._scene.filter_width()
-
-    @filter_width.setter
-    def filter_width(self, pixels):
-        self._scene.set_filter_width(pixels)
-
-    @property
-    def exposure(self):
-        """Of pictures for displays, in stops: each doubles the light."""
-        return self._scene.exposure()
-
-    @exposure.setter
-    def exposure(self, stops):
-        self._scene.set_exposure(stops)
-
-    @property
-    def tone(self):
-        """The tone curve of pictures for displays: "none", "filmic", ..."""
-        return self._scene.tone()
-
-    @tone.setter
-    def tone(self, curve):
-        self._scene.set_tone(curve)
+    )
+    filter_width = _held("filter_width", "In pixels.")
+    exposure = _held("exposure", "Of pictures for displays, in stops: each doubles the light.")
+    tone = _held("tone", """The tone curve of pictures for displays: "none", "filmic", ...""")
 
     @property
     def camera(self):
@@ -214,7 +223,11 @@ class Scene:
 
     @view.setter
     def view(self, view):
-        self._scene.set_view(*(plain(part) for part in View(*view)))
+        try:
+            view = View(*view)
+        except TypeError:
+            raise TypeError(f"view: expected position, look_at, and perhaps look_up and fov, not {view!r}") from None
+        self._scene.set_view(*(plain(part) for part in view))
 
     @property
     def last(self):
@@ -237,7 +250,7 @@ class Scene:
             return object_at(self._scene, place)
         except KeyError:
             if place not in self._scene.places():
-                raise
+                raise _unknown(self._scene, place) from None
         return Placement(self._scene, place)
 
     def __contains__(self, place):
@@ -261,7 +274,7 @@ class Scene:
         scene.add("shader.red", "KelPhong", diffuseColor=(1, 0, 0))
         """
         values = {name: plain(value) for name, value in parameters.items()}
-        return object_at(self._scene, self._scene.add(place, object, values))
+        return object_at(self._scene, self._scene.add(text(place, "place"), text(object, "object"), values))
 
     def add_mesh(self, vertices, faces=None, normals=None, uv=None, shader=None, transform=None, name=None):
         """Adds triangles, and answers where they stand.
@@ -269,7 +282,7 @@ class Scene:
         `vertices` is an array of (n, 3), `faces` one of (m, 3) with numbers of vertices; without faces, three vertices in
         turn make a triangle. `normals` and `uv` are per vertex. What has `vertices` and `faces` of its own, as a mesh of
         trimesh has, can be given instead of both. `shader` is the name of a surface; without one it is the scene's first.
-        Arrays are copied once, and can be changed afterwards.
+        Triangles without an area are left out. Arrays are copied once, and can be changed afterwards.
         """
         if hasattr(vertices, "vertices") and hasattr(vertices, "faces"):
             if faces is not None:
@@ -300,9 +313,8 @@ class Scene:
         "linear"; without it files say it, integers are sRGB, and floats linear. It is used as the picture before was: how
         it is wrapped and filtered stays. Arrays are copied.
         """
-        if not isinstance(texture, str):
-            raise TypeError(f"texture: expected a name, not {texture!r}")
-        place = texture if texture in self._scene.textures() or texture.startswith("texture.") else f"texture.{texture}"
+        named = text(texture, "texture").startswith("texture.") or texture in self._scene.textures()
+        place = texture if named else f"texture.{texture}"
         if color_space not in (None, "srgb", "linear"):
             raise ValueError(f"color_space: expected 'srgb' or 'linear', not {color_space!r}")
         space = color_space or ""
@@ -313,7 +325,7 @@ class Scene:
 
     def remove(self, place):
         """Removes a light, a mesh or a model. Those after it are counted anew: "light.2" becomes "light.1"."""
-        self._scene.remove(place.place if hasattr(place, "place") else place)
+        self._scene.remove(text(getattr(place, "place", place), "place"))
 
     # ---- Pictures and rays
 
@@ -339,34 +351,29 @@ class Scene:
         Other threads of Python's run meanwhile. Ctrl-C, or an exception out of `progress`, ends the rendering at once; the
         picture as it is then is in the exception as `picture`, and in `scene.last`.
         """
-        if isinstance(aovs, str):
-            aovs = [aovs]
+        wish = {
+            "samples": _index(samples, "samples"),
+            "size": _whole(size, 2, "size"),
+            "aovs": _names(aovs, "aovs"),
+            "threads": _index(threads, "threads"),
+            "crop": _whole(crop, 4, "crop"),
+            "seconds": seconds,
+            "packets": bool(packets),
+            "command": _command(),
+        }
         with Progress(progress) as tell:
-            return self._scene.render(
-                None if samples is None else operator.index(samples),
-                _whole(size, 2, "size"),
-                list(aovs),
-                None if threads is None else operator.index(threads),
-                _whole(crop, 4, "crop"),
-                seconds,
-                bool(packets),
-                tell,
-                _command(),
-            )
+            return self._scene.render(wish, tell)
 
     def intersect(self, origins, directions, *, threads=None):
         """Where rays hit first, of what cameras see: distance, object, triangle and normal, an array each.
 
-        `origins` and `directions` are arrays of (..., 3), or one origin of (3,) for all. Directions are of any length, which
-        distances are counted in. Arrays of contiguous float32 are read where they are. Rays that are not finite hit
-        nothing.
+        `origins` and `directions` are arrays of (..., 3) that go together as NumPy broadcasts them: as many of both, one
+        origin of (3,) for all, or each of (n, 1, 3) with each of (m, 3). Directions are of any length, which distances are
+        counted in. Arrays of contiguous float32 are read where they are. Rays that are not finite hit nothing.
         """
-        starts, shape = _arrays.vectors(origins, "origins")
-        ways, wanted = _arrays.vectors(directions, "directions")
-        if shape not in (wanted, ()):
-            raise ValueError(f"origins: expected the shape of the directions, {(*wanted, 3)}, or (3,), not {(*shape, 3)}")
-        hits = self._scene.intersect(starts, ways, None if threads is None else operator.index(threads))
-        return Hits(*(array.reshape((*wanted, *array.shape[1:])) for array in hits))
+        starts, ways, shape = _arrays.rays(origins, directions)
+        hits = self._scene.intersect(starts, ways, _index(threads, "threads"))
+        return Hits(*(array.reshape((*shape, *array.shape[1:])) for array in hits))
 
     # ---- The end
 
@@ -387,9 +394,11 @@ class Scene:
 def _file(path):
     """Its name; says who is missing."""
     path = os.fsdecode(path)
-    os.stat(path)
-    if os.path.isdir(path):
-        raise IsADirectoryError(21, "Is a directory", path)
+    mode = os.stat(path).st_mode
+    if stat.S_ISDIR(mode):
+        raise IsADirectoryError(errno.EISDIR, "Is a directory", path)
+    if not stat.S_ISREG(mode):
+        raise ValueError(f"{path!r} is not a regular file")
     return path
 
 
@@ -432,6 +441,8 @@ def load(
     Raises SceneError with everything that is wrong with the scene, and FileNotFoundError where a file is not there.
     """
     with_values = {}
+    if set is not None and not isinstance(set, collections.abc.Mapping):
+        raise TypeError(f"set: expected values by name, such as {{'shader.lacquer.shininess': 64}}, not {set!r}")
     for name, value in (set or {}).items():
         if not isinstance(name, str):
             raise TypeError(f"set: expected names such as 'shader.lacquer.shininess', not {name!r}")
@@ -439,7 +450,7 @@ def load(
     path = _file(path)
     model = {
         "shader": shader,
-        "color": None if color is None else [float(part) for part in plain(color)],
+        "color": None if color is None else plain(color),
         "texture": None if texture is None else _file(texture),
         "environment": None if environment is None else _file(environment),
         "rotate_environment": rotate_environment,
@@ -457,7 +468,7 @@ def load(
         "camera": camera,
         "size": _whole(size, 2, "size"),
         "background": None if background is None else _color(background),
-        "import_limit": None if import_limit is None else operator.index(import_limit),
+        "import_limit": _index(import_limit, "import_limit"),
     }
     model.update((name, value) for name, value in both.items() if value is not None)
     return Scene(_oxbeam.load(path, with_values, model))

@@ -182,6 +182,31 @@ def test_a_fork_after_threads_says_what_to_do(table):
     assert "spawn" in words
 
 
+def test_a_fork_beside_a_rendering_is_refused_and_ends_at_once(table):
+    """Whoever was rendering is not in the child, and would be waited for."""
+    words = run(
+        """
+        import os, signal, sys, threading, time, oxbeam
+        scene = oxbeam.load(sys.argv[1])
+        told = threading.Event()
+        threading.Thread(target=scene.render, daemon=True,
+                         kwargs={"samples": 1000000, "progress": lambda done: told.set()}).start()
+        told.wait()
+        if os.fork() == 0:
+            signal.alarm(5)
+            try:
+                oxbeam.load(sys.argv[1])
+            except RuntimeError as error:
+                print(error, flush=True)
+            sys.exit(0)
+        print(os.waitstatus_to_exitcode(os.wait()[1]))
+        os._exit(0)
+        """,
+        table,
+    )
+    assert "spawn" in words and words.endswith("\n0\n")
+
+
 def render_by_itself(file):
     return oxbeam.load(file).render(samples=1).rgb.tobytes()
 
@@ -277,8 +302,13 @@ def test_pictures_are_saved_by_many_threads(scene, tmp_path):
 INTERRUPTED = """
 import os, signal, sys, threading, time
 import oxbeam
-scene = oxbeam.load(sys.argv[1]) if sys.argv[2] == "build" else None
+scene = None if sys.argv[2] == "load" else oxbeam.load(sys.argv[1])
 work = (lambda: scene.render(samples=1, size=(8, 8))) if scene else (lambda: oxbeam.load(sys.argv[1]))
+if sys.argv[2] == "rebuild":
+    work()
+    moved = scene["mesh.0"].transform
+    moved[1, 3] += 1
+    scene["mesh.0"].transform = moved
 def interrupt():
     time.sleep(float(sys.argv[3]))
     global fired
@@ -296,7 +326,8 @@ except KeyboardInterrupt:
 """
 
 
-@pytest.mark.parametrize("what, seconds", [("load", 0.1), ("load", 0.4), ("build", 0.01), ("build", 0.05)])
+@pytest.mark.parametrize("what, seconds", [("load", 0.1), ("load", 0.4), ("build", 0.01), ("build", 0.05),
+                                           ("rebuild", 0.01), ("rebuild", 0.05)])
 def test_loading_and_building_are_interrupted_soon_and_can_be_done_again(tmp_path, what, seconds):
     x, y = np.meshgrid(np.linspace(0, 1, 500), np.linspace(0, 1, 500))
     corners = np.stack([x, y, 0.1 * np.sin(9 * x) * np.cos(7 * y)], axis=2).reshape(-1, 3)

@@ -138,6 +138,8 @@ def test_what_a_picture_is_made_from_is_told_as_the_command_tells_it(table, tmp_
     scene["mesh.0"].transform = 2 * np.eye(4)[:3]
     scene["mesh.0"].transform = at_first
     assert now() == own["sceneHash"]
+    scene.remove(scene.add_mesh(np.eye(3)))
+    assert now() == own["sceneHash"]
 
 
 def test_pictures_for_displays_are_toned_when_they_are_saved(scene, tmp_path):

@@ -77,6 +77,19 @@ def test_rays_that_are_no_rays_hit_nothing(scene):
         assert np.isclose(np.delete(hits.distance, np.s_[number : number + len(bad)]), 4.0, atol=0.01).all()
 
 
+def test_rays_are_broadcast_as_numpy_does_it(scene):
+    """As of many points to many parts of a sky."""
+    points = np.array([(0, 0, 5), (0.5, 0, 5), (3, 0, 5), (0, 0, 9)])
+    ways = np.array([(0, 0, -1), (0, 0, -2), (0, 1, 0)])
+    every = scene.intersect(points[:, None], ways)
+    assert every.distance.shape == (4, 3) and every.normal.shape == (4, 3, 3)
+    flat = scene.intersect(np.repeat(points, 3, axis=0), np.tile(ways, (4, 1)))
+    assert all(np.array_equal(of.reshape(alone.shape), alone) for of, alone in zip(every, flat))
+    assert (every.object > 0).tolist() == [[True, True, False], [True, True, False], [False] * 3, [True, True, False]]
+    assert np.allclose(scene.intersect(points, ways[0]).distance, every.distance[:, 0])
+    assert scene.intersect(points[:0], ways[0]).distance.shape == (0,)
+
+
 def test_shapes_and_kinds_of_arrays(scene):
     way = np.array((0, 0, -1.0))
     assert scene.intersect((0, 0, 5), way).distance.shape == ()
@@ -85,12 +98,13 @@ def test_shapes_and_kinds_of_arrays(scene):
     ways = np.broadcast_to(way, (4, 7, 3))
     straight = scene.intersect(lines, ways)
     assert straight.distance.shape == (4, 7) and straight.normal.shape == (4, 7, 3)
-    for other in (np.asfortranarray(lines), lines[::-1], lines.astype(np.float64)):
+    odd = np.frombuffer(b"x" + lines.astype(np.float32).tobytes(), np.float32, lines.size, 1).reshape(lines.shape)
+    for other in (np.asfortranarray(lines), lines[::-1], lines.astype(np.float64), odd):
         assert np.array_equal(scene.intersect(other, ways).distance, straight.distance)
     for origins, directions, exception in [
         ((0, 0), way, ValueError),
         (np.zeros((2, 3)), np.zeros((3, 3)), ValueError),
-        (np.zeros((3, 1, 3)), np.zeros((3, 3)), ValueError),
+        (np.zeros((3, 1, 3)), np.zeros((2, 2, 3)), ValueError),
         (np.zeros((3, 2)), np.zeros((3, 2)), ValueError),
         (5, way, ValueError),
         (None, way, TypeError),

@@ -1,7 +1,10 @@
 """Loading scenes, their objects by name, and what is said of mistakes."""
 
 import copy
+import os
 import pickle
+import subprocess
+import sys
 
 import numpy as np
 import OpenImageIO as oiio
@@ -43,11 +46,21 @@ def test_names_that_are_not_there_are_key_errors_with_the_nearest(scene):
         (lambda: oxbeam.describe("KelFong"), "KelPhong"),
         (lambda: oxbeam.objects("ligth"), "light"),
         (lambda: scene.remove("light.1"), "light.0"),
+        (lambda: scene["lacquer"], "shader.lacquer"),
+        (lambda: scene["mesh.1"], "mesh.0"),
+        (lambda: scene["mesh.0"].set_shader("chlak"), "shader.chalk"),
+        (lambda: scene.add_mesh(np.zeros((3, 3)), shader="laquer"), "shader.lacquer"),
+        (lambda: oxbeam.load_package, "load_packages"),
     ]:
         with pytest.raises(KeyError, match=f"did you mean '{nearest}'"):
             mistake()
     with pytest.raises(AttributeError, match="did you mean 'shininess'"):
         scene["shader.lacquer"].shinyness
+    with pytest.raises(AttributeError, match="did you mean 'transform'"):
+        scene["mesh.0"].transfrom
+    for name in ("exposur", "last", "file"):  # not there, or not to be set
+        with pytest.raises(AttributeError):
+            setattr(scene, name, 1)
     assert not hasattr(scene["shader.lacquer"], "shinyness")
     assert not hasattr(oxbeam, "KelFong")
 
@@ -61,6 +74,8 @@ def test_wrong_values_say_what_was_expected_and_change_nothing(scene):
         ("shininess", float("nan"), ValueError, "expected a number"),
         ("shininess", 1 << 80, ValueError, "beyond"),
         ("shininess", object(), TypeError, "not object"),
+        ("shininess", None, ValueError, "None, which is for textures; expected float"),
+        ("diffuseColor", None, ValueError, "None, which is for textures; expected 3 floats"),
         ("diffuseColor", (1, 2), ValueError, "expected a list of 3"),
         ("diffuseColor", (1, 2, "x"), TypeError, "not str"),
         ("texture", "wood", ValueError, "not defined"),
@@ -71,6 +86,55 @@ def test_wrong_values_say_what_was_expected_and_change_nothing(scene):
             lacquer[name] = value
         assert lacquer.values() == before
         assert not lacquer.is_set("shininess")
+
+
+def test_what_stands_elsewhere_than_in_scene_files_is_pointed_to(scene):
+    for mistake, words in [
+        (lambda: scene["camera"].position, "scene.view"),
+        (lambda: setattr(scene["camera"], "fov", 30), "scene.view"),
+        (lambda: scene["mesh.0"].translate, "transform"),
+        (lambda: setattr(scene["mesh.0"], "scale", 2), "transform"),
+        (lambda: setattr(scene["mesh.0"], "shader", "chalk"), "set_shader"),
+        (lambda: scene.remove(oxbeam.KelPhong), "expected a name"),
+        (lambda: oxbeam.KelPhong(), "scene.add"),
+    ]:
+        with pytest.raises((AttributeError, TypeError), match=words):
+            mistake()
+    scene["mesh.0"].set_shader(scene["shader.chalk"])
+
+
+def test_arguments_of_other_types_are_told_by_their_names(scene, table):
+    picture = scene.render(1)
+    for name, mistake in [
+        ("exposure", lambda: setattr(scene, "exposure", "a")),
+        ("tone", lambda: setattr(scene, "tone", None)),
+        ("filter", lambda: setattr(scene, "filter", 3)),
+        ("filter_width", lambda: setattr(scene, "filter_width", None)),
+        ("background", lambda: setattr(scene, "background", (1, 1, 1))),
+        ("camera", lambda: setattr(scene, "camera", 3)),
+        ("size", lambda: setattr(scene, "size", None)),
+        ("size", lambda: setattr(scene, "size", (1 << 70, 5))),
+        ("view", lambda: setattr(scene, "view", "front")),
+        ("position", lambda: setattr(scene, "view", ((0, 0), (0, 0, 0)))),
+        ("fov", lambda: setattr(scene, "view", ((0, 0, 5), (0, 0, 0), (0, 1, 0), "wide"))),
+        ("object", lambda: setattr(scene["shader.chalk"], "object", None)),
+        ("place", lambda: scene.add(3, "KelPhong")),
+        ("shader", lambda: scene.add_mesh(np.zeros((3, 3)), shader=3)),
+        ("samples", lambda: scene.render("many")),
+        ("aovs", lambda: scene.render(aovs=[3])),
+        ("seconds", lambda: scene.render(seconds="a")),
+        ("threads", lambda: scene.render(threads=1 << 70)),
+        ("set", lambda: oxbeam.load(table, set=["shader.lacquer.shininess=3"])),
+        ("color", lambda: oxbeam.load(BUNNY, color="red")),
+        ("name", lambda: oxbeam.describe(3)),
+        ("kind", lambda: oxbeam.objects(3)),
+        ("file", lambda: picture.save(3)),
+        ("bits", lambda: picture.save("x.png", bits="8")),
+        ("exposure", lambda: picture.save("x.png", exposure="a")),
+        ("tone", lambda: picture.save("x.png", tone=3)),
+    ]:
+        with pytest.raises(TypeError, match=f"^{name}: expected .*not "):
+            mistake()
 
 
 def test_all_errors_of_a_scene_come_in_one_exception_with_their_places(tmp_path):
@@ -100,6 +164,10 @@ def test_files_that_cannot_be_read_are_os_errors(tmp_path):
     assert caught.value.filename == tmp_path / "none.toml" or caught.value.filename == str(tmp_path / "none.toml")
     with pytest.raises(IsADirectoryError):
         oxbeam.load(tmp_path)
+    os.mkfifo(tmp_path / "pipe.toml")
+    for load in (oxbeam.load, lambda pipe: oxbeam.load(BUNNY, texture=pipe)):
+        with pytest.raises(ValueError, match="is not a regular file"):
+            load(tmp_path / "pipe.toml")
     with pytest.raises(NotADirectoryError):
         oxbeam.load_packages(tmp_path / "none")
 
@@ -134,6 +202,13 @@ def test_objects_are_themselves_to_python(scene):
     assert "shader.lacquer" in scene and "mesh.0" in list(scene)
     with pytest.raises((TypeError, AttributeError)):
         copy.deepcopy(lacquer)
+
+
+def test_names_of_files_and_arguments_need_not_be_utf_8(table):
+    file = bytes(table.parent) + b"/t\xff.toml"
+    os.rename(table, file)
+    code = "import oxbeam, sys; scene = oxbeam.load(sys.argv[1]); assert scene.file == sys.argv[1]; scene.render(1)"
+    subprocess.run([sys.executable, "-c", code, file], check=True)
 
 
 BUNNY = SCENES / "assets/bunny.glb"
@@ -196,6 +271,21 @@ def test_what_a_scene_says_of_its_pictures_can_be_changed(table):
     table.write_text(file)
     fresh = oxbeam.load(table).render()
     assert np.array_equal(changed.rgb, fresh.rgb) and np.array_equal(changed.alpha, fresh.alpha)
+
+
+def test_views_that_nobody_can_have_are_told(scene):
+    before = scene.view
+    for view, words in [
+        (((0, 0, 0), (0, 0, 0)), "^look_at: expected a point away"),
+        (((0, 0, 0), (0, 5, 0)), "^look_up: expected a direction across"),
+        (((0, 0, 0), (1e-8, 5, 0)), "^look_up"),
+        (((0, 0, 5), (0, 0, 0), (0, 0, 0)), "^look_up"),
+        (((0, 0, np.nan), (0, 0, 0)), "^position: expected finite"),
+        (((0, 0, 5), (0, 0, 0), (0, 1, 0), 180), "^fov"),
+    ]:
+        with pytest.raises(ValueError, match=words):
+            scene.view = view
+    assert scene.view == before
 
 
 def test_cameras_are_chosen_by_name(table):

@@ -1,6 +1,7 @@
 """Pictures of textures, from arrays and from files."""
 
 import numpy as np
+import OpenImageIO as oiio
 import oxbeam
 import pytest
 from conftest import SCENES
@@ -80,6 +81,15 @@ def test_a_file_is_what_a_scene_would_read(square, tmp_path):
     )
     theirs = shown(add_square(oxbeam.load(loaded)))
     assert np.array_equal(shown(square), theirs) and theirs.std() > 0
+
+
+def test_numbers_that_are_not_finite_are_warned_of(square, tmp_path):
+    image = oiio.ImageBuf(oiio.ImageSpec(2, 1, 3, "float"))
+    image.setpixel(0, 0, (float("nan"), 1, 1))
+    image.write(str(tmp_path / "nan.exr"))
+    with pytest.warns(oxbeam.SceneWarning, match="nan.exr: 1 numbers of the picture are not finite"):
+        square.set_picture("paint", tmp_path / "nan.exr")
+    assert np.isfinite(square.render(samples=1).rgb).all()
 
 
 def test_what_is_no_picture_changes_nothing(square, tmp_path):
