@@ -8,7 +8,6 @@
 #include "Engine/SceneFile/ModelView.h"
 #include "Engine/SceneFile/SceneText.h"
 #include "Engine/SceneFile/UpAxis.h"
-#include "Engine/Textures/Studio.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -260,7 +259,7 @@ void ModelSceneWriter::writeLights() {
     const bool studio = m_options.environment.empty();
     TextureSource source;
     if (!studio) source.file = m_folder / relativeTo(m_folder, m_options.environment);
-    const std::unique_ptr<Texture> surroundings = studio ? studioPicture() : m_assets.texture(source);
+    const std::unique_ptr<Texture> surroundings = studio ? m_assets.studio() : m_assets.texture(source);
     if (samplesManyLights(m_options.shader)) {
         lights.writeManyLights(*surroundings);
     } else {

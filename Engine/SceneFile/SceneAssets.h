@@ -4,6 +4,7 @@
 #include "Engine/Diagnostics/Error.h"
 #include "Engine/Import/ModelFile.h"
 #include "Engine/System/MemoryBudget.h"
+#include "Engine/Textures/Studio.h"
 #include "Engine/Textures/TextureFile.h"
 
 #include <filesystem>
@@ -34,6 +35,8 @@ public:
     void giveMeshesAway(const std::filesystem::path& file);
     // Shares its texels with all that hold the same picture, under whatever name and in whatever colour space.
     std::unique_ptr<Texture> texture(const TextureSource& source);
+    // The surroundings that no file is needed for.
+    virtual std::unique_ptr<Texture> studio() { return studioPicture(); }
 
     // What was read so far, with hashes: of a model all that its reader made of it and of the files that it refers to.
     const std::map<std::filesystem::path, std::uint64_t>& files() const { return m_files; }

@@ -1,7 +1,6 @@
 #include "Engine/SceneFile/TextureSection.h"
 
 #include "Engine/Diagnostics/Error.h"
-#include "Engine/Textures/Studio.h"
 
 #include <fmt/format.h>
 
@@ -85,7 +84,7 @@ void TextureSection::read(const std::string& name, TableReader& reader) {
     if (!origin.isKnown()) return;
     try {
         auto texture = origin.file        ? m_assets.texture(origin.source(m_folder))
-                       : origin.generated ? studioPicture()
+                       : origin.generated ? m_assets.studio()
                                           : whiteTexel();
         named.use.applyTo(*texture);
         if (texture->mended())
