@@ -43,8 +43,8 @@ struct AovSample {
     unsigned object = 0;                                   // number of the instance, from 1
 };
 
-// Sums up samples, whose colours are finite. Each pixel belongs to one thread at a time. Sums that would leave what a float holds
-// stay at its largest number; so they do when a rendering goes on from a checkpoint.
+// Sums up samples, whose colours are finite. Each pixel belongs to one thread at a time. Sums that would leave what a
+// float holds stay at its largest number; so they do when a rendering goes on from a checkpoint.
 class OXBEAM_API Film {
 public:
     struct Pixel {
